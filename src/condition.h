@@ -1,0 +1,18 @@
+// Condition: one comparison of a WHERE filter. A filter is a flat list of them in written order.
+#pragma once
+
+#include <string>
+
+namespace velmora {
+
+struct Condition {
+  std::string tableName;  // the prefix written before a ".", empty when the column is bare
+  std::string column;
+  std::string value;  // the literal's text, without its quotes
+  std::string op;     // the operator as written
+  char logic = 'o';   // the connective before this condition: 'o' for ||, 'a' for &&; the first 'o'
+
+  bool operator==(const Condition&) const = default;
+};
+
+}  // namespace velmora

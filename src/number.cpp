@@ -1,0 +1,213 @@
+// See number.h. The common shapes of numbers are converted by std::from_chars and by exact scaled
+// arithmetic; the rare ones (hexadecimal floats, denormals, huge values) by the C library under an
+// explicit C locale.
+#include "number.h"
+
+#include <locale.h>
+
+#include <cfenv>
+#include <cfloat>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+namespace velmora {
+namespace {
+
+// Moves over blanks and one sign, as the strto functions do.
+std::string_view skipBlanksAndSign(std::string_view text, bool& negative) noexcept {
+  std::size_t i = 0;
+  while (i < text.size() && isSpace(text[i])) ++i;
+  negative = i < text.size() && text[i] == '-';
+  if (i < text.size() && (text[i] == '-' || text[i] == '+')) ++i;
+  return text.substr(i);
+}
+
+template <typename Number>
+Conversion convertDecimal(std::string_view text, Number& result) noexcept {
+  bool negative = false;
+  const std::string_view digits = skipBlanksAndSign(text, negative);
+  if (digits.empty() || !isDigit(digits.front())) return Conversion::invalid;
+  const Number limit =
+      negative ? std::numeric_limits<Number>::min() : std::numeric_limits<Number>::max();
+  Number value = 0;
+  for (const char c : digits) {
+    if (!isDigit(c)) break;
+    // Collected on the negative side for negative numbers, so that the least value fits.
+    const auto digit = static_cast<Number>(negative ? '0' - c : c - '0');
+    const bool fits = negative ? value > limit / 10 || (value == limit / 10 && digit >= limit % 10)
+                               : value < limit / 10 || (value == limit / 10 && digit <= limit % 10);
+    if (!fits) return Conversion::outOfRange;
+    value = static_cast<Number>(value * 10 + digit);
+  }
+  result = value;
+  return Conversion::ok;
+}
+
+locale_t cLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return locale;
+}
+
+Conversion convertFloatSlowly(std::string_view text, float& result) {
+  const std::string terminated(text);
+  char* end = nullptr;
+  errno = 0;
+  const float value = strtof_l(terminated.c_str(), &end, cLocale());
+  if (end == terminated.c_str()) return Conversion::invalid;
+  if (errno == ERANGE) return Conversion::outOfRange;
+  result = value;
+  return Conversion::ok;
+}
+
+// value * 10^decimals is exact in a double for the ranges used here: a float has 24 significant
+// bits, and 5^decimals at most 21 more.
+std::int64_t scaledRounded(float value, int decimals) noexcept {
+  static constexpr double powers[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+  return std::llrint(static_cast<double>(value) * powers[decimals]);
+}
+
+// Writes a non-negative number with exactly `decimals` digits behind the point.
+char* writeScaled(char* out, std::int64_t scaled, int decimals) noexcept {
+  char digits[24];
+  const char* const end = std::to_chars(digits, digits + sizeof digits, scaled).ptr;
+  const auto count = static_cast<int>(end - digits);
+  const int whole = count - decimals;
+  if (whole <= 0) {
+    *out++ = '0';
+  } else {
+    std::memcpy(out, digits, static_cast<std::size_t>(whole));
+    out += whole;
+  }
+  if (decimals == 0) return out;
+  *out++ = '.';
+  for (int i = whole; i < 0; ++i) *out++ = '0';
+  const int from = whole > 0 ? whole : 0;
+  std::memcpy(out, digits + from, static_cast<std::size_t>(count - from));
+  return out + (count - from);
+}
+
+}  // namespace
+
+Conversion convertInt(std::string_view text, std::int32_t& result) noexcept {
+  return convertDecimal(text, result);
+}
+
+Conversion convertLong(std::string_view text, std::int64_t& result) noexcept {
+  return convertDecimal(text, result);
+}
+
+Conversion convertFloat(std::string_view text, float& result) {
+  // from_chars reads the plain decimal form as strtof does, but says nothing of denormal results.
+  const std::size_t first = !text.empty() && text.front() == '-' ? 1 : 0;
+  if (text.size() <= first || !isDigit(text[first])) return convertFloatSlowly(text, result);
+  const bool hexadecimal = text.size() > first + 1 && (text[first + 1] | 0x20) == 'x';
+  if (hexadecimal) return convertFloatSlowly(text, result);
+  float value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error == std::errc() && std::fabs(value) >= 2 * FLT_MIN) {
+    result = value;
+    return Conversion::ok;
+  }
+  return convertFloatSlowly(text, result);
+}
+
+void requireConverted(Conversion conversion, const char* name) {
+  if (conversion == Conversion::invalid) throw std::invalid_argument(name);
+  if (conversion == Conversion::outOfRange) throw std::out_of_range(name);
+}
+
+std::int32_t parseInt(std::string_view text) {
+  std::int32_t value = 0;
+  requireConverted(convertInt(text, value), "stoi");
+  return value;
+}
+
+float parseFloat(std::string_view text) {
+  float value = 0;
+  requireConverted(convertFloat(text, value), "stof");
+  return value;
+}
+
+std::int64_t parseLong(std::string_view text) {
+  std::int64_t value = 0;
+  requireConverted(convertLong(text, value), "stoll");
+  return value;
+}
+
+std::int64_t saturatedLong(std::string_view text) noexcept {
+  std::int64_t value = 0;
+  if (convertLong(text, value) == Conversion::outOfRange) {
+    bool negative = false;
+    skipBlanksAndSign(text, negative);
+    return negative ? std::numeric_limits<std::int64_t>::min()
+                    : std::numeric_limits<std::int64_t>::max();
+  }
+  return value;
+}
+
+std::optional<std::int32_t> canonicalInt(std::string_view text) noexcept {
+  const bool negative = !text.empty() && text.front() == '-';
+  const std::string_view digits = text.substr(negative ? 1 : 0);
+  if (digits.empty() || digits.size() > 10) return std::nullopt;
+  if (digits.front() == '0' && (negative || digits.size() > 1)) return std::nullopt;
+  std::int64_t value = 0;
+  for (const char c : digits) {
+    if (!isDigit(c)) return std::nullopt;
+    value = value * 10 + (c - '0');
+  }
+  if (negative) value = -value;
+  if (value < std::numeric_limits<std::int32_t>::min() ||
+      value > std::numeric_limits<std::int32_t>::max()) {
+    return std::nullopt;
+  }
+  return static_cast<std::int32_t>(value);
+}
+
+char* writeInt(char* out, std::int64_t value) noexcept {
+  return std::to_chars(out, out + maxNumberText, value).ptr;
+}
+
+char* writeGeneral(char* out, float value) noexcept {
+  const float magnitude = std::fabs(value);
+  if (magnitude >= 1e-4F && magnitude < 1e6F) {
+    // Six significant digits: as many decimals as the digits before the point leave.
+    int decimals = 0;
+    for (float limit = 1e5F; magnitude < limit && decimals < 9; limit /= 10) ++decimals;
+    std::int64_t scaled = scaledRounded(magnitude, decimals);
+    if (scaled >= 100000 && scaled < 1000000) {
+      if (std::signbit(value)) *out++ = '-';
+      while (decimals > 0 && scaled % 10 == 0) {
+        scaled /= 10;
+        --decimals;
+      }
+      return writeScaled(out, scaled, decimals);
+    }
+  }
+  // Zero, scientific notation, infinities, and what rounds up to a further digit.
+  return std::to_chars(out, out + maxNumberText, static_cast<double>(value),
+                       std::chars_format::general, 6)
+      .ptr;
+}
+
+char* writeFixed(char* out, float value) noexcept {
+  const float magnitude = std::fabs(value);
+  if (magnitude < 1e9F) {
+    if (std::signbit(value)) *out++ = '-';
+    const std::int64_t scaled = scaledRounded(magnitude, 6);
+    return writeScaled(out, scaled, 6);
+  }
+  return std::to_chars(out, out + maxNumberText, static_cast<double>(value),
+                       std::chars_format::fixed, 6)
+      .ptr;
+}
+
+void appendInt(std::string& out, std::int64_t value) {
+  char digits[maxNumberText];
+  out.append(digits, writeInt(digits, value));
+}
+
+}  // namespace velmora

@@ -1,0 +1,92 @@
+// Text: an owned, immutable-length byte string of 16 bytes, the form in which cells keep values.
+//
+// A text of up to 15 bytes lies inside the object, a longer one on the heap. A std::string would
+// do the same in twice the space; cells are what the engine has most of, so their size decides how
+// many rows fit into a cache line, a page and the machine. Everything else uses std::string.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace velmora {
+
+class Text {
+ public:
+  Text() noexcept { setEmpty(); }
+  // Throws std::length_error when the text is longer than 4 GiB, std::bad_alloc when memory is out.
+  explicit Text(std::string_view text) { construct(text); }
+  Text(const Text& other) { construct(other.view()); }
+  Text(Text&& other) noexcept {
+    std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+    other.setEmpty();
+  }
+  ~Text() { release(); }
+
+  Text& operator=(const Text& other) { return *this = other.view(); }
+  Text& operator=(Text&& other) noexcept {
+    if (this != &other) {
+      release();
+      std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+      other.setEmpty();
+    }
+    return *this;
+  }
+  // The text assigned may be a view into this one. After a failure this text is as it was.
+  Text& operator=(std::string_view text) {
+    if (text.size() <= inlineCapacity && !isOnHeap()) {
+      // A view into this text overlaps, and the length byte lies outside what is moved.
+      std::memmove(bytes_, text.data(), text.size());
+      bytes_[lengthByte] = static_cast<char>(text.size());
+      return *this;
+    }
+    return *this = Text(text);
+  }
+
+  // The bytes; valid until the text is changed or destroyed.
+  std::string_view view() const noexcept {
+    return isOnHeap() ? std::string_view(heapBytes(), heapSize())
+                      : std::string_view(bytes_, static_cast<std::size_t>(bytes_[lengthByte]));
+  }
+  operator std::string_view() const noexcept { return view(); }  // NOLINT
+
+  friend bool operator==(const Text& a, std::string_view b) noexcept { return a.view() == b; }
+
+ private:
+  static constexpr std::size_t inlineCapacity = 15;
+  static constexpr std::size_t lengthByte = 15;
+  static constexpr char onHeap = 16;
+
+  bool isOnHeap() const noexcept { return bytes_[lengthByte] == onHeap; }
+  char* heapBytes() const noexcept {
+    char* bytes;
+    std::memcpy(&bytes, bytes_, sizeof bytes);
+    return bytes;
+  }
+  std::size_t heapSize() const noexcept {
+    std::uint32_t size;
+    std::memcpy(&size, bytes_ + sizeof(char*), sizeof size);
+    return size;
+  }
+  void setEmpty() noexcept { std::memset(bytes_, 0, sizeof bytes_); }
+  void construct(std::string_view text) {
+    if (text.size() <= inlineCapacity) {
+      setEmpty();
+      std::memcpy(bytes_, text.data(), text.size());
+      bytes_[lengthByte] = static_cast<char>(text.size());
+    } else {
+      constructOnHeap(text);
+    }
+  }
+  void constructOnHeap(std::string_view text);
+  void release() noexcept {
+    if (isOnHeap()) delete[] heapBytes();
+  }
+
+  // Inline: the bytes, and their number in the last byte. On the heap: pointer, 32-bit size, mark.
+  alignas(char*) char bytes_[16];
+};
+
+static_assert(sizeof(Text) == 16);
+
+}  // namespace velmora
