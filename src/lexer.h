@@ -1,0 +1,61 @@
+// The lexer: cuts a command text into tokens in one pass. It knows the reserved words and nothing
+// else of the grammar.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velmora {
+
+enum class TokenType : std::int32_t {
+  KEYWORD,     // a reserved word in any case; value in capitals
+  IDENTIFIER,  // any other word, as typed
+  STRING,      // a quoted literal, without its quotes
+  NUMBER,      // as typed, with a leading "-"
+  OPERATOR,    // = < > ! == <= >= != && || -->
+  SYMBOL,      // ( ) * , . @
+  END_OF_INPUT,
+  ERROR,  // value is the message
+};
+
+// A token's value is a view: into the command text, into the program's own constants, or (for
+// ERROR) into the lexer. It lives as long as both the text and the lexer.
+struct Token {
+  TokenType type = TokenType::END_OF_INPUT;
+  std::string_view value;
+};
+
+class Lexer {
+ public:
+  // The text is not copied and must outlive the lexer and its tokens.
+  explicit Lexer(std::string_view input) : input_(input) {}
+
+  // The character `offset` behind the next unread one; 0 past the end.
+  char peek(std::size_t offset) const noexcept {
+    return pos_ + offset < input_.size() ? input_[pos_ + offset] : '\0';
+  }
+  // Takes one character; 0 at the end.
+  char advance() noexcept { return pos_ < input_.size() ? input_[pos_++] : '\0'; }
+  void skipWhitespace() noexcept;
+  // Takes one token.
+  Token getNextToken();
+  // Takes all tokens. No END_OF_INPUT is stored; an ERROR is the last one and ends the list. Bad
+  // input never throws.
+  std::vector<Token> tokenize();
+
+ private:
+  Token stringLiteral();
+  Token number();
+  Token word();
+  Token operatorOrSymbol();
+  // The text from `start` up to the next unread character.
+  std::string_view textFrom(std::size_t start) const { return input_.substr(start, pos_ - start); }
+
+  std::string_view input_;
+  std::size_t pos_ = 0;
+  std::string message_;
+};
+
+}  // namespace velmora
