@@ -1,0 +1,120 @@
+// Fixed-width little-endian fields of the engine's files, on every machine. The only place that
+// knows byte order and padding.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+namespace velmora {
+
+// The width of names in every file: table names, column names, type names.
+inline constexpr std::size_t nameWidth = 15;
+
+inline char* putInt32(char* out, std::int32_t value) noexcept {
+  const auto bits = static_cast<std::uint32_t>(value);
+  for (unsigned i = 0; i < 4; ++i) out[i] = static_cast<char>(bits >> (8 * i));
+  return out + 4;
+}
+
+inline char* putInt64(char* out, std::int64_t value) noexcept {
+  const auto bits = static_cast<std::uint64_t>(value);
+  for (unsigned i = 0; i < 8; ++i) out[i] = static_cast<char>(bits >> (8 * i));
+  return out + 8;
+}
+
+// At most `width` bytes of the text, padded with zero bytes to that width.
+inline char* putText(char* out, std::string_view text, std::size_t width) noexcept {
+  const std::size_t size = std::min(text.size(), width);
+  std::memcpy(out, text.data(), size);
+  std::memset(out + size, 0, width - size);
+  return out + width;
+}
+
+inline std::int32_t getInt32(const char* in) noexcept {
+  std::uint32_t bits = 0;
+  for (unsigned i = 0; i < 4; ++i) {
+    bits |= static_cast<std::uint32_t>(static_cast<unsigned char>(in[i])) << (8 * i);
+  }
+  return static_cast<std::int32_t>(bits);
+}
+
+inline std::int64_t getInt64(const char* in) noexcept {
+  std::uint64_t bits = 0;
+  for (unsigned i = 0; i < 8; ++i) {
+    bits |= static_cast<std::uint64_t>(static_cast<unsigned char>(in[i])) << (8 * i);
+  }
+  return static_cast<std::int64_t>(bits);
+}
+
+// The text of a padded field: up to its first zero byte.
+inline std::string_view getText(const char* in, std::size_t width) noexcept {
+  const void* const zero = width == 0 ? nullptr : std::memchr(in, 0, width);
+  return {in,
+          zero == nullptr ? width : static_cast<std::size_t>(static_cast<const char*>(zero) - in)};
+}
+
+// Builds one record field by field.
+class RecordWriter {
+ public:
+  RecordWriter& byte(bool value) {
+    bytes_.push_back(value ? '\1' : '\0');
+    return *this;
+  }
+  RecordWriter& character(char value) {
+    bytes_.push_back(value);
+    return *this;
+  }
+  RecordWriter& int32(std::int32_t value) {
+    putInt32(grow(4), value);
+    return *this;
+  }
+  RecordWriter& int64(std::int64_t value) {
+    putInt64(grow(8), value);
+    return *this;
+  }
+  RecordWriter& text(std::string_view value, std::size_t width) {
+    putText(grow(width), value, width);
+    return *this;
+  }
+  RecordWriter& zeros(std::size_t count) {
+    bytes_.append(count, '\0');
+    return *this;
+  }
+  const std::string& bytes() const noexcept { return bytes_; }
+
+ private:
+  char* grow(std::size_t count) {
+    bytes_.resize(bytes_.size() + count);
+    return bytes_.data() + bytes_.size() - count;
+  }
+  std::string bytes_;
+};
+
+// Takes a record apart field by field. The caller has checked that remaining() suffices.
+class RecordReader {
+ public:
+  explicit RecordReader(std::string_view bytes) : bytes_(bytes) {}
+
+  std::size_t remaining() const noexcept { return bytes_.size() - position_; }
+  std::size_t position() const noexcept { return position_; }
+
+  char character() noexcept { return *take(1); }
+  bool byte() noexcept { return character() != 0; }
+  std::int32_t int32() noexcept { return getInt32(take(4)); }
+  std::int64_t int64() noexcept { return getInt64(take(8)); }
+  std::string_view text(std::size_t width) noexcept { return getText(take(width), width); }
+
+ private:
+  const char* take(std::size_t count) noexcept {
+    const char* const field = bytes_.data() + position_;
+    position_ += count;
+    return field;
+  }
+  std::string_view bytes_;
+  std::size_t position_ = 0;
+};
+
+}  // namespace velmora

@@ -1,0 +1,143 @@
+// velmora.wal: the write-ahead log, a text file of records
+//
+//   command text " #TIME# " seconds "\n"
+//
+// with the command exactly as it was given and the second at which it ran. A command may hold line
+// feeds, so a record may span lines. It ends
+// - at the first line that ends in the marker and its digits, or
+// - outside a string literal, before a line that begins like a logged command, or
+// - with the last line feed of the log,
+// so that logs written by hand, one command a line and without markers, work too, and nothing
+// inside a literal is ever taken for a command.
+//
+// A crash may have cut the last record off. It has not been acknowledged, and half a command may be
+// another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run.
+#include <algorithm>
+
+#include "../lexer.h"
+#include "../number.h"
+#include "storage.h"
+
+namespace velmora {
+
+std::mutex walMutex;
+
+namespace {
+
+constexpr std::string_view marker = " #TIME# ";
+// A second of today has ten digits; a marker with fewer at the end of the log may be cut off.
+constexpr std::size_t completeDigits = 10;
+
+// An append that failed and could not be taken back: where the log has to be cut before the next.
+struct TornAppend {
+  bool isPending = false;
+  int directory = Directory::current;
+  std::int64_t size = 0;
+};
+TornAppend tornAppend;  // guarded by walMutex
+
+// The number of digits behind a marker that ends the line; 0 if none does.
+std::size_t closingDigits(std::string_view line) {
+  std::size_t digits = 0;
+  while (digits < line.size() && isDigit(line[line.size() - 1 - digits])) ++digits;
+  return line.substr(0, line.size() - digits).ends_with(marker) ? digits : 0;
+}
+
+bool beginsLikeCommand(std::string_view line) {
+  Lexer lexer(line);
+  const Token first = lexer.getNextToken();
+  if (first.type != TokenType::KEYWORD) return false;
+  const Token second = lexer.getNextToken();
+  if (first.value == "CREATE") return second.value == "TABLE";
+  if (first.value == "INSERT") return second.value == "INTO";
+  if (first.value == "DELETE") return second.value == "FROM";
+  if (first.value == "UPDATE") return lexer.getNextToken().value == "SET";
+  if (first.value == "LINK") return lexer.getNextToken().value == ".";
+  return false;
+}
+
+// The quote that is open behind the line, 0 if none, given the one open before it.
+char openQuoteBehind(std::string_view line, char quote) {
+  for (const char c : line) {
+    if (quote != '\0') {
+      if (c == quote) quote = '\0';
+    } else if (c == '\'' || c == '"') {
+      quote = c;
+    }
+  }
+  return quote;
+}
+
+}  // namespace
+
+void Storage::appendToWAL(const std::string& command, std::int64_t second,
+                          const Directory& directory) {
+  const std::lock_guard lock(walMutex);
+  static std::string line;  // keeps its memory from one command to the next
+  line.assign(command).append(marker);
+  appendInt(line, second);
+  line += '\n';
+
+  File file(directory, logFileName, File::Mode::append);
+  if (!file.isOpen()) return;
+  if (tornAppend.isPending && tornAppend.directory == directory.descriptor) {
+    if (!file.truncate(tornAppend.size)) return;
+    tornAppend.isPending = false;
+  }
+  if (file.write(line)) return;
+  const auto written = static_cast<std::int64_t>(file.lastWritten());
+  const auto size = file.size();
+  if (written > 0 && size && !file.truncate(*size - written)) {
+    tornAppend = {true, directory.descriptor, *size - written};
+  }
+}
+
+LogRecords Storage::splitLog(std::string_view log) {
+  LogRecords records;
+  std::size_t recordStart = 0;
+  char quote = '\0';
+  const auto endRecord = [&](std::size_t end, std::size_t nextStart) {
+    if (end > recordStart) records.commands.push_back(log.substr(recordStart, end - recordStart));
+    recordStart = nextStart;
+    quote = '\0';
+  };
+  std::size_t lineStart = 0;
+  while (lineStart < log.size()) {
+    const std::size_t lineFeed = log.find('\n', lineStart);
+    const bool isWhole = lineFeed != std::string_view::npos;
+    const std::size_t lineEnd = isWhole ? lineFeed : log.size();
+    const std::string_view line = log.substr(lineStart, lineEnd - lineStart);
+    if (lineStart > recordStart && quote == '\0' && beginsLikeCommand(line)) {
+      endRecord(lineStart - 1, lineStart);
+    }
+    const std::size_t digits = closingDigits(line);
+    if (isWhole ? digits > 0 : digits >= completeDigits) {
+      endRecord(lineEnd, isWhole ? lineEnd + 1 : lineEnd);
+      records.lacksLineFeed = !isWhole;
+    } else if (line.empty() && lineStart == recordStart) {
+      endRecord(lineStart, lineStart + 1);
+    } else {
+      quote = openQuoteBehind(line, quote);
+    }
+    lineStart = isWhole ? lineEnd + 1 : log.size();
+  }
+  const bool endsInLineFeed = log.ends_with('\n');
+  if (recordStart < log.size() && endsInLineFeed && quote == '\0') {
+    endRecord(log.size() - 1, log.size());
+  }
+  records.completeSize = recordStart;
+  return records;
+}
+
+void Storage::repairLog(const LogRecords& records, std::size_t logSize,
+                        const Directory& directory) {
+  if (records.completeSize < logSize) {
+    File file(directory, logFileName, File::Mode::readWrite);
+    file.truncate(static_cast<std::int64_t>(records.completeSize));
+  } else if (records.lacksLineFeed) {
+    File file(directory, logFileName, File::Mode::append);
+    file.write("\n");
+  }
+}
+
+}  // namespace velmora

@@ -1,0 +1,213 @@
+// See table_rows.h.
+#include "table_rows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <stdexcept>
+
+#include "../number.h"
+#include "../record_io.h"
+#include "storage.h"
+#include "timed_file.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::size_t stringWidth = 60;
+constexpr std::size_t slotWidth = 4;
+
+// Bytes of a value by its column's type, without a flag byte.
+std::size_t plainWidth(const Column& column, ValueKind kind, CellWidths widths) {
+  if (kind == ValueKind::text) {
+    return widths == CellWidths::declared ? static_cast<std::size_t>(column.stringSize)
+                                          : stringWidth;
+  }
+  return kind == ValueKind::boolean ? 1 : 4;
+}
+
+// Bytes that a timed cell takes behind its flag byte: its slot, padded to the type's width.
+std::size_t timedWidth(std::size_t plain) { return std::max(plain, slotWidth); }
+
+bool isTrueInLowerCase(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
+  }
+  return isTrueText(lower);
+}
+
+// Calls convert(); what it throws for a text that does not convert is dropped in a deleted row.
+template <typename Convert>
+auto converted(bool isDeleted, Convert convert) -> decltype(convert()) {
+  if (!isDeleted) return convert();
+  try {
+    return convert();
+  } catch (const std::logic_error&) {
+    return {};
+  }
+}
+
+char* putFloat(char* out, float value) {
+  std::int32_t bits;
+  static_assert(sizeof bits == sizeof value);
+  std::memcpy(&bits, &value, sizeof bits);
+  return putInt32(out, bits);
+}
+
+float getFloat(const char* in) {
+  const std::int32_t bits = getInt32(in);
+  float value;
+  std::memcpy(&value, &bits, sizeof value);
+  return value;
+}
+
+char* encodePlain(char* out, const Column& column, ValueKind kind, std::string_view text,
+                  bool isDeleted) {
+  switch (kind) {
+    case ValueKind::integer:
+      return putInt32(out, converted(isDeleted, [&] { return parseInt(text); }));
+    case ValueKind::real:
+      // A value that nobody gave has no number; NaN says so, and comes back as no value.
+      if (text == missingValue) return putFloat(out, std::numeric_limits<float>::quiet_NaN());
+      return putFloat(out, converted(isDeleted, [&] { return parseFloat(text); }));
+    case ValueKind::boolean:
+      // Deliberate: only columns that cannot hold timed values take TRUE in capitals for true.
+      *out++ = (column.maxStates >= 1 ? isTrueText(text) : isTrueInLowerCase(text)) ? '\1' : '\0';
+      return out;
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  return putText(out, text, stringWidth);
+}
+
+void decodePlain(const char* in, ValueKind kind, std::size_t width, Cell& cell) {
+  char number[maxNumberText];
+  switch (kind) {
+    case ValueKind::integer:
+      cell.value = std::string_view(number, writeInt(number, getInt32(in)));
+      return;
+    case ValueKind::real: {
+      const float value = getFloat(in);
+      if (std::isnan(value)) {
+        cell.value = missingValue;
+      } else {
+        cell.value = std::string_view(number, writeFixed(number, value));
+      }
+      return;
+    }
+    case ValueKind::boolean:
+      cell.value = std::string_view(*in != 0 ? "true" : "false");
+      return;
+    case ValueKind::text:
+    case ValueKind::unknown:
+      cell.value = getText(in, width);
+      return;
+  }
+}
+
+}  // namespace
+
+std::int32_t largestMaxStates(const std::vector<Column>& columns) {
+  std::int32_t largest = 0;
+  for (const Column& column : columns) largest = std::max(largest, column.maxStates);
+  return largest;
+}
+
+bool rowsAreShifted(const std::vector<Column>& columns) {
+  return std::any_of(columns.begin(), columns.end(), [](const Column& column) {
+    return (column.type == "string" && column.stringSize != defaultStringSize) ||
+           (column.type == "bool" && column.maxStates >= 1);
+  });
+}
+
+std::size_t wholeRowSize(const std::vector<Column>& columns) {
+  std::size_t size = 0;
+  for (const Column& column : columns) {
+    const std::size_t plain = plainWidth(column, valueKind(column.type), CellWidths::whole);
+    size += column.maxStates >= 1 ? 1 + timedWidth(plain) : plain;
+  }
+  return size;
+}
+
+std::size_t largestRowSize(const std::vector<Column>& columns) {
+  std::size_t size = 0;
+  for (const Column& column : columns) {
+    size += 1 + std::max(stringWidth, static_cast<std::size_t>(column.stringSize));
+  }
+  return size;
+}
+
+std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns) {
+  std::vector<std::size_t> offsets;
+  std::size_t offset = 0;
+  for (const Column& column : columns) {
+    offsets.push_back(offset);
+    offset += wholeRowSize({column});
+  }
+  return offsets;
+}
+
+char* encodeRow(char* out, const Table& table, const Row& row, CellWidths widths,
+                std::span<const std::int32_t> slots) {
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    const Column& column = table.columns[i];
+    const Cell& cell = row.cells()[i];
+    const ValueKind kind = table.kind(i);
+    const std::size_t width = plainWidth(column, kind, CellWidths::written);
+    const bool isTimed = cell.tempRule != nullptr;
+    if (column.maxStates >= 1) *out++ = isTimed ? '\1' : '\0';
+    if (isTimed) {
+      // In a row file, deliberate: a timed bool's slot overruns the one byte of its column.
+      out = putInt32(out, slots[i]);
+      out = putText(out, {}, timedWidth(width) - slotWidth);
+    } else {
+      out = encodePlain(out, column, kind, cell.value, row.isDeleted);
+      if (widths == CellWidths::whole && column.maxStates >= 1) {
+        out = putText(out, {}, timedWidth(width) - width);
+      }
+    }
+  }
+  return out;
+}
+
+std::int32_t slotAt(std::string_view row, std::size_t offset, std::int64_t slotCount) {
+  if (row.size() < offset + 1 + slotWidth || row[offset] != '\1') return -1;
+  const std::int32_t slot = getInt32(row.data() + offset + 1);
+  return slot >= 0 && slot < slotCount ? slot : -1;
+}
+
+bool decodeRow(std::string_view bytes, const std::vector<Column>& columns, CellWidths widths,
+               const std::string& timedFile, std::int32_t maxStates, std::int64_t now, Row& row) {
+  const char* in = bytes.data();
+  const char* const end = in + bytes.size();
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    const Column& column = columns[i];
+    const ValueKind kind = valueKind(column.type);
+    Cell& cell = row.cells()[i];
+    const std::size_t plain = plainWidth(column, kind, widths);
+    const std::size_t flagSize = column.maxStates >= 1 ? 1 : 0;
+    if (static_cast<std::size_t>(end - in) < flagSize) return false;
+    const bool isTimed = flagSize == 1 && *in == '\1';
+    in += flagSize;
+    const bool takesSlotWidth = isTimed || (widths == CellWidths::whole && flagSize == 1);
+    const std::size_t width = takesSlotWidth ? timedWidth(plain) : plain;
+    if (static_cast<std::size_t>(end - in) < width) return false;
+    if (!isTimed) {
+      decodePlain(in, kind, plain, cell);
+    } else {
+      cell.tempRule = timedRuleAt(timedFile, getInt32(in), maxStates);
+      if (cell.tempRule != nullptr) {
+        cell.value = cell.tempRule->valueAt(now);
+      } else {
+        cell.value = kind == ValueKind::integer ? std::string_view("0") : missingValue;
+      }
+    }
+    in += width;
+  }
+  return true;
+}
+
+}  // namespace velmora

@@ -1,0 +1,55 @@
+// Rows as bytes: the one encoder and the one decoder of a table's cells, shared by the row file,
+// the whole-row file and the checkpoint.
+//
+// A cell of a column whose states limit is 1 or more begins with a flag byte, 1 if a timed value
+// follows; then comes the value at its type's width, or the timed value's slot number in 4 bytes
+// padded to that width.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "../table.h"
+
+namespace velmora {
+
+// How wide cells are. The writer of the row file puts 60 bytes for every string and 4 for every
+// slot, whatever the column's declared width says; its reader goes by the declared widths; in the
+// whole-row file both go by widths that hold every cell.
+enum class CellWidths : std::uint8_t { written, declared, whole };
+
+// The largest states limit of the columns.
+std::int32_t largestMaxStates(const std::vector<Column>& columns);
+// Whether rows of such columns do not fit their declared width in the row file: a string declared
+// other than 60, or a bool that can hold timed values.
+bool rowsAreShifted(const std::vector<Column>& columns);
+// Bytes of a row in the whole-row file.
+std::size_t wholeRowSize(const std::vector<Column>& columns);
+// A bound of the bytes that one row takes or is read from, by any widths.
+std::size_t largestRowSize(const std::vector<Column>& columns);
+
+// Where each column's cell begins in a row of whole widths; in a table whose rows are not shifted,
+// so it does in the row file.
+std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns);
+
+// Writes a row at out, which has room for largestRowSize; returns the end. slots holds the slot of
+// each timed cell at its column's place. Throws std::invalid_argument or std::out_of_range ("stoi",
+// "stof") for a text that does not convert; in a deleted row, which nobody reads, such a text is
+// written as zero bytes.
+char* encodeRow(char* out, const Table& table, const Row& row, CellWidths widths,
+                std::span<const std::int32_t> slots);
+
+// The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is no timed
+// cell, or none of the slots that the timed-value file holds.
+std::int32_t slotAt(std::string_view row, std::size_t offset, std::int64_t slotCount);
+
+// Reads one row's cells from the start of the bytes by declared or whole widths; false if the bytes
+// end within a cell. Timed values come from timedFile, a timed-value file's bytes; one that cannot
+// be read leaves its cell without a value.
+bool decodeRow(std::string_view bytes, const std::vector<Column>& columns, CellWidths widths,
+               const std::string& timedFile, std::int32_t maxStates, std::int64_t now, Row& row);
+
+}  // namespace velmora

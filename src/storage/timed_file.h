@@ -1,0 +1,23 @@
+// The records of a timed-value file, for those who read or write many of them at once.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "../cell.h"
+
+namespace velmora {
+
+// Bytes of one slot in a table whose largest states limit is maxStates.
+std::size_t timedRecordSize(std::int32_t maxStates);
+// The bytes of one slot.
+std::string timedRecord(std::int32_t row, std::int32_t column, const TempRule& rule,
+                        std::int32_t maxStates);
+// The timed value in a slot of a file's bytes; null when the slot lies outside, is cut off, or has
+// no states or more than the file holds.
+std::unique_ptr<TempRule> timedRuleAt(std::string_view file, std::int32_t slot,
+                                      std::int32_t maxStates);
+
+}  // namespace velmora
