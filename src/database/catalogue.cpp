@@ -1,0 +1,84 @@
+// The catalogue: finding, creating and dropping tables.
+#include <algorithm>
+#include <stdexcept>
+
+#include "database.h"
+
+namespace velmora {
+
+Table& Database::getTable(std::string_view name) {
+  const auto found = tables.find(name);
+  if (found == tables.end()) {
+    throw std::runtime_error("Syntax Error: Table '" + std::string(name) + "' does not exist.");
+  }
+  return found->second;
+}
+
+bool Database::checkTypes(const std::vector<Column>& columns) {
+  return std::all_of(columns.begin(), columns.end(), [](const Column& column) {
+    return std::find(typeNames.begin(), typeNames.end(), column.type) != typeNames.end();
+  });
+}
+
+void Database::createTable(const std::string& name, const std::vector<Column>& columns) {
+  const std::unique_lock lock(dbMutex);
+  Table created(name, columns);
+  if (!checkTypes(columns)) throw std::runtime_error("Unknown type");
+  const auto replaced = tables.find(name);
+  if (replaced != tables.end()) {
+    forgetChildTable(replaced->second);
+    forgetUndo(name);
+  }
+  Table& table = tables.insert_or_assign(name, std::move(created)).first->second;
+
+  // Deliberate: a table that fails from here on stays in the catalogue, without a file, and the
+  // columns behind a second ApexInt stay without a type to check values against.
+  std::string keyColumn;
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    if (columns[i].type != "ApexInt") continue;
+    if (!keyColumn.empty()) {
+      table.typedColumns = i + 1;
+      throw std::runtime_error("A table can only have one ApexInt column");
+    }
+    keyColumn = columns[i].name;
+  }
+  if (!keyColumn.empty()) table.setUpPrimaryKeyMap(keyColumn);
+  Storage::saveTable(name + ".bin", table, directory);
+}
+
+void Database::dropTable(const std::string& name) {
+  const std::unique_lock lock(dbMutex);
+  const Table& table = getTable(name);
+  forgetChildTable(table);
+  forgetUndo(name);
+  for (const LinkRecord& link : table.links) {
+    // Its relation file would give a new table of this name the link at the next start.
+    removeFile(directory,
+               Storage::relationFileName({name, link.parentTable, link.column, link.parentColumn}));
+  }
+  tables.erase(tables.find(name));
+  listeners.erase(name);
+  Storage::removeTable(name, directory);
+}
+
+Table& Database::tableOrNew(const std::string& name) {
+  const auto found = tables.find(name);
+  if (found != tables.end()) return found->second;
+  return tables.emplace(name, Table(name, {})).first->second;
+}
+
+std::shared_lock<std::shared_mutex> Database::lockForReading(const std::string& first,
+                                                             const std::string& second) {
+  while (true) {
+    std::shared_lock shared(dbMutex);
+    if (tables.contains(first) && tables.contains(second)) return shared;
+    // Readers may not change the catalogue beside each other; the table is made under an exclusive
+    // lock, and looked for again in case it was dropped in between.
+    shared.unlock();
+    const std::unique_lock exclusive(dbMutex);
+    tableOrNew(first);
+    tableOrNew(second);
+  }
+}
+
+}  // namespace velmora

@@ -1,0 +1,195 @@
+// Database: the engine. It owns the tables, the open transaction, the listeners and the queue of
+// scheduled changes, and the lock that guards them.
+//
+// Locks, in the order in which they may be taken: the engine mutex of the exported functions;
+// dbMutex, by every public operation as its first step, shared by select and selectJoin and
+// exclusive by all others; webhookMutex, only inside an exclusive hold of dbMutex. walMutex
+// (storage) is taken by the dispatcher after an operation has returned. A function that needs a
+// lock held says "dbMutex held".
+//
+// Failures leave as std::runtime_error with the message that the user sees; conversions of texts
+// let std::invalid_argument and std::out_of_range out. What stays changed after a failure is said
+// at each operation; where nothing is said, nothing stays.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <shared_mutex>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "../condition.h"
+#include "../result_set.h"
+#include "../storage/storage.h"
+#include "../table.h"
+#include "../webhook.h"
+
+namespace velmora {
+
+// One undo record of the open transaction.
+struct TransactionAction {
+  std::string kind;  // "INSERT", "DELETE" or "UPDATE"
+  std::string tableName;
+  std::int32_t rowIndex = 0;
+  RowCopy row;  // the row before an UPDATE; else empty, since the row stays where it is
+  // For "INSERT": the row that the new row's key had named before, or PrimaryKeyMap::noRow.
+  std::int32_t displacedRow = PrimaryKeyMap::noRow;
+};
+
+// The value a command gives to a column.
+struct GivenValue {
+  std::size_t column = 0;  // the column's position in its table
+  Cell cell;
+};
+
+// A column as a command names it; the table is empty when the name is bare.
+struct ColumnReference {
+  std::string table;
+  std::string column;
+};
+
+class Database {
+ public:
+  Tables tables;
+  bool inTransaction = false;
+  std::vector<TransactionAction> transactionLog;  // oldest first; empty outside a transaction
+  // When true, row changes reach the table files only through the log and the checkpoint.
+  bool walMode = true;
+  // True while the log is replayed: timed values schedule nothing then, it has been scheduled.
+  bool isReplaying = false;
+  std::map<std::string, std::vector<WebhookListener>, std::less<>> listeners;  // by table name
+  // Scheduled changes as a binary heap, the first to fire on top. Guarded by webhookMutex.
+  std::vector<WebhookTask> pendingWebhooks;
+  Directory directory;  // where the files lie
+  mutable std::shared_mutex dbMutex;
+  mutable std::mutex webhookMutex;
+
+  Database() = default;
+  explicit Database(Directory directory_) : directory(directory_) {}
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  // Catalogue (catalogue.cpp).
+
+  // The table; throws "Syntax Error: Table 'NAME' does not exist.". dbMutex held.
+  Table& getTable(std::string_view name);
+  // Whether every column's type is a type name.
+  static bool checkTypes(const std::vector<Column>& columns);
+  // Creates a table and its files, replacing a table of that name in memory. Throws "Unknown type";
+  // and, with the table staying in the catalogue, "A table can only have one ApexInt column",
+  // "Column size error" or "Failed to open file: NAME".
+  void createTable(const std::string& name, const std::vector<Column>& columns);
+  // Removes a table, its listeners and its files. Throws as getTable does.
+  void dropTable(const std::string& name);
+
+  // Rows (rows.cpp). A table that does not exist comes into being, empty and without columns.
+
+  // Adds a row; at most one value for each column. Throws "Duplicate entry 'KEY' for primary key",
+  // "ApexInt is exhausted", and what linkRow throws.
+  ResultSet insertInto(const std::string& tableName, std::vector<GivenValue>& values);
+  // Gives the new values to every matching row, value by value. Throws "ApexInt is an immutable
+  // identity column and cannot be updated", "Cannot update a primary key that is referenced by an
+  // active foreign table", "Duplicate entry 'KEY' for primary key", and what linkRow throws.
+  // Values given before a failure stay: all earlier values in all rows, and this one in the rows
+  // before the failing row (in it too, when linkRow failed).
+  ResultSet update(const std::string& tableName, std::vector<GivenValue>& newValues,
+                   const std::vector<Condition>& conditions);
+  // Marks every matching row deleted. Throws "Foreign key points at rows that were meant for
+  // deletion"; rows marked before the failing one stay deleted.
+  ResultSet deleteRows(const std::string& tableName, const std::vector<Condition>& conditions);
+
+  // Reading (matching.cpp, select.cpp, join.cpp).
+
+  // The indices of the live rows that satisfy the conditions, ascending, each once. dbMutex held.
+  std::vector<std::int32_t> getRequestedRows(const std::vector<Condition>& conditions,
+                                             const Table& table) const;
+  // Reads columns of the matching rows. A table that does not exist comes into being, empty.
+  // Throws "Requested column not found".
+  ResultSet select(const std::string& tableName, std::vector<std::string> columns,
+                   const std::vector<Condition>& conditions);
+  // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not
+  // exist come into being, empty. Throws "Unknown table prefix 'P' in WHERE clause." (or "in SELECT
+  // list.", "in JOIN ON clause."), "Column 'C' not found in either table.", "JOIN ON needs a
+  // column of each table"; all before a row is read.
+  ResultSet selectJoin(const std::string& leftTable, const std::string& rightTable,
+                       const ColumnReference& firstOn, const ColumnReference& secondOn,
+                       const std::vector<ColumnReference>& columns,
+                       const std::vector<Condition>& conditions);
+
+  // Links (links.cpp).
+
+  // Links a child column to a parent column, which becomes the parent's primary key if it has none.
+  // Throws "None existant table", "Key does not exist", "Type mismatch: Cannot link different data
+  // types", "Error: Floats and Booleans are volatile and cannot be used as Primary or Foreign
+  // Keys.", "Relation file name is taken by another link", "Can't have two primary keys at once",
+  // what Table::setUpPrimaryKeyMap throws, and "CRITICAL CORRUPTION: Missing active parent key: K"
+  // (a primary key made stays).
+  void link(const std::string& childTable, const std::string& childColumn,
+            const std::string& parentTable, const std::string& parentColumn);
+  // Checks all links of one child row, then records the row with its parents. Throws "Primary table
+  // is empty" or "Primary table is missing required future key: K"; nothing is recorded then.
+  // dbMutex held.
+  void linkRow(const Table& table, std::int32_t rowIndex);
+  // Whether a live child row refers to the key of this parent row, now or in a coming state. A row
+  // that nothing was ever linked to loses its referenced mark. dbMutex held.
+  bool isActivelyRestricted(Row& parentRow, std::string_view keyText);
+
+  // Transactions (transactions.cpp): one at a time for the whole engine.
+
+  // Throws "Transaction is already active!".
+  void beginTransaction();
+  // Throws "No active transaction to commit!".
+  void commitTransaction();
+  // Undoes the transaction's changes in memory. Throws "No active transaction to rollback!".
+  void rollbackTransaction();
+
+  // Listeners and scheduled changes (webhooks.cpp).
+
+  // Schedules the coming changes of a timed value. Throws "webhooks.bin is full". dbMutex held.
+  void registerWebhook(const std::string& tableName, std::int32_t rowIndex, std::string_view column,
+                       const TempRule& rule);
+  // Adds a listener unless an equal one is there, and saves it unless it came from the file.
+  void addListener(const std::string& tableName, const std::string& event,
+                   const std::string& target, const std::vector<Condition>& conditions,
+                   bool fromDisk);
+
+  // Durability (checkpoint.cpp, and ../startup.cpp for the load).
+
+  // Writes all tables to their files and empties the log; see Storage::saveCheckpoint.
+  void checkpoint();
+  // Loads everything from the files and replays the log. Called once, before any other operation.
+  // Throws std::runtime_error ("Corrupt table file: NAME" and others); the database is then loaded
+  // in part and must not be written.
+  void loadFromDisk();
+
+ private:
+  // The creating access: the table, made empty and without columns if need be. dbMutex held.
+  Table& tableOrNew(const std::string& name);
+  // Takes dbMutex shared, both tables being there afterwards.
+  std::shared_lock<std::shared_mutex> lockForReading(const std::string& first,
+                                                     const std::string& second);
+  // Gives one value to one row. dbMutex held.
+  void applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given, std::int64_t now);
+  // Moves a row in the key map to the key it is about to bear. dbMutex held.
+  void moveKey(Table& table, std::int32_t rowIndex, std::string_view newKey, std::int64_t now);
+  // The live rows whose parent column holds the key text. dbMutex held.
+  std::vector<std::int32_t> parentRowsOf(const Table& parent, std::size_t parentColumn,
+                                         std::string_view key, std::int64_t now) const;
+  // Takes a child row out of its parents' dependents. dbMutex held.
+  void unlinkRow(const Table& table, std::int32_t rowIndex);
+  // Makes all parents forget a table's rows. dbMutex held.
+  void forgetChildTable(const Table& table);
+  void undo(const TransactionAction& action);
+  // Drops the undo records of a table that is going away. dbMutex held.
+  void forgetUndo(std::string_view tableName);
+  // Makes a column the primary key of a table that has none. dbMutex held.
+  void makePrimaryKey(Table& parent, const std::string& column);
+
+  // True while the files are loaded: links are made again over rows as the files hold them.
+  bool isLoading = false;
+};
+
+}  // namespace velmora

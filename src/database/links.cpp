@@ -1,0 +1,244 @@
+// Foreign-key links.
+//
+// A link ties a child column to a parent column, the parent's primary key: every text that a child
+// cell shows now or can show in a coming state must be the key of a live parent row when the child
+// is written, and a parent row to which a live child refers can be neither deleted nor given
+// another key. Each parent row remembers which child rows were linked to it; whether such a child
+// still refers to it is asked of the child's cell when it matters, so children that moved on or
+// were deleted need no clearing up.
+#include <algorithm>
+#include <stdexcept>
+
+#include "../clock.h"
+#include "database.h"
+
+namespace velmora {
+namespace {
+
+void addDependent(Row& parent, const ForeignRelation& relation, std::int32_t childRow) {
+  parent.isReferenced = true;
+  if (parent.links == nullptr) parent.links = std::make_unique<RowLinks>();
+  RowLinks& links = *parent.links;
+  auto known = std::find_if(links.begin(), links.end(), [&](const Dependents& dependents) {
+    return dependents.relation == relation;
+  });
+  if (known == links.end()) known = links.insert(links.end(), {relation, {}});
+  std::vector<std::int32_t>& rows = known->childRows;
+  if (rows.empty() || rows.back() < childRow) {
+    rows.push_back(childRow);
+    return;
+  }
+  const auto at = std::lower_bound(rows.begin(), rows.end(), childRow);
+  if (*at != childRow) rows.insert(at, childRow);
+}
+
+bool refersTo(const Cell& cell, std::string_view keyText, std::int64_t now) {
+  bool found = false;
+  forEachKeyText(cell, now, [&](std::string_view text) { found = found || text == keyText; });
+  return found;
+}
+
+// Fails when a link may not be made between these columns.
+void checkLinkable(const Column& child, const Column& parent) {
+  const bool bothIntegers =
+      valueKind(child.type) == ValueKind::integer && valueKind(parent.type) == ValueKind::integer;
+  if (child.type != parent.type && !bothIntegers) {
+    throw std::runtime_error("Type mismatch: Cannot link different data types");
+  }
+  if (child.type == "float" || child.type == "bool") {
+    throw std::runtime_error(
+        "Error: Floats and Booleans are volatile and cannot be used as Primary or Foreign Keys.");
+  }
+}
+
+Relation relationOf(const std::string& childTable, const LinkRecord& link) {
+  return {childTable, link.parentTable, link.column, link.parentColumn};
+}
+
+// Whether another link of the catalogue is kept in the file that this one would be kept in.
+bool fileIsTaken(const Tables& tables, const Relation& relation) {
+  const std::string fileName = Storage::relationFileName(relation);
+  for (const auto& [name, table] : tables) {
+    for (const LinkRecord& link : table.links) {
+      const Relation other = relationOf(name, link);
+      if (other != relation && Storage::relationFileName(other) == fileName) return true;
+    }
+  }
+  return false;
+}
+
+struct Pair {
+  std::int32_t child;
+  std::int32_t parent;
+};
+
+}  // namespace
+
+void Database::link(const std::string& childTable, const std::string& childColumn,
+                    const std::string& parentTable, const std::string& parentColumn) {
+  const std::unique_lock lock(dbMutex);
+  const auto childEntry = tables.find(childTable);
+  const auto parentEntry = tables.find(parentTable);
+  if (childEntry == tables.end() || parentEntry == tables.end()) {
+    throw std::runtime_error("None existant table");
+  }
+  Table& child = childEntry->second;
+  Table& parent = parentEntry->second;
+  const std::size_t childPosition = child.columnPosition(childColumn);
+  const std::size_t parentPosition = parent.columnPosition(parentColumn);
+  if (childPosition == noColumn || parentPosition == noColumn) {
+    throw std::runtime_error("Key does not exist");
+  }
+  checkLinkable(child.columns[childPosition], parent.columns[parentPosition]);
+  const LinkRecord record{childColumn, parentTable, parentColumn};
+  if (fileIsTaken(tables, relationOf(childTable, record))) {
+    throw std::runtime_error("Relation file name is taken by another link");
+  }
+  if (parent.primaryKeyColumn != parentColumn) {
+    if (parent.hasPrimaryKey()) throw std::runtime_error("Can't have two primary keys at once");
+    makePrimaryKey(parent, parentColumn);
+  }
+
+  const std::int64_t now = clock::now();
+  std::vector<Pair> pairs;
+  for (std::size_t i = 0; i < child.rows.size(); ++i) {
+    if (!child.isLive(i)) continue;
+    forEachKeyText(child.rows[i].cells()[childPosition], now, [&](std::string_view key) {
+      const auto parents = parentRowsOf(parent, parentPosition, key, now);
+      if (parents.empty()) {
+        throw std::runtime_error("CRITICAL CORRUPTION: Missing active parent key: " +
+                                 std::string(key));
+      }
+      for (const std::int32_t row : parents) pairs.push_back({static_cast<std::int32_t>(i), row});
+    });
+  }
+  const ForeignRelation relation{Text(childTable), Text(childColumn)};
+  for (const Pair& pair : pairs) {
+    addDependent(parent.rows[static_cast<std::size_t>(pair.parent)], relation, pair.child);
+  }
+  if (std::find(child.links.begin(), child.links.end(), record) == child.links.end()) {
+    child.links.push_back(record);
+  }
+  Storage::linkTables(child, parent, childColumn, directory);
+}
+
+void Database::makePrimaryKey(Table& parent, const std::string& column) {
+  try {
+    parent.setUpPrimaryKeyMap(column, isLoading);
+  } catch (...) {
+    // A half-built map must not be taken for the rows' keys.
+    parent.primaryKeyColumn.clear();
+    parent.primaryKeyIndex = -1;
+    parent.primaryKeyMap = PrimaryKeyMap();
+    throw;
+  }
+}
+
+void Database::linkRow(const Table& table, std::int32_t rowIndex) {
+  if (table.links.empty()) return;
+  const Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
+  const std::int64_t now = clock::now();
+  struct Found {
+    const LinkRecord* link;
+    Row* parentRow;
+  };
+  std::vector<Found> found;
+  for (const LinkRecord& link : table.links) {
+    const auto parentEntry = tables.find(link.parentTable);
+    if (parentEntry == tables.end() || parentEntry->second.rows.empty()) {
+      throw std::runtime_error("Primary table is empty");
+    }
+    Table& parent = parentEntry->second;
+    const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
+    const Cell& cell = row.cells()[table.columnPosition(link.column)];
+    forEachKeyText(cell, now, [&](std::string_view key) {
+      const auto parents = parentRowsOf(parent, parentPosition, key, now);
+      if (parents.empty()) {
+        throw std::runtime_error("Primary table is missing required future key: " +
+                                 std::string(key));
+      }
+      for (const std::int32_t index : parents) {
+        found.push_back({&link, &parent.rows[static_cast<std::size_t>(index)]});
+      }
+    });
+  }
+  // Nothing is recorded before every link has been checked.
+  for (const Found& parent : found) {
+    addDependent(*parent.parentRow, {Text(table.tableName), Text(parent.link->column)}, rowIndex);
+  }
+}
+
+bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText) {
+  if (parentRow.links == nullptr || parentRow.links->empty()) {
+    parentRow.isReferenced = false;
+    return false;
+  }
+  const std::int64_t now = clock::now();
+  for (const Dependents& dependents : *parentRow.links) {
+    const auto child = tables.find(dependents.relation.childTable.view());
+    if (child == tables.end()) continue;
+    const Table& table = child->second;
+    const std::size_t position = table.columnPosition(dependents.relation.childColumn);
+    if (position == noColumn) continue;
+    for (const std::int32_t index : dependents.childRows) {
+      const auto row = static_cast<std::size_t>(index);
+      if (row >= table.rows.size() || !table.isLive(row)) continue;
+      if (refersTo(table.rows[row].cells()[position], keyText, now)) return true;
+    }
+  }
+  return false;
+}
+
+std::vector<std::int32_t> Database::parentRowsOf(const Table& parent, std::size_t parentColumn,
+                                                 std::string_view key, std::int64_t now) const {
+  if (parentColumn == noColumn) return {};
+  if (static_cast<std::int32_t>(parentColumn) != parent.primaryKeyIndex) {
+    // A parent table made anew without this key: what a filter on the column would find.
+    return getRequestedRows({{"", parent.columns[parentColumn].name, std::string(key), "=", 'o'}},
+                            parent);
+  }
+  const std::int32_t row = parent.primaryKeyMap.find(key);
+  if (row == PrimaryKeyMap::noRow || !parent.isLive(static_cast<std::size_t>(row))) return {};
+  const Cell& cell = parent.rows[static_cast<std::size_t>(row)].cells()[parentColumn];
+  if (cell.valueAt(now) != key) return {};
+  return {row};
+}
+
+void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
+  const std::int64_t now = clock::now();
+  const Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
+  for (const LinkRecord& link : table.links) {
+    const auto parentEntry = tables.find(link.parentTable);
+    if (parentEntry == tables.end()) continue;
+    Table& parent = parentEntry->second;
+    const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
+    const Cell& cell = row.cells()[table.columnPosition(link.column)];
+    forEachKeyText(cell, now, [&](std::string_view key) {
+      for (const std::int32_t index : parentRowsOf(parent, parentPosition, key, now)) {
+        Row& parentRow = parent.rows[static_cast<std::size_t>(index)];
+        if (parentRow.links == nullptr) continue;
+        for (Dependents& dependents : *parentRow.links) {
+          if (dependents.relation.childTable == table.tableName) {
+            std::erase(dependents.childRows, rowIndex);
+          }
+        }
+      }
+    });
+  }
+}
+
+void Database::forgetChildTable(const Table& table) {
+  for (const LinkRecord& link : table.links) {
+    const auto parentEntry = tables.find(link.parentTable);
+    if (parentEntry == tables.end()) continue;
+    Rows& rows = parentEntry->second.rows;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (rows[i].links == nullptr) continue;
+      std::erase_if(*rows[i].links, [&](const Dependents& dependents) {
+        return dependents.relation.childTable == table.tableName;
+      });
+    }
+  }
+}
+
+}  // namespace velmora

@@ -1,0 +1,81 @@
+// Transactions: changes are made in memory at once, and each leaves an undo record.
+#include <stdexcept>
+
+#include "database.h"
+
+namespace velmora {
+
+void Database::beginTransaction() {
+  const std::unique_lock lock(dbMutex);
+  if (inTransaction) throw std::runtime_error("Transaction is already active!");
+  inTransaction = true;
+  transactionLog.clear();
+}
+
+void Database::commitTransaction() {
+  const std::unique_lock lock(dbMutex);
+  if (!inTransaction) throw std::runtime_error("No active transaction to commit!");
+  for (const TransactionAction& action : transactionLog) {
+    if (walMode) break;
+    const Table& table = getTable(action.tableName);
+    if (action.kind == "INSERT") {
+      const Row& row = table.rows.at(static_cast<std::size_t>(action.rowIndex));
+      Storage::insertRow(table, row, 0, std::ios::end, directory);
+    } else if (action.kind == "DELETE") {
+      Storage::deleteAt(action.tableName, action.rowIndex, directory);
+    } else if (action.kind == "UPDATE") {
+      Storage::update(table, {action.rowIndex}, directory);
+    }
+  }
+  transactionLog.clear();
+  inTransaction = false;
+}
+
+void Database::rollbackTransaction() {
+  const std::unique_lock lock(dbMutex);
+  if (!inTransaction) throw std::runtime_error("No active transaction to rollback!");
+  while (!transactionLog.empty()) {
+    undo(transactionLog.back());
+    transactionLog.pop_back();
+  }
+  inTransaction = false;
+}
+
+void Database::undo(const TransactionAction& action) {
+  Table& table = getTable(action.tableName);
+  Row& row = table.rows.at(static_cast<std::size_t>(action.rowIndex));
+  PrimaryKeyMap& keys = table.primaryKeyMap;
+  const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
+  if (action.kind == "INSERT") {
+    unlinkRow(table, action.rowIndex);
+    if (table.hasPrimaryKey()) {
+      keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex);
+      if (action.displacedRow != PrimaryKeyMap::noRow) {
+        const Row& displaced = table.rows.at(static_cast<std::size_t>(action.displacedRow));
+        keys.assign(displaced.cells()[keyColumn].value, action.displacedRow);
+      }
+    }
+    table.removeLastRow();
+    return;
+  }
+  if (action.kind == "DELETE") {
+    table.setDeleted(static_cast<std::size_t>(action.rowIndex), false);
+  } else {
+    if (table.hasPrimaryKey()) keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex);
+    row.rowKey = action.row.rowKey;
+    for (std::size_t i = 0; i < action.row.cells.size(); ++i) row.cells()[i] = action.row.cells[i];
+  }
+  if (table.hasPrimaryKey()) keys.assign(row.cells()[keyColumn].value, action.rowIndex);
+  try {
+    linkRow(table, action.rowIndex);
+  } catch (const std::exception&) {
+    // The row is back in any case; what it refers to may have gone for good meanwhile.
+  }
+}
+
+void Database::forgetUndo(std::string_view tableName) {
+  std::erase_if(transactionLog,
+                [&](const TransactionAction& action) { return action.tableName == tableName; });
+}
+
+}  // namespace velmora
