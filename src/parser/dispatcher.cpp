@@ -1,0 +1,118 @@
+// The frame around every command: clock marker, tokens, choice of the command, errors, log.
+#include <array>
+#include <stdexcept>
+
+#include "../clock.h"
+#include "../number.h"
+#include "parser.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::string_view clockMarker = " #TIME# ";
+
+ResultSet failed(std::string message) {
+  ResultSet result = successful(std::move(message));
+  result.success = false;
+  return result;
+}
+
+// The position of the first marker that digits follow, or npos.
+std::size_t findClockMarker(std::string_view text) {
+  // The '#' is rare in commands, so it is what is searched for.
+  for (std::size_t hash = text.find('#'); hash != std::string_view::npos;
+       hash = text.find('#', hash + 1)) {
+    if (hash == 0) continue;
+    const std::string_view rest = text.substr(hash - 1);
+    if (rest.starts_with(clockMarker) && rest.size() > clockMarker.size() &&
+        isDigit(rest[clockMarker.size()])) {
+      return hash - 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
+[[noreturn]] void throwInvalidClock() { throw std::runtime_error("Invalid #TIME# clock"); }
+
+// In the log, what follows a marker on a further line would be read as another command.
+bool hasTextOnFurtherLine(std::string_view text) {
+  const std::size_t lineFeed = text.find('\n');
+  if (lineFeed == std::string_view::npos) return false;
+  for (const char c : text.substr(lineFeed)) {
+    if (!isSpace(c)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+const Token& TokenCursor::take(const char* message) {
+  if (atEnd()) throw std::runtime_error(message);
+  return (*tokens_)[position++];
+}
+
+const Token& TokenCursor::take(TokenType type, const char* message) {
+  if (atEnd() || (*tokens_)[position].type != type) throw std::runtime_error(message);
+  return (*tokens_)[position++];
+}
+
+void TokenCursor::expect(std::string_view text, const char* message) {
+  if (!nextIs(text)) throw std::runtime_error(message);
+  ++position;
+}
+
+// In the order in which they are tried.
+std::span<const Parser::Rule> Parser::rules() {
+  static constexpr std::array<Rule, 12> table = {{
+      {"BEGIN", 1, "", &Parser::begin, false},
+      {"CHECKPOINT", 1, "", &Parser::checkpoint, false},
+      {"ROLLBACK", 1, "", &Parser::rollback, false},
+      {"COMMIT", 1, "", &Parser::commit, false},
+      {"CREATE", 4, "TABLE", &Parser::createTable, true},
+      {"DROP", 3, "TABLE", &Parser::dropTable, false},
+      {"INSERT", 4, "INTO", &Parser::insertInto, true},
+      {"SELECT", 4, "", &Parser::select, false},
+      {"UPDATE", 5, "", &Parser::update, true},
+      {"DELETE", 3, "FROM", &Parser::deleteFrom, true},
+      {"LISTEN", 6, "", &Parser::listen, false},
+      {"LINK", 8, "", &Parser::link, true},
+  }};
+  return table;
+}
+
+ResultSet Parser::handleCommand(const std::string& command) {
+  try {
+    const std::int64_t second = clock::now();
+    now_ = second;
+    std::string_view text = command;
+    const std::size_t marker = findClockMarker(text);
+    if (marker != std::string_view::npos) {
+      const std::string_view clockText = text.substr(marker + clockMarker.size());
+      if (convertLong(clockText, now_) != Conversion::ok) throwInvalidClock();
+      if (!isReplaying && hasTextOnFurtherLine(clockText)) throwInvalidClock();
+      text = text.substr(0, marker);
+    }
+    Lexer lexer(text);
+    const std::vector<Token> tokens = lexer.tokenize();
+    if (tokens.empty()) return failed("Empty command");
+    if (tokens.back().type == TokenType::ERROR) return failed("Lexer Error");
+    bool isLogged = false;
+    ResultSet result = dispatch(tokens, isLogged);
+    if (isLogged && !isReplaying) Storage::appendToWAL(command, second, db_->directory);
+    return result;
+  } catch (const std::runtime_error& error) {
+    return failed(std::string("Error: ") + error.what());
+  }
+}
+
+ResultSet Parser::dispatch(const std::vector<Token>& tokens, bool& isLogged) {
+  for (const Rule& rule : rules()) {
+    if (tokens.front().value != rule.word || tokens.size() < rule.leastTokens) continue;
+    if (!rule.secondToken.empty() && tokens[1].value != rule.secondToken) continue;
+    isLogged = rule.isLogged;
+    return (this->*rule.handle)(tokens);
+  }
+  throw std::runtime_error("Unknown command or missing parameters");
+}
+
+}  // namespace velmora

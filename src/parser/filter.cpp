@@ -1,0 +1,75 @@
+// The filter behind WHERE: condition {("&&" | "||") condition}, to the end of the command, where
+//
+//   condition = [table "."] column operator value
+//
+// Only the shape is checked here; a bare word is a literal, never a column.
+#include <stdexcept>
+
+#include "parser.h"
+
+namespace velmora {
+namespace {
+
+bool isOperator(const Token* token) {
+  return token != nullptr && token->type == TokenType::OPERATOR;
+}
+
+bool isLiteral(const Token* token) {
+  return token != nullptr && (token->type == TokenType::IDENTIFIER ||
+                              token->type == TokenType::STRING || token->type == TokenType::NUMBER);
+}
+
+Condition parseCondition(TokenCursor& cursor, char logic) {
+  Condition condition;
+  condition.logic = logic;
+  condition.column =
+      cursor.take(TokenType::IDENTIFIER, "Syntax Error: Expected column name in WHERE clause")
+          .value;
+  if (cursor.nextIs(".")) {
+    ++cursor.position;
+    condition.tableName = std::move(condition.column);
+    condition.column =
+        cursor.take(TokenType::IDENTIFIER, "Syntax Error: Expected column name after '.'").value;
+  }
+  if (!isOperator(cursor.peek())) {
+    throw std::runtime_error("Syntax Error: Expected operator (=, >, <, >=, <=) after column");
+  }
+  condition.op = cursor.peek()->value;
+  if (!isLiteral(cursor.peek(1))) {
+    throw std::runtime_error("Syntax Error: Expected value to compare against");
+  }
+  condition.value = cursor.peek(1)->value;
+  cursor.position += 2;
+  return condition;
+}
+
+}  // namespace
+
+std::vector<Condition> Parser::parseFiltering(const std::vector<Token>& tokens, std::size_t start) {
+  std::vector<Condition> conditions;
+  TokenCursor cursor(tokens, start);
+  char logic = 'o';
+  while (!cursor.atEnd()) {
+    conditions.push_back(parseCondition(cursor, logic));
+    if (cursor.atEnd()) break;
+    const bool isOr = cursor.nextIs(TokenType::OPERATOR, "||");
+    if (!isOr && !cursor.nextIs(TokenType::OPERATOR, "&&")) {
+      throw std::runtime_error("Syntax Error: Unexpected token '" +
+                               std::string(cursor.peek()->value) + "' after condition");
+    }
+    if (cursor.peek(1) == nullptr) {
+      throw std::runtime_error(isOr ? "Syntax Error: Dangling '||' at end of query"
+                                    : "Syntax Error: Dangling '&&' at end of query");
+    }
+    logic = isOr ? 'o' : 'a';
+    ++cursor.position;
+  }
+  return conditions;
+}
+
+std::vector<Condition> Parser::optionalFilter(const TokenCursor& cursor) {
+  if (cursor.atEnd() || !isWhere(cursor.peek()->value)) return {};
+  return parseFiltering(cursor.tokens(), cursor.position + 1);
+}
+
+}  // namespace velmora

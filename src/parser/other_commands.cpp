@@ -1,0 +1,138 @@
+// CREATE TABLE, DROP TABLE, CHECKPOINT, LINK, LISTEN, BEGIN, COMMIT, ROLLBACK.
+#include <algorithm>
+#include <set>
+#include <stdexcept>
+
+#include "../number.h"
+#include "../record_io.h"
+#include "parser.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::int64_t largestLimit = 65535;
+
+std::string textOf(const Token& token) { return std::string(token.value); }
+
+// name type ["(" [length] ")"] [states], each parenthesis optional; the length only for "string".
+Column columnDefinition(TokenCursor& cursor) {
+  Column column;
+  column.name = textOf(cursor.take("Mismatched column name and type"));
+  column.type = textOf(cursor.take("Mismatched column name and type"));
+  const auto nextIsNumber = [&] {
+    return !cursor.atEnd() && cursor.peek()->type == TokenType::NUMBER;
+  };
+  if (column.type == "string" && cursor.nextIs("(")) {
+    ++cursor.position;
+    if (nextIsNumber()) {
+      column.stringSize = parseInt(cursor.peek()->value);
+      ++cursor.position;
+    }
+  }
+  if (column.type == "string" && cursor.nextIs(")")) ++cursor.position;
+  if (nextIsNumber()) {
+    column.maxStates = static_cast<std::int32_t>(saturatedLong(cursor.peek()->value));
+    ++cursor.position;
+  }
+  return column;
+}
+
+bool isForbiddenColumnName(std::string_view name) {
+  constexpr std::string_view refused("/\0", 2);
+  return name.empty() || name.size() > nameWidth ||
+         name.find_first_of(refused) != std::string_view::npos ||
+         std::find(typeNames.begin(), typeNames.end(), name) != typeNames.end();
+}
+
+// Refuses columns that a table file could not hold.
+void checkStorable(const std::vector<Column>& columns) {
+  std::set<std::string_view> names;
+  for (const Column& column : columns) {
+    if (isForbiddenColumnName(column.name)) throw std::runtime_error("Forbidden column name");
+    if (!names.insert(column.name).second) throw std::runtime_error("Duplicate column name");
+    if (column.stringSize < 1 || column.stringSize > largestLimit) {
+      throw std::runtime_error("Forbidden string length");
+    }
+    if (column.maxStates < 0 || column.maxStates > largestLimit) {
+      throw std::runtime_error("Forbidden states limit");
+    }
+  }
+}
+
+}  // namespace
+
+// "CREATE" "TABLE" name {column}
+ResultSet Parser::createTable(const std::vector<Token>& tokens) {
+  const std::string name = textOf(tokens[2]);
+  if (name == "webhooks" || name == "listeners" || !Storage::isStorableName(name)) {
+    throw std::runtime_error("Forbidden table name");
+  }
+  std::vector<Column> columns;
+  for (TokenCursor cursor(tokens, 3); !cursor.atEnd();) {
+    columns.push_back(columnDefinition(cursor));
+  }
+  checkStorable(columns);
+  const auto existing = db_->tables.find(name);
+  if (!isReplaying && existing != db_->tables.end() && !existing->second.columns.empty()) {
+    // Hosts give their CREATE TABLE at every start; what is there must survive that.
+    throw std::runtime_error("Column size error");
+  }
+  db_->createTable(name, columns);
+  return successful("success!");
+}
+
+// "DROP" "TABLE" name
+ResultSet Parser::dropTable(const std::vector<Token>& tokens) {
+  const std::string name = textOf(tokens[2]);
+  db_->dropTable(name);
+  return successful("success! Table " + name + " dropped from disk.");
+}
+
+// "CHECKPOINT"
+ResultSet Parser::checkpoint(const std::vector<Token>&) {
+  db_->checkpoint();
+  return successful("success! Engine frozen. WAL flushed securely to disk.");
+}
+
+// "LINK" table any column "-->" table any column. Deliberate: what stands in a dot's place is not
+// looked at.
+ResultSet Parser::link(const std::vector<Token>& tokens) {
+  if (tokens[4].value != "-->") throw std::runtime_error("Expected -->");
+  const std::string childTable = textOf(tokens[1]);
+  const std::string childColumn = textOf(tokens[3]);
+  const std::string parentTable = textOf(tokens[5]);
+  const std::string parentColumn = textOf(tokens[7]);
+  db_->link(childTable, childColumn, parentTable, parentColumn);
+  return successful("success!");
+}
+
+// "LISTEN" table "." event "-->" target ["WHERE" filter]
+ResultSet Parser::listen(const std::vector<Token>& tokens) {
+  if (tokens[2].value != ".") throw std::runtime_error("Expected '.'");
+  if (tokens[4].value != "-->") throw std::runtime_error("Expected '-->'");
+  const std::string tableName = textOf(tokens[1]);
+  const std::string event = textOf(tokens[3]);
+  const std::string target = textOf(tokens[5]);
+  db_->addListener(tableName, event, target, optionalFilter(TokenCursor(tokens, 6)), false);
+  return successful("success! Listener attached.");
+}
+
+// "BEGIN"
+ResultSet Parser::begin(const std::vector<Token>&) {
+  db_->beginTransaction();
+  return successful("Transaction Started. Sandbox active.");
+}
+
+// "COMMIT"
+ResultSet Parser::commit(const std::vector<Token>&) {
+  db_->commitTransaction();
+  return successful("success! Transaction permanently written to disk.");
+}
+
+// "ROLLBACK"
+ResultSet Parser::rollback(const std::vector<Token>&) {
+  db_->rollbackTransaction();
+  return successful("Disaster Averted. Memory restored.");
+}
+
+}  // namespace velmora

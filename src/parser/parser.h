@@ -1,0 +1,115 @@
+// The parser: the one entry from a command's text to the engine. It cuts the text into tokens,
+// chooses the command by the first one, checks the command's shape, calls one operation of the
+// Database, and logs what changed something.
+//
+//   dispatcher.cpp       the frame and the table of commands
+//   row_commands.cpp     INSERT, SELECT, UPDATE, DELETE
+//   timed_literals.cpp   values and timed values
+//   filter.cpp           WHERE
+//   other_commands.cpp   CREATE, DROP, CHECKPOINT, LINK, LISTEN, transactions
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "../database/database.h"
+#include "../lexer.h"
+
+namespace velmora {
+
+// Walks the tokens of one command.
+class TokenCursor {
+ public:
+  TokenCursor(const std::vector<Token>& tokens, std::size_t start)
+      : position(start), tokens_(&tokens) {}
+
+  const std::vector<Token>& tokens() const noexcept { return *tokens_; }
+  bool atEnd() const noexcept { return position >= tokens_->size(); }
+  // The token `offset` further on, or null past the end.
+  const Token* peek(std::size_t offset = 0) const noexcept {
+    return position + offset < tokens_->size() ? &(*tokens_)[position + offset] : nullptr;
+  }
+  // Whether the next token has this text, whatever its type; or this type and text.
+  bool nextIs(std::string_view text) const noexcept {
+    return !atEnd() && (*tokens_)[position].value == text;
+  }
+  bool nextIs(TokenType type, std::string_view text) const noexcept {
+    return nextIs(text) && (*tokens_)[position].type == type;
+  }
+  // Takes the next token; throws std::runtime_error with the message if there is none, or if it has
+  // not this text or type.
+  const Token& take(const char* message);
+  const Token& take(TokenType type, const char* message);
+  void expect(std::string_view text, const char* message);
+
+  std::size_t position;
+
+ private:
+  const std::vector<Token>* tokens_;
+};
+
+class Parser {
+ public:
+  // The database is not owned and must outlive the parser.
+  explicit Parser(Database* db) : db_(db) {}
+
+  // While true, nothing is logged, and CREATE TABLE does not refuse a table that is there: the log
+  // is being replayed.
+  bool isReplaying = false;
+
+  // Runs one command. Every std::runtime_error becomes an answer with success false and the
+  // message "Error: " + its text; other exceptions pass. Callers run one command at a time.
+  ResultSet handleCommand(const std::string& command);
+
+  // The conditions from the token behind WHERE to the end; none if there is no such token. Throws
+  // std::runtime_error with a message that begins "Syntax Error: ".
+  static std::vector<Condition> parseFiltering(const std::vector<Token>& tokens, std::size_t start);
+
+ private:
+  struct Rule {
+    std::string_view word;
+    std::size_t leastTokens;
+    std::string_view secondToken;  // empty: any
+    ResultSet (Parser::*handle)(const std::vector<Token>& tokens);
+    bool isLogged;
+  };
+  static std::span<const Rule> rules();
+
+  ResultSet dispatch(const std::vector<Token>& tokens, bool& isLogged);
+
+  // One function a command; each is called with enough tokens for its rule.
+  ResultSet createTable(const std::vector<Token>& tokens);
+  ResultSet dropTable(const std::vector<Token>& tokens);
+  ResultSet checkpoint(const std::vector<Token>& tokens);
+  ResultSet insertInto(const std::vector<Token>& tokens);
+  ResultSet select(const std::vector<Token>& tokens);
+  ResultSet selectJoin(TokenCursor cursor, const std::string& leftTable, std::size_t listEnd);
+  ResultSet update(const std::vector<Token>& tokens);
+  ResultSet deleteFrom(const std::vector<Token>& tokens);
+  ResultSet link(const std::vector<Token>& tokens);
+  ResultSet listen(const std::vector<Token>& tokens);
+  ResultSet begin(const std::vector<Token>& tokens);
+  ResultSet commit(const std::vector<Token>& tokens);
+  ResultSet rollback(const std::vector<Token>& tokens);
+
+  // The conditions of the WHERE at the cursor, or none if there is none.
+  static std::vector<Condition> optionalFilter(const TokenCursor& cursor);
+  // Reads "column = value" up to the end, or up to a WHERE if that may follow.
+  std::vector<GivenValue> assignments(TokenCursor& cursor, std::string_view tableName,
+                                      bool mayEndAtWhere);
+  // Reads the value of one assignment to a column of the table.
+  GivenValue assignedValue(TokenCursor& cursor, const Table& table, std::size_t column) const;
+  // Reads the states that follow the first value, if any, and gives the cell its rule.
+  void timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const;
+
+  Database* db_;
+  std::int64_t now_ = 0;  // the second at which the timed values of this command start
+};
+
+// Whether a token's text introduces a filter.
+inline bool isWhere(std::string_view text) { return text == "WHERE" || text == "#where#"; }
+
+}  // namespace velmora

@@ -1,0 +1,117 @@
+// INSERT, SELECT, UPDATE and DELETE.
+#include <stdexcept>
+
+#include "parser.h"
+
+namespace velmora {
+namespace {
+
+std::string textOf(const Token& token) { return std::string(token.value); }
+
+constexpr const char* missingParameters = "Unknown command or missing parameters";
+
+// The columns of a SELECT list without JOIN: every word, so that "t.c" asks for two columns.
+// Deliberate: a name without its table is all that a single table needs.
+std::vector<std::string> bareColumns(const std::vector<Token>& tokens, std::size_t end) {
+  std::vector<std::string> columns;
+  for (std::size_t i = 1; i < end; ++i) {
+    if (tokens[i].type == TokenType::IDENTIFIER) columns.push_back(textOf(tokens[i]));
+  }
+  return columns;
+}
+
+// The columns of a SELECT list with JOIN: "t.c" is one qualified column.
+std::vector<ColumnReference> joinedColumns(const std::vector<Token>& tokens, std::size_t end) {
+  const auto isWord = [&](std::size_t i) {
+    return i < end && tokens[i].type == TokenType::IDENTIFIER;
+  };
+  std::vector<ColumnReference> columns;
+  for (std::size_t i = 1; i < end; ++i) {
+    if (!isWord(i)) continue;
+    if (isWord(i + 2) && tokens[i + 1].value == ".") {
+      columns.push_back({textOf(tokens[i]), textOf(tokens[i + 2])});
+      i += 2;
+    } else {
+      columns.push_back({"", textOf(tokens[i])});
+    }
+  }
+  return columns;
+}
+
+// [table "."] column
+ColumnReference columnReference(TokenCursor& cursor) {
+  const std::string first = textOf(cursor.take("Expected column name"));
+  if (!cursor.nextIs(".")) return {"", first};
+  ++cursor.position;
+  return {first, textOf(cursor.take("Expected column name"))};
+}
+
+}  // namespace
+
+// "INSERT" "INTO" table {column "=" value}
+ResultSet Parser::insertInto(const std::vector<Token>& tokens) {
+  const std::string tableName = textOf(tokens[2]);
+  TokenCursor cursor(tokens, 3);
+  std::vector<GivenValue> values = assignments(cursor, tableName, false);
+  return db_->insertInto(tableName, values);
+}
+
+// "UPDATE" table "SET" {column "=" value} ["WHERE" filter]
+ResultSet Parser::update(const std::vector<Token>& tokens) {
+  const std::string tableName = textOf(tokens[1]);
+  TokenCursor cursor(tokens, 2);
+  cursor.expect("SET", "Expected SET");
+  std::vector<GivenValue> values = assignments(cursor, tableName, true);
+  const std::vector<Condition> conditions = optionalFilter(cursor);
+  return db_->update(tableName, values, conditions);
+}
+
+// "DELETE" "FROM" table ["WHERE" filter]
+ResultSet Parser::deleteFrom(const std::vector<Token>& tokens) {
+  return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)));
+}
+
+// "SELECT" ("*" | columns) "FROM" table ["JOIN" table "ON" column "=" column] ["WHERE" filter]
+ResultSet Parser::select(const std::vector<Token>& tokens) {
+  const bool isStar = tokens[1].value == "*";
+  std::size_t listEnd = 2;
+  std::vector<std::string> columns;
+  if (isStar) {
+    for (const Column& column : db_->getTable(tokens[3].value).columns) {
+      columns.push_back(column.name);
+    }
+  } else {
+    listEnd = 1;
+    while (listEnd < tokens.size() && tokens[listEnd].value != "FROM") ++listEnd;
+  }
+  TokenCursor cursor(tokens, listEnd);
+  cursor.expect("FROM", "Expected FROM");
+  const std::string tableName = textOf(cursor.take(missingParameters));
+  if (cursor.nextIs("JOIN")) return selectJoin(cursor, tableName, listEnd);
+  if (!isStar) columns = bareColumns(tokens, listEnd);
+  return db_->select(tableName, std::move(columns), optionalFilter(cursor));
+}
+
+ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
+                             std::size_t listEnd) {
+  constexpr const char* expectedTable = "Expected table name after JOIN";
+  cursor.expect("JOIN", expectedTable);
+  if (cursor.nextIs(TokenType::KEYWORD, "ON")) throw std::runtime_error(expectedTable);
+  const std::string rightTable = textOf(cursor.take(expectedTable));
+  cursor.expect("ON", "Expected ON");
+  const ColumnReference first = columnReference(cursor);
+  cursor.expect("=", "Expected '=' in JOIN ON");
+  const ColumnReference second = columnReference(cursor);
+  std::vector<ColumnReference> columns;
+  if (cursor.tokens()[1].value == "*") {
+    // The star means the left table's columns.
+    for (const Column& column : db_->getTable(leftTable).columns) {
+      columns.push_back({"", column.name});
+    }
+  } else {
+    columns = joinedColumns(cursor.tokens(), listEnd);
+  }
+  return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor));
+}
+
+}  // namespace velmora
