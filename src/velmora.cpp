@@ -1,0 +1,71 @@
+// The exported functions: one engine a process, behind one mutex. No engine logic lives here.
+#include "velmora/velmora.h"
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "database/database.h"
+#include "parser/parser.h"
+
+namespace velmora {
+namespace {
+
+constinit std::mutex engine_mutex;
+std::optional<DirectoryLock> global_directory;  // held from a start to its stop
+std::unique_ptr<Database> global_db;
+std::unique_ptr<Parser> global_parser;  // null after a start that failed while loading
+std::string last_result_buffer;
+
+constexpr const char* notStarted = "{\"success\": false, \"message\": \"Engine not started.\"}";
+
+void runCommand(const char* query) {
+  try {
+    const ResultSet result = global_parser->handleCommand(std::string(query));
+    renderJson(result, last_result_buffer);
+  } catch (const std::runtime_error& error) {
+    last_result_buffer = std::string("{\"success\": false, \"message\": \"") + error.what() + "\"}";
+  }
+}
+
+}  // namespace
+}  // namespace velmora
+
+extern "C" {
+
+void StartEngine(void) {
+  using namespace velmora;
+  const std::lock_guard lock(engine_mutex);
+  if (global_db != nullptr) return;
+  global_directory.emplace();
+  global_db = std::make_unique<Database>(global_directory->directory());
+  // Deliberate: a load that fails leaves the database set and the parser null.
+  global_db->loadFromDisk();
+  global_parser = std::make_unique<Parser>(global_db.get());
+}
+
+const char* ExecuteQuery(const char* query) {
+  using namespace velmora;
+  const std::lock_guard lock(engine_mutex);
+  if (global_parser == nullptr) {
+    last_result_buffer = notStarted;
+  } else {
+    runCommand(query);
+  }
+  return last_result_buffer.c_str();
+}
+
+void StopEngine(void) {
+  using namespace velmora;
+  const std::lock_guard lock(engine_mutex);
+  if (global_db == nullptr) return;
+  // A database that was loaded in part must not be written over the whole one on disk.
+  if (global_parser != nullptr) global_db->checkpoint();
+  global_parser.reset();
+  global_db.reset();
+  global_directory.reset();
+}
+
+}  // extern "C"
