@@ -90,17 +90,6 @@ bool PrimaryKeyMap::Range::narrow(Bound bound, std::string_view key) {
              : narrowPlaces(map_->texts_, bound, key, textFrom_, textTo_);
 }
 
-std::vector<std::int32_t> PrimaryKeyMap::Range::rows() const {
-  std::vector<std::int32_t> rows;
-  const auto add = [&](std::int32_t row) { rows.push_back(row); };
-  if (map_->isInteger()) {
-    map_->integers_.forEachRow(integerFrom_, integerTo_, add);
-  } else {
-    map_->texts_.forEachRow(textFrom_, textTo_, add);
-  }
-  return rows;
-}
-
 std::vector<std::string> PrimaryKeyMap::keys() const {
   std::vector<std::string> keys;
   for (auto at = integers_.begin(); at < integers_.end();) {

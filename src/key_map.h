@@ -188,8 +188,15 @@ class PrimaryKeyMap {
     explicit Range(const PrimaryKeyMap& map);
     // False when no key can equal the one asked for.
     bool narrow(Bound bound, std::string_view key);
-    // The rows named in the range, in key order.
-    std::vector<std::int32_t> rows() const;
+    // Calls use(row) for the rows named in the range, in key order.
+    template <typename Use>
+    void forEachRow(Use use) const {
+      if (map_->isInteger()) {
+        map_->integers_.forEachRow(integerFrom_, integerTo_, use);
+      } else {
+        map_->texts_.forEachRow(textFrom_, textTo_, use);
+      }
+    }
 
    private:
     const PrimaryKeyMap* map_;

@@ -3,25 +3,57 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 
 #include "number.h"
 
 namespace velmora {
 namespace {
 
-// "DROP" is not among them. Deliberate: hosts rely on DROP being written in capitals only.
+// By first letter. "DROP" is not among them. Deliberate: hosts rely on DROP being written in
+// capitals only.
 constexpr std::array<std::string_view, 18> reservedWords = {
-    "CREATE", "TABLE", "INSERT", "INTO",  "SELECT", "FROM",     "WHERE", "UPDATE", "SET",
-    "DELETE", "LINK",  "LISTEN", "BEGIN", "COMMIT", "ROLLBACK", "JOIN",  "ON",     "CHECKPOINT"};
+    "BEGIN", "CHECKPOINT", "COMMIT", "CREATE",   "DELETE", "FROM", "INSERT", "INTO",   "JOIN",
+    "LINK",  "LISTEN",     "ON",     "ROLLBACK", "SELECT", "SET",  "TABLE",  "UPDATE", "WHERE"};
 
-constexpr bool isWordStart(char c) { return isLetter(c) || c == '_'; }
-constexpr bool isWordPart(char c) { return isWordStart(c) || isDigit(c); }
-constexpr char toUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
+enum CharacterClass : std::uint8_t { wordPart = 1, space = 2 };
 
-// The reserved word that the text is in any case, or an empty view.
+// The classes of each byte, and where the reserved words of each letter begin.
+struct Tables {
+  std::array<std::uint8_t, 256> classes = {};
+  std::array<std::uint8_t, 27> firstReserved = {};
+
+  constexpr Tables() {
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+      const auto c = static_cast<char>(i);
+      if (isLetter(c) || isDigit(c) || c == '_') classes[i] |= wordPart;
+      if (isSpace(c)) classes[i] |= space;
+    }
+    std::size_t word = 0;
+    for (std::size_t letter = 0; letter < firstReserved.size(); ++letter) {
+      firstReserved[letter] = static_cast<std::uint8_t>(word);
+      const auto first = static_cast<char>('A' + letter);
+      while (word < reservedWords.size() && reservedWords[word].front() == first) ++word;
+    }
+  }
+};
+constexpr Tables tables;
+static_assert(tables.firstReserved[26] == reservedWords.size(), "sorted by first letter");
+
+bool isOf(CharacterClass characterClass, char c) {
+  return (tables.classes[static_cast<unsigned char>(c)] & characterClass) != 0;
+}
+
+// A letter in capitals; other characters of a word become something that is no capital.
+char toUpper(char c) { return static_cast<char>(c & ~0x20); }
+
+// The reserved word that a text of word characters is in any case, or an empty view.
 std::string_view reservedWord(std::string_view text) {
-  for (const std::string_view word : reservedWords) {
-    if (word.size() == text.size() && word.front() == toUpper(text.front()) &&
+  if (!isLetter(text.front())) return {};
+  const auto letter = static_cast<std::size_t>(toUpper(text.front()) - 'A');
+  for (std::size_t i = tables.firstReserved[letter]; i < tables.firstReserved[letter + 1]; ++i) {
+    const std::string_view word = reservedWords[i];
+    if (word.size() == text.size() &&
         std::equal(text.begin(), text.end(), word.begin(),
                    [](char typed, char reserved) { return toUpper(typed) == reserved; })) {
       return word;
@@ -33,14 +65,14 @@ std::string_view reservedWord(std::string_view text) {
 }  // namespace
 
 void Lexer::skipWhitespace() noexcept {
-  while (pos_ < input_.size() && isSpace(input_[pos_])) ++pos_;
+  while (pos_ < input_.size() && isOf(space, input_[pos_])) ++pos_;
 }
 
 Token Lexer::getNextToken() {
   skipWhitespace();
   if (pos_ >= input_.size()) return {TokenType::END_OF_INPUT, {}};
   const char c = input_[pos_];
-  if (isWordStart(c)) return word();
+  if (isOf(wordPart, c) && !isDigit(c)) return word();
   if (c == '\'' || c == '"') return stringLiteral();
   if (isDigit(c) || (c == '-' && isDigit(peek(1)))) return number();
   return operatorOrSymbol();
@@ -48,12 +80,17 @@ Token Lexer::getNextToken() {
 
 std::vector<Token> Lexer::tokenize() {
   std::vector<Token> tokens;
-  tokens.reserve(std::min<std::size_t>(input_.size() / 3 + 1, 32));
+  tokenize(tokens);
+  return tokens;
+}
+
+void Lexer::tokenize(std::vector<Token>& tokens) {
+  tokens.clear();
   while (true) {
     const Token token = getNextToken();
-    if (token.type == TokenType::END_OF_INPUT) return tokens;
+    if (token.type == TokenType::END_OF_INPUT) return;
     tokens.push_back(token);
-    if (token.type == TokenType::ERROR) return tokens;
+    if (token.type == TokenType::ERROR) return;
   }
 }
 
@@ -79,7 +116,7 @@ Token Lexer::number() {
 
 Token Lexer::word() {
   const std::size_t start = pos_;
-  while (pos_ < input_.size() && isWordPart(input_[pos_])) ++pos_;
+  while (pos_ < input_.size() && isOf(wordPart, input_[pos_])) ++pos_;
   const std::string_view typed = textFrom(start);
   const std::string_view reserved = reservedWord(typed);
   if (!reserved.empty()) return {TokenType::KEYWORD, reserved};

@@ -44,6 +44,8 @@ class Lexer {
   // Takes all tokens. No END_OF_INPUT is stored; an ERROR is the last one and ends the list. Bad
   // input never throws.
   std::vector<Token> tokenize();
+  // The same, replacing the content of a list whose memory is used again.
+  void tokenize(std::vector<Token>& tokens);
 
  private:
   Token stringLiteral();

@@ -28,7 +28,7 @@ inline char* putInt64(char* out, std::int64_t value) noexcept {
 // At most `width` bytes of the text, padded with zero bytes to that width.
 inline char* putText(char* out, std::string_view text, std::size_t width) noexcept {
   const std::size_t size = std::min(text.size(), width);
-  std::memcpy(out, text.data(), size);
+  if (size > 0) std::memcpy(out, text.data(), size);
   std::memset(out + size, 0, width - size);
   return out + width;
 }

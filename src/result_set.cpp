@@ -1,59 +1,172 @@
 // See result_set.h.
 #include "result_set.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
 #include "number.h"
 
 namespace velmora {
 namespace {
 
-void appendValue(std::string& out, const ResultValue& value) {
-  char number[maxNumberText];
-  switch (value.index()) {
-    case 0:
-      out.append(number, writeInt(number, std::get<std::int32_t>(value)));
-      break;
-    case 1:
-      out.append(number, writeGeneral(number, std::get<float>(value)));
-      break;
-    case 2:
-      out += std::get<bool>(value) ? "true" : "false";
-      break;
-    default:
-      const std::string_view text = std::get<Text>(value);
-      if (text == "NULL") {
-        out += "null";
-      } else {
-        out += '"';
-        out += text;
-        out += '"';
-      }
-  }
+// Whether a text is what an int of its value prints as, of up to nine digits so that it surely
+// fits.
+bool printsAsInt(std::string_view text) {
+  const bool negative = !text.empty() && text.front() == '-';
+  const std::string_view digits = text.substr(negative ? 1 : 0);
+  if (digits.empty() || digits.size() > 9) return false;
+  if (digits.front() == '0' && (negative || digits.size() > 1)) return false;
+  return std::all_of(digits.begin(), digits.end(), isDigit);
 }
 
-void appendRows(std::string& out, const ResultSet& result) {
-  // What stands before each value: the brace or comma, and the member's name.
-  std::vector<std::string> leads;
-  leads.reserve(result.columns.size());
-  for (const std::string& column : result.columns) {
-    leads.push_back((leads.empty() ? "    {\"" : ", \"") + column + "\": ");
+// Whether a text is what a float of its value prints as with six significant digits: a decimal of
+// at most six digits survives the way through a float.
+bool printsAsFloat(std::string_view text) {
+  std::size_t i = !text.empty() && text.front() == '-' ? 1 : 0;
+  const std::size_t whole = i;
+  while (i < text.size() && isDigit(text[i])) ++i;
+  const std::size_t wholeDigits = i - whole;
+  if (wholeDigits == 0 || (wholeDigits > 1 && text[whole] == '0')) return false;
+  if (i == text.size()) return wholeDigits <= 6;
+  if (text[i] != '.' || text.back() == '0' || text.back() == '.') return false;
+  const std::size_t fraction = i + 1;
+  for (i = fraction; i < text.size(); ++i) {
+    if (!isDigit(text[i])) return false;
   }
-  const std::size_t rowCount = result.rowCount();
-  const ResultValue* value = result.values.data();
-  for (std::size_t row = 0; row < rowCount; ++row) {
-    for (const std::string& lead : leads) {
-      out += lead;
-      appendValue(out, *value++);
-    }
-    out += row + 1 < rowCount ? "},\n" : "}\n";
-  }
+  const std::size_t fractionDigits = text.size() - fraction;
+  // A fraction behind 0 gains a digit, and small ones go over to scientific notation: leave those
+  // that begin with a zero.
+  if (text[whole] == '0') return fractionDigits <= 6 && text[fraction] != '0';
+  return wholeDigits + fractionDigits <= 6;
 }
 
 }  // namespace
+
+ResultValue resultValueOf(const Cell& cell, ValueKind kind, std::int64_t now) {
+  const std::string_view text = cell.valueAt(now);
+  if (text == missingValue) return Text("NULL");
+  switch (kind) {
+    case ValueKind::integer:
+      return parseInt(text);
+    case ValueKind::real:
+      return parseFloat(text);
+    case ValueKind::boolean:
+      return isTrueText(text);
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  return Text(text);
+}
+
+void TextBuffer::Free::operator()(char* bytes) const noexcept { std::free(bytes); }
+
+void TextBuffer::grow(std::size_t count) {
+  const std::size_t capacity = std::max(size_ + count, 2 * capacity_ + 512);
+  // realloc moves large blocks by their pages instead of copying them.
+  auto* const bytes = static_cast<char*>(std::realloc(bytes_.get(), capacity));
+  if (bytes == nullptr) throw std::bad_alloc();
+  static_cast<void>(bytes_.release());
+  bytes_.reset(bytes);
+  capacity_ = capacity;
+}
+
+JsonRows::JsonRows(const std::vector<std::string>& columns) {
+  leads_.reserve(columns.size());
+  for (const std::string& column : columns) {
+    std::string& lead = leads_.emplace_back(leads_.empty() ? "    {\"" : ", \"");
+    lead += column;
+    lead += "\": ";
+  }
+}
+
+char* JsonRows::beginValue(std::size_t count) {
+  const std::string& lead = leads_[column_];
+  constexpr std::size_t rowEnd = 3;
+  char* const out = buffer_.room(lead.size() + count + rowEnd);
+  std::memcpy(out, lead.data(), lead.size());
+  return out + lead.size();
+}
+
+void JsonRows::endValue(char* end) {
+  if (++column_ == leads_.size()) {
+    column_ = 0;
+    std::memcpy(end, "},\n", 3);
+    end += 3;
+  }
+  buffer_.setEnd(end);
+}
+
+void JsonRows::addPrinted(std::string_view json) {
+  char* const out = beginValue(json.size());
+  std::memcpy(out, json.data(), json.size());
+  endValue(out + json.size());
+}
+
+void JsonRows::addQuoted(std::string_view text) {
+  if (text == "NULL") {
+    addPrinted("null");
+    return;
+  }
+  char* out = beginValue(text.size() + 2);
+  *out++ = '"';
+  std::memcpy(out, text.data(), text.size());
+  out += text.size();
+  *out++ = '"';
+  endValue(out);
+}
+
+void JsonRows::add(const ResultValue& value) {
+  switch (value.index()) {
+    case 0:
+      endValue(writeInt(beginValue(maxNumberText), std::get<std::int32_t>(value)));
+      break;
+    case 1:
+      endValue(writeGeneral(beginValue(maxNumberText), std::get<float>(value)));
+      break;
+    case 2:
+      addPrinted(std::get<bool>(value) ? "true" : "false");
+      break;
+    default:
+      addQuoted(std::get<Text>(value));
+  }
+}
+
+void JsonRows::add(const Cell& cell, ValueKind kind, std::int64_t now) {
+  const std::string_view text = cell.valueAt(now);
+  const bool isPrinted = kind == ValueKind::integer ? printsAsInt(text)
+                         : kind == ValueKind::real  ? printsAsFloat(text)
+                                                    : false;
+  if (isPrinted) {
+    addPrinted(text);
+  } else if (kind == ValueKind::text && text != missingValue) {
+    addQuoted(text);
+  } else {
+    add(resultValueOf(cell, kind, now));
+  }
+}
+
+void JsonRows::appendTo(std::string& out) const {
+  out += buffer_.view();
+  if (empty()) return;
+  // The last row has no comma.
+  out.pop_back();
+  out.back() = '\n';
+}
 
 ResultSet successful(std::string message, std::int32_t rowsAffected) {
   ResultSet result;
   result.message = std::move(message);
   result.rowsAffected = rowsAffected;
+  return result;
+}
+
+ResultSet refused(std::string_view text) {
+  ResultSet result;
+  result.success = false;
+  result.message = "Error: ";
+  result.message += text;
   return result;
 }
 
@@ -63,12 +176,12 @@ void renderJson(const ResultSet& result, std::string& out) {
   out += result.message;
   out += "\",\n  \"rows_affected\": ";
   appendInt(out, result.rowsAffected);
-  if (result.columns.empty() || result.values.empty()) {
+  if (result.rows.empty()) {
     out += "\n}";
     return;
   }
   out += ",\n  \"data\": [\n";
-  appendRows(out, result);
+  result.rows.appendTo(out);
   out += "  ]\n}";
 }
 

@@ -6,6 +6,7 @@
 // anything is read.
 #include <algorithm>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -31,6 +32,8 @@ std::vector<std::string> tableFiles(const Directory& directory) {
   for (std::string& file : Storage::getBinFiles(directory)) {
     if (file == listenersFileName || file == webhooksFileName) continue;
     const std::string name = file.substr(0, file.find('.'));
+    // A file that no checkpoint could write is left alone.
+    if (!Storage::isStorableName(name)) continue;
     if (file == name + ".bin") {
       names.insert(name);
       plain.push_back(std::move(file));
@@ -97,6 +100,8 @@ void Storage::loadRelations(Database* db) {
     try {
       db->link(relation->childTable, relation->childColumn, relation->parentTable,
                relation->parentColumn);
+    } catch (const std::bad_alloc&) {
+      throw;
     } catch (const std::exception& error) {
       std::cout << "[STORAGE] Skipped relation " << file << ": " << error.what() << "\n";
     }
@@ -139,6 +144,8 @@ void Storage::replayWAL(Database* db) {
     if (const auto second = loggedSecond(record)) frozen.emplace(*second);
     try {
       parser.handleCommand(std::string(record));
+    } catch (const std::bad_alloc&) {
+      throw;  // no fault of the record's: a start with more memory can run it
     } catch (const std::exception&) {
       // It failed when it first ran, or fails now: the commands behind it are run in any case.
     }

@@ -36,7 +36,7 @@ class Text {
   Text& operator=(std::string_view text) {
     if (text.size() <= inlineCapacity && !isOnHeap()) {
       // A view into this text overlaps, and the length byte lies outside what is moved.
-      std::memmove(bytes_, text.data(), text.size());
+      if (!text.empty()) std::memmove(bytes_, text.data(), text.size());
       bytes_[lengthByte] = static_cast<char>(text.size());
       return *this;
     }
@@ -51,6 +51,7 @@ class Text {
   operator std::string_view() const noexcept { return view(); }  // NOLINT
 
   friend bool operator==(const Text& a, std::string_view b) noexcept { return a.view() == b; }
+  friend bool operator==(const Text& a, const Text& b) noexcept { return a.view() == b.view(); }
 
  private:
   static constexpr std::size_t inlineCapacity = 15;
@@ -72,7 +73,7 @@ class Text {
   void construct(std::string_view text) {
     if (text.size() <= inlineCapacity) {
       setEmpty();
-      std::memcpy(bytes_, text.data(), text.size());
+      if (!text.empty()) std::memcpy(bytes_, text.data(), text.size());
       bytes_[lengthByte] = static_cast<char>(text.size());
     } else {
       constructOnHeap(text);

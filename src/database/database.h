@@ -97,8 +97,9 @@ class Database {
   // before the failing row (in it too, when linkRow failed).
   ResultSet update(const std::string& tableName, std::vector<GivenValue>& newValues,
                    const std::vector<Condition>& conditions);
-  // Marks every matching row deleted. Throws "Foreign key points at rows that were meant for
-  // deletion"; rows marked before the failing one stay deleted.
+  // Marks every matching row deleted. Refused with "Foreign key points at rows that were meant for
+  // deletion": an answer and no exception, since a refusal is what hosts with links ask for often,
+  // and unwinding would be most of its cost. Rows marked before the refused one stay deleted.
   ResultSet deleteRows(const std::string& tableName, const std::vector<Condition>& conditions);
 
   // Reading (matching.cpp, select.cpp, join.cpp).
@@ -168,9 +169,14 @@ class Database {
  private:
   // The creating access: the table, made empty and without columns if need be. dbMutex held.
   Table& tableOrNew(const std::string& name);
-  // Takes dbMutex shared, both tables being there afterwards.
-  std::shared_lock<std::shared_mutex> lockForReading(const std::string& first,
-                                                     const std::string& second);
+  // dbMutex held shared, and the tables to read under it.
+  struct Reading {
+    std::shared_lock<std::shared_mutex> lock;
+    const Table* first;
+    const Table* second;
+  };
+  // The creating access of readers.
+  Reading lockForReading(const std::string& first, const std::string& second);
   // Gives one value to one row. dbMutex held.
   void applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given, std::int64_t now);
   // Moves a row in the key map to the key it is about to bear. dbMutex held.

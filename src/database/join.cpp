@@ -1,14 +1,14 @@
 // Reading two tables joined on equal texts.
 //
-// The right table's matching rows are hashed by the text of their join column; the left table's
-// matching rows look their partners up. Pairs come in the order of the left rows, the partners of
+// The right table's matching rows are hashed by their join column; the left table's matching rows
+// look their partners up. Pairs come in the order of the left rows, the partners of
 // one left row in the order of the right rows.
 #include <bit>
+#include <limits>
 #include <stdexcept>
 
 #include "../clock.h"
 #include "database.h"
-#include "values.h"
 
 namespace velmora {
 namespace {
@@ -94,40 +94,80 @@ JoinColumns resolveOn(const Resolver& resolver, const ColumnReference& first,
                       : JoinColumns{firstColumn, secondColumn};
 }
 
-// Rows found by the text of one column. Rows of one bucket are chained in ascending order.
-class TextIndex {
+// One side's join column: its texts, and a code for each that is equal for equal texts.
+class KeyColumn {
  public:
-  TextIndex(const Table& table, std::size_t column, const std::vector<std::int32_t>& rows,
-            std::int64_t now)
-      : rows_(rows),
-        texts_(rows.size()),
+  // With isNumeric both sides are integers, whose codes tell equality alone where they are exact.
+  KeyColumn(const Table& table, std::size_t column, bool isNumeric, std::int64_t now)
+      : table_(table), column_(column), isNumeric_(isNumeric), now_(now) {
+    constexpr std::size_t leastMirroredRows = 256;
+    const bool sameCodes = isNumeric == (table.kind(column) == ValueKind::integer);
+    if (sameCodes && table.rows.size() >= leastMirroredRows) mirror_ = &table.mirror(column);
+  }
+
+  std::string_view text(std::int32_t row) const {
+    return table_.rows[static_cast<std::size_t>(row)].cells()[column_].valueAt(now_);
+  }
+  std::int32_t code(std::int32_t row) const {
+    const auto index = static_cast<std::size_t>(row);
+    if (mirror_ != nullptr && !mirror_->isException(index)) return mirror_->code(index);
+    return codeOf(isNumeric_ ? ValueKind::integer : ValueKind::text, text(row));
+  }
+  // Whether the row's code is its number.
+  bool isExact(std::int32_t row) const {
+    return isNumeric_ && mirror_ != nullptr && !mirror_->isException(static_cast<std::size_t>(row));
+  }
+
+ private:
+  const Table& table_;
+  std::size_t column_;
+  bool isNumeric_;
+  std::int64_t now_;
+  const ColumnMirror* mirror_ = nullptr;
+};
+
+// The right rows by the code of their key. Rows of one bucket are chained in ascending order.
+class PartnerIndex {
+ public:
+  PartnerIndex(const KeyColumn& keys, const std::vector<std::int32_t>& rows)
+      : keys_(keys),
+        rows_(rows),
+        codes_(rows.size()),
         next_(rows.size()),
-        buckets_(std::bit_ceil(rows.size() * 2 + 1), none) {
+        shift_(32 - static_cast<int>(std::bit_width(rows.size() | 1))),
+        buckets_(std::size_t{1} << (32 - shift_), none) {
     for (std::size_t i = rows.size(); i-- > 0;) {
-      texts_[i] = table.rows[static_cast<std::size_t>(rows[i])].cells()[column].valueAt(now);
-      std::uint32_t& bucket = bucketOf(texts_[i]);
+      codes_[i] = keys.code(rows[i]);
+      std::uint32_t& bucket = buckets_[bucketOf(codes_[i])];
       next_[i] = bucket;
       bucket = static_cast<std::uint32_t>(i);
     }
   }
 
+  // Calls use(row) for every right row whose key text is that of the left row.
   template <typename Use>
-  void forEach(std::string_view text, Use use) {
-    for (std::uint32_t i = bucketOf(text); i != none; i = next_[i]) {
-      if (texts_[i] == text) use(rows_[i]);
+  void forEach(const KeyColumn& leftKeys, std::int32_t leftRow, Use use) const {
+    const std::int32_t code = leftKeys.code(leftRow);
+    for (std::uint32_t i = buckets_[bucketOf(code)]; i != none; i = next_[i]) {
+      if (codes_[i] != code) continue;
+      const bool isExact = leftKeys.isExact(leftRow) && keys_.isExact(rows_[i]);
+      if (isExact || leftKeys.text(leftRow) == keys_.text(rows_[i])) use(rows_[i]);
     }
   }
 
  private:
   static constexpr std::uint32_t none = ~std::uint32_t{0};
 
-  std::uint32_t& bucketOf(std::string_view text) {
-    return buckets_[TextHash()(text) & (buckets_.size() - 1)];
+  std::size_t bucketOf(std::int32_t code) const {
+    constexpr std::uint32_t golden = 0x9E3779B1;
+    return (static_cast<std::uint32_t>(code) * golden) >> shift_;
   }
 
+  const KeyColumn& keys_;
   const std::vector<std::int32_t>& rows_;
-  std::vector<std::string_view> texts_;
+  std::vector<std::int32_t> codes_;
   std::vector<std::uint32_t> next_;
+  int shift_;
   std::vector<std::uint32_t> buckets_;
 };
 
@@ -137,9 +177,9 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
                                const ColumnReference& firstOn, const ColumnReference& secondOn,
                                const std::vector<ColumnReference>& columns,
                                const std::vector<Condition>& conditions) {
-  const auto lock = lockForReading(leftTable, rightTable);
-  const Table& left = tables.find(leftTable)->second;
-  const Table& right = tables.find(rightTable)->second;
+  const Reading reading = lockForReading(leftTable, rightTable);
+  const Table& left = *reading.first;
+  const Table& right = *reading.second;
   const Resolver resolver(left, right);
 
   std::vector<Condition> leftConditions;
@@ -158,15 +198,21 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   const std::int64_t now = clock::now();
   const std::vector<std::int32_t> leftRows = getRequestedRows(leftConditions, left);
   const std::vector<std::int32_t> rightRows = getRequestedRows(rightConditions, right);
-  TextIndex partners(right, on.right, rightRows, now);
+  const bool isNumeric =
+      left.kind(on.left) == ValueKind::integer && right.kind(on.right) == ValueKind::integer;
+  const KeyColumn leftKeys(left, on.left, isNumeric, now);
+  const KeyColumn rightKeys(right, on.right, isNumeric, now);
+  const PartnerIndex partners(rightKeys, rightRows);
+  result.rows = JsonRows(result.columns);
   for (const std::int32_t leftIndex : leftRows) {
-    const auto leftCells = left.rows[static_cast<std::size_t>(leftIndex)].cells();
-    partners.forEach(leftCells[on.left].valueAt(now), [&](std::int32_t rightIndex) {
-      const auto rightCells = right.rows[static_cast<std::size_t>(rightIndex)].cells();
+    partners.forEach(leftKeys, leftIndex, [&](std::int32_t rightIndex) {
       for (const Side& side : sides) {
-        const Cell& cell = (side.isRight ? rightCells : leftCells)[side.column];
-        const ValueKind kind = (side.isRight ? right : left).kind(side.column);
-        result.values.push_back(resultValueOf(cell, kind, now));
+        const Table& table = side.isRight ? right : left;
+        const auto row = static_cast<std::size_t>(side.isRight ? rightIndex : leftIndex);
+        result.rows.add(table.rows[row].cells()[side.column], table.kind(side.column), now);
+      }
+      if (result.rowsAffected == std::numeric_limits<std::int32_t>::max()) {
+        throw std::runtime_error("Result is too large");
       }
       ++result.rowsAffected;
     });

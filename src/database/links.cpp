@@ -218,9 +218,10 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
         Row& parentRow = parent.rows[static_cast<std::size_t>(index)];
         if (parentRow.links == nullptr) continue;
         for (Dependents& dependents : *parentRow.links) {
-          if (dependents.relation.childTable == table.tableName) {
-            std::erase(dependents.childRows, rowIndex);
-          }
+          if (dependents.relation.childTable != table.tableName) continue;
+          std::vector<std::int32_t>& rows = dependents.childRows;
+          const auto at = std::lower_bound(rows.begin(), rows.end(), rowIndex);
+          if (at != rows.end() && *at == rowIndex) rows.erase(at);
         }
       }
     });

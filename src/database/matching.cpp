@@ -6,6 +6,8 @@
 // left. Equality compares texts, order compares by the column's type: a stored 05 is not = 5, but
 // it is < 6. A column that the table lacks, and an operator without meaning here, match nothing.
 #include <algorithm>
+#include <cstring>
+#include <span>
 
 #include "../clock.h"
 #include "../number.h"
@@ -33,6 +35,14 @@ Comparison comparisonOf(std::string_view op) {
   if (op == ">=") return Comparison::greaterOrEqual;
   return Comparison::never;
 }
+
+// The rows of one step of a scan, as bytes so that loops over them vectorise.
+struct Block {
+  static constexpr std::size_t capacity = 1024;
+  std::size_t size = 0;
+  alignas(64) std::uint8_t mayMatch[capacity];  // 0: no condition so far lets the row in
+  alignas(64) std::uint8_t isUnsure[capacity];  // 1: only the row itself can tell
+};
 
 // One condition made ready for one table: names looked up and the literal read, once.
 class Predicate {
@@ -73,6 +83,16 @@ class Predicate {
     }
     return false;
   }
+
+  // Whether a mirror can decide this condition for all rows but the exceptions.
+  bool canUseMirror() const noexcept {
+    if (column_ == noColumn || comparison_ == Comparison::never) return false;
+    const bool isOrder = comparison_ != Comparison::equal && comparison_ != Comparison::notEqual;
+    const bool isNumber = kind_ == ValueKind::integer || kind_ == ValueKind::real;
+    return !isOrder || (isNumber && conversion_ == Conversion::ok);
+  }
+
+  void decideBlock(const ColumnMirror& mirror, std::size_t start, Block& block) const;
 
  private:
   bool isLess(std::string_view text) const {
@@ -115,24 +135,95 @@ class Predicate {
   float real_ = 0;
 };
 
-using Group = std::vector<Predicate>;
-
-std::vector<Group> groupsOf(const std::vector<Condition>& conditions, const Table& table) {
-  std::vector<Group> groups(1);
-  for (std::size_t i = 0; i < conditions.size(); ++i) {
-    if (i > 0 && conditions[i].logic == 'o') groups.emplace_back();
-    groups.back().emplace_back(conditions[i], table);
+// Narrows the block by matches(value) over an array; exceptions stay, unsure, and so do rows of
+// which isClose(value) says that their code is not enough.
+template <typename Value, typename Matches, typename IsClose>
+void narrow(Block& block, const Value* values, const std::uint8_t* exceptions, Matches matches,
+            IsClose isClose) {
+  for (std::size_t i = 0; i < block.size; ++i) {
+    const auto matched = static_cast<std::uint8_t>(matches(values[i]));
+    block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & (matched | exceptions[i]));
   }
-  return groups;
+  for (std::size_t i = 0; i < block.size; ++i) {
+    const auto close = static_cast<std::uint8_t>(isClose(values[i]));
+    block.isUnsure[i] = static_cast<std::uint8_t>(block.isUnsure[i] | close | exceptions[i]);
+  }
 }
 
-bool allHold(const Group& group, const Row& row, std::int64_t now) {
+// The same for an ordered value and a limit; rows equal to the limit are unsure if the comparison
+// admits equality and equal numbers may be unequal texts.
+template <typename Value>
+void narrowByOrder(Block& block, const Value* values, const std::uint8_t* exceptions,
+                   Comparison comparison, Value limit, bool equalIsUnsure) {
+  const auto never = [](Value) { return false; };
+  const auto atLimit = [=](Value value) { return equalIsUnsure && value == limit; };
+  switch (comparison) {
+    case Comparison::less:
+      narrow(
+          block, values, exceptions, [=](Value value) { return value < limit; }, never);
+      break;
+    case Comparison::greater:
+      narrow(
+          block, values, exceptions, [=](Value value) { return value > limit; }, never);
+      break;
+    case Comparison::lessOrEqual:
+      narrow(
+          block, values, exceptions, [=](Value value) { return value <= limit; }, atLimit);
+      break;
+    default:
+      narrow(
+          block, values, exceptions, [=](Value value) { return value >= limit; }, atLimit);
+      break;
+  }
+}
+
+void Predicate::decideBlock(const ColumnMirror& mirror, std::size_t start, Block& block) const {
+  const std::int32_t* const codes = mirror.codes() + start;
+  const std::uint8_t* const exceptions = mirror.exceptions() + start;
+  const auto never = [](std::int32_t) { return false; };
+  const std::int32_t wanted = codeOf(kind_, literal_);
+  const auto isWanted = [=](std::int32_t code) { return code == wanted; };
+  const bool isInteger = kind_ == ValueKind::integer;
+  const bool isCanonical = isInteger && canonicalInt(literal_).has_value();
+  switch (comparison_) {
+    case Comparison::equal:
+      if (isCanonical) {
+        narrow(block, codes, exceptions, isWanted, never);
+      } else if (isInteger) {
+        // No number in its shortest form equals this literal.
+        narrow(block, codes, exceptions, never, never);
+      } else {
+        narrow(block, codes, exceptions, isWanted, isWanted);
+      }
+      return;
+    case Comparison::notEqual:
+      if (isCanonical) {
+        narrow(
+            block, codes, exceptions, [=](std::int32_t code) { return code != wanted; }, never);
+      } else {
+        const auto always = [](std::int32_t) { return true; };
+        const auto isClose = [=](std::int32_t code) { return !isInteger && code == wanted; };
+        narrow(block, codes, exceptions, always, isClose);
+      }
+      return;
+    default:
+      if (isInteger) {
+        narrowByOrder(block, codes, exceptions, comparison_, integer_, !isCanonical);
+      } else {
+        narrowByOrder(block, mirror.numbers() + start, exceptions, comparison_, real_, true);
+      }
+  }
+}
+
+using Group = std::span<const Predicate>;
+
+bool allHold(Group group, const Row& row, std::int64_t now) {
   return std::all_of(group.begin(), group.end(),
                      [&](const Predicate& predicate) { return predicate.holds(row, now); });
 }
 
 // Narrows the range by every condition on the primary key; false when the group can match nothing.
-bool narrowByKey(const Group& group, std::size_t keyColumn, PrimaryKeyMap::Range& range) {
+bool narrowByKey(Group group, std::size_t keyColumn, PrimaryKeyMap::Range& range) {
   using Bound = PrimaryKeyMap::Bound;
   const Predicate* equality = nullptr;
   for (const Predicate& predicate : group) {
@@ -164,9 +255,46 @@ bool narrowByKey(const Group& group, std::size_t keyColumn, PrimaryKeyMap::Range
   return true;
 }
 
+// Tables smaller than this are scanned row by row.
+constexpr std::size_t leastMirroredRows = 256;
+
+// Appends the live rows of a large table that satisfy a group whose first `mirrored` conditions
+// can use mirrors.
+void scanMirrors(Group group, std::size_t mirrored, const Table& table, std::int64_t now,
+                 std::vector<std::int32_t>& matched) {
+  std::vector<const ColumnMirror*> mirrors;
+  for (std::size_t i = 0; i < mirrored; ++i) mirrors.push_back(&table.mirror(group[i].column()));
+  const Group unmirrored = group.subspan(mirrored);
+  Block block;
+  for (std::size_t start = 0; start < table.rows.size(); start += Block::capacity) {
+    block.size = std::min(Block::capacity, table.rows.size() - start);
+    for (std::size_t i = 0; i < block.size; ++i) {
+      block.mayMatch[i] = table.deletedRows[start + i] ^ std::uint8_t{1};
+    }
+    std::fill_n(block.isUnsure, block.size, std::uint8_t{0});
+    for (std::size_t i = 0; i < mirrored; ++i) group[i].decideBlock(*mirrors[i], start, block);
+    for (std::size_t i = 0; i < block.size; ++i) {
+      if (i % 8 == 0 && i + 8 <= block.size) {
+        std::uint64_t eight;
+        std::memcpy(&eight, block.mayMatch + i, sizeof eight);
+        if (eight == 0) {
+          i += 7;
+          continue;
+        }
+      }
+      if (block.mayMatch[i] == 0) continue;
+      const Group open = block.isUnsure[i] != 0 ? group : unmirrored;
+      if (open.empty() || allHold(open, table.rows[start + i], now)) {
+        matched.push_back(static_cast<std::int32_t>(start + i));
+      }
+    }
+  }
+}
+
 // Appends the live rows that satisfy one group, ascending.
-void matchGroup(const Group& group, const Table& table, std::int64_t now,
+void matchGroup(Group group, const Table& table, std::int64_t now,
                 std::vector<std::int32_t>& matched) {
+  const auto first = static_cast<std::ptrdiff_t>(matched.size());
   const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
   const bool usesKey = table.hasPrimaryKey() &&
                        std::any_of(group.begin(), group.end(), [&](const Predicate& predicate) {
@@ -175,15 +303,24 @@ void matchGroup(const Group& group, const Table& table, std::int64_t now,
   if (usesKey) {
     PrimaryKeyMap::Range range(table.primaryKeyMap);
     if (!narrowByKey(group, keyColumn, range)) return;
-    std::vector<std::int32_t> candidates = range.rows();
-    for (const std::int32_t index : candidates) {
+    range.forEachRow([&](std::int32_t index) {
       const Row& row = table.rows.at(static_cast<std::size_t>(index));
       if (!row.isDeleted && allHold(group, row, now)) matched.push_back(index);
-    }
-    if (!std::is_sorted(matched.begin(), matched.end())) {
-      std::sort(matched.begin(), matched.end());
+    });
+    if (!std::is_sorted(matched.begin() + first, matched.end())) {
+      std::sort(matched.begin() + first, matched.end());
     }
     return;
+  }
+  if (table.rows.size() >= leastMirroredRows) {
+    const auto firstUnmirrored =
+        std::find_if(group.begin(), group.end(),
+                     [](const Predicate& predicate) { return !predicate.canUseMirror(); });
+    const auto mirrored = static_cast<std::size_t>(firstUnmirrored - group.begin());
+    if (mirrored > 0) {
+      scanMirrors(group, mirrored, table, now, matched);
+      return;
+    }
   }
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     if (table.isLive(i) && allHold(group, table.rows[i], now)) {
@@ -198,9 +335,20 @@ std::vector<std::int32_t> Database::getRequestedRows(const std::vector<Condition
                                                      const Table& table) const {
   const std::int64_t now = clock::now();
   std::vector<std::int32_t> matched;
-  const std::vector<Group> groups = groupsOf(conditions, table);
-  for (const Group& group : groups) matchGroup(group, table, now, matched);
-  if (groups.size() > 1) {
+  std::vector<Predicate> predicates;
+  predicates.reserve(conditions.size());
+  for (const Condition& condition : conditions) predicates.emplace_back(condition, table);
+  // A group ends where the next one begins: before each || but the first condition's.
+  std::size_t start = 0;
+  std::size_t groupCount = 0;
+  do {
+    std::size_t end = start;
+    while (end < conditions.size() && (end == start || conditions[end].logic != 'o')) ++end;
+    matchGroup(Group(predicates).subspan(start, end - start), table, now, matched);
+    start = end;
+    ++groupCount;
+  } while (start < conditions.size());
+  if (groupCount > 1) {
     std::sort(matched.begin(), matched.end());
     matched.erase(std::unique(matched.begin(), matched.end()), matched.end());
   }

@@ -140,6 +140,7 @@ void Database::applyValue(Table& table, std::int32_t rowIndex, const GivenValue&
     cell.tag = given.cell.tag;
     cell.tempRule.reset();
   }
+  table.cellChanged(static_cast<std::size_t>(rowIndex), given.column);
   if (!table.links.empty()) linkRow(table, rowIndex);
   if (rule != nullptr && !isReplaying) {
     registerWebhook(table.tableName, rowIndex, cell.columnName(), *rule);
@@ -178,7 +179,7 @@ ResultSet Database::deleteRows(const std::string& tableName,
               ? row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)].valueAt(now)
               : std::string_view();
       if (isActivelyRestricted(row, key)) {
-        throw std::runtime_error("Foreign key points at rows that were meant for deletion");
+        return refused("Foreign key points at rows that were meant for deletion");
       }
     }
     table.setDeleted(static_cast<std::size_t>(index), true);

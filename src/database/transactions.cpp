@@ -64,6 +64,7 @@ void Database::undo(const TransactionAction& action) {
     if (table.hasPrimaryKey()) keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex);
     row.rowKey = action.row.rowKey;
     for (std::size_t i = 0; i < action.row.cells.size(); ++i) row.cells()[i] = action.row.cells[i];
+    table.rowChanged(static_cast<std::size_t>(action.rowIndex));
   }
   if (table.hasPrimaryKey()) keys.assign(row.cells()[keyColumn].value, action.rowIndex);
   try {

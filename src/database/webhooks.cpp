@@ -38,11 +38,12 @@ void Database::addListener(const std::string& tableName, const std::string& even
                            const std::string& target, const std::vector<Condition>& conditions,
                            bool fromDisk) {
   const std::unique_lock lock(dbMutex);
-  const WebhookListener listener{event, target, conditions};
+  WebhookListener listener{event, target, conditions};
   std::vector<WebhookListener>& known = listeners[tableName];
   if (std::find(known.begin(), known.end(), listener) != known.end()) return;
-  known.push_back(listener);
+  known.reserve(known.size() + 1);
   if (!fromDisk) Storage::saveListener(tableName, event, target, conditions, directory);
+  known.push_back(std::move(listener));
 }
 
 }  // namespace velmora

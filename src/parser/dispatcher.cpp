@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view clockMarker = " #TIME# ";
 
+// An answer without success whose message goes out as it stands.
 ResultSet failed(std::string message) {
   ResultSet result = successful(std::move(message));
   result.success = false;
@@ -93,15 +94,16 @@ ResultSet Parser::handleCommand(const std::string& command) {
       text = text.substr(0, marker);
     }
     Lexer lexer(text);
-    const std::vector<Token> tokens = lexer.tokenize();
-    if (tokens.empty()) return failed("Empty command");
-    if (tokens.back().type == TokenType::ERROR) return failed("Lexer Error");
+    lexer.tokenize(tokens_);
+    if (tokens_.empty()) return failed("Empty command");
+    if (tokens_.back().type == TokenType::ERROR) return failed("Lexer Error");
     bool isLogged = false;
-    ResultSet result = dispatch(tokens, isLogged);
-    if (isLogged && !isReplaying) Storage::appendToWAL(command, second, db_->directory);
+    ResultSet result = dispatch(tokens_, isLogged);
+    if (result.success && isLogged && !isReplaying)
+      Storage::appendToWAL(command, second, db_->directory);
     return result;
   } catch (const std::runtime_error& error) {
-    return failed(std::string("Error: ") + error.what());
+    return refused(error.what());
   }
 }
 

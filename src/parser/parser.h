@@ -106,7 +106,8 @@ class Parser {
   void timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const;
 
   Database* db_;
-  std::int64_t now_ = 0;  // the second at which the timed values of this command start
+  std::vector<Token> tokens_;  // of the command being run; keeps its memory for the next
+  std::int64_t now_ = 0;       // the second at which the timed values of this command start
 };
 
 // Whether a token's text introduces a filter.

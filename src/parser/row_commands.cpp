@@ -14,6 +14,7 @@ constexpr const char* missingParameters = "Unknown command or missing parameters
 // Deliberate: a name without its table is all that a single table needs.
 std::vector<std::string> bareColumns(const std::vector<Token>& tokens, std::size_t end) {
   std::vector<std::string> columns;
+  columns.reserve(end);
   for (std::size_t i = 1; i < end; ++i) {
     if (tokens[i].type == TokenType::IDENTIFIER) columns.push_back(textOf(tokens[i]));
   }
@@ -77,9 +78,9 @@ ResultSet Parser::select(const std::vector<Token>& tokens) {
   std::size_t listEnd = 2;
   std::vector<std::string> columns;
   if (isStar) {
-    for (const Column& column : db_->getTable(tokens[3].value).columns) {
-      columns.push_back(column.name);
-    }
+    const Table& table = db_->getTable(tokens[3].value);
+    columns.reserve(table.columns.size());
+    for (const Column& column : table.columns) columns.push_back(column.name);
   } else {
     listEnd = 1;
     while (listEnd < tokens.size() && tokens[listEnd].value != "FROM") ++listEnd;

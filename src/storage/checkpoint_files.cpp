@@ -204,11 +204,7 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
 void writeTable(const Table& table, const Directory& directory, std::vector<std::string>& names) {
   names.push_back(table.tableName + ".del");
   NewFile marks(directory, names.back());
-  std::string deleted(table.rows.size(), '\0');
-  for (std::size_t i = 0; i < deleted.size(); ++i) {
-    if (table.deletedRows[i]) deleted[i] = '\1';
-  }
-  marks.write(deleted);
+  marks.write(std::string(table.deletedRows.begin(), table.deletedRows.end()));
   marks.finish();
   if (table.columns.empty()) return;
 
@@ -238,6 +234,22 @@ void writeMarker(const std::vector<std::string>& names, const Directory& directo
   File file(directory, markerName, File::Mode::replace);
   if (!file.isOpen() || !file.write(text) || !file.sync() || !syncDirectory(directory)) {
     throwFailed(std::string("cannot write ") + markerName);
+  }
+}
+
+// Makes the files durable that commands have written since the last checkpoint: once the log is
+// emptied, nothing could make a lost link again.
+void syncOtherFiles(const Tables& tables, const Directory& directory) {
+  std::vector<std::string> names = {listenersFileName, webhooksFileName};
+  for (const auto& [name, table] : tables) {
+    for (const LinkRecord& link : table.links) {
+      names.push_back(
+          Storage::relationFileName({name, link.parentTable, link.column, link.parentColumn}));
+    }
+  }
+  for (const std::string& name : names) {
+    File file(directory, name, File::Mode::readWrite);
+    if (file.isOpen() && !file.sync()) throwFailed("cannot sync " + name);
   }
 }
 
@@ -285,14 +297,12 @@ bool giveUpMarkedLog(const Marker& marker, const Directory& directory) {
     File file(directory, next, File::Mode::replace);
     if (!file.isOpen() || !file.write(kept) || !file.sync()) return false;
   }
-  return renameFile(directory, next, logFileName);
+  if (!renameFile(directory, next, logFileName)) return false;
+  Storage::forgetTornAppend();
+  return true;
 }
 
 }  // namespace
-
-void Storage::clearWAL(const Directory& directory) {
-  const File emptied(directory, logFileName, File::Mode::replace);
-}
 
 void Storage::saveCheckpoint(const Tables& tables, const Directory& directory) {
   finishCheckpoint(directory);
@@ -301,6 +311,7 @@ void Storage::saveCheckpoint(const Tables& tables, const Directory& directory) {
     for (const auto& [name, table] : tables) {
       if (isStorableName(name)) writeTable(table, directory, names);
     }
+    syncOtherFiles(tables, directory);
     writeMarker(names, directory);
   } catch (...) {
     // A marker that cannot be removed may be complete; its files have to stay then.

@@ -63,7 +63,9 @@ File::File(const Directory& directory, const std::string& name, Mode mode) : nam
   if (announce(FileOperation::open, name) > 0) return;
   constexpr mode_t permissions = 0666;
   descriptor_ = uninterrupted([&] {
-    return openat(directory.descriptor, name.c_str(), flagsOf(mode) | O_CLOEXEC, permissions);
+    // Nothing but a regular file belongs here; opening a pipe must not wait for its other end.
+    return openat(directory.descriptor, name.c_str(), flagsOf(mode) | O_CLOEXEC | O_NONBLOCK,
+                  permissions);
   });
 }
 

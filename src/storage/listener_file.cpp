@@ -6,6 +6,8 @@
 //    100    target, cut at 100
 //      4    number of conditions k
 //   44 * k  the conditions: 15 column name, 25 value, 3 operator, 1 connective
+#include <stdexcept>
+
 #include "../record_io.h"
 #include "storage.h"
 
@@ -64,7 +66,9 @@ std::optional<std::vector<ListenerRecord>> Storage::readListeners(const Director
   }
   if (completeSize < bytes->size()) {
     File file(directory, listenersFileName, File::Mode::readWrite);
-    file.truncate(static_cast<std::int64_t>(completeSize));
+    if (!file.truncate(static_cast<std::int64_t>(completeSize))) {
+      throw std::runtime_error(std::string("Failed to repair file: ") + listenersFileName);
+    }
   }
   return listeners;
 }

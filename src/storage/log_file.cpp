@@ -12,7 +12,7 @@
 //
 // A crash may have cut the last record off. It has not been acknowledged, and half a command may be
 // another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run.
-#include <algorithm>
+#include <stdexcept>
 
 #include "../lexer.h"
 #include "../number.h"
@@ -31,7 +31,7 @@ constexpr std::size_t completeDigits = 10;
 // An append that failed and could not be taken back: where the log has to be cut before the next.
 struct TornAppend {
   bool isPending = false;
-  int directory = Directory::current;
+  std::uint64_t inode = 0;
   std::int64_t size = 0;
 };
 TornAppend tornAppend;  // guarded by walMutex
@@ -80,15 +80,17 @@ void Storage::appendToWAL(const std::string& command, std::int64_t second,
 
   File file(directory, logFileName, File::Mode::append);
   if (!file.isOpen()) return;
-  if (tornAppend.isPending && tornAppend.directory == directory.descriptor) {
-    if (!file.truncate(tornAppend.size)) return;
+  if (tornAppend.isPending) {
+    const bool isThere =
+        file.inode() == tornAppend.inode && file.size().value_or(0) > tornAppend.size;
+    if (isThere && !file.truncate(tornAppend.size)) return;
     tornAppend.isPending = false;
   }
   if (file.write(line)) return;
   const auto written = static_cast<std::int64_t>(file.lastWritten());
   const auto size = file.size();
   if (written > 0 && size && !file.truncate(*size - written)) {
-    tornAppend = {true, directory.descriptor, *size - written};
+    tornAppend = {true, file.inode().value_or(0), *size - written};
   }
 }
 
@@ -131,13 +133,27 @@ LogRecords Storage::splitLog(std::string_view log) {
 
 void Storage::repairLog(const LogRecords& records, std::size_t logSize,
                         const Directory& directory) {
+  bool isRepaired = true;
   if (records.completeSize < logSize) {
     File file(directory, logFileName, File::Mode::readWrite);
-    file.truncate(static_cast<std::int64_t>(records.completeSize));
+    isRepaired = file.truncate(static_cast<std::int64_t>(records.completeSize));
   } else if (records.lacksLineFeed) {
     File file(directory, logFileName, File::Mode::append);
-    file.write("\n");
+    isRepaired = file.write("\n");
   }
+  // The next command would grow onto the torn one, and be lost with it.
+  if (!isRepaired) throw std::runtime_error(std::string("Failed to repair file: ") + logFileName);
+  forgetTornAppend();
+}
+
+void Storage::forgetTornAppend() {
+  const std::lock_guard lock(walMutex);
+  tornAppend = {};
+}
+
+void Storage::clearWAL(const Directory& directory) {
+  const File emptied(directory, logFileName, File::Mode::replace);
+  forgetTornAppend();
 }
 
 }  // namespace velmora

@@ -142,7 +142,8 @@ class Storage {
   static void saveListener(const std::string& tableName, const std::string& event,
                            const std::string& target, const std::vector<Condition>& conditions,
                            const Directory& directory = {});
-  // The stored listeners, or nothing when there is no file. A torn record at the end is cut off.
+  // The stored listeners, or nothing when there is no file. A torn record at the end is cut off;
+  // throws std::runtime_error "Failed to repair file: listeners.bin" when it cannot be.
   static std::optional<std::vector<ListenerRecord>> readListeners(const Directory& directory = {});
   static void loadListeners(Database* db);
 
@@ -157,7 +158,8 @@ class Storage {
   static void updateCycleTime(std::int32_t position, std::int64_t fireTime,
                               const Directory& directory = {});
   // The unfired tasks with their positions, or nothing when there is no file. A torn record at the
-  // end is cut off.
+  // end is cut off; throws std::runtime_error "Failed to repair file: webhooks.bin" when it cannot
+  // be.
   static std::optional<std::vector<WebhookTask>> readWebhooks(const Directory& directory = {});
   static void loadWebhooks(Database* db);
 
@@ -167,9 +169,12 @@ class Storage {
                           const Directory& directory = {});
   // Takes the log's text apart.
   static LogRecords splitLog(std::string_view log);
-  // Cuts a torn tail off the log, or gives its last record the line feed it lacks.
+  // Cuts a torn tail off the log, or gives its last record the line feed it lacks. Throws
+  // std::runtime_error "Failed to repair file: velmora.wal".
   static void repairLog(const LogRecords& records, std::size_t logSize,
                         const Directory& directory = {});
+  // To be called when another log has been put in place of the one that was appended to.
+  static void forgetTornAppend();
   // Runs every logged command again; their answers and failures are discarded.
   static void replayWAL(Database* db);
   // Empties the log.

@@ -18,6 +18,7 @@
 // <table>.row, the whole-row file, of a table whose rows overlap in the table file: the same rows
 // back to back, every string 60 bytes, every cell that can be timed a flag byte and at least 4.
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <stdexcept>
 
@@ -38,12 +39,15 @@ constexpr std::size_t readBlockSize = 256 * 1024;
   throw std::runtime_error("Corrupt table file: " + fileName);
 }
 
-// A number of the header; the default when the field is empty.
+// A number of the header, within the limits of CREATE TABLE; the default when the field is empty.
 std::int32_t headerNumber(const std::string& text, std::int32_t missing, std::int32_t least,
                           const std::string& fileName) {
   if (text.empty()) return missing;
   std::int32_t number = 0;
-  if (convertInt(text, number) != Conversion::ok || number < least) throwCorrupt(fileName);
+  constexpr std::int32_t most = 65535;
+  if (convertInt(text, number) != Conversion::ok || number < least || number > most) {
+    throwCorrupt(fileName);
+  }
   return number;
 }
 
@@ -303,6 +307,9 @@ std::optional<Table> Storage::loadTable(const std::string& fileName, const Direc
   const std::string wholeName = tableName + ".row";
   if (isShifted) source.rowLimit = static_cast<std::int64_t>(marks.size());
   File whole(directory, isShifted ? wholeName : fileName, File::Mode::read);
+  if (isShifted && !whole.isOpen() && errno != ENOENT) {
+    throw std::runtime_error("Failed to read file: " + wholeName);
+  }
   const auto wholeSize = static_cast<std::int64_t>(wholeRowSize(table.columns));
   if (isShifted && whole.isOpen() && whole.size() == wholeSize * source.rowLimit) {
     source = {wholeName, 0, wholeSize, CellWidths::whole, source.rowLimit};

@@ -61,7 +61,8 @@ std::unique_ptr<TempRule> timedRuleAt(std::string_view file, std::int32_t slot,
   rule->startTime = record.int64();
   rule->cycleLength = record.int64();
   const std::int32_t count = record.int32();
-  if (count < 1 || static_cast<std::size_t>(count) > record.remaining() / stateSize) return nullptr;
+  if (count < 1 || count > maxStates) return nullptr;
+  if (static_cast<std::size_t>(count) > record.remaining() / stateSize) return nullptr;
   for (std::int32_t i = 0; i < count; ++i) {
     TempState state;
     state.duration = record.int64();

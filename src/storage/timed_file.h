@@ -16,7 +16,7 @@ std::size_t timedRecordSize(std::int32_t maxStates);
 std::string timedRecord(std::int32_t row, std::int32_t column, const TempRule& rule,
                         std::int32_t maxStates);
 // The timed value in a slot of a file's bytes; null when the slot lies outside, is cut off, or has
-// no states or more than the file holds.
+// no states, or more than there is room for.
 std::unique_ptr<TempRule> timedRuleAt(std::string_view file, std::int32_t slot,
                                       std::int32_t maxStates);
 

@@ -93,7 +93,9 @@ std::optional<std::vector<WebhookTask>> Storage::readWebhooks(const Directory& d
   }
   if (record.remaining() > 0) {
     File file(directory, webhooksFileName, File::Mode::readWrite);
-    file.truncate(static_cast<std::int64_t>(record.position()));
+    if (!file.truncate(static_cast<std::int64_t>(record.position()))) {
+      throw std::runtime_error(std::string("Failed to repair file: ") + webhooksFileName);
+    }
   }
   return tasks;
 }

@@ -1,0 +1,96 @@
+// See rows.h.
+#include "rows.h"
+
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+namespace velmora {
+namespace {
+
+constexpr std::size_t chunkBytes = 64 * 1024;
+constexpr unsigned maxChunkShift = 10;
+constexpr auto maxRows = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
+
+unsigned shiftFor(std::size_t rowBytes) {
+  unsigned shift = 0;
+  while (shift < maxChunkShift && (rowBytes << (shift + 1)) <= chunkBytes) ++shift;
+  return shift;
+}
+
+}  // namespace
+
+RowCopy copyOf(const Row& row) {
+  const auto cells = row.cells();
+  return {row.rowKey, std::vector<Cell>(cells.begin(), cells.end())};
+}
+
+Rows::Rows(std::size_t cellsPerRow)
+    : cellsPerRow_(cellsPerRow),
+      rowBytes_(sizeof(Row) + cellsPerRow * sizeof(Cell)),
+      chunkShift_(shiftFor(rowBytes_)) {}
+
+Rows::~Rows() { clear(); }
+
+Rows::Rows(Rows&& other) noexcept
+    : cellsPerRow_(other.cellsPerRow_),
+      rowBytes_(other.rowBytes_),
+      chunkShift_(other.chunkShift_),
+      size_(std::exchange(other.size_, 0)),
+      chunks_(std::move(other.chunks_)) {}
+
+Rows& Rows::operator=(Rows&& other) noexcept {
+  if (this != &other) {
+    clear();
+    cellsPerRow_ = other.cellsPerRow_;
+    rowBytes_ = other.rowBytes_;
+    chunkShift_ = other.chunkShift_;
+    size_ = std::exchange(other.size_, 0);
+    chunks_ = std::move(other.chunks_);
+  }
+  return *this;
+}
+
+void Rows::clear() noexcept {
+  while (size_ > 0) popBack();
+  for (std::byte* const chunk : chunks_) ::operator delete(chunk);
+  chunks_.clear();
+}
+
+Row& Rows::at(std::size_t index) {
+  if (index >= size_) throw std::out_of_range("Row index outside the table");
+  return *rowAt(index);
+}
+
+const Row& Rows::at(std::size_t index) const {
+  if (index >= size_) throw std::out_of_range("Row index outside the table");
+  return *rowAt(index);
+}
+
+Row& Rows::emplaceBack() {
+  if (size_ == maxRows) throw std::runtime_error("Table is full");
+  if (size_ >> chunkShift_ == chunks_.size()) {
+    chunks_.push_back(nullptr);
+    try {
+      chunks_.back() = static_cast<std::byte*>(::operator new(rowBytes_ << chunkShift_));
+    } catch (...) {
+      chunks_.pop_back();
+      throw;
+    }
+  }
+  Row* const row = new (static_cast<void*>(rowAt(size_))) Row;
+  row->cellCount = static_cast<std::uint32_t>(cellsPerRow_);
+  std::uninitialized_default_construct(row->cells().begin(), row->cells().end());
+  ++size_;
+  return *row;
+}
+
+void Rows::popBack() noexcept {
+  Row& row = back();
+  std::destroy(row.cells().begin(), row.cells().end());
+  std::destroy_at(&row);
+  --size_;
+}
+
+}  // namespace velmora

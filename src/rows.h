@@ -1,0 +1,98 @@
+// The rows of a table.
+//
+// Rows lie in fixed-size chunks that never move: a row's header and its cells side by side, so
+// reading a row touches adjacent cache lines and appending one never copies the others. Rows are
+// never taken out of the middle (a delete marks them), so a row's index is its name everywhere: in
+// the key map, links, undo records, scheduled changes and files.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "cell.h"
+#include "text.h"
+
+namespace velmora {
+
+// The child side of a link, as a parent row remembers it.
+struct ForeignRelation {
+  Text childTable;
+  Text childColumn;
+  bool operator==(const ForeignRelation&) const = default;
+};
+
+// The child rows that were linked to a parent row through one relation, by ascending row index. A
+// child that has moved to another key since stays listed; who asks compares its current key.
+struct Dependents {
+  ForeignRelation relation;
+  std::vector<std::int32_t> childRows;
+};
+using RowLinks = std::vector<Dependents>;
+
+// The header of a stored row; its cells follow it in memory. Made and destroyed by Rows alone.
+struct Row {
+  Text rowKey;                      // carried with the row, read by nobody
+  std::unique_ptr<RowLinks> links;  // null while nothing has been linked to this row
+  std::uint32_t cellCount = 0;
+  bool isReferenced = false;  // set when a child row was linked; tells deletes to look at links
+  bool isDeleted = false;
+
+  std::span<Cell> cells() noexcept { return {reinterpret_cast<Cell*>(this + 1), cellCount}; }
+  std::span<const Cell> cells() const noexcept {
+    return {reinterpret_cast<const Cell*>(this + 1), cellCount};
+  }
+
+  Row() = default;
+  Row(const Row&) = delete;
+  Row& operator=(const Row&) = delete;
+};
+
+static_assert(sizeof(Row) == 32 && alignof(Row) >= alignof(Cell));
+
+// A row's content on its own, deep-copied: what an undo record holds. The links of a row are not
+// part of it: they only say which children to ask, and nothing that undoes a change may forget one.
+struct RowCopy {
+  Text rowKey;
+  std::vector<Cell> cells;
+};
+RowCopy copyOf(const Row& row);
+
+// The row sequence of one table.
+class Rows {
+ public:
+  explicit Rows(std::size_t cellsPerRow = 0);
+  ~Rows();
+  Rows(Rows&& other) noexcept;
+  Rows& operator=(Rows&& other) noexcept;
+
+  std::size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+  Row& operator[](std::size_t index) noexcept { return *rowAt(index); }
+  const Row& operator[](std::size_t index) const noexcept { return *rowAt(index); }
+  // Throws std::out_of_range for an index outside the sequence.
+  Row& at(std::size_t index);
+  const Row& at(std::size_t index) const;
+  Row& back() noexcept { return *rowAt(size_ - 1); }
+
+  // Appends a row of default cells; references to other rows stay valid. Throws std::runtime_error
+  // "Table is full" when row indices have run out.
+  Row& emplaceBack();
+  void popBack() noexcept;
+
+ private:
+  Row* rowAt(std::size_t index) const noexcept {
+    return reinterpret_cast<Row*>(chunks_[index >> chunkShift_] +
+                                  (index & ((std::size_t{1} << chunkShift_) - 1)) * rowBytes_);
+  }
+  void clear() noexcept;
+
+  std::size_t cellsPerRow_;
+  std::size_t rowBytes_;
+  unsigned chunkShift_;  // log2 of the rows in a chunk
+  std::size_t size_ = 0;
+  std::vector<std::byte*> chunks_;
+};
+
+}  // namespace velmora
