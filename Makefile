@@ -1,0 +1,29 @@
+# The front door. Each target does its own set-up; what is behind it stands in scripts/.
+
+MAKEFLAGS += --no-print-directory
+
+.PHONY: demo check shell bench fuzz coverage format clean
+
+demo:  ## build a release, run the sample commands and the sample host
+	scripts/demo.sh
+
+check:  ## build and run all tests
+	scripts/check.sh check
+
+shell:  ## open the prompt on the database in data/
+	scripts/shell.sh
+
+bench:  ## compare with SQLite; QUICK=1 takes less than a minute
+	QUICK=$(QUICK) scripts/bench.sh
+
+fuzz:  ## run every fuzzer for SECONDS=60 each
+	SECONDS_EACH=$(or $(SECONDS),60) scripts/fuzz.sh
+
+coverage:  ## line and branch coverage of src/ as HTML, in build/coverage/report
+	scripts/coverage.sh
+
+format:  ## rewrite the C and C++ sources in the house style
+	scripts/format.sh
+
+clean:  ## remove every build; the database in data/ stays
+	rm -rf build

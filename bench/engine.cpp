@@ -1,0 +1,59 @@
+// What both engines share: names, and the text of a statement with its values in place.
+#include "engine.h"
+
+#include <charconv>
+
+namespace bench {
+
+namespace {
+
+void appendValue(std::string& text, const Value& value) {
+  if (const auto* chars = std::get_if<std::string>(&value)) {
+    text += '\'' + *chars + '\'';
+    return;
+  }
+  char digits[32];
+  const auto* number = std::get_if<int>(&value);
+  const auto end = number != nullptr
+                       ? std::to_chars(digits, digits + sizeof digits, *number)
+                       : std::to_chars(digits, digits + sizeof digits, std::get<double>(value));
+  text.append(digits, end.ptr);
+}
+
+}  // namespace
+
+const char* modeName(Mode mode) {
+  switch (mode) {
+    case Mode::velmora:
+      return "velmora";
+    case Mode::filePrepared:
+      return "file, prepared";
+    case Mode::fileText:
+      return "file, text";
+    case Mode::memoryPrepared:
+      return "memory, prepared";
+    case Mode::memoryText:
+      return "memory, text";
+  }
+  return "";
+}
+
+std::string renderText(const std::string& text, const Values& values) {
+  std::string result;
+  result.reserve(text.size() + 16 * values.size());
+  for (std::size_t position = 0; position < text.size(); ++position) {
+    if (text[position] != '?') {
+      result += text[position];
+      continue;
+    }
+    ++position;
+    appendValue(result, values.at(static_cast<std::size_t>(text[position] - '1')));
+  }
+  return result;
+}
+
+std::unique_ptr<Engine> openEngine(Mode mode) {
+  return mode == Mode::velmora ? openVelmora() : openSqlite(mode);
+}
+
+}  // namespace bench

@@ -1,0 +1,64 @@
+// One engine as a workload sees it, whichever it is and however it takes its statements. A workload
+// says each statement once in both dialects, with places ?1 to ?9 for values; the engine decides
+// whether that becomes a command text or a prepared statement with bound values.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace bench {
+
+enum class Mode { velmora, filePrepared, fileText, memoryPrepared, memoryText };
+
+inline constexpr Mode allModes[] = {Mode::velmora, Mode::filePrepared, Mode::fileText,
+                                    Mode::memoryPrepared, Mode::memoryText};
+
+const char* modeName(Mode mode);
+inline bool isFile(Mode mode) { return mode == Mode::filePrepared || mode == Mode::fileText; }
+inline bool isPrepared(Mode mode) {
+  return mode == Mode::filePrepared || mode == Mode::memoryPrepared;
+}
+
+using Value = std::variant<int, double, std::string>;
+using Values = std::vector<Value>;
+using Batch = std::vector<Values>;
+
+struct Statement {
+  std::string velmora;  // empty: this engine has nothing to do here
+  std::string sqlite;
+  bool isRefused = false;  // the engine must answer with a failure
+};
+
+// The template with its places replaced by the values, texts in single quotes.
+std::string renderText(const std::string& text, const Values& values);
+
+class Engine {
+ public:
+  Engine() = default;
+  virtual ~Engine() = default;
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  // Runs one statement and returns its answer, which stays until the next call.
+  virtual const char* execute(const Statement& statement, const Values& values = {}) = 0;
+  // Runs the statement with the values of 0 to count - 1, untimed and as fast as the engine can.
+  virtual void fill(const Statement& statement, int count,
+                    const std::function<Values(int)>& values) = 0;
+  // Runs the statement once for each entry of the batch, each a durable command of its own, and
+  // returns the seconds that took; preparation of texts and statements is not timed. With each,
+  // also notes the seconds of every single command there.
+  virtual double time(const Statement& statement, const Batch& batch,
+                      std::vector<double>* each = nullptr) = 0;
+  // Moves everything from the log into the files of the tables.
+  virtual void checkpoint() = 0;
+};
+
+// Starts the engine in the current directory. Destroying it stops it in the orderly way.
+std::unique_ptr<Engine> openEngine(Mode mode);
+std::unique_ptr<Engine> openVelmora();
+std::unique_ptr<Engine> openSqlite(Mode mode);
+
+}  // namespace bench

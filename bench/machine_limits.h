@@ -1,0 +1,24 @@
+// What the machine allows, measured in the same run: the figures below which no engine can come.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "workload.h"
+
+namespace bench {
+
+struct MachineLimit {
+  std::string label;
+  double seconds;  // of one operation
+  double bytes;    // that one operation moves, or 0 where the time is what counts
+};
+
+inline constexpr char memcpyLabel[] = "memcpy, 64 MiB";
+
+// Measures in the current directory, with Google Benchmark, in a process of its own.
+std::vector<MachineLimit> measureMachineLimits(const Scale& scale);
+
+double bytesPerSecond(const std::vector<MachineLimit>& limits, const std::string& label);
+
+}  // namespace bench

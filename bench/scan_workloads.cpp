@@ -1,0 +1,130 @@
+// Commands that read or change many rows at once: scans, joins, key ranges, an UPDATE of half a
+// table. A figure is the time of one command.
+#include "data.h"
+#include "workload.h"
+
+namespace bench {
+
+namespace {
+
+Workload scan(const Scale& scale) {
+  const int rows = scale.rows(1000000);
+  const Statement byAge = {"SELECT id, name FROM items WHERE age = ?1",
+                           "SELECT id, name FROM items WHERE age = ?1"};
+  const Statement byName = {"SELECT id, age FROM items WHERE name = ?1",
+                            "SELECT id, age FROM items WHERE name = ?1"};
+  return {
+      "3",
+      {{"scan of 1M rows, int equality, 1 % match", {Goal::Kind::fasterThanSqlite, 8}, Fit::memory},
+       {"scan of 1M rows, text equality, 0.1 % match",
+        {Goal::Kind::fasterThanSqlite, 8},
+        Fit::memory},
+       {"the first int scan, what it builds included", {}, Fit::memory}},
+      everyMode,
+      [=](Mode mode) {
+        auto engine = openItems(mode, rows, itemValuesWithFewNames);
+        // What an engine builds for its scans is built here, once.
+        const double first = engine->time(byAge, {{39}});
+        return Player{[=](int round) {
+                        auto name = [=](int index) {
+                          return Values{"name" + std::to_string(3 * round + index)};
+                        };
+                        auto age = [=](int index) { return Values{40 + 3 * round + index}; };
+                        return Figures{timeOne(*engine, byAge, makeBatch(3, age)),
+                                       timeOne(*engine, byName, makeBatch(3, name)), first};
+                      },
+                      [=] {
+                        return answersOf(*engine, byAge, {{7}}) +
+                               answersOf(*engine, byName, {{"name99"}, {"nobody"}});
+                      }};
+      }};
+}
+
+// velmora names a joined column by its table as well; SQLite is told to.
+Statement joinOfAll() {
+  return {
+      "SELECT children.id, children.name, parents.name FROM children JOIN parents "
+      "ON children.parent_id = parents.id",
+      "SELECT children.id AS 'children.id', children.name AS 'children.name', "
+      "parents.name AS 'parents.name' FROM children JOIN parents "
+      "ON children.parent_id = parents.id"};
+}
+
+Workload join(const Scale& scale) {
+  const int parents = scale.rows(100000);
+  const int children = scale.rows(300000);
+  const Statement all = joinOfAll();
+  const Statement filtered = {all.velmora + " WHERE parents.age = ?1",
+                              all.sqlite + " WHERE parents.age = ?1"};
+  const Statement createChildren = {
+      "CREATE TABLE children id ApexInt parent_id int name string",
+      "CREATE TABLE children (id INTEGER PRIMARY KEY, parent_id INT, name TEXT)"};
+  return {
+      "4",
+      {{"join of 300k with 100k, 1 % of the parents",
+        {Goal::Kind::fasterThanSqlite, 15},
+        Fit::memory},
+       {"join of 300k with 100k, all", {Goal::Kind::fasterThanSqlite, 5}, Fit::memory}},
+      everyMode,
+      [=](Mode mode) {
+        std::shared_ptr<Engine> engine = openEngine(mode);
+        fillParents(*engine, parents);
+        engine->execute(createChildren);
+        engine->fill(insertChild, children, [=](int index) {
+          return Values{1 + scatterBelow(parents, index, 5), "child" + std::to_string(index)};
+        });
+        return Player{
+            [=](int round) {
+              return Figures{engine->time(filtered, {{40 + round}}), engine->time(all, {{}})};
+            },
+            [=] { return answersOf(*engine, filtered, {{7}}) + answersOf(*engine, all, {{}}); }};
+      }};
+}
+
+Workload updateHalf(const Scale& scale) {
+  const int rows = scale.rows(1000000);
+  const Statement update = {"UPDATE items SET score = ?1 WHERE age < 50",
+                            "UPDATE items SET score = ?1 WHERE age < 50"};
+  return {"6",
+          {{"durable UPDATE of half of 1M rows", {Goal::Kind::fasterThanSqlite, 4}}},
+          everyMode,
+          [=](Mode mode) {
+            auto engine = openItems(mode, rows, itemValuesWithFewNames);
+            return Player{
+                [=](int round) { return Figures{engine->time(update, {{0.25 * round}})}; },
+                [=] {
+                  return answersOf(*engine, update, {{7.25}}) +
+                         answersOf(*engine, selectItemByKey,
+                                   {{1}, {2}, {3}, {4}, {5}, {6}, {7}, {8}});
+                }};
+          }};
+}
+
+Workload keyRange(const Scale& scale) {
+  const int rows = scale.rows(1000000);
+  const Statement range = {"SELECT id, name FROM items WHERE id >= ?1 && id < ?2",
+                           "SELECT id, name FROM items WHERE id >= ?1 AND id < ?2"};
+  return {"7",
+          {{"key range, 1 % of 1M rows", {Goal::Kind::fasterThanSqlite, 3}, Fit::memory}},
+          everyMode,
+          [=](Mode mode) {
+            auto engine = openItems(mode, rows, itemValuesWithFewNames);
+            auto bounds = [=](int round) {
+              return makeBatch(5, [=](int index) {
+                const int first = 1 + scatterBelow(rows - rows / 100, 5 * round + index, 4);
+                return Values{first, first + rows / 100};
+              });
+            };
+            return Player{
+                [=](int round) { return Figures{timeOne(*engine, range, bounds(round))}; },
+                [=] { return answersOf(*engine, range, bounds(0)); }};
+          }};
+}
+
+}  // namespace
+
+std::vector<Workload> scanWorkloads(const Scale& scale) {
+  return {scan(scale), join(scale), updateHalf(scale), keyRange(scale)};
+}
+
+}  // namespace bench

@@ -1,0 +1,74 @@
+// What a workload is: what it measures, against which goal, and how one side sets it up and plays
+// it. The runner plays every workload the same way; the workloads know nothing of processes.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "engine.h"
+#include "process.h"
+
+namespace bench {
+
+enum class Unit { seconds, bytes };
+
+struct Goal {
+  enum class Kind {
+    none,
+    fasterThanSqlite,     // the best fitting SQLite mode takes `value` times as long, or longer
+    atMost,               // velmora's figure is at most `value`
+    atMostAtMemorySpeed,  // the same where memcpy runs at 12 GB/s; scaled by what it runs at here
+    atMostTimesMeasure,   // at most `value` times velmora's figure of the measure `other`
+    logarithmicGrowth,    // at most the logarithm's growth since the measure `other`
+  };
+  Kind kind = Kind::none;
+  double value = 0;
+  std::size_t other = 0;
+};
+
+enum class Fit { file, memory };
+
+struct Measure {
+  std::string label;
+  Goal goal = {};
+  Fit fit = Fit::file;  // the SQLite modes that offer what velmora offers here
+  Unit unit = Unit::seconds;
+};
+
+// One side, ready to play, in its own process and directory.
+struct Player {
+  // Plays one round: a figure for each measure. The round's number decides its values, so that
+  // every side does the same.
+  std::function<Figures(int round)> play;
+  // Answers after the last round, which must be equal on every side. May be empty.
+  std::function<std::string()> answers;
+};
+
+struct Workload {
+  std::string number;
+  std::vector<Measure> measures;
+  std::vector<Mode> modes;
+  std::function<Player(Mode mode)> setUp;
+};
+
+// How large everything is.
+struct Scale {
+  bool isQuick = false;
+  int rounds = 5;
+
+  int rows(int full) const { return isQuick ? full / 10 : full; }
+  int commands(int full) const { return isQuick ? full / 4 : full; }
+};
+
+inline const std::vector<Mode> everyMode(std::begin(allModes), std::end(allModes));
+inline const std::vector<Mode> fileModes = {Mode::velmora, Mode::filePrepared, Mode::fileText};
+inline const std::vector<Mode> preparedModes = {Mode::velmora, Mode::filePrepared,
+                                                Mode::memoryPrepared};
+
+std::vector<Workload> pointWorkloads(const Scale& scale);    // 1, 2, 5, 8
+std::vector<Workload> scanWorkloads(const Scale& scale);     // 3, 4, 6, 7
+std::vector<Workload> storageWorkloads(const Scale& scale);  // 9, 10, 11
+std::vector<Workload> growthWorkloads(const Scale& scale);   // the same at several sizes
+
+}  // namespace bench

@@ -1,0 +1,79 @@
+# How everything is compiled: the language, the warnings, the sanitizers, link-time optimisation.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O3 -DNDEBUG")
+
+find_package(Threads REQUIRED)
+link_libraries(Threads::Threads)
+
+if(VELMORA_SANITIZE)
+  # Every translation unit, the tests included, or the reports have holes.
+  add_compile_options(-fsanitize=${VELMORA_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VELMORA_SANITIZE})
+endif()
+
+if(VELMORA_FUZZ)
+  # The fuzzers steer by the branches that the engine takes.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+
+function(velmora_warnings target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${VELMORA_WERROR}>:-Werror>)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    # gcc 12 warns of overlap inside std::string where there is none (its bug 105651).
+    target_compile_options(${target} PRIVATE -Wno-restrict)
+  endif()
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND VELMORA_SANITIZE)
+    # The sanitizers' own code in the standard library's headers sets this one off.
+    target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)
+  endif()
+endfunction()
+
+# The objects carry machine code and link-time code side by side, so that the shared library is
+# optimised as a whole while the tests link the very same objects in the ordinary, quick way.
+set(velmora_lto_enabled OFF)
+if(VELMORA_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release"
+   AND NOT VELMORA_SANITIZE AND NOT VELMORA_COVERAGE)
+  set(velmora_lto_enabled ON)
+  add_link_options(-fno-lto)
+endif()
+
+function(velmora_link_time_objects target)
+  if(velmora_lto_enabled)
+    target_compile_options(${target} PRIVATE -flto=auto -ffat-lto-objects)
+  endif()
+endfunction()
+
+function(velmora_link_time_optimise target)
+  if(velmora_lto_enabled)
+    target_link_options(${target} PRIVATE -O3 -flto=auto)
+  endif()
+endfunction()
+
+# Link-time code is readable by one compiler version only; an archive for anyone must not hold it.
+function(velmora_ordinary_archive target)
+  if(velmora_lto_enabled)
+    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+      COMMAND ${CMAKE_OBJCOPY} --wildcard "--remove-section=.gnu.lto_*"
+              "--remove-section=.gnu.debuglto_*" --strip-symbol=__gnu_lto_v1
+              $<TARGET_FILE:${target}>)
+  endif()
+endfunction()
+
+if(VELMORA_COVERAGE)
+  add_link_options(--coverage)
+endif()
+
+function(velmora_count_coverage target)
+  if(VELMORA_COVERAGE)
+    # Atomic counters: the tests run several threads, and several processes, over one set of files.
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+  endif()
+endfunction()

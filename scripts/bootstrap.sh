@@ -1,0 +1,85 @@
+#!/bin/sh
+# Makes sure that the tools a task needs are here: bootstrap.sh GROUP...
+# with the groups build, test, bench, fuzz, lint, coverage.
+# What is missing is installed where that needs no question (Debian's apt-get as root or with
+# passwordless sudo); anywhere else the packages are named and the script fails.
+set -eu
+
+missing=""
+
+needs_command() {  # COMMAND PACKAGE
+    command -v "$1" >/dev/null 2>&1 || missing="$missing $2"
+}
+
+needs_header() {  # HEADER PACKAGE
+    [ -e "/usr/include/$1" ] || [ -e "/usr/local/include/$1" ] || missing="$missing $2"
+}
+
+check_group() {
+    case "$1" in
+    build)
+        needs_command cmake cmake
+        needs_command make make
+        needs_command c++ g++
+        ;;
+    test)
+        needs_header gtest/gtest.h libgtest-dev
+        needs_command cc gcc
+        needs_command nm binutils
+        ;;
+    bench)
+        needs_header benchmark/benchmark.h libbenchmark-dev
+        needs_header sqlite3.h libsqlite3-dev
+        ;;
+    fuzz)
+        needs_command clang++ clang
+        ;;
+    lint)
+        needs_command clang++ clang
+        needs_command clang-format clang-format
+        needs_command clang-tidy clang-tidy
+        needs_command cppcheck cppcheck
+        ;;
+    coverage)
+        needs_command gcovr gcovr
+        ;;
+    *)
+        echo "bootstrap.sh: unknown group '$1'" >&2
+        exit 2
+        ;;
+    esac
+}
+
+check_all() {
+    missing=""
+    for group in "$@"; do
+        check_group "$group"
+    done
+}
+
+check_all "$@"
+[ -n "$missing" ] || exit 0
+
+as_root=""
+if [ "$(id -u)" -ne 0 ]; then
+    as_root="sudo -n"
+fi
+if ! command -v apt-get >/dev/null 2>&1 ||
+    { [ -n "$as_root" ] && ! sudo -n true 2>/dev/null; }; then
+    echo "Please install these packages (named as in Debian), then try again:$missing" >&2
+    exit 1
+fi
+
+echo "Installing:$missing"
+export DEBIAN_FRONTEND=noninteractive
+# The package names are words of their own.
+# shellcheck disable=SC2086
+$as_root apt-get update -qq </dev/null
+# shellcheck disable=SC2086
+$as_root apt-get install -y -qq --no-install-recommends $missing </dev/null
+
+check_all "$@"
+if [ -n "$missing" ]; then
+    echo "Installed, but still not found:$missing" >&2
+    exit 1
+fi

@@ -1,0 +1,101 @@
+// Random commands, killed at random moments: what a host had been answered is there after the next
+// start, once; the one command in flight is there or not, never in part.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <iostream>
+
+#include "crash_fixture.h"
+#include "random_commands.h"
+
+namespace velmora::crash {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+class RandomCrashTest : public CrashTest {
+ protected:
+  // A life of one directory: starts, commands and kills until it has grown old.
+  void live(RandomCommands& random) {
+    const auto directory = newDirectory();
+    std::vector<Possibility> possibilities = {{Model(), false, 0}};
+    constexpr int rounds = 20;
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+      if (random.upTo(3) == 0) killAStart(directory, random);
+      auto running = restart(directory, possibilities, random.second());
+      if (!running) return;
+      possibilities = killARun(*running, random);
+    }
+    if (!HasFailure()) discard(directory);
+  }
+
+ private:
+  struct Plan {
+    std::vector<EngineProcess::Request> requests;
+    std::vector<Command> commands;
+    std::vector<Effect> effects;
+  };
+
+  // Short moments are as likely as long ones: a command takes microseconds, a checkpoint ages.
+  static std::chrono::microseconds moment(RandomCommands& random) {
+    constexpr int longest = 15;  // 2^15 microseconds
+    const double exponent = random.upTo(longest * 100) / 100.0;
+    return std::chrono::microseconds(static_cast<long>(std::pow(2.0, exponent)));
+  }
+
+  void killAStart(const std::filesystem::path& directory, RandomCommands& random) {
+    EngineProcess engine(directory);
+    engine.executeUntilKilled({{'s', random.second(), ""}}, moment(random) / 4);
+    countCrashPoint();
+  }
+
+  static Plan planFor(const Model& model, RandomCommands& random) {
+    Plan plan;
+    Model ahead = model;
+    const int count = 1 + random.upTo(120);
+    for (int i = 0; i < count; ++i) {
+      const Command command = random.next(ahead);
+      plan.commands.push_back(command);
+      plan.effects.push_back(ahead.run(command));
+      plan.requests.push_back({'q', command.second, command.text()});
+    }
+    if (random.upTo(3) == 0) plan.requests.push_back({'x', random.second(), ""});
+    return plan;
+  }
+
+  std::vector<Possibility> killARun(Running& running, RandomCommands& random) {
+    const Plan plan = planFor(running.model, random);
+    const auto answers = running.engine->executeUntilKilled(plan.requests, moment(random));
+    countCrashPoint();
+    for (std::size_t i = 0; i < answers.size() && i < plan.commands.size(); ++i) {
+      running.model.run(plan.commands[i]);
+      const bool isRight = answers[i].succeeded() == plan.effects[i].succeeded;
+      EXPECT_TRUE(isRight) << plan.commands[i].text() << "\n" << answers[i].text;
+      if (!isRight) return {};
+    }
+    if (answers.size() < plan.commands.size()) {
+      return beforeAndAfter(running.model, plan.commands[answers.size()]);
+    }
+    Possibility stopped = {running.model, false, 0};
+    stopped.model.checkpoint();
+    if (answers.size() == plan.requests.size() && plan.requests.back().kind == 'x') {
+      return {stopped};
+    }
+    return {stopped, {running.model, false, 0}};
+  }
+};
+
+TEST_F(RandomCrashTest, whatWasAnsweredIsThereOnce) {
+  const std::uint64_t seed = chosenSeed();
+  std::cout << "seed " << seed << " (VELMORA_CRASH_SEED), " << secondsToSpend()
+            << " seconds (VELMORA_CRASH_SECONDS)" << std::endl;
+  RandomCommands random(seed);
+  const auto end = Clock::now() + std::chrono::seconds(secondsToSpend());
+  while (Clock::now() < end && !HasFailure()) live(random);
+  EXPECT_GT(crashPoints(), 0);
+}
+
+}  // namespace
+}  // namespace velmora::crash

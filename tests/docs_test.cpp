@@ -1,0 +1,349 @@
+// Runs the commands that the documents show and compares what they show as the answers.
+//
+// README.md and every docs/*.md is a test. Its marked blocks are run in order against one engine in
+// a temporary directory, in a process of its own; each block must then read as it would be written
+// from what happened. CONTRIBUTING.md describes the marks. With VELMORA_WRITE_DOCS set, the blocks
+// are written anew into the documents instead, which is how answers get there.
+//
+// It also checks that every link to a file of the project leads somewhere.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "golden_worker.h"
+
+namespace velmora {
+namespace {
+
+namespace fs = std::filesystem;
+using golden::Outcome;
+using golden::Worker;
+
+const fs::path root = VELMORA_SOURCE_DIR;
+constexpr std::int64_t firstSecond = 1'700'000'000;
+constexpr std::string_view prompt = "velmora> ";
+constexpr std::string_view fence = "```";
+
+using Lines = std::vector<std::string>;
+
+std::string readFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+// A line feed at the end ends the last line; it does not begin another.
+Lines splitLines(const std::string& text) {
+  std::istringstream stream(text);
+  Lines lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string joinLines(const Lines& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += line + "\n";
+  return text;
+}
+
+void append(Lines& lines, const Lines& more) {
+  lines.insert(lines.end(), more.begin(), more.end());
+}
+
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory() {
+    std::string name = (fs::temp_directory_path() / "velmora-docs-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
+    path_ = name;
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  TemporaryDirectory(const TemporaryDirectory&) = delete;
+  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+// The member's value as it stands in a line of an answer, without quotes; nothing if it is another
+// member's line.
+std::optional<std::string> member(const std::string& line, const std::string& name) {
+  const std::string start = "  \"" + name + "\": ";
+  if (!line.starts_with(start)) return std::nullopt;
+  std::string value = line.substr(start.size());
+  if (value.ends_with(",")) value.pop_back();
+  if (value.starts_with("\"")) value = value.substr(1, value.size() - 2);
+  return value;
+}
+
+// An answer in short form: its rows, or its message with the number of rows affected.
+Lines shortened(const Lines& answer) {
+  Lines rows;
+  std::string message;
+  std::string count = "0";
+  for (const std::string& line : answer) {
+    if (line.starts_with("    {")) rows.push_back(line.substr(4, line.rfind('}') - 3));
+    if (const auto value = member(line, "message")) message = *value;
+    if (const auto value = member(line, "rows_affected")) count = *value;
+  }
+  if (!rows.empty()) return rows;
+  if (message.empty()) return {"(no rows)"};
+  if (count == "0") return {message};
+  return {message + " (" + count + (count == "1" ? " row)" : " rows)")};
+}
+
+// The first bytes of a file, sixteen a line, with the offset before and the characters behind.
+Lines hexDump(const std::string& bytes) {
+  Lines lines;
+  char number[32];
+  for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
+    std::snprintf(number, sizeof number, "%04zx ", offset);
+    std::string line = number;
+    std::string characters;
+    for (std::size_t i = 0; i < 16; ++i) {
+      if (offset + i >= bytes.size()) {
+        line += "   ";
+        continue;
+      }
+      const auto byte = static_cast<unsigned char>(bytes[offset + i]);
+      std::snprintf(number, sizeof number, " %02x", byte);
+      line += number;
+      characters += byte >= 0x20 && byte < 0x7f ? static_cast<char>(byte) : '.';
+    }
+    lines.push_back(line + "  " + characters);
+  }
+  return lines;
+}
+
+// The engine that a document talks to.
+class Session {
+ public:
+  // Starts it if need be; what it prints meanwhile comes back.
+  Lines start() {
+    if (worker_ == nullptr) {
+      worker_ = std::make_unique<Worker>(database_, output_);
+      worker_->setClock(second_);
+    }
+    const Outcome outcome = worker_->start();
+    if (!outcome.exceptionType.empty()) return {"(" + outcome.text + ")"};
+    isStarted_ = true;
+    return newOutput();
+  }
+  void stop() {
+    worker_->stop();
+    isStarted_ = false;
+  }
+  void kill() {
+    worker_->kill();
+    worker_.reset();
+    isStarted_ = false;
+  }
+  Lines run(const std::string& command, bool isShort) {
+    if (!isStarted_) start();
+    const Outcome outcome = worker_->execute(command);
+    if (!outcome.exceptionType.empty()) {
+      return {"(std::" + outcome.exceptionType + ": " + outcome.text + ")"};
+    }
+    const Lines answer = splitLines(outcome.text);
+    return isShort ? shortened(answer) : answer;
+  }
+  void pass(std::int64_t seconds) {
+    second_ += seconds;
+    if (worker_ != nullptr) worker_->setClock(second_);
+  }
+  fs::path file(const std::string& name) const { return database_ / name; }
+  Lines files() const {
+    Lines lines;
+    for (const fs::directory_entry& entry : fs::directory_iterator(database_)) {
+      lines.push_back(entry.path().filename().string() + "  " + std::to_string(entry.file_size()));
+    }
+    std::sort(lines.begin(), lines.end());
+    return lines;
+  }
+
+ private:
+  Lines newOutput() {
+    const std::string all = readFile(output_);
+    const std::string fresh = all.substr(outputSeen_);
+    outputSeen_ = all.size();
+    return splitLines(fresh);
+  }
+
+  TemporaryDirectory temporary_;
+  fs::path database_ = makeDirectory(temporary_.path() / "database");
+  fs::path output_ = temporary_.path() / "output";
+  std::unique_ptr<Worker> worker_;
+  bool isStarted_ = false;
+  std::int64_t second_ = firstSecond;
+  std::size_t outputSeen_ = 0;
+
+  static fs::path makeDirectory(const fs::path& path) {
+    fs::create_directory(path);
+    return path;
+  }
+};
+
+// "# 30 seconds later" as seconds.
+std::optional<std::int64_t> timePassing(const std::string& line) {
+  static const std::regex form("# (\\d+) (second|minute|hour|day)s? later");
+  std::smatch match;
+  if (!std::regex_match(line, match, form)) return std::nullopt;
+  const std::string unit = match[2];
+  const std::int64_t seconds = unit == "second"   ? 1
+                               : unit == "minute" ? 60
+                               : unit == "hour"   ? 3600
+                                                  : 86400;
+  return std::stoll(match[1]) * seconds;
+}
+
+// A block of commands as it reads after the commands have been run.
+Lines runCommands(const Lines& block, bool isShort, Session& session) {
+  Lines actual;
+  bool blankBefore = false;
+  for (const std::string& line : block) {
+    const bool isCommand = line.starts_with(prompt);
+    if ((isCommand || line.starts_with("# ")) && blankBefore) actual.emplace_back();
+    blankBefore = line.empty();
+    if (isCommand) {
+      actual.push_back(line);
+      append(actual, session.run(line.substr(prompt.size()), isShort));
+    } else if (line.starts_with("# ")) {
+      actual.push_back(line);
+      if (const auto seconds = timePassing(line)) session.pass(*seconds);
+      if (line == "# stop and start again") session.stop();
+      if (line == "# kill and start again") session.kill();
+      if (line.ends_with(" and start again")) append(actual, session.start());
+    }
+  }
+  return actual;
+}
+
+// What a marked block has to hold; nothing for a block without a mark.
+std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Session& session) {
+  std::istringstream stream(mark);
+  std::string language;
+  std::string kind;
+  std::string name;
+  stream >> language >> kind >> name;
+  if (language != "velmora") {
+    // Another language with a path behind it shows that file of the project.
+    if (kind.empty()) return std::nullopt;
+    return splitLines(readFile(root / kind));
+  }
+  if (kind == "files") return session.files();
+  if (kind == "text") return splitLines(readFile(session.file(name)));
+  if (kind == "hex") return hexDump(readFile(session.file(name)));
+  return runCommands(block, kind == "short", session);
+}
+
+class DocumentTest : public testing::Test {
+ public:
+  explicit DocumentTest(fs::path document) : document_(std::move(document)) {}
+
+  void TestBody() override {
+    auto session = std::make_unique<Session>();
+    const Lines lines = splitLines(readFile(document_));
+    Lines written;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+      written.push_back(lines[i]);
+      if (lines[i] == "<!-- new database -->") session = std::make_unique<Session>();
+      if (!lines[i].starts_with(fence)) continue;
+      const std::size_t first = i + 1;
+      while (i + 1 < lines.size() && lines[i + 1] != fence) ++i;
+      const Lines block(lines.begin() + static_cast<std::ptrdiff_t>(first),
+                        lines.begin() + static_cast<std::ptrdiff_t>(i + 1));
+      const auto content = contentOf(written.back().substr(fence.size()), block, *session);
+      append(written, content.value_or(block));
+      if (content) compare(first, block, *content);
+      written.emplace_back(fence);
+      ++i;
+    }
+    if (isWriting()) std::ofstream(document_, std::ios::binary) << joinLines(written);
+  }
+
+ private:
+  static bool isWriting() { return std::getenv("VELMORA_WRITE_DOCS") != nullptr; }
+
+  void compare(std::size_t firstLine, const Lines& shown, const Lines& actual) {
+    if (shown == actual || isWriting()) return;
+    const auto different = std::mismatch(shown.begin(), shown.end(), actual.begin(), actual.end());
+    const auto line = firstLine + 1 + static_cast<std::size_t>(different.first - shown.begin());
+    ADD_FAILURE_AT(document_.c_str(), static_cast<int>(line)) << "--- shown\n"
+                                                              << joinLines(shown) << "--- actual\n"
+                                                              << joinLines(actual) << "---";
+  }
+
+  fs::path document_;
+};
+
+class LinksTest : public testing::Test {
+ public:
+  explicit LinksTest(fs::path document) : document_(std::move(document)) {}
+
+  void TestBody() override {
+    static const std::regex form("\\]\\(([^)#:]+)(#[^)]*)?\\)");
+    const std::string text = readFile(document_);
+    for (std::sregex_iterator link(text.begin(), text.end(), form), end; link != end; ++link) {
+      const std::string target = (*link)[1];
+      EXPECT_TRUE(fs::exists(document_.parent_path() / target))
+          << document_ << " links to " << target;
+    }
+  }
+
+ private:
+  fs::path document_;
+};
+
+std::vector<fs::path> documents() {
+  std::vector<fs::path> found;
+  for (const fs::path& directory : {root, root / "docs"}) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+      if (entry.path().extension() == ".md") found.push_back(entry.path());
+    }
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+// A test's name may hold letters, digits and underscores only.
+std::string testName(std::string name) {
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+}
+
+}  // namespace
+}  // namespace velmora
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  for (const velmora::fs::path& document : velmora::documents()) {
+    const std::string name = velmora::testName(document.stem().string());
+    testing::RegisterTest("Documents", name.c_str(), nullptr, nullptr, document.c_str(), 1,
+                          [document] { return new velmora::DocumentTest(document); });
+    testing::RegisterTest("Links", name.c_str(), nullptr, nullptr, document.c_str(), 1,
+                          [document] { return new velmora::LinksTest(document); });
+  }
+  return RUN_ALL_TESTS();
+}

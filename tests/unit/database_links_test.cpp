@@ -1,0 +1,207 @@
+// Links between tables: what parent rows remember of their children, when they hold a deletion or a
+// new key up, and when they forget.
+//
+// What a host can see of it is pinned by the golden scripts; the records themselves are asked here.
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "database_fixture.h"
+
+namespace velmora {
+namespace {
+
+// The dependents of a parent row as texts: "table.column: 0 2".
+std::vector<std::string> dependentsOf(const Row& row) {
+  std::vector<std::string> texts;
+  if (row.links == nullptr) return texts;
+  for (const Dependents& dependents : *row.links) {
+    if (dependents.childRows.empty()) continue;
+    std::string text = std::string(dependents.relation.childTable.view()) + "." +
+                       std::string(dependents.relation.childColumn.view()) + ":";
+    for (const std::int32_t index : dependents.childRows) text += " " + std::to_string(index);
+    texts.push_back(text);
+  }
+  std::sort(texts.begin(), texts.end());
+  return texts;
+}
+
+class LinkTest : public DatabaseTest {
+ protected:
+  LinkTest() {
+    database.createTable("p", {{"id", "ApexInt"}, {"note", "string"}});
+    database.createTable("q", {{"id", "ApexInt"}});
+    database.createTable("kid", {{"pid", "int", 3}, {"qid", "int"}});
+    for (int i = 0; i < 3; ++i) insert("p", {});
+    insert("q", {});
+  }
+
+  Texts dependents(std::size_t parentRow) { return dependentsOf(rowOf("p", parentRow)); }
+  bool isMarked(std::size_t parentRow) { return rowOf("p", parentRow).isReferenced; }
+};
+
+TEST_F(LinkTest, LinkRecordsExistingRowsWithTheirParents) {
+  insert("kid", {{"pid", "1"}});
+  insert("kid", {{"pid", "2"}});
+  insert("kid", {{"pid", "1"}});
+  insert("kid", {{"pid", "7"}});
+  database.deleteRows("kid", where("pid", "7"));
+  database.link("kid", "pid", "p", "id");
+  EXPECT_EQ(dependents(0), Texts({"kid.pid: 0 2"}));
+  EXPECT_EQ(dependents(1), Texts({"kid.pid: 1"}));
+  EXPECT_EQ(dependents(2), Texts());
+  EXPECT_TRUE(isMarked(0));
+  EXPECT_TRUE(isMarked(1));
+  EXPECT_FALSE(isMarked(2));
+}
+
+TEST_F(LinkTest, TheChildTableHoldsOneRecordForEachLink) {
+  database.link("kid", "pid", "p", "id");
+  database.link("kid", "qid", "q", "id");
+  database.link("kid", "pid", "p", "id");
+  const std::vector<LinkRecord> expected = {{"pid", "p", "id"}, {"qid", "q", "id"}};
+  EXPECT_EQ(database.getTable("kid").links, expected);
+  EXPECT_TRUE(database.getTable("p").links.empty());
+}
+
+TEST_F(LinkTest, ARefusedLinkRecordsNothing) {
+  insert("kid", {{"pid", "1"}});
+  insert("kid", {{"pid", "9"}});
+  EXPECT_EQ(failureOf([&] { database.link("kid", "pid", "p", "id"); }),
+            "CRITICAL CORRUPTION: Missing active parent key: 9");
+  EXPECT_TRUE(database.getTable("kid").links.empty());
+  EXPECT_EQ(dependents(0), Texts());
+  EXPECT_FALSE(isMarked(0));
+}
+
+TEST_F(LinkTest, InsertAndUpdateRecordTheRowWithItsParent) {
+  database.link("kid", "pid", "p", "id");
+  insert("kid", {{"pid", "1"}});
+  EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
+  update("kid", {{"pid", "2"}});
+  EXPECT_EQ(dependents(1), Texts({"kid.pid: 0"}));
+  EXPECT_TRUE(isMarked(1));
+  update("kid", {{"pid", "2"}});
+  EXPECT_EQ(dependents(1), Texts({"kid.pid: 0"}));
+}
+
+TEST_F(LinkTest, ATimedKeyIsRecordedWithAllItsComingParents) {
+  database.link("kid", "pid", "p", "id");
+  insertTimed("kid", "pid", timed({{"1", 10}, {"3", 10}}));
+  EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
+  EXPECT_EQ(dependents(1), Texts());
+  EXPECT_EQ(dependents(2), Texts({"kid.pid: 0"}));
+}
+
+TEST_F(LinkTest, EveryLinkIsCheckedBeforeAnyIsRecorded) {
+  database.link("kid", "pid", "p", "id");
+  database.link("kid", "qid", "q", "id");
+  EXPECT_EQ(failureOf([&] {
+              insert("kid", {{"pid", "1"}, {"qid", "9"}});
+            }),
+            "Primary table is missing required future key: 9");
+  EXPECT_EQ(dependents(0), Texts());
+  EXPECT_FALSE(isMarked(0));
+  EXPECT_TRUE(database.getTable("kid").rows.empty());
+
+  insert("kid", {{"pid", "1"}, {"qid", "1"}});
+  EXPECT_EQ(failureOf([&] {
+              update("kid", {{"qid", "9"}});
+            }),
+            "Primary table is missing required future key: 9");
+  EXPECT_EQ(failureOf([&] {
+              update("kid", {{"pid", "2"}});
+            }),
+            "Primary table is missing required future key: 9");
+  EXPECT_EQ(dependents(1), Texts());
+  EXPECT_FALSE(isMarked(1));
+}
+
+TEST_F(LinkTest, IsActivelyRestrictedAsksLiveChildrenForTheKey) {
+  database.link("kid", "pid", "p", "id");
+  insert("kid", {{"pid", "1"}});
+  Row& parent = database.getTable("p").rows.at(0);
+  EXPECT_TRUE(database.isActivelyRestricted(parent, "1"));
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "01"));
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "2"));
+  EXPECT_TRUE(parent.isReferenced);
+  database.deleteRows("kid", {});
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
+}
+
+TEST_F(LinkTest, IsActivelyRestrictedClearsTheMarkOfARowWithoutDependents) {
+  Row& parent = database.getTable("p").rows.at(0);
+  parent.isReferenced = true;
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
+  EXPECT_FALSE(parent.isReferenced);
+}
+
+TEST_F(LinkTest, IsActivelyRestrictedCountsTheStatesStillToCome) {
+  database.link("kid", "pid", "p", "id");
+  insertTimed("kid", "pid", timed({{"1", 10}, {"2", 10}}));
+  Row& first = database.getTable("p").rows.at(0);
+  Row& next = database.getTable("p").rows.at(1);
+  second = startSecond + 9;
+  EXPECT_TRUE(database.isActivelyRestricted(first, "1"));
+  EXPECT_TRUE(database.isActivelyRestricted(next, "2"));
+  second = startSecond + 10;
+  EXPECT_FALSE(database.isActivelyRestricted(first, "1"));
+  EXPECT_TRUE(database.isActivelyRestricted(next, "2"));
+}
+
+TEST_F(LinkTest, DroppingTheChildTableMakesParentsForgetIt) {
+  database.createTable("other", {{"pid", "int"}});
+  database.link("kid", "pid", "p", "id");
+  database.link("other", "pid", "p", "id");
+  insert("kid", {{"pid", "1"}});
+  insert("other", {{"pid", "1"}});
+  database.dropTable("kid");
+  EXPECT_EQ(dependents(0), Texts({"other.pid: 0"}));
+  database.dropTable("other");
+  EXPECT_EQ(dependents(0), Texts());
+}
+
+TEST_F(LinkTest, ReplacingTheChildTableMakesItsParentsForgetIt) {
+  insert("kid", {{"pid", "1"}});
+  database.link("kid", "pid", "p", "id");
+  const auto create = [&] { database.createTable("kid", {{"pid", "int"}}); };
+  EXPECT_EQ(failureOf(create), "Column size error");
+  insert("kid", {{"pid", "1"}});
+  EXPECT_EQ(dependents(0), Texts());
+  EXPECT_EQ(database.deleteRows("p", where("id", "1")).rowsAffected, 1);
+}
+
+TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
+  Row& parent = database.getTable("p").rows.at(0);
+  parent.isReferenced = true;
+  parent.links = std::make_unique<RowLinks>();
+  parent.links->push_back({{Text("gone"), Text("pid")}, {0}});
+  parent.links->push_back({{Text("kid"), Text("nosuch")}, {0}});
+  parent.links->push_back({{Text("kid"), Text("pid")}, {0, 99}});
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
+  EXPECT_EQ(database.deleteRows("p", where("id", "1")).rowsAffected, 1);
+}
+
+TEST_F(LinkTest, RollbackOfAnInsertLetsTheParentGo) {
+  database.link("kid", "pid", "p", "id");
+  insert("kid", {{"pid", "1"}});
+  database.beginTransaction();
+  insert("kid", {{"pid", "1"}});
+  EXPECT_EQ(dependents(0), Texts({"kid.pid: 0 1"}));
+  database.rollbackTransaction();
+  EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
+}
+
+TEST_F(LinkTest, RollbackOfAnUpdateRecordsTheOldParentAgain) {
+  database.link("kid", "pid", "p", "id");
+  insert("kid", {{"pid", "1"}});
+  database.beginTransaction();
+  update("kid", {{"pid", "2"}});
+  database.rollbackTransaction();
+  EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
+  EXPECT_TRUE(database.isActivelyRestricted(database.getTable("p").rows.at(0), "1"));
+  EXPECT_FALSE(database.isActivelyRestricted(database.getTable("p").rows.at(1), "2"));
+}
+
+}  // namespace
+}  // namespace velmora

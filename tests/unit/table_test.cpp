@@ -1,0 +1,283 @@
+// Tables and rows: appending without moving others, the key map built from rows, deleted marks and
+// copies of rows.
+
+#include "table.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "clock.h"
+
+namespace velmora {
+namespace {
+
+Table keyedTable(const std::string& keyType) {
+  return {"t", {{"key", keyType}, {"text", "string"}}};
+}
+
+Row& add(Table& table, const std::vector<std::string>& values) {
+  Row& row = table.appendRow();
+  for (std::size_t i = 0; i < values.size(); ++i) row.cells()[i].value = Text(values[i]);
+  return row;
+}
+
+std::string failureOf(Table& table, const std::string& keyColumn, bool preferLive = false) {
+  try {
+    table.setUpPrimaryKeyMap(keyColumn, preferLive);
+  } catch (const std::runtime_error& error) {
+    return error.what();
+  }
+  return "no failure";
+}
+
+TEST(Column, isEqualByNameAlone) {
+  EXPECT_EQ((Column{"a", "int", 3, 5}), (Column{"a", "string"}));
+  EXPECT_FALSE((Column{"a", "int"} == Column{"A", "int"}));
+  EXPECT_EQ(Column().maxStates, 0);
+  EXPECT_EQ(Column().stringSize, 60);
+}
+
+TEST(Table, findsColumnsByExactName) {
+  const Table table("t", {{"a", "int"}, {"b", "bool"}, {"", "string"}});
+  EXPECT_EQ(table.columnPosition("a"), 0U);
+  EXPECT_EQ(table.columnPosition("b"), 1U);
+  EXPECT_EQ(table.columnPosition(""), 2U);
+  EXPECT_EQ(table.columnPosition("b", 1), 1U);
+  EXPECT_EQ(table.columnPosition("b", 0), 1U);
+  EXPECT_EQ(table.columnPosition("b", 99), 1U);
+  EXPECT_EQ(table.columnPosition("A"), noColumn);
+  EXPECT_EQ(table.columnPosition("c", 1), noColumn);
+  EXPECT_EQ(table.heading(1), ColumnHeading("b", "bool"));
+  EXPECT_EQ(table.kind(1), ValueKind::boolean);
+  EXPECT_FALSE(table.hasPrimaryKey());
+}
+
+TEST(Table, takesTheFirstOfTwoColumnsCalledAlike) {
+  const Table table("t", {{"a", "int"}, {"a", "bool"}});
+  EXPECT_EQ(table.columnPosition("a"), 0U);
+  EXPECT_EQ(table.columnPosition("a", 1), 0U);
+}
+
+TEST(Table, appendsRowsWithHeadingsAndNoValues) {
+  Table table = keyedTable("int");
+  Row& row = table.appendRow();
+  ASSERT_EQ(row.cells().size(), 2U);
+  EXPECT_EQ(row.cells()[0].columnName(), "key");
+  EXPECT_EQ(row.cells()[0].type(), "int");
+  EXPECT_EQ(row.cells()[1].columnName(), "text");
+  EXPECT_EQ(row.cells()[1].value.view(), "");
+  EXPECT_FALSE(row.isDeleted);
+  EXPECT_FALSE(row.isReferenced);
+  EXPECT_EQ(row.links, nullptr);
+  EXPECT_TRUE(table.isLive(0));
+  EXPECT_EQ(table.primaryKeyMap.size(), 0U);
+}
+
+TEST(Table, keepsBothMarksOfDeletion) {
+  Table table = keyedTable("int");
+  add(table, {"1", "a"});
+  add(table, {"2", "b"});
+  table.setDeleted(0, true);
+  EXPECT_FALSE(table.isLive(0));
+  EXPECT_TRUE(table.rows[0].isDeleted);
+  EXPECT_TRUE(table.isLive(1));
+  table.setDeleted(0, false);
+  EXPECT_TRUE(table.isLive(0));
+  EXPECT_FALSE(table.rows[0].isDeleted);
+  table.setDeleted(1, true);
+  table.removeLastRow();
+  EXPECT_EQ(table.rows.size(), 1U);
+  add(table, {"3", "c"});
+  EXPECT_TRUE(table.isLive(1));
+  EXPECT_FALSE(table.rows[1].isDeleted);
+}
+
+TEST(Table, buildsItsKeyMapInKeyOrder) {
+  Table numbers = keyedTable("ApexInt");
+  for (const char* const key : {"2", "10", "1"}) add(numbers, {key, ""});
+  numbers.setUpPrimaryKeyMap("key");
+  EXPECT_EQ(numbers.primaryKeyMap.keys(), (std::vector<std::string>{"1", "2", "10"}));
+  EXPECT_EQ(numbers.primaryKeyMap.find("10"), 1);
+  EXPECT_EQ(numbers.primaryKeyColumn, "key");
+  EXPECT_EQ(numbers.primaryKeyIndex, 0);
+  EXPECT_TRUE(numbers.hasPrimaryKey());
+  EXPECT_EQ(numbers.primaryKeyMap.comparator().type, "ApexInt");
+
+  Table texts = keyedTable("string");
+  for (const char* const key : {"2", "10", "1"}) add(texts, {key, key});
+  texts.setUpPrimaryKeyMap("text");
+  EXPECT_EQ(texts.primaryKeyMap.keys(), (std::vector<std::string>{"1", "10", "2"}));
+  EXPECT_EQ(texts.primaryKeyIndex, 1);
+}
+
+TEST(Table, refusesAKeyColumnItDoesNotHave) {
+  Table table = keyedTable("int");
+  EXPECT_EQ(failureOf(table, "nobody"), "Primary key not found");
+  EXPECT_FALSE(table.hasPrimaryKey());
+  EXPECT_EQ(table.primaryKeyColumn, "");
+}
+
+TEST(Table, refusesEqualKeysAndQuotesTheLaterOne) {
+  Table numbers = keyedTable("int");
+  add(numbers, {"5", ""});
+  add(numbers, {"05", ""});
+  EXPECT_EQ(failureOf(numbers, "key"),
+            "Cannot create Primary Key: Duplicate value '05' already exists in column");
+  Table texts = keyedTable("string");
+  add(texts, {"5", ""});
+  add(texts, {"05", ""});
+  EXPECT_EQ(failureOf(texts, "key"), "no failure");
+  add(texts, {"5", ""});
+  EXPECT_EQ(failureOf(texts, "key"),
+            "Cannot create Primary Key: Duplicate value '5' already exists in column");
+}
+
+TEST(Table, countsDeletedRowsAmongEqualKeys) {
+  Table table = keyedTable("int");
+  add(table, {"5", ""});
+  add(table, {"5", ""});
+  table.setDeleted(0, true);
+  EXPECT_EQ(failureOf(table, "key"),
+            "Cannot create Primary Key: Duplicate value '5' already exists in column");
+  EXPECT_EQ(failureOf(table, "key", true), "no failure");
+  EXPECT_EQ(table.primaryKeyMap.find("5"), 1);
+  table.setDeleted(0, false);
+  table.setDeleted(1, true);
+  EXPECT_EQ(failureOf(table, "key", true), "no failure");
+  EXPECT_EQ(table.primaryKeyMap.find("5"), 0);
+  table.setDeleted(1, false);
+  EXPECT_EQ(failureOf(table, "key", true),
+            "Cannot create Primary Key: Duplicate value '5' already exists in column");
+}
+
+TEST(Table, refusesKeysThatAreNoNumbers) {
+  Table table = keyedTable("int");
+  add(table, {"abc", ""});
+  EXPECT_THROW(table.setUpPrimaryKeyMap("key"), std::invalid_argument);
+  table.rows[0].cells()[0].value = Text("99999999999");
+  EXPECT_THROW(table.setUpPrimaryKeyMap("key"), std::out_of_range);
+}
+
+TEST(Table, keysATimedCellByItsCurrentState) {
+  Table table = keyedTable("int");
+  Cell& key = add(table, {"1", ""}).cells()[0];
+  key.tempRule = std::make_unique<TempRule>();
+  key.tempRule->states = {{Text("7"), 10}, {Text("8"), 10}};
+  key.tempRule->cycleLength = 20;
+  const clock::Frozen frozen(10);
+  table.setUpPrimaryKeyMap("key");
+  EXPECT_EQ(table.primaryKeyMap.keys(), std::vector<std::string>{"8"});
+}
+
+TEST(Table, setsItsKeyMapUpAnew) {
+  Table table = keyedTable("int");
+  add(table, {"1", "x"});
+  table.setUpPrimaryKeyMap("key");
+  table.setUpPrimaryKeyMap("text");
+  EXPECT_EQ(table.primaryKeyMap.keys(), std::vector<std::string>{"x"});
+  EXPECT_EQ(table.primaryKeyColumn, "text");
+}
+
+// What display() prints.
+std::string displayed(const Table& table) {
+  const std::ostringstream captured;
+  std::streambuf* const previous = std::cout.rdbuf(captured.rdbuf());
+  table.display();
+  std::cout.rdbuf(previous);
+  return captured.str();
+}
+
+TEST(Table, displaysHeaderAndStoredTexts) {
+  Table table = keyedTable("int");
+  EXPECT_EQ(displayed(table), "|key|text|\n");
+  add(table, {"1", "a b"});
+  Cell& timed = add(table, {"02", "stored"}).cells()[1];
+  timed.tempRule = std::make_unique<TempRule>();
+  timed.tempRule->states = {{Text("state"), 10}};
+  table.setDeleted(0, true);
+  EXPECT_EQ(displayed(table), "|key|text|\n|1|a b|\n|02|stored|\n");
+  EXPECT_EQ(displayed(Table("t", {})), "|\n");
+}
+
+TEST(Rows, stayWhereTheyAreWhileOthersComeAndGo) {
+  Table table("t", std::vector<Column>(3, {"c", "string"}));
+  std::vector<const Row*> places;
+  constexpr std::size_t count = 5000;
+  for (std::size_t i = 0; i < count; ++i) {
+    places.push_back(&add(table, {std::to_string(i), "a text longer than fifteen bytes", ""}));
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    ASSERT_EQ(&table.rows[i], places[i]);
+    ASSERT_EQ(table.rows[i].cells()[0].value.view(), std::to_string(i));
+  }
+  while (table.rows.size() > 10) table.removeLastRow();
+  EXPECT_EQ(&table.rows.back(), places[9]);
+  add(table, {"again", "", ""});
+  EXPECT_EQ(table.rows[10].cells()[0].value.view(), "again");
+  EXPECT_EQ(table.rows[10].cells()[1].value.view(), "");
+  EXPECT_EQ(&table.rows[0], places[0]);
+}
+
+TEST(Rows, checkTheIndexWhenAsked) {
+  Table table = keyedTable("int");
+  EXPECT_THROW(table.rows.at(0), std::out_of_range);
+  add(table, {"1", "a"});
+  EXPECT_NO_THROW(table.rows.at(0));
+  EXPECT_THROW(table.rows.at(1), std::out_of_range);
+  EXPECT_THROW(std::as_const(table).rows.at(static_cast<std::size_t>(-1)), std::out_of_range);
+}
+
+TEST(Rows, moveAsAWhole) {
+  Table table = keyedTable("int");
+  add(table, {"1", "a text longer than fifteen bytes"});
+  const Row* const place = &table.rows[0];
+  Table moved = std::move(table);
+  EXPECT_EQ(&moved.rows[0], place);
+  Table assigned = keyedTable("string");
+  add(assigned, {"x", "y"});
+  assigned = std::move(moved);
+  EXPECT_EQ(&assigned.rows[0], place);
+  EXPECT_EQ(assigned.rows[0].cells()[1].value.view(), "a text longer than fifteen bytes");
+}
+
+TEST(Rows, holdAThousandCells) {
+  std::vector<Column> columns;
+  for (int i = 0; i < 1000; ++i) columns.push_back({"c" + std::to_string(i), "int"});
+  Table table("wide", columns);
+  for (int row = 0; row < 100; ++row) {
+    Row& added = table.appendRow();
+    for (Cell& cell : added.cells()) cell.value = Text(std::to_string(row));
+  }
+  EXPECT_EQ(table.rows[99].cells()[999].value.view(), "99");
+  EXPECT_EQ(table.rows[99].cells()[999].columnName(), "c999");
+  EXPECT_EQ(table.rows[0].cells()[0].value.view(), "0");
+}
+
+TEST(RowCopies, shareNothingWithTheirRow) {
+  Table table = keyedTable("int");
+  Row& row = add(table, {"1", "a"});
+  row.rowKey = Text("carried");
+  row.cells()[1].tempRule = std::make_unique<TempRule>();
+  row.cells()[1].tempRule->states = {{Text("s"), 5}};
+  const RowCopy copy = copyOf(row);
+  row.rowKey = Text("changed");
+  row.cells()[0].value = Text("2");
+  row.cells()[1].tempRule->states[0].value = Text("changed");
+  table.removeLastRow();
+  EXPECT_EQ(copy.rowKey.view(), "carried");
+  ASSERT_EQ(copy.cells.size(), 2U);
+  EXPECT_EQ(copy.cells[0].value.view(), "1");
+  EXPECT_EQ(copy.cells[0].columnName(), "key");
+  ASSERT_NE(copy.cells[1].tempRule, nullptr);
+  EXPECT_EQ(copy.cells[1].tempRule->states[0].value.view(), "s");
+}
+
+}  // namespace
+}  // namespace velmora
