@@ -124,8 +124,9 @@ class SortedBlocks {
 
   template <typename BeforeKey>
   Place place(BeforeKey beforeKey) const {
+    // Keys that arrive in ascending order are looked for behind the last one.
+    if (lasts_.empty() || beforeKey(lasts_.back())) return end();
     const auto last = std::partition_point(lasts_.begin(), lasts_.end(), beforeKey);
-    if (last == lasts_.end()) return end();
     const auto block = static_cast<std::size_t>(last - lasts_.begin());
     const std::vector<Key>& keys = blocks_[block].keys;
     const auto entry = std::partition_point(keys.begin(), keys.end(), beforeKey);

@@ -95,13 +95,13 @@ void readRows(File& file, const RowSource& source, const std::string& timedFile,
   const std::int32_t maxStates = largestMaxStates(table.columns);
   const std::size_t piece = largestRowSize(table.columns);
   const std::int64_t now = clock::now();
+  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
   BlockReader reader(file, source.fileName, piece);
   std::int64_t offset = source.firstOffset;
   for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
     const std::string_view bytes = reader.at(offset, piece);
     if (bytes.empty()) return;
-    if (!decodeRow(bytes, table.columns, source.widths, timedFile, maxStates, now,
-                   table.appendRow())) {
+    if (!decodeRow(bytes, shapes, timedFile, maxStates, now, table.appendRow())) {
       table.removeLastRow();
       return;
     }

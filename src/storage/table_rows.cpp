@@ -179,35 +179,47 @@ std::int32_t slotAt(std::string_view row, std::size_t offset, std::int64_t slotC
   return slot >= 0 && slot < slotCount ? slot : -1;
 }
 
-bool decodeRow(std::string_view bytes, const std::vector<Column>& columns, CellWidths widths,
+bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes,
                const std::string& timedFile, std::int32_t maxStates, std::int64_t now, Row& row) {
   const char* in = bytes.data();
   const char* const end = in + bytes.size();
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    const Column& column = columns[i];
-    const ValueKind kind = valueKind(column.type);
-    Cell& cell = row.cells()[i];
-    const std::size_t plain = plainWidth(column, kind, widths);
-    const std::size_t flagSize = column.maxStates >= 1 ? 1 : 0;
+  Cell* cell = row.cells().data();
+  for (const CellShape& shape : shapes) {
+    const std::size_t flagSize = shape.canBeTimed ? 1 : 0;
     if (static_cast<std::size_t>(end - in) < flagSize) return false;
-    const bool isTimed = flagSize == 1 && *in == '\1';
+    const bool isTimed = shape.canBeTimed && *in == '\1';
     in += flagSize;
-    const bool takesSlotWidth = isTimed || (widths == CellWidths::whole && flagSize == 1);
-    const std::size_t width = takesSlotWidth ? timedWidth(plain) : plain;
+    const std::size_t width = isTimed ? shape.timedWidth : shape.plainWidth;
     if (static_cast<std::size_t>(end - in) < width) return false;
     if (!isTimed) {
-      decodePlain(in, kind, plain, cell);
+      decodePlain(in, shape.kind, width, *cell);
     } else {
-      cell.tempRule = timedRuleAt(timedFile, getInt32(in), maxStates);
-      if (cell.tempRule != nullptr) {
-        cell.value = cell.tempRule->valueAt(now);
+      cell->tempRule = timedRuleAt(timedFile, getInt32(in), maxStates);
+      if (cell->tempRule != nullptr) {
+        cell->value = cell->tempRule->valueAt(now);
       } else {
-        cell.value = kind == ValueKind::integer ? std::string_view("0") : missingValue;
+        cell->value = shape.kind == ValueKind::integer ? std::string_view("0") : missingValue;
       }
     }
     in += width;
+    ++cell;
   }
   return true;
+}
+
+std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths) {
+  std::vector<CellShape> shapes;
+  for (const Column& column : columns) {
+    CellShape shape;
+    shape.kind = valueKind(column.type);
+    shape.canBeTimed = column.maxStates >= 1;
+    const std::size_t plain = plainWidth(column, shape.kind, widths);
+    shape.timedWidth = timedWidth(plain);
+    const bool isWide = widths == CellWidths::whole && shape.canBeTimed;
+    shape.plainWidth = isWide ? shape.timedWidth : plain;
+    shapes.push_back(shape);
+  }
+  return shapes;
 }
 
 }  // namespace velmora

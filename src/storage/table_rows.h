@@ -21,6 +21,15 @@ namespace velmora {
 // whole-row file both go by widths that hold every cell.
 enum class CellWidths : std::uint8_t { written, declared, whole };
 
+// What the reader has to know of each column, worked out once a table.
+struct CellShape {
+  ValueKind kind = ValueKind::unknown;
+  bool canBeTimed = false;
+  std::size_t plainWidth = 0;  // bytes of a plain value, without a flag byte
+  std::size_t timedWidth = 0;  // bytes of a timed value's slot with its padding
+};
+std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths);
+
 // The largest states limit of the columns.
 std::int32_t largestMaxStates(const std::vector<Column>& columns);
 // Whether rows of such columns do not fit their declared width in the row file: a string declared
@@ -46,10 +55,10 @@ char* encodeRow(char* out, const Table& table, const Row& row, CellWidths widths
 // cell, or none of the slots that the timed-value file holds.
 std::int32_t slotAt(std::string_view row, std::size_t offset, std::int64_t slotCount);
 
-// Reads one row's cells from the start of the bytes by declared or whole widths; false if the bytes
-// end within a cell. Timed values come from timedFile, a timed-value file's bytes; one that cannot
-// be read leaves its cell without a value.
-bool decodeRow(std::string_view bytes, const std::vector<Column>& columns, CellWidths widths,
+// Reads one row's cells of these shapes from the start of the bytes; false if the bytes end within
+// a cell. Timed values come from timedFile, a timed-value file's bytes; one that cannot be read
+// leaves its cell without a value.
+bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes,
                const std::string& timedFile, std::int32_t maxStates, std::int64_t now, Row& row);
 
 }  // namespace velmora
