@@ -124,7 +124,8 @@ void Database::link(const std::string& childTable, const std::string& childColum
 
 void Database::makePrimaryKey(Table& parent, const std::string& column) {
   try {
-    parent.setUpPrimaryKeyMap(column, isLoading);
+    // What was loaded or is replayed may have reused a deleted row's key since the link was made.
+    parent.setUpPrimaryKeyMap(column, isLoading || isReplaying);
   } catch (...) {
     // A half-built map must not be taken for the rows' keys.
     parent.primaryKeyColumn.clear();

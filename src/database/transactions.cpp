@@ -1,9 +1,25 @@
 // Transactions: changes are made in memory at once, and each leaves an undo record.
+#include <new>
 #include <stdexcept>
 
 #include "database.h"
 
 namespace velmora {
+namespace {
+
+// What a row is linked to is put right as far as it can be: the parents may have gone for good, or
+// have been made anew with keys of another type. The row itself comes back in any case.
+template <typename Relink>
+void relinkIfPossible(Relink relink) {
+  try {
+    relink();
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception&) {
+  }
+}
+
+}  // namespace
 
 void Database::beginTransaction() {
   const std::unique_lock lock(dbMutex);
@@ -47,7 +63,7 @@ void Database::undo(const TransactionAction& action) {
   PrimaryKeyMap& keys = table.primaryKeyMap;
   const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
   if (action.kind == "INSERT") {
-    unlinkRow(table, action.rowIndex);
+    relinkIfPossible([&] { unlinkRow(table, action.rowIndex); });
     if (table.hasPrimaryKey()) {
       keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex);
       if (action.displacedRow != PrimaryKeyMap::noRow) {
@@ -67,11 +83,7 @@ void Database::undo(const TransactionAction& action) {
     table.rowChanged(static_cast<std::size_t>(action.rowIndex));
   }
   if (table.hasPrimaryKey()) keys.assign(row.cells()[keyColumn].value, action.rowIndex);
-  try {
-    linkRow(table, action.rowIndex);
-  } catch (const std::exception&) {
-    // The row is back in any case; what it refers to may have gone for good meanwhile.
-  }
+  relinkIfPossible([&] { linkRow(table, action.rowIndex); });
 }
 
 void Database::forgetUndo(std::string_view tableName) {
