@@ -9,6 +9,8 @@
 #include <fstream>
 #include <thread>
 
+#include "stopwatch.h"
+
 namespace bench {
 
 namespace {
@@ -107,6 +109,7 @@ std::string describeRun(const Scale& scale) {
   return today() + ", compiler " + __VERSION__ + ", SQLite " + sqlite3_libversion() + ", " +
          processorName() + ", " + std::to_string(std::thread::hardware_concurrency()) +
          " processors, medians of " + std::to_string(scale.rounds) + " rounds" +
+         (stopwatchClock == CLOCK_MONOTONIC ? "" : ", processor time") +
          (scale.isQuick ? ", QUICK: a tenth of the rows" : "");
 }
 

@@ -56,9 +56,10 @@ std::optional<Engine> Engine::started(std::string* error) {
   return std::nullopt;
 }
 
-std::string Engine::run(const std::string& command) {
+std::string Engine::run(const std::string& command, JsonStyle style) {
   std::string answer;
-  const auto thrown = textThrownBy([&] { renderJson(parser_->handleCommand(command), answer); });
+  const auto thrown =
+      textThrownBy([&] { renderJson(parser_->handleCommand(command, style), answer, style); });
   return thrown ? "throws " + *thrown : answer;
 }
 

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iostream>
 #include <string>
+#include <utility>
 
 #include "directory_input.h"
 #include "engine_run.h"
@@ -34,6 +35,37 @@ constexpr const char* furtherCommands =
     "LINK tags . name --> lamps . name\n"
     "SELECT nothing FROM nowhere\n";
 
+// The fuzzers of one kind of file, and the file that they replace.
+constexpr std::pair<const char*, const char*> fuzzedFiles[] = {
+    {"table", "lamps.bin"},
+    {"deletion", "tags.del"},
+    {"whole_row", "tags.row"},
+    {"timed", "lamps.tmp"},
+    {"relation", "orders-customer_customers-id.rel"},
+    {"listener", "listeners.bin"},
+    {"webhook", "webhooks.bin"},
+    {"log", "velmora.wal"},
+    {"marker", "velmora.ckpt"},
+};
+
+// A checkpoint's marker, which no finished checkpoint leaves.
+constexpr const char* marker = "lamps.del\nlamps.bin\nlamps.tmp\nlog 1 0\nend\n";
+
+// Short sequences run often; each takes up where the tables begin.
+constexpr const char* shortSequences[] = {
+    "CREATE TABLE a k string ( 9 ) 2 n int\n"
+    "INSERT INTO a k = 'x' --> 'y' @ 5 s n = 05\n"
+    "!kill\nUPDATE a SET n = 7 WHERE k = 'x'\n!clock 6\n!stop\nSELECT * FROM a WHERE n >= 7\n",
+    "CREATE TABLE p id ApexInt\nCREATE TABLE c r int 3\nINSERT INTO p id = 0\n"
+    "INSERT INTO p id = 0\nLINK c.r --> p.id\nINSERT INTO c r = 1 --> 2 @ 1 m c\n!kill\n"
+    "DELETE FROM p WHERE id = 1\n!clock 61\nUPDATE c SET r = 2\nDELETE FROM p WHERE id = 1\n",
+    "CREATE TABLE s k string v float\nCREATE TABLE u k string\nINSERT INTO s k = 'a' v = 1.5\n"
+    "LINK u.k --> s.k\nBEGIN\nINSERT INTO u k = 'a'\nUPDATE s SET v = 2\nDELETE FROM u\n"
+    "ROLLBACK\nINSERT INTO s k = 'a'\nDELETE FROM s\nINSERT INTO s k = 'a'\n!stop\n",
+    ("CREATE TABLE b f bool 2 t string\nINSERT INTO b f = true --> false @ 1 d t = 'text'\n"
+     "LISTEN b.INSERT --> 'h' WHERE f = true\nDROP TABLE b\nCREATE TABLE b f int\n!kill\n"),
+};
+
 void write(const fs::path& path, const std::string& bytes) {
   fs::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << bytes;
@@ -54,12 +86,19 @@ int main(int argc, char** argv) {
     write(root / "command" / (std::to_string(++count) + ".txt"), command);
   }
   write(root / "json" / "all.txt", all);
-  write(root / "sequence" / "all.txt", all);
+  count = 0;
+  for (const char* const sequence : shortSequences) {
+    write(root / "sequence" / (std::to_string(++count) + ".txt"), sequence);
+    write(root / "json" / (std::to_string(count) + ".txt"), sequence);
+  }
   write(root / "sequence" / "restarts.txt", std::string(sampleCommands) + "!kill\n" +
                                                 furtherCommands + "!clock 40\n!stop\n" +
                                                 furtherCommands);
   const Files sample = sampleFiles();
-  for (const auto& [name, bytes] : sample) write(root / "file" / name, bytes);
+  for (const auto& [fuzzer, file] : fuzzedFiles) {
+    const auto found = sample.find(file);
+    write(root / fuzzer / file, found == sample.end() ? std::string(marker) : found->second);
+  }
   write(root / "directory" / "all.bin", inputOf(sample));
   for (const auto& [name, bytes] : sample) {
     write(root / "directory" / (name + ".bin"), inputOf({{name, bytes}}));

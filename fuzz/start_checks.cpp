@@ -50,9 +50,6 @@ void checkStart() {
     if (!isUntouched) fail("A failed start has written: " + error);
     return;
   }
-  checkRestarts(std::move(*engine));
-  engine = Engine::started(&error);
-  if (!engine) return;
   runCommandsOnTables(*engine);
   checkRestarts(std::move(*engine));
 }

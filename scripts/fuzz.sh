@@ -9,6 +9,8 @@ scripts/bootstrap.sh build fuzz
 scripts/build.sh fuzz
 
 root=$(pwd)
+# Freed memory is kept from reuse for a while; with more of it a short input costs more than it runs.
+export ASAN_OPTIONS="quarantine_size_mb=4${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
 count=0
 for program in "$root"/build/fuzz/fuzz/*_fuzzer; do
     [ -x "$program" ] || continue
@@ -19,11 +21,9 @@ for program in "$root"/build/fuzz/fuzz/*_fuzzer; do
     mkdir -p "$grown" "$root/build/fuzz/findings"
     [ -d "$seeds" ] || seeds=
     echo "== $name, $seconds s"
-    work=$(mktemp -d)
-    # The engine keeps its files where it is started.
-    (cd "$work" && "$program" -max_total_time="$seconds" -print_final_stats=1 -close_fd_mask=1 \
-        -artifact_prefix="$root/build/fuzz/findings/$name-" "$grown" ${seeds:+"$seeds"})
-    rm -rf "$work"
+    "$program" -max_total_time="$seconds" -timeout=60 -rss_limit_mb=2500 \
+        -print_final_stats=1 -close_fd_mask=1 -dict="$root/fuzz/commands.dict" \
+        -artifact_prefix="$root/build/fuzz/findings/$name-" "$grown" ${seeds:+"$seeds"}
 done
 if [ "$count" -eq 0 ]; then
     echo "There is no fuzzer in build/fuzz/fuzz" >&2

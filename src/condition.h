@@ -1,4 +1,6 @@
-// Condition: one comparison of a WHERE filter. A filter is a flat list of them in written order.
+// Condition: one comparison of a WHERE filter. A filter is a flat list of them in written order;
+// the parser makes it, row matching evaluates it, and listeners keep it. Neither column names nor
+// values are checked here.
 #pragma once
 
 #include <string>

@@ -1,5 +1,6 @@
 // The lexer: cuts a command text into tokens in one pass. It knows the reserved words and nothing
-// else of the grammar.
+// else of the grammar. There are no escapes in literals: a quote ends with the next one of its
+// kind.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // Fixed-width little-endian fields of the engine's files, on every machine. The only place that
-// knows byte order and padding.
+// knows byte order and padding; what the fields mean is told by the source that owns the file's
+// format.
 #pragma once
 
 #include <algorithm>

@@ -2,9 +2,11 @@
 #include "result_set.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <new>
 
+#include "json_text.h"
 #include "number.h"
 
 namespace velmora {
@@ -72,11 +74,15 @@ void TextBuffer::grow(std::size_t count) {
   capacity_ = capacity;
 }
 
-JsonRows::JsonRows(const std::vector<std::string>& columns) {
+JsonRows::JsonRows(const std::vector<std::string>& columns, JsonStyle style) : style_(style) {
   leads_.reserve(columns.size());
   for (const std::string& column : columns) {
     std::string& lead = leads_.emplace_back(leads_.empty() ? "    {\"" : ", \"");
-    lead += column;
+    if (style == JsonStyle::raw) {
+      lead += column;
+    } else {
+      appendJsonText(lead, column);
+    }
     lead += "\": ";
   }
 }
@@ -109,6 +115,12 @@ void JsonRows::addQuoted(std::string_view text) {
     addPrinted("null");
     return;
   }
+  if (style_ == JsonStyle::valid && !isPlainJson(text)) {
+    std::string quoted = "\"";
+    appendJsonText(quoted, text);
+    addPrinted(quoted += '"');
+    return;
+  }
   char* out = beginValue(text.size() + 2);
   *out++ = '"';
   std::memcpy(out, text.data(), text.size());
@@ -123,6 +135,10 @@ void JsonRows::add(const ResultValue& value) {
       endValue(writeInt(beginValue(maxNumberText), std::get<std::int32_t>(value)));
       break;
     case 1:
+      if (style_ == JsonStyle::valid && !std::isfinite(std::get<float>(value))) {
+        addPrinted("null");
+        break;
+      }
       endValue(writeGeneral(beginValue(maxNumberText), std::get<float>(value)));
       break;
     case 2:
@@ -170,10 +186,14 @@ ResultSet refused(std::string_view text) {
   return result;
 }
 
-void renderJson(const ResultSet& result, std::string& out) {
+void renderJson(const ResultSet& result, std::string& out, JsonStyle style) {
   out = result.success ? "{\n  \"success\": true,\n  \"message\": \""
                        : "{\n  \"success\": false,\n  \"message\": \"";
-  out += result.message;
+  if (style == JsonStyle::raw) {
+    out += result.message;
+  } else {
+    appendJsonText(out, result.message);
+  }
   out += "\",\n  \"rows_affected\": ";
   appendInt(out, result.rowsAffected);
   if (result.rows.empty()) {

@@ -47,12 +47,18 @@ class TextBuffer {
   std::size_t capacity_ = 0;
 };
 
+// How an answer becomes JSON.
+enum class JsonStyle : std::uint8_t {
+  raw,   // texts as they are stored, floats as printf writes them
+  valid  // as RFC 8259 wants it: texts escaped and made UTF-8, floats that are not finite null
+};
+
 // The data rows of one answer as JSON, one line a row. Values are added row by row, as many to a
 // row as there are columns.
 class JsonRows {
  public:
   JsonRows() = default;
-  explicit JsonRows(const std::vector<std::string>& columns);
+  explicit JsonRows(const std::vector<std::string>& columns, JsonStyle style = JsonStyle::raw);
 
   bool empty() const noexcept { return buffer_.view().empty(); }
   void add(const ResultValue& value);
@@ -72,6 +78,7 @@ class JsonRows {
   TextBuffer buffer_;
   std::vector<std::string> leads_;  // by column: the brace or comma, and the member's name
   std::size_t column_ = 0;          // of the next value
+  JsonStyle style_ = JsonStyle::raw;
 };
 
 struct ResultSet {
@@ -86,8 +93,9 @@ ResultSet successful(std::string message, std::int32_t rowsAffected = 0);
 // The answer to a command that failed with this text, which goes out as "Error: " + text.
 ResultSet refused(std::string_view text);
 
-// Replaces out by the answer as JSON. Texts are put in as they are, without escaping; the text does
-// not end with a line feed. On std::bad_alloc out holds some beginning of it.
-void renderJson(const ResultSet& result, std::string& out);
+// Replaces out by the answer as JSON; the text does not end with a line feed. The style is that of
+// the message, and should be the one that the rows were made with. On std::bad_alloc out holds some
+// beginning of it.
+void renderJson(const ResultSet& result, std::string& out, JsonStyle style = JsonStyle::raw);
 
 }  // namespace velmora

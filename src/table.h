@@ -1,4 +1,6 @@
-// The records of the catalogue: columns, links and tables.
+// The records of the catalogue: columns, links and tables. A table keeps its rows, its key map and
+// its column mirrors in step with each other; what a change means for links, transactions and files
+// is left to the engine.
 #pragma once
 
 #include <cstdint>

@@ -1,22 +1,23 @@
-// The exported functions: one engine a process, behind one mutex. No engine logic lives here.
+// The three plain exported functions, and the process's one engine, which they share with the
+// guarded ones. No engine logic lives here.
 #include "velmora/velmora.h"
 
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
 
 #include "database/database.h"
-#include "parser/parser.h"
+#include "engine.h"
 
 namespace velmora {
-namespace {
 
 constinit std::mutex engine_mutex;
+std::unique_ptr<Parser> global_parser;
+
+namespace {
+
 std::optional<DirectoryLock> global_directory;  // held from a start to its stop
 std::unique_ptr<Database> global_db;
-std::unique_ptr<Parser> global_parser;  // null after a start that failed while loading
 std::string last_result_buffer;
 
 constexpr const char* notStarted = "{\"success\": false, \"message\": \"Engine not started.\"}";
@@ -31,19 +32,32 @@ void runCommand(const char* query) {
 }
 
 }  // namespace
-}  // namespace velmora
 
-extern "C" {
-
-void StartEngine(void) {
-  using namespace velmora;
-  const std::lock_guard lock(engine_mutex);
+void startEngine() {
   if (global_db != nullptr) return;
   global_directory.emplace();
   global_db = std::make_unique<Database>(global_directory->directory());
   // Deliberate: a load that fails leaves the database set and the parser null.
   global_db->loadFromDisk();
   global_parser = std::make_unique<Parser>(global_db.get());
+}
+
+void stopEngine() {
+  if (global_db == nullptr) return;
+  // A database that was loaded in part must not be written over the whole one on disk.
+  if (global_parser != nullptr) global_db->checkpoint();
+  global_parser.reset();
+  global_db.reset();
+  global_directory.reset();
+}
+
+}  // namespace velmora
+
+extern "C" {
+
+void StartEngine(void) {
+  const std::lock_guard lock(velmora::engine_mutex);
+  velmora::startEngine();
 }
 
 const char* ExecuteQuery(const char* query) {
@@ -58,14 +72,8 @@ const char* ExecuteQuery(const char* query) {
 }
 
 void StopEngine(void) {
-  using namespace velmora;
-  const std::lock_guard lock(engine_mutex);
-  if (global_db == nullptr) return;
-  // A database that was loaded in part must not be written over the whole one on disk.
-  if (global_parser != nullptr) global_db->checkpoint();
-  global_parser.reset();
-  global_db.reset();
-  global_directory.reset();
+  const std::lock_guard lock(velmora::engine_mutex);
+  velmora::stopEngine();
 }
 
 }  // extern "C"

@@ -1,5 +1,6 @@
 // The records of scheduled state changes and of listeners. Nothing here sends anything: both are
-// kept for a consumer outside the engine.
+// kept, in memory and in their files, for a consumer outside the engine.
+// Times are seconds since the epoch.
 #pragma once
 
 #include <cstdint>

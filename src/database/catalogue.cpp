@@ -1,4 +1,6 @@
-// The catalogue: finding, creating and dropping tables.
+// The catalogue: finding, creating and dropping tables, and the access that makes a table come into
+// being when it is first named. What a table's files look like is the storage room's business.
+// Dropping also takes back what other tables and the open transaction know of a table.
 #include <algorithm>
 #include <stdexcept>
 

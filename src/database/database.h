@@ -110,7 +110,7 @@ class Database {
   // Reads columns of the matching rows. A table that does not exist comes into being, empty.
   // Throws "Requested column not found".
   ResultSet select(const std::string& tableName, std::vector<std::string> columns,
-                   const std::vector<Condition>& conditions);
+                   const std::vector<Condition>& conditions, JsonStyle style = JsonStyle::raw);
   // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not
   // exist come into being, empty. Throws "Unknown table prefix 'P' in WHERE clause." (or "in SELECT
   // list.", "in JOIN ON clause."), "Column 'C' not found in either table.", "JOIN ON needs a
@@ -118,7 +118,7 @@ class Database {
   ResultSet selectJoin(const std::string& leftTable, const std::string& rightTable,
                        const ColumnReference& firstOn, const ColumnReference& secondOn,
                        const std::vector<ColumnReference>& columns,
-                       const std::vector<Condition>& conditions);
+                       const std::vector<Condition>& conditions, JsonStyle style = JsonStyle::raw);
 
   // Links (links.cpp).
 
@@ -128,8 +128,12 @@ class Database {
   // Keys.", "Relation file name is taken by another link", "Can't have two primary keys at once",
   // what Table::setUpPrimaryKeyMap throws, and "CRITICAL CORRUPTION: Missing active parent key: K"
   // (a primary key made stays).
+  // Its relation file is written unless the caller does that with saveRelation, later.
   void link(const std::string& childTable, const std::string& childColumn,
-            const std::string& parentTable, const std::string& parentColumn);
+            const std::string& parentTable, const std::string& parentColumn, bool isSaved = true);
+  // Writes the relation file of a link that was just made.
+  void saveRelation(const std::string& childTable, const std::string& childColumn,
+                    const std::string& parentTable);
   // Checks all links of one child row, then records the row with its parents. Throws "Primary table
   // is empty" or "Primary table is missing required future key: K"; nothing is recorded then.
   // dbMutex held.

@@ -176,7 +176,7 @@ class PartnerIndex {
 ResultSet Database::selectJoin(const std::string& leftTable, const std::string& rightTable,
                                const ColumnReference& firstOn, const ColumnReference& secondOn,
                                const std::vector<ColumnReference>& columns,
-                               const std::vector<Condition>& conditions) {
+                               const std::vector<Condition>& conditions, JsonStyle style) {
   const Reading reading = lockForReading(leftTable, rightTable);
   const Table& left = *reading.first;
   const Table& right = *reading.second;
@@ -203,7 +203,7 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   const KeyColumn leftKeys(left, on.left, isNumeric, now);
   const KeyColumn rightKeys(right, on.right, isNumeric, now);
   const PartnerIndex partners(rightKeys, rightRows);
-  result.rows = JsonRows(result.columns);
+  result.rows = JsonRows(result.columns, style);
   for (const std::int32_t leftIndex : leftRows) {
     partners.forEach(leftKeys, leftIndex, [&](std::int32_t rightIndex) {
       for (const Side& side : sides) {

@@ -75,7 +75,7 @@ struct Pair {
 }  // namespace
 
 void Database::link(const std::string& childTable, const std::string& childColumn,
-                    const std::string& parentTable, const std::string& parentColumn) {
+                    const std::string& parentTable, const std::string& parentColumn, bool isSaved) {
   const std::unique_lock lock(dbMutex);
   const auto childEntry = tables.find(childTable);
   const auto parentEntry = tables.find(parentTable);
@@ -119,7 +119,13 @@ void Database::link(const std::string& childTable, const std::string& childColum
   if (std::find(child.links.begin(), child.links.end(), record) == child.links.end()) {
     child.links.push_back(record);
   }
-  Storage::linkTables(child, parent, childColumn, directory);
+  if (isSaved) Storage::linkTables(child, parent, childColumn, directory);
+}
+
+void Database::saveRelation(const std::string& childTable, const std::string& childColumn,
+                            const std::string& parentTable) {
+  const std::unique_lock lock(dbMutex);
+  Storage::linkTables(getTable(childTable), getTable(parentTable), childColumn, directory);
 }
 
 void Database::makePrimaryKey(Table& parent, const std::string& column) {

@@ -136,13 +136,15 @@ class Predicate {
 };
 
 // Narrows the block by matches(value) over an array; exceptions stay, unsure, and so do rows of
-// which isClose(value) says that their code is not enough.
+// which isClose(value) says that their code is not enough. A row that an earlier condition left
+// unsure is not let go by a later one: deciding the earlier one may have to throw.
 template <typename Value, typename Matches, typename IsClose>
 void narrow(Block& block, const Value* values, const std::uint8_t* exceptions, Matches matches,
             IsClose isClose) {
   for (std::size_t i = 0; i < block.size; ++i) {
     const auto matched = static_cast<std::uint8_t>(matches(values[i]));
-    block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & (matched | exceptions[i]));
+    const auto stays = matched | exceptions[i] | block.isUnsure[i];
+    block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & stays);
   }
   for (std::size_t i = 0; i < block.size; ++i) {
     const auto close = static_cast<std::uint8_t>(isClose(values[i]));

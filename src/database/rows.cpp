@@ -1,4 +1,7 @@
-// The row-changing operations: insert, update, delete.
+// The row-changing operations: insert, update, delete. Each finds its rows, checks, changes them in
+// memory, keeps the key map, the links and the column mirrors in step, leaves undo records for the
+// open transaction, and schedules the coming changes of timed values. What links demand is decided
+// in links.cpp.
 #include <algorithm>
 #include <limits>
 #include <stdexcept>

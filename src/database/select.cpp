@@ -1,4 +1,6 @@
-// Reading one table.
+// Reading one table: the requested columns of the matching rows, printed straight into the answer.
+// Which rows match is decided in matching.cpp; how a stored text becomes a JSON value, in
+// ../result_set.cpp.
 #include <stdexcept>
 
 #include "../clock.h"
@@ -7,7 +9,7 @@
 namespace velmora {
 
 ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
-                           const std::vector<Condition>& conditions) {
+                           const std::vector<Condition>& conditions, JsonStyle style) {
   const Reading reading = lockForReading(tableName, tableName);
   const Table& table = *reading.first;
   std::vector<std::size_t> positions;
@@ -22,7 +24,7 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   ResultSet result;
   result.columns = std::move(columns);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
-  result.rows = JsonRows(result.columns);
+  result.rows = JsonRows(result.columns, style);
   for (const std::int32_t index : matched) {
     const auto cells = table.rows[static_cast<std::size_t>(index)].cells();
     for (const std::size_t position : positions) {

@@ -1,4 +1,6 @@
-// Transactions: changes are made in memory at once, and each leaves an undo record.
+// Transactions: changes are made in memory at once, and each leaves an undo record. A commit
+// forgets the records; a rollback applies them, newest first. There is one transaction for the
+// whole engine, and nothing of it is kept on disk.
 #include <new>
 #include <stdexcept>
 

@@ -1,4 +1,6 @@
-// Listeners, and the queue of scheduled changes of timed values.
+// Listeners, and the queue of scheduled changes of timed values. Both are kept for a consumer
+// outside the engine, in memory and in their files; nothing here waits for a time to come or sends
+// anything.
 #include <algorithm>
 
 #include "database.h"

@@ -1,4 +1,6 @@
-// The frame around every command: clock marker, tokens, choice of the command, errors, log.
+// The frame around every command: the clock marker is cut off, the text becomes tokens, the first
+// of them chooses the command, failures become answers, and what changed something is logged. The
+// commands themselves stand in the other sources of this room.
 #include <array>
 #include <stdexcept>
 
@@ -18,21 +20,6 @@ ResultSet failed(std::string message) {
   return result;
 }
 
-// The position of the first marker that digits follow, or npos.
-std::size_t findClockMarker(std::string_view text) {
-  // The '#' is rare in commands, so it is what is searched for.
-  for (std::size_t hash = text.find('#'); hash != std::string_view::npos;
-       hash = text.find('#', hash + 1)) {
-    if (hash == 0) continue;
-    const std::string_view rest = text.substr(hash - 1);
-    if (rest.starts_with(clockMarker) && rest.size() > clockMarker.size() &&
-        isDigit(rest[clockMarker.size()])) {
-      return hash - 1;
-    }
-  }
-  return std::string_view::npos;
-}
-
 [[noreturn]] void throwInvalidClock() { throw std::runtime_error("Invalid #TIME# clock"); }
 
 // In the log, what follows a marker on a further line would be read as another command.
@@ -46,6 +33,20 @@ bool hasTextOnFurtherLine(std::string_view text) {
 }
 
 }  // namespace
+
+std::size_t findClockMarker(std::string_view text) {
+  // The '#' is rare in commands, so it is what is searched for.
+  for (std::size_t hash = text.find('#'); hash != std::string_view::npos;
+       hash = text.find('#', hash + 1)) {
+    if (hash == 0) continue;
+    const std::string_view rest = text.substr(hash - 1);
+    if (rest.starts_with(clockMarker) && rest.size() > clockMarker.size() &&
+        isDigit(rest[clockMarker.size()])) {
+      return hash - 1;
+    }
+  }
+  return std::string_view::npos;
+}
 
 const Token& TokenCursor::take(const char* message) {
   if (atEnd()) throw std::runtime_error(message);
@@ -76,15 +77,17 @@ std::span<const Parser::Rule> Parser::rules() {
       {"UPDATE", 5, "", &Parser::update, true},
       {"DELETE", 3, "FROM", &Parser::deleteFrom, true},
       {"LISTEN", 6, "", &Parser::listen, false},
-      {"LINK", 8, "", &Parser::link, true},
+      {"LINK", 8, "", &Parser::link, false},
   }};
   return table;
 }
 
-ResultSet Parser::handleCommand(const std::string& command) {
+ResultSet Parser::handleCommand(const std::string& command, JsonStyle style) {
+  style_ = style;
   try {
-    const std::int64_t second = clock::now();
-    now_ = second;
+    command_ = &command;
+    second_ = clock::now();
+    now_ = second_;
     std::string_view text = command;
     const std::size_t marker = findClockMarker(text);
     if (marker != std::string_view::npos) {
@@ -99,12 +102,15 @@ ResultSet Parser::handleCommand(const std::string& command) {
     if (tokens_.back().type == TokenType::ERROR) return failed("Lexer Error");
     bool isLogged = false;
     ResultSet result = dispatch(tokens_, isLogged);
-    if (result.success && isLogged && !isReplaying)
-      Storage::appendToWAL(command, second, db_->directory);
+    if (result.success && isLogged) logCommand();
     return result;
   } catch (const std::runtime_error& error) {
     return refused(error.what());
   }
+}
+
+bool Parser::logCommand() const {
+  return isReplaying || Storage::appendToWAL(*command_, second_, db_->directory);
 }
 
 ResultSet Parser::dispatch(const std::vector<Token>& tokens, bool& isLogged) {

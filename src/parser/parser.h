@@ -61,8 +61,9 @@ class Parser {
   bool isReplaying = false;
 
   // Runs one command. Every std::runtime_error becomes an answer with success false and the
-  // message "Error: " + its text; other exceptions pass. Callers run one command at a time.
-  ResultSet handleCommand(const std::string& command);
+  // message "Error: " + its text; other exceptions pass. The style is that of the answer's rows.
+  // Callers run one command at a time.
+  ResultSet handleCommand(const std::string& command, JsonStyle style = JsonStyle::raw);
 
   // The conditions from the token behind WHERE to the end; none if there is no such token. Throws
   // std::runtime_error with a message that begins "Syntax Error: ".
@@ -79,6 +80,9 @@ class Parser {
   static std::span<const Rule> rules();
 
   ResultSet dispatch(const std::vector<Token>& tokens, bool& isLogged);
+  // Appends the command being run to the log, unless that is what is being replayed. False when it
+  // could not be written.
+  bool logCommand() const;
 
   // One function a command; each is called with enough tokens for its rule.
   ResultSet createTable(const std::vector<Token>& tokens);
@@ -106,9 +110,16 @@ class Parser {
   void timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const;
 
   Database* db_;
-  std::vector<Token> tokens_;  // of the command being run; keeps its memory for the next
-  std::int64_t now_ = 0;       // the second at which the timed values of this command start
+  std::vector<Token> tokens_;             // of the command being run; keeps its memory for the next
+  const std::string* command_ = nullptr;  // the text of the command being run
+  std::int64_t second_ = 0;               // the second at which it runs
+  std::int64_t now_ = 0;              // the second at which the timed values of this command start
+  JsonStyle style_ = JsonStyle::raw;  // of this command's answer
 };
+
+// The position of a command text's first clock marker that digits follow, or npos. What stands
+// behind it is no part of the command, wherever it stands: a literal cannot hold one.
+std::size_t findClockMarker(std::string_view text);
 
 // Whether a token's text introduces a filter.
 inline bool isWhere(std::string_view text) { return text == "WHERE" || text == "#where#"; }

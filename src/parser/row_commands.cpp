@@ -1,4 +1,6 @@
-// INSERT, SELECT, UPDATE and DELETE.
+// INSERT, SELECT, UPDATE and DELETE: one function a command, under its grammar. Their values are
+// read in timed_literals.cpp, their filters in filter.cpp.
+// There are no commas between assignments; those in a SELECT list are passed over.
 #include <stdexcept>
 
 #include "parser.h"
@@ -90,7 +92,7 @@ ResultSet Parser::select(const std::vector<Token>& tokens) {
   const std::string tableName = textOf(cursor.take(missingParameters));
   if (cursor.nextIs("JOIN")) return selectJoin(cursor, tableName, listEnd);
   if (!isStar) columns = bareColumns(tokens, listEnd);
-  return db_->select(tableName, std::move(columns), optionalFilter(cursor));
+  return db_->select(tableName, std::move(columns), optionalFilter(cursor), style_);
 }
 
 ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
@@ -112,7 +114,8 @@ ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
   } else {
     columns = joinedColumns(cursor.tokens(), listEnd);
   }
-  return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor));
+  return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor),
+                         style_);
 }
 
 }  // namespace velmora

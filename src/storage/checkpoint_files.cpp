@@ -1,23 +1,22 @@
 // The checkpoint, all or nothing.
 //
-// 1. Each table's new files are written and synced beside the old ones as <file>.checkpoint.
-// 2. The marker "velmora.ckpt" is written and synced: it names the new files, and the log by inode
-//    number and length. This is the point of no return.
-// 3. The new files are renamed into place, the log gives up that length, the marker is removed.
+// 1. Each table's new files, and an empty log, are written and synced beside the old ones as
+//    <file>.checkpoint.
+// 2. The marker "velmora.ckpt" is written and synced: it names the new files. This is the point of
+//    no return.
+// 3. The new files are renamed into place, then the marker is removed.
 //
 // What is interrupted before 2 is swept away at the next start and everything is as before; what is
 // interrupted behind it is done again from 3, by the next start or the next checkpoint. Step 3 may
-// be repeated at any point: files already renamed are no longer there, and the log is shortened by
-// putting a new file in its place, which does not bear the inode number of the marker. Commands
-// logged meanwhile stand behind that length and are kept.
+// be repeated at any point: a file that has been renamed is no longer there to be renamed. Commands
+// that are logged between 2 and the end of 3, after a failure, go to the new log.
 //
-// The marker is text: one new file a line by its final name, then "log", inode number and length,
-// then "end". Without its last line it counts as not written.
+// The marker is text: one file a line by its final name, then "end". Without that last line it
+// counts as not written.
 #include <algorithm>
-#include <charconv>
+#include <cerrno>
 #include <stdexcept>
 
-#include "../number.h"
 #include "../record_io.h"
 #include "storage.h"
 #include "table_rows.h"
@@ -227,9 +226,6 @@ void writeTable(const Table& table, const Directory& directory, std::vector<std:
 void writeMarker(const std::vector<std::string>& names, const Directory& directory) {
   std::string text;
   for (const std::string& name : names) text += name + "\n";
-  const File log(directory, logFileName, File::Mode::read);
-  text += "log " + std::to_string(log.inode().value_or(0)) + " " +
-          std::to_string(log.size().value_or(0)) + "\n";
   text += markerEnd;
   File file(directory, markerName, File::Mode::replace);
   if (!file.isOpen() || !file.write(text) || !file.sync() || !syncDirectory(directory)) {
@@ -237,69 +233,42 @@ void writeMarker(const std::vector<std::string>& names, const Directory& directo
   }
 }
 
-// Makes the files durable that commands have written since the last checkpoint: once the log is
-// emptied, nothing could make a lost link again.
+// Makes the files durable that commands have written since the last checkpoint, and writes the
+// relation files that could not be written then: once the log is emptied, nothing else could make a
+// lost link again.
 void syncOtherFiles(const Tables& tables, const Directory& directory) {
-  std::vector<std::string> names = {listenersFileName, webhooksFileName};
+  const auto sync = [&](const std::string& name) {
+    File file(directory, name, File::Mode::readWrite);
+    if (!file.isOpen() && errno == ENOENT) return false;
+    if (!file.sync()) throwFailed("cannot sync " + name);
+    return true;
+  };
+  sync(listenersFileName);
+  sync(webhooksFileName);
   for (const auto& [name, table] : tables) {
     for (const LinkRecord& link : table.links) {
-      names.push_back(
-          Storage::relationFileName({name, link.parentTable, link.column, link.parentColumn}));
+      const std::string file =
+          Storage::relationFileName({name, link.parentTable, link.column, link.parentColumn});
+      const auto parent = tables.find(link.parentTable);
+      if (sync(file) || parent == tables.end()) continue;
+      Storage::linkTables(table, parent->second, link.column, directory);
+      if (!sync(file)) throwFailed("cannot write " + file);
     }
-  }
-  for (const std::string& name : names) {
-    File file(directory, name, File::Mode::readWrite);
-    if (file.isOpen() && !file.sync()) throwFailed("cannot sync " + name);
   }
 }
 
-struct Marker {
-  std::vector<std::string> names;
-  std::uint64_t logInode = 0;
-  std::size_t logSize = 0;
-};
-
-// The marker's content, or nothing when there is none or it was not written to its end.
-std::optional<Marker> readMarker(const Directory& directory) {
+// The files that the marker names, or nothing when there is none or it was not written to its end.
+std::optional<std::vector<std::string>> readMarker(const Directory& directory) {
   const auto text = readFile(directory, markerName);
   if (!text || !text->ends_with(markerEnd)) return std::nullopt;
-  Marker marker;
-  std::string_view rest = *text;
+  std::vector<std::string> names;
+  std::string_view rest = std::string_view(*text).substr(0, text->size() - markerEnd.size());
   while (!rest.empty()) {
-    const std::size_t end = std::min(rest.find('\n'), rest.size() - 1);
-    const std::string_view line = rest.substr(0, end);
-    rest.remove_prefix(end + 1);
-    if (line.starts_with("log ")) {
-      const char* const last = line.data() + line.size();
-      const auto inode = std::from_chars(line.data() + 4, last, marker.logInode);
-      if (inode.ptr != last) std::from_chars(inode.ptr + 1, last, marker.logSize);
-      return marker;
-    }
-    marker.names.emplace_back(line);
+    const std::size_t lineFeed = rest.find('\n');
+    names.emplace_back(rest.substr(0, lineFeed));
+    rest.remove_prefix(lineFeed == std::string_view::npos ? rest.size() : lineFeed + 1);
   }
-  return std::nullopt;
-}
-
-// Replaces the marked log by what stands behind its marked size; a log of another inode number has
-// given that up already.
-bool giveUpMarkedLog(const Marker& marker, const Directory& directory) {
-  const auto log = readFile(directory, logFileName);
-  if (log) {
-    const File file(directory, logFileName, File::Mode::read);
-    const auto inode = file.inode();
-    if (!inode) return false;
-    if (*inode != marker.logInode) return true;
-  }
-  const std::string_view kept =
-      log ? std::string_view(*log).substr(std::min(marker.logSize, log->size())) : "";
-  const std::string next = newName(logFileName);
-  {
-    File file(directory, next, File::Mode::replace);
-    if (!file.isOpen() || !file.write(kept) || !file.sync()) return false;
-  }
-  if (!renameFile(directory, next, logFileName)) return false;
-  Storage::forgetTornAppend();
-  return true;
+  return names;
 }
 
 }  // namespace
@@ -312,6 +281,8 @@ void Storage::saveCheckpoint(const Tables& tables, const Directory& directory) {
       if (isStorableName(name)) writeTable(table, directory, names);
     }
     syncOtherFiles(tables, directory);
+    names.emplace_back(logFileName);
+    NewFile(directory, logFileName).finish();
     writeMarker(names, directory);
   } catch (...) {
     // A marker that cannot be removed may be complete; its files have to stay then.
@@ -320,19 +291,17 @@ void Storage::saveCheckpoint(const Tables& tables, const Directory& directory) {
     }
     throw;
   }
+  expectNewLog(true);
   finishCheckpoint(directory);
 }
 
 void Storage::finishCheckpoint(const Directory& directory) {
-  const auto marker = readMarker(directory);
-  if (!marker) return;
-  for (const std::string& name : marker->names) {
+  const auto names = readMarker(directory);
+  if (!names) return;
+  for (const std::string& name : *names) {
     if (!renameFile(directory, newName(name), name)) throwFailed("cannot replace " + name);
   }
-  if (!syncDirectory(directory)) throwFailed("cannot sync the directory");
-  if (!giveUpMarkedLog(*marker, directory)) {
-    throwFailed(std::string("cannot empty ") + logFileName);
-  }
+  expectNewLog(false);
   if (!syncDirectory(directory)) throwFailed("cannot sync the directory");
   if (!removeFile(directory, markerName)) throwFailed(std::string("cannot remove ") + markerName);
 }

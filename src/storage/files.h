@@ -46,6 +46,7 @@ class File {
   File& operator=(const File&) = delete;
 
   bool isOpen() const noexcept { return descriptor_ >= 0; }
+  const std::string& name() const noexcept { return name_; }
   // Writes all bytes at the file position (or the end, for append). After a failure some may have
   // been written.
   bool write(std::string_view bytes);

@@ -36,6 +36,10 @@ struct TornAppend {
 };
 TornAppend tornAppend;  // guarded by walMutex
 
+// Set while some checkpoint has reached its point of no return and its log is not in place yet.
+bool isNewLogExpected = false;  // guarded by walMutex
+constexpr const char* newLogName = "velmora.wal.checkpoint";
+
 // The number of digits behind a marker that ends the line; 0 if none does.
 std::size_t closingDigits(std::string_view line) {
   std::size_t digits = 0;
@@ -70,7 +74,7 @@ char openQuoteBehind(std::string_view line, char quote) {
 
 }  // namespace
 
-void Storage::appendToWAL(const std::string& command, std::int64_t second,
+bool Storage::appendToWAL(const std::string& command, std::int64_t second,
                           const Directory& directory) {
   const std::lock_guard lock(walMutex);
   static std::string line;  // keeps its memory from one command to the next
@@ -78,20 +82,23 @@ void Storage::appendToWAL(const std::string& command, std::int64_t second,
   appendInt(line, second);
   line += '\n';
 
-  File file(directory, logFileName, File::Mode::append);
-  if (!file.isOpen()) return;
+  const bool goesToNewLog =
+      isNewLogExpected && File(directory, newLogName, File::Mode::read).isOpen();
+  File file(directory, goesToNewLog ? newLogName : logFileName, File::Mode::append);
+  if (!file.isOpen()) return false;
   if (tornAppend.isPending) {
     const bool isThere =
         file.inode() == tornAppend.inode && file.size().value_or(0) > tornAppend.size;
-    if (isThere && !file.truncate(tornAppend.size)) return;
+    if (isThere && !file.truncate(tornAppend.size)) return false;
     tornAppend.isPending = false;
   }
-  if (file.write(line)) return;
+  if (file.write(line)) return true;
   const auto written = static_cast<std::int64_t>(file.lastWritten());
   const auto size = file.size();
   if (written > 0 && size && !file.truncate(*size - written)) {
     tornAppend = {true, file.inode().value_or(0), *size - written};
   }
+  return false;
 }
 
 LogRecords Storage::splitLog(std::string_view log) {
@@ -143,17 +150,20 @@ void Storage::repairLog(const LogRecords& records, std::size_t logSize,
   }
   // The next command would grow onto the torn one, and be lost with it.
   if (!isRepaired) throw std::runtime_error(std::string("Failed to repair file: ") + logFileName);
-  forgetTornAppend();
+  const std::lock_guard lock(walMutex);
+  tornAppend = {};
 }
 
-void Storage::forgetTornAppend() {
+void Storage::expectNewLog(bool isExpected) {
   const std::lock_guard lock(walMutex);
+  isNewLogExpected = isExpected;
   tornAppend = {};
 }
 
 void Storage::clearWAL(const Directory& directory) {
   const File emptied(directory, logFileName, File::Mode::replace);
-  forgetTornAppend();
+  const std::lock_guard lock(walMutex);
+  tornAppend = {};
 }
 
 }  // namespace velmora

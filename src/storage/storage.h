@@ -101,7 +101,8 @@ class Storage {
                        const Directory& directory = {});
   static void deleteBatch(const std::string& tableName, const std::vector<std::int32_t>& indices,
                           const Directory& directory = {});
-  // The text of a fixed-width field; empty past the end of the file.
+  // The text of a fixed-width field; empty past the end of the file. Throws std::runtime_error
+  // "Failed to read file: NAME".
   static std::string read(File& file, std::int64_t offset, std::size_t length = 15);
   // The columns that a table file declares; none if it has no column section. Throws
   // std::runtime_error "Corrupt table file: NAME" for a section that cannot be read.
@@ -163,9 +164,9 @@ class Storage {
   static std::optional<std::vector<WebhookTask>> readWebhooks(const Directory& directory = {});
   static void loadWebhooks(Database* db);
 
-  // Appends one command with its clock marker. When the log cannot be written the line is lost
-  // unreported, and what had been written of it is taken back.
-  static void appendToWAL(const std::string& command, std::int64_t second,
+  // Appends one command with its clock marker. When the log cannot be written the line is lost,
+  // what had been written of it is taken back, and the answer is false.
+  static bool appendToWAL(const std::string& command, std::int64_t second,
                           const Directory& directory = {});
   // Takes the log's text apart.
   static LogRecords splitLog(std::string_view log);
@@ -173,8 +174,9 @@ class Storage {
   // std::runtime_error "Failed to repair file: velmora.wal".
   static void repairLog(const LogRecords& records, std::size_t logSize,
                         const Directory& directory = {});
-  // To be called when another log has been put in place of the one that was appended to.
-  static void forgetTornAppend();
+  // Tells whether a checkpoint has a new log ready that still has to be put in the old one's place;
+  // commands logged meanwhile belong there.
+  static void expectNewLog(bool isExpected);
   // Runs every logged command again; their answers and failures are discarded.
   static void replayWAL(Database* db);
   // Empties the log.

@@ -253,7 +253,8 @@ void Storage::deleteBatch(const std::string& tableName, const std::vector<std::i
 std::string Storage::read(File& file, std::int64_t offset, std::size_t length) {
   std::string bytes(length, '\0');
   const auto count = file.readAt(offset, bytes.data(), length);
-  return std::string(getText(bytes.data(), count.value_or(0)));
+  if (!count) throw std::runtime_error("Failed to read file: " + file.name());
+  return std::string(getText(bytes.data(), *count));
 }
 
 std::vector<Column> Storage::getColumns(File& file, const std::string& fileName) {

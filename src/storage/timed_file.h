@@ -1,4 +1,6 @@
-// The records of a timed-value file, for those who read or write many of them at once.
+// The records of a timed-value file, for those who read or write many of them at once: the loader
+// of a table and the checkpoint. The layout is told in timed_file.cpp; slots count from 0, and a
+// table has one record size.
 #pragma once
 
 #include <cstdint>

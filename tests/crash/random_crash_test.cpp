@@ -18,11 +18,11 @@ using Clock = std::chrono::steady_clock;
 class RandomCrashTest : public CrashTest {
  protected:
   // A life of one directory: starts, commands and kills until it has grown old.
-  void live(RandomCommands& random) {
+  void live(RandomCommands& random, Clock::time_point end) {
     const auto directory = newDirectory();
     std::vector<Possibility> possibilities = {{Model(), false, 0}};
     constexpr int rounds = 20;
-    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+    for (int round = 0; round < rounds && Clock::now() < end && !HasFailure(); ++round) {
       if (random.upTo(3) == 0) killAStart(directory, random);
       auto running = restart(directory, possibilities, random.second());
       if (!running) return;
@@ -65,6 +65,12 @@ class RandomCrashTest : public CrashTest {
     return plan;
   }
 
+  static std::string textUpTo(const Plan& plan, std::size_t index) {
+    std::string text = "the last of these commands since the start:\n";
+    for (std::size_t i = 0; i <= index; ++i) text += plan.commands[i].text() + "\n";
+    return text;
+  }
+
   std::vector<Possibility> killARun(Running& running, RandomCommands& random) {
     const Plan plan = planFor(running.model, random);
     const auto answers = running.engine->executeUntilKilled(plan.requests, moment(random));
@@ -72,7 +78,7 @@ class RandomCrashTest : public CrashTest {
     for (std::size_t i = 0; i < answers.size() && i < plan.commands.size(); ++i) {
       running.model.run(plan.commands[i]);
       const bool isRight = answers[i].succeeded() == plan.effects[i].succeeded;
-      EXPECT_TRUE(isRight) << plan.commands[i].text() << "\n" << answers[i].text;
+      EXPECT_TRUE(isRight) << textUpTo(plan, i) << answers[i].text;
       if (!isRight) return {};
     }
     if (answers.size() < plan.commands.size()) {
@@ -93,7 +99,7 @@ TEST_F(RandomCrashTest, whatWasAnsweredIsThereOnce) {
             << " seconds (VELMORA_CRASH_SECONDS)" << std::endl;
   RandomCommands random(seed);
   const auto end = Clock::now() + std::chrono::seconds(secondsToSpend());
-  while (Clock::now() < end && !HasFailure()) live(random);
+  while (Clock::now() < end && !HasFailure()) live(random, end);
   EXPECT_GT(crashPoints(), 0);
 }
 

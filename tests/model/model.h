@@ -148,7 +148,7 @@ class Model {
   Schedule parseSchedule(Cursor& cursor, const std::string& first, const std::string& type);
   Table& existing(const std::string& name);
 
-  // model_operations.cpp: the operations.
+  // model_changes.cpp, model_links.cpp, model_states.cpp, model_reading.cpp: the operations.
   Result create(const std::string& name, const std::vector<Column>& columns);
   Result drop(const std::string& name);
   Result insert(const std::string& name, const Assignments& given);

@@ -1,0 +1,115 @@
+/*
+ * A feature-flag service in plain C: each flag switches itself at the time that it was given, and
+ * the service only ever asks what is the case now. Every name comes from outside and is bound to
+ * its command, so no name can say more than itself.
+ *
+ *   cc -std=c99 feature_flags.c -lvelmora && ./a.out
+ */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "velmora/velmora.h"
+
+enum { HOUR = 3600, DAY = 24 * HOUR };
+
+static velmora_value text(const char *bytes) {
+  velmora_value value = {.type = VELMORA_TEXT};
+  value.text = bytes;
+  value.text_size = strlen(bytes);
+  return value;
+}
+
+static velmora_value number(int64_t integer) {
+  velmora_value value = {.type = VELMORA_INTEGER};
+  value.integer = integer;
+  return value;
+}
+
+static velmora_value truth(int boolean) {
+  velmora_value value = {.type = VELMORA_BOOL};
+  value.boolean = boolean;
+  return value;
+}
+
+/* Prints the message of an answer. Quotes in it are escaped, so its end is easily found. */
+static void print_message(const char *answer) {
+  static const char before[] = "\"message\": \"";
+  const char *message = strstr(answer, before) + sizeof before - 1;
+  const char *end = strstr(message, "\",\n");
+  printf("  refused: %.*s\n", (int)(end - message), message);
+}
+
+/* Runs a command; returns the number of rows that it found or changed, -1 when it failed. */
+static long run(const char *command, const velmora_value *values, size_t count) {
+  static const char affected[] = "\"rows_affected\": ";
+  char *answer = velmora_query_bound(command, values, count);
+  long rows = -1;
+  if (answer == NULL) return -1;
+  if (strstr(answer, "\"success\": true") != NULL) {
+    rows = strtol(strstr(answer, affected) + sizeof affected - 1, NULL, 10);
+  } else {
+    print_message(answer);
+  }
+  velmora_free(answer);
+  return rows;
+}
+
+/* Gives a flag a state now and the opposite one in so many seconds, counted from `since`. */
+static void set_flag(const char *name, int is_on, int64_t seconds, time_t since) {
+  velmora_value update[5] = {truth(is_on), truth(!is_on), number(seconds), text(name),
+                             number((int64_t)since)};
+  velmora_value insert[5] = {text(name), truth(is_on), truth(!is_on), number(seconds),
+                             number((int64_t)since)};
+  if (run("UPDATE flags SET enabled = ? --> ? @ ? s WHERE name = ? #TIME# ?", update, 5) == 0) {
+    run("INSERT INTO flags name = ? enabled = ? --> ? @ ? s #TIME# ?", insert, 5);
+  }
+}
+
+static int is_on(const char *name) {
+  velmora_value values[2] = {text(name), truth(1)};
+  return run("SELECT name FROM flags WHERE name = ? && enabled = ?", values, 2) > 0;
+}
+
+static void show(const char *name) { printf("%s: %s\n", name, is_on(name) ? "on" : "off"); }
+
+static int start(void) {
+  char *message = NULL;
+  if (velmora_start(&message) == 0) return 1;
+  fprintf(stderr, "cannot start: %s\n", message == NULL ? "out of memory" : message);
+  velmora_free(message);
+  return 0;
+}
+
+int main(void) {
+  const time_t now = time(NULL);
+  char *answer;
+  if (!start()) return EXIT_FAILURE;
+  /* Refused when an earlier run has made it, which is as well. */
+  answer = velmora_query("CREATE TABLE flags name string enabled bool 2");
+  velmora_free(answer);
+
+  puts("-- on for two weeks from now; on for an hour, two hours ago; off until an hour ago");
+  set_flag("beta search", 1, 14 * DAY, now);
+  set_flag("happy hour", 1, HOUR, now - 2 * HOUR);
+  set_flag("new checkout", 0, HOUR, now - 2 * HOUR);
+  show("beta search");
+  show("happy hour");
+  show("new checkout");
+
+  puts("-- names are only names, whatever they hold");
+  set_flag("O'Brien's \"beta\"", 1, DAY, now);
+  set_flag("x' enabled = true y = '", 0, DAY, now);
+  show("x' enabled = true y = '");
+
+  puts("-- switched off early, and for good");
+  {
+    velmora_value values[2] = {truth(0), text("beta search")};
+    run("UPDATE flags SET enabled = ? WHERE name = ?", values, 2);
+  }
+  show("beta search");
+
+  if (velmora_stop(NULL) != 0) return EXIT_FAILURE;
+  return EXIT_SUCCESS;
+}

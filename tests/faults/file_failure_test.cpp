@@ -1,0 +1,283 @@
+// Failing file operations on the paths that the crash tests do not take: what a failed append
+// leaves behind for the log that comes after it, an engine that writes its table files directly,
+// listeners and scheduled changes that cannot be saved, and things in the directory that are not
+// files.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <memory>
+
+#include "database/database.h"
+#include "fault_fixture.h"
+#include "parser/parser.h"
+#include "storage/files.h"
+
+namespace velmora::faults {
+namespace {
+
+// The failure to come: at which call of which operation, on files with which name, counted from the
+// arming. A file hook has no state of its own.
+struct Plan {
+  int number = 0;  // 0 counts only
+  int result = 0;
+  int count = 0;
+  bool goesOn = false;  // all later operations fail as well
+};
+Plan plan;
+
+int failAsPlanned(FileOperation, const char*) {
+  ++plan.count;
+  if (plan.number == 0) return 0;
+  return plan.count == plan.number || (plan.goesOn && plan.count > plan.number) ? plan.result : 0;
+}
+
+// Lets every operation of a call fail, one after the other, in every way.
+void forEveryFailure(const std::function<void()>& prepare, const std::function<void()>& call,
+                     const std::function<void()>& check) {
+  int points = 0;
+  for (const int result : {EIO, ENOSPC, shortWrite}) {
+    for (const bool goesOn : {false, true}) {
+      for (int number = 1;; ++number) {
+        SCOPED_TRACE("file operation " + std::to_string(number) + " result " +
+                     std::to_string(result) + (goesOn ? " and all that follow" : ""));
+        prepare();
+        plan = {number, result, 0, goesOn};
+        setFileHook(failAsPlanned);
+        call();
+        setFileHook(nullptr);
+        const bool isReached = plan.count >= number;
+        check();
+        if (!isReached || testing::Test::HasFailure()) break;
+        ++points;
+      }
+    }
+  }
+  std::printf("             %d file operations failed\n", points);
+}
+
+using FileFailureTest = FaultTest;
+
+// An append to the log that fails half-way and cannot be taken back at once.
+int tornLogAppend(FileOperation operation, const char* name) {
+  if (std::strcmp(name, "velmora.wal") != 0) return 0;
+  if (operation == FileOperation::write) return shortWrite;
+  return operation == FileOperation::truncate ? EIO : 0;
+}
+
+class TornAppendTest : public FaultTest {
+ protected:
+  void tearAppend() {
+    ASSERT_EQ(start(), "");
+    runAll({"CREATE TABLE t a int", "INSERT INTO t a = 1"});
+    setFileHook(tornLogAppend);
+    runAll({"INSERT INTO t a = 2"});
+    setFileHook(nullptr);
+  }
+};
+
+TEST_F(TornAppendTest, isCutOffBeforeTheNextAppend) {
+  ASSERT_NO_FATAL_FAILURE(tearAppend());
+  runAll({"INSERT INTO t a = 3"});
+  EXPECT_EQ(bytesOf("velmora.wal"),
+            "CREATE TABLE t a int #TIME# 1700000000\n"
+            "INSERT INTO t a = 1 #TIME# 1700000000\n"
+            "INSERT INTO t a = 3 #TIME# 1700000000\n");
+}
+
+TEST_F(TornAppendTest, isForgottenWhenTheLogIsEmptied) {
+  ASSERT_NO_FATAL_FAILURE(tearAppend());
+  runAll({"CHECKPOINT", "INSERT INTO t a = 3"});
+  EXPECT_EQ(bytesOf("velmora.wal"), "INSERT INTO t a = 3 #TIME# 1700000000\n");
+}
+
+TEST_F(TornAppendTest, isForgottenWhenTheEngineIsStartedAnew) {
+  ASSERT_NO_FATAL_FAILURE(tearAppend());
+  ASSERT_EQ(stop(), "");
+  ASSERT_EQ(start(), "");
+  runAll({"INSERT INTO t a = 3"});
+  EXPECT_EQ(bytesOf("velmora.wal"), "INSERT INTO t a = 3 #TIME# 1700000000\n");
+}
+
+// An engine that writes row changes to the table files at once.
+class DirectWriteTest : public FaultTest {
+ protected:
+  static constexpr const char* tables[] = {"plain", "shifted"};
+
+  // A Database on the current directory, which FaultTest's exported functions leave alone.
+  struct Engine {
+    Database database;
+    Parser parser{&database};
+
+    Engine() {
+      const Silence silence;
+      database.loadFromDisk();
+      database.walMode = false;
+      parser.isReplaying = true;  // nothing is logged
+    }
+    std::string run(const std::string& command) {
+      std::string answer;
+      try {
+        renderJson(parser.handleCommand(command), answer);
+      } catch (const std::exception& error) {
+        return std::string("throws ") + error.what();
+      }
+      return answer;
+    }
+    std::string shown() {
+      std::string all;
+      for (const char* const table : tables) {
+        all += run(std::string("SELECT * FROM ") + table + " WHERE id <= 2") + "\n";
+      }
+      return all;
+    }
+  };
+
+  void prepare() {
+    Engine engine;
+    for (const char* const command :
+         {"CREATE TABLE plain id ApexInt name string 2 worth float",
+          "CREATE TABLE shifted id ApexInt name string ( 20 ) 2 lit bool 2",
+          "INSERT INTO plain name = 'one' worth = 1.5",
+          "INSERT INTO plain name = 'two' --> 'three' @ 5 s worth = 2.5",
+          "INSERT INTO shifted name = 'one' lit = true",
+          "INSERT INTO shifted name = 'two' --> 'three' @ 5 s c lit = true --> false @ 1 m"}) {
+      ASSERT_TRUE(succeeded(engine.run(command))) << command;
+    }
+    prepared_ = files();
+    expected_ = engine.shown();
+    ASSERT_EQ(Engine().shown(), expected_);
+  }
+
+  // The two first rows of each table stay as they are, in memory and on disk.
+  void checkCommands(const std::vector<std::string>& commands) {
+    ASSERT_NO_FATAL_FAILURE(prepare());
+    std::unique_ptr<Engine> engine;
+    forEveryFailure(
+        [&] {
+          replaceFiles(prepared_);
+          engine = std::make_unique<Engine>();
+        },
+        [&] {
+          for (const std::string& command : commands) engine->run(command);
+        },
+        [&] {
+          EXPECT_EQ(engine->shown(), expected_);
+          EXPECT_EQ(Engine().shown(), expected_) << "after a restart";
+        });
+  }
+
+  Files prepared_;
+  std::string expected_;
+};
+
+TEST_F(DirectWriteTest, anInsertThatFailsLeavesTheRowsBefore) {
+  checkCommands({"INSERT INTO plain name = 'new' --> 'newer' @ 5 s worth = 7",
+                 "INSERT INTO shifted name = 'new' lit = false --> true @ 7 s"});
+}
+
+TEST_F(DirectWriteTest, anUpdateThatFailsLeavesTheOtherRows) {
+  ASSERT_NO_FATAL_FAILURE(prepare());
+  {
+    Engine engine;
+    engine.run("INSERT INTO plain name = 'third' worth = 3");
+    engine.run("INSERT INTO shifted name = 'third' lit = true");
+    prepared_ = files();
+  }
+  std::unique_ptr<Engine> engine;
+  forEveryFailure(
+      [&] {
+        replaceFiles(prepared_);
+        engine = std::make_unique<Engine>();
+      },
+      [&] {
+        engine->run("UPDATE plain SET name = 'x' --> 'y' @ 1 s worth = 9 WHERE id = 3");
+        engine->run("UPDATE shifted SET lit = false --> true @ 1 s WHERE id = 3");
+      },
+      [&] {
+        EXPECT_EQ(engine->shown(), expected_);
+        EXPECT_EQ(Engine().shown(), expected_) << "after a restart";
+      });
+}
+
+TEST_F(DirectWriteTest, aCommitThatFailsLeavesTheRowsBefore) {
+  checkCommands({"BEGIN", "INSERT INTO plain name = 'new' worth = 7",
+                 "UPDATE plain SET worth = 8 WHERE id = 3", "DELETE FROM plain WHERE id = 3",
+                 "INSERT INTO shifted name = 'new' lit = true", "COMMIT"});
+}
+
+TEST_F(DirectWriteTest, aDeleteThatFailsLeavesTheOtherRows) {
+  checkCommands({"INSERT INTO plain name = 'new'", "DELETE FROM plain WHERE id = 3",
+                 "INSERT INTO shifted name = 'new' lit = true",
+                 "DELETE FROM shifted WHERE id = 3"});
+}
+
+// Files that only grow: a record that could not be written whole leaves nothing behind.
+TEST_F(FileFailureTest, aListenerOrTaskThatCannotBeSavedDoesNotHarmTheOthers) {
+  ASSERT_EQ(start(), "");
+  runAll({"CREATE TABLE t a int 2", "LISTEN t.INSERT --> 'first' WHERE a > 0",
+          "INSERT INTO t a = 1 --> 2 @ 5 s"});
+  ASSERT_EQ(stop(), "");
+  const Files prepared = files();
+  constexpr std::size_t listenerSize = 178;
+  constexpr std::size_t taskSize = 85;
+  ASSERT_EQ(prepared.at("listeners.bin").size(), listenerSize);
+  ASSERT_EQ(prepared.at("webhooks.bin").size(), taskSize);
+  forEveryFailure(
+      [&] {
+        replaceFiles(prepared);
+        ASSERT_EQ(start(), "");
+      },
+      [&] {
+        run("LISTEN t.INSERT --> 'second' WHERE a > 0");
+        run("INSERT INTO t a = 3 --> 4 @ 5 s");
+      },
+      [&] {
+        runAll({"LISTEN t.INSERT --> 'third' WHERE a > 0", "INSERT INTO t a = 5 --> 6 @ 5 s"});
+        EXPECT_EQ(stop(), "");
+        const std::string listeners = bytesOf("listeners.bin");
+        const std::string tasks = bytesOf("webhooks.bin");
+        EXPECT_EQ(start(), "");
+        EXPECT_EQ(bytesOf("listeners.bin"), listeners) << "the start found a torn record";
+        EXPECT_EQ(bytesOf("webhooks.bin"), tasks) << "the start found a torn record";
+        EXPECT_EQ(listeners.size() % listenerSize, 0U);
+        EXPECT_EQ(listeners.substr(0, listenerSize), prepared.at("listeners.bin"));
+        EXPECT_NE(listeners.find("third"), std::string::npos);
+        EXPECT_EQ(tasks.size() % taskSize, 0U);
+        EXPECT_EQ(tasks.substr(0, taskSize), prepared.at("webhooks.bin"));
+        EXPECT_EQ(stop(), "");
+      });
+}
+
+// Waiting for the other end of a pipe would be for ever; the alarm ends the test then.
+TEST_F(FileFailureTest, aPipeOrDirectoryWithTheNameOfAFileDoesNotHangTheStart) {
+  constexpr unsigned patienceSeconds = 30;
+  ASSERT_EQ(start(), "");
+  runAll({"CREATE TABLE t a int 2 b string ( 20 )", "INSERT INTO t a = 1 --> 2 @ 5 s",
+          "LISTEN t.INSERT --> 'first'"});
+  ASSERT_EQ(stop(), "");
+  const Files prepared = files();
+  alarm(patienceSeconds);
+  for (const char* const name : {"t.bin", "t.del", "t.tmp", "t.row", "listeners.bin",
+                                 "webhooks.bin", "velmora.wal", "velmora.ckpt"}) {
+    SCOPED_TRACE(name);
+    for (const bool isPipe : {true, false}) {
+      replaceFiles(prepared);
+      unlink(name);
+      ASSERT_EQ(isPipe ? mkfifo(name, 0600) : mkdir(name, 0700), 0);
+      const std::string failure = start();
+      if (failure.empty()) run("SELECT * FROM t");
+      stop();
+      std::remove(name);
+      // A stop that failed on it is possible now.
+      EXPECT_EQ(stop(), "");
+    }
+  }
+  alarm(0);
+}
+
+}  // namespace
+}  // namespace velmora::faults
