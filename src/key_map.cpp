@@ -13,7 +13,8 @@ bool narrowPlaces(const auto& blocks, PrimaryKeyMap::Bound bound, const auto& ke
   switch (bound) {
     case Bound::equal:
       from = blocks.find(key);
-      to = blocks.upperBound(key);
+      to = from;
+      ++to.entry;
       return from != blocks.end();
     case Bound::greater:
       from = blocks.upperBound(key);

@@ -23,8 +23,11 @@ std::string last_result_buffer;
 constexpr const char* notStarted = "{\"success\": false, \"message\": \"Engine not started.\"}";
 
 void runCommand(const char* query) {
+  static std::string command;  // keeps its memory from one command to the next
+  if (query == nullptr) throw std::logic_error("ExecuteQuery needs a command");
   try {
-    const ResultSet result = global_parser->handleCommand(std::string(query));
+    command = query;
+    const ResultSet result = global_parser->handleCommand(command);
     renderJson(result, last_result_buffer);
   } catch (const std::runtime_error& error) {
     last_result_buffer = std::string("{\"success\": false, \"message\": \"") + error.what() + "\"}";
@@ -36,7 +39,12 @@ void runCommand(const char* query) {
 void startEngine() {
   if (global_db != nullptr) return;
   global_directory.emplace();
-  global_db = std::make_unique<Database>(global_directory->directory());
+  try {
+    global_db = std::make_unique<Database>(global_directory->directory());
+  } catch (...) {
+    global_directory.reset();
+    throw;
+  }
   // Deliberate: a load that fails leaves the database set and the parser null.
   global_db->loadFromDisk();
   global_parser = std::make_unique<Parser>(global_db.get());

@@ -3,8 +3,10 @@
 // The right table's matching rows are hashed by their join column; the left table's matching rows
 // look their partners up. Pairs come in the order of the left rows, the partners of
 // one left row in the order of the right rows.
+#include <algorithm>
 #include <bit>
 #include <limits>
+#include <span>
 #include <stdexcept>
 
 #include "../clock.h"
@@ -126,37 +128,67 @@ class KeyColumn {
   const ColumnMirror* mirror_ = nullptr;
 };
 
+struct Pair {
+  std::int32_t left;
+  std::int32_t right;
+};
+
 // The right rows by the code of their key. Rows of one bucket are chained in ascending order.
 class PartnerIndex {
  public:
   PartnerIndex(const KeyColumn& keys, const std::vector<std::int32_t>& rows)
       : keys_(keys),
-        rows_(rows),
-        codes_(rows.size()),
-        next_(rows.size()),
+        entries_(rows.size()),
         shift_(32 - static_cast<int>(std::bit_width(rows.size() | 1))),
         buckets_(std::size_t{1} << (32 - shift_), none) {
     for (std::size_t i = rows.size(); i-- > 0;) {
-      codes_[i] = keys.code(rows[i]);
-      std::uint32_t& bucket = buckets_[bucketOf(codes_[i])];
-      next_[i] = bucket;
+      const std::int32_t code = keys.code(rows[i]);
+      std::uint32_t& bucket = buckets_[bucketOf(code)];
+      entries_[i] = {code, rows[i], bucket};
       bucket = static_cast<std::uint32_t>(i);
     }
   }
 
-  // Calls use(row) for every right row whose key text is that of the left row.
-  template <typename Use>
-  void forEach(const KeyColumn& leftKeys, std::int32_t leftRow, Use use) const {
-    const std::int32_t code = leftKeys.code(leftRow);
-    for (std::uint32_t i = buckets_[bucketOf(code)]; i != none; i = next_[i]) {
-      if (codes_[i] != code) continue;
-      const bool isExact = leftKeys.isExact(leftRow) && keys_.isExact(rows_[i]);
-      if (isExact || leftKeys.text(leftRow) == keys_.text(rows_[i])) use(rows_[i]);
+  // Finds the pairs of some left rows, in order, with every right row whose key text is theirs, and
+  // calls emit(pairs) with some at a time. The steps of all rows are taken side by side, so that
+  // none waits for memory alone.
+  template <typename Emit>
+  void findPairs(const KeyColumn& leftKeys, std::span<const std::int32_t> leftRows,
+                 std::vector<Pair>& pairs, Emit emit) const {
+    std::int32_t codes[blockSize];
+    std::uint32_t heads[blockSize];
+    for (std::size_t i = 0; i < leftRows.size(); ++i) {
+      codes[i] = leftKeys.code(leftRows[i]);
+      __builtin_prefetch(&buckets_[bucketOf(codes[i])]);
     }
+    for (std::size_t i = 0; i < leftRows.size(); ++i) {
+      heads[i] = buckets_[bucketOf(codes[i])];
+      if (heads[i] != none) __builtin_prefetch(&entries_[heads[i]]);
+    }
+    for (std::size_t i = 0; i < leftRows.size(); ++i) {
+      for (std::uint32_t e = heads[i]; e != none; e = entries_[e].next) {
+        const Entry& entry = entries_[e];
+        if (entry.code != codes[i]) continue;
+        const bool isExact = leftKeys.isExact(leftRows[i]) && keys_.isExact(entry.row);
+        if (isExact || leftKeys.text(leftRows[i]) == keys_.text(entry.row)) {
+          pairs.push_back({leftRows[i], entry.row});
+          if (pairs.size() == mostPairs) emit(pairs);
+        }
+      }
+    }
+    emit(pairs);
   }
+
+  static constexpr std::size_t blockSize = 64;
 
  private:
   static constexpr std::uint32_t none = ~std::uint32_t{0};
+  static constexpr std::size_t mostPairs = 256;
+  struct Entry {
+    std::int32_t code;
+    std::int32_t row;
+    std::uint32_t next;
+  };
 
   std::size_t bucketOf(std::int32_t code) const {
     constexpr std::uint32_t golden = 0x9E3779B1;
@@ -164,11 +196,20 @@ class PartnerIndex {
   }
 
   const KeyColumn& keys_;
-  const std::vector<std::int32_t>& rows_;
-  std::vector<std::int32_t> codes_;
-  std::vector<std::uint32_t> next_;
+  std::vector<Entry> entries_;
   int shift_;
   std::vector<std::uint32_t> buckets_;
+};
+
+// A column of the answer, with the table that it is read from.
+struct Output {
+  const Table* table;
+  std::size_t column;
+  ValueKind kind;
+  bool isRight;
+  std::size_t rowOf(const Pair& pair) const {
+    return static_cast<std::size_t>(isRight ? pair.right : pair.left);
+  }
 };
 
 }  // namespace
@@ -203,19 +244,34 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   const KeyColumn leftKeys(left, on.left, isNumeric, now);
   const KeyColumn rightKeys(right, on.right, isNumeric, now);
   const PartnerIndex partners(rightKeys, rightRows);
+  std::vector<Output> outputs;
+  for (const Side& side : sides) {
+    const Table& table = side.isRight ? right : left;
+    outputs.push_back({&table, side.column, table.kind(side.column), side.isRight});
+  }
   result.rows = JsonRows(result.columns, style);
-  for (const std::int32_t leftIndex : leftRows) {
-    partners.forEach(leftKeys, leftIndex, [&](std::int32_t rightIndex) {
-      for (const Side& side : sides) {
-        const Table& table = side.isRight ? right : left;
-        const auto row = static_cast<std::size_t>(side.isRight ? rightIndex : leftIndex);
-        result.rows.add(table.rows[row].cells()[side.column], table.kind(side.column), now);
+  const auto addRows = [&](std::vector<Pair>& pairs) {
+    for (const Pair& pair : pairs) {
+      for (const Output& output : outputs) {
+        output.table->rows.prefetch(output.rowOf(pair), output.column);
       }
-      if (result.rowsAffected == std::numeric_limits<std::int32_t>::max()) {
-        throw std::runtime_error("Result is too large");
+    }
+    for (const Pair& pair : pairs) {
+      for (const Output& output : outputs) {
+        const Cell& cell = output.table->rows[output.rowOf(pair)].cells()[output.column];
+        result.rows.add(cell, output.kind, now);
       }
-      ++result.rowsAffected;
-    });
+    }
+    constexpr auto mostRows = std::numeric_limits<std::int32_t>::max();
+    const auto count = static_cast<std::int32_t>(pairs.size());
+    if (result.rowsAffected > mostRows - count) throw std::runtime_error("Result is too large");
+    result.rowsAffected += count;
+    pairs.clear();
+  };
+  std::vector<Pair> pairs;
+  for (std::size_t start = 0; start < leftRows.size(); start += PartnerIndex::blockSize) {
+    const std::size_t count = std::min(PartnerIndex::blockSize, leftRows.size() - start);
+    partners.findPairs(leftKeys, std::span(leftRows).subspan(start, count), pairs, addRows);
   }
   return result;
 }

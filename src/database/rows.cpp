@@ -118,7 +118,14 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
     if (table.columns[given.column].type == "ApexInt") {
       throw std::runtime_error("ApexInt is an immutable identity column and cannot be updated");
     }
-    for (const std::int32_t index : matched) applyValue(table, index, given, now);
+    constexpr std::size_t stepsAhead = 8;
+    for (std::size_t i = 0; i < matched.size(); ++i) {
+      if (i + stepsAhead < matched.size()) {
+        const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
+        table.rows.prefetch(coming, given.column);
+      }
+      applyValue(table, matched[i], given, now);
+    }
   }
   if (!inTransaction && !walMode) Storage::update(table, matched, directory);
   return successful("success!", static_cast<std::int32_t>(matched.size()));

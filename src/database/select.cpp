@@ -25,8 +25,13 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   result.columns = std::move(columns);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
   result.rows = JsonRows(result.columns, style);
-  for (const std::int32_t index : matched) {
-    const auto cells = table.rows[static_cast<std::size_t>(index)].cells();
+  constexpr std::size_t stepsAhead = 8;
+  for (std::size_t i = 0; i < matched.size(); ++i) {
+    if (i + stepsAhead < matched.size()) {
+      const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
+      for (const std::size_t position : positions) table.rows.prefetch(coming, position);
+    }
+    const auto cells = table.rows[static_cast<std::size_t>(matched[i])].cells();
     for (const std::size_t position : positions) {
       result.rows.add(cells[position], table.kind(position), now);
     }
