@@ -187,11 +187,12 @@ void Storage::insertRow(const Table& table, const Row& row, std::int64_t offset,
   const bool isAppended = dir == std::ios_base::end;
   const std::vector<Column>& columns = table.columns;
   File file(directory, binFile(table.tableName), File::Mode::readWrite);
-  if (!file.isOpen() || columns.empty()) return;
+  const std::int64_t size = rowSize(columns);
+  if (!file.isOpen() || size == 0) return;
   File marks(directory, delFile(table.tableName), File::Mode::append);
   const bool isShifted = rowsAreShifted(columns);
-  const std::int64_t index = isAppended ? marks.size().value_or(0)
-                                        : (offset - headerSize(columns.size())) / rowSize(columns);
+  const std::int64_t index =
+      isAppended ? marks.size().value_or(0) : (offset - headerSize(columns.size())) / size;
   if (isAppended) offset += file.size().value_or(0);
   const auto wholeSize = static_cast<std::int64_t>(wholeRowSize(columns));
   std::optional<File> whole;
@@ -261,7 +262,7 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
   std::vector<Column> columns;
   auto offset = static_cast<std::int64_t>(nameWidth);
   const auto nextField = [&] {
-    const std::string text = read(file, offset);
+    std::string text = read(file, offset);
     offset += static_cast<std::int64_t>(nameWidth);
     return text;
   };
