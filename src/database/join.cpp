@@ -155,8 +155,8 @@ class PartnerIndex {
   template <typename Emit>
   void findPairs(const KeyColumn& leftKeys, std::span<const std::int32_t> leftRows,
                  std::vector<Pair>& pairs, Emit emit) const {
-    std::int32_t codes[blockSize];
-    std::uint32_t heads[blockSize];
+    std::int32_t codes[blockSize] = {};
+    std::uint32_t heads[blockSize] = {};
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
       codes[i] = leftKeys.code(leftRows[i]);
       __builtin_prefetch(&buckets_[bucketOf(codes[i])]);
