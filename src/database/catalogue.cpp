@@ -51,16 +51,19 @@ void Database::createTable(const std::string& name, const std::vector<Column>& c
 void Database::dropTable(const std::string& name) {
   const std::unique_lock lock(dbMutex);
   const Table& table = getTable(name);
+  // Everything that can fail comes first: a table that is gone from memory only would come back.
+  std::vector<std::string> files = Storage::filesOfTable(name);
+  for (std::string& file : Storage::getRelFiles(directory)) {
+    // A relation file of the dropped child, even of a link that was skipped at the start, would
+    // give a new table of this name the link.
+    const auto relation = Storage::readRelation(file, directory);
+    if (relation && relation->childTable == name) files.push_back(std::move(file));
+  }
   forgetChildTable(table);
   forgetUndo(name);
-  for (const LinkRecord& link : table.links) {
-    // Its relation file would give a new table of this name the link at the next start.
-    removeFile(directory,
-               Storage::relationFileName({name, link.parentTable, link.column, link.parentColumn}));
-  }
   tables.erase(tables.find(name));
   listeners.erase(name);
-  Storage::removeTable(name, directory);
+  for (const std::string& file : files) removeFile(directory, file);
 }
 
 Table& Database::tableOrNew(const std::string& name) {

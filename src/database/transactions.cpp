@@ -9,12 +9,13 @@
 namespace velmora {
 namespace {
 
-// What a row is linked to is put right as far as it can be: the parents may have gone for good, or
-// have been made anew with keys of another type. The row itself comes back in any case.
-template <typename Relink>
-void relinkIfPossible(Relink relink) {
+// What a row is linked to, and the key it is filed under, are put right as far as it can be: the
+// parents may have gone for good, or keys may be of another type by now. The row itself comes back
+// in any case.
+template <typename Step>
+void asFarAsPossible(Step step) {
   try {
-    relink();
+    step();
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception&) {
@@ -65,12 +66,13 @@ void Database::undo(const TransactionAction& action) {
   PrimaryKeyMap& keys = table.primaryKeyMap;
   const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
   if (action.kind == "INSERT") {
-    relinkIfPossible([&] { unlinkRow(table, action.rowIndex); });
+    asFarAsPossible([&] { unlinkRow(table, action.rowIndex); });
     if (table.hasPrimaryKey()) {
-      keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex);
+      asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
       if (action.displacedRow != PrimaryKeyMap::noRow) {
         const Row& displaced = table.rows.at(static_cast<std::size_t>(action.displacedRow));
-        keys.assign(displaced.cells()[keyColumn].value, action.displacedRow);
+        asFarAsPossible(
+            [&] { keys.assign(displaced.cells()[keyColumn].value, action.displacedRow); });
       }
     }
     table.removeLastRow();
@@ -79,13 +81,17 @@ void Database::undo(const TransactionAction& action) {
   if (action.kind == "DELETE") {
     table.setDeleted(static_cast<std::size_t>(action.rowIndex), false);
   } else {
-    if (table.hasPrimaryKey()) keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex);
+    if (table.hasPrimaryKey()) {
+      asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
+    }
     row.rowKey = action.row.rowKey;
     for (std::size_t i = 0; i < action.row.cells.size(); ++i) row.cells()[i] = action.row.cells[i];
     table.rowChanged(static_cast<std::size_t>(action.rowIndex));
   }
-  if (table.hasPrimaryKey()) keys.assign(row.cells()[keyColumn].value, action.rowIndex);
-  relinkIfPossible([&] { linkRow(table, action.rowIndex); });
+  if (table.hasPrimaryKey()) {
+    asFarAsPossible([&] { keys.assign(row.cells()[keyColumn].value, action.rowIndex); });
+  }
+  asFarAsPossible([&] { linkRow(table, action.rowIndex); });
 }
 
 void Database::forgetUndo(std::string_view tableName) {

@@ -318,15 +318,17 @@ void Storage::sweepCheckpoint(const Directory& directory) {
   }
 }
 
-void Storage::removeTable(const std::string& tableName, const Directory& directory) {
-  if (!isStorableName(tableName)) return;
+std::vector<std::string> Storage::filesOfTable(const std::string& tableName) {
+  if (!isStorableName(tableName)) return {};
+  std::vector<std::string> names;
   for (const char* const extension : {".bin", ".del", ".tmp", ".row"}) {
     const std::string name = tableName + extension;
     // A table left behind under such a name has no file of its own there.
     if (name == listenersFileName || name == webhooksFileName) continue;
-    removeFile(directory, name);
-    removeFile(directory, newName(name));
+    names.push_back(name);
+    names.push_back(newName(name));
   }
+  return names;
 }
 
 }  // namespace velmora

@@ -112,8 +112,9 @@ class Storage {
                                         const Directory& directory = {});
   // The files with extension ".bin", sorted by name.
   static std::vector<std::string> getBinFiles(const Directory& directory = {});
-  // Deletes the table's files; names that no file can have delete nothing.
-  static void removeTable(const std::string& tableName, const Directory& directory = {});
+  // The files that a table can have, those of a checkpoint under way included; none for a name that
+  // no file can have.
+  static std::vector<std::string> filesOfTable(const std::string& tableName);
 
   // Writes one timed value's record and returns its slot; slot -1 means a new one at the end. The
   // row and column numbers are labels. Failing writes go unreported.

@@ -152,32 +152,9 @@ class DirectWriteTest : public FaultTest {
     ASSERT_EQ(Engine().shown(), expected_);
   }
 
-  // The two first rows of each table stay as they are, in memory and on disk.
-  void checkCommands(const std::vector<std::string>& commands) {
-    ASSERT_NO_FATAL_FAILURE(prepare());
-    std::unique_ptr<Engine> engine;
-    forEveryFailure(
-        [&] {
-          replaceFiles(prepared_);
-          engine = std::make_unique<Engine>();
-        },
-        [&] {
-          for (const std::string& command : commands) engine->run(command);
-        },
-        [&] {
-          EXPECT_EQ(engine->shown(), expected_);
-          EXPECT_EQ(Engine().shown(), expected_) << "after a restart";
-        });
-  }
-
   Files prepared_;
   std::string expected_;
 };
-
-TEST_F(DirectWriteTest, anInsertThatFailsLeavesTheRowsBefore) {
-  checkCommands({"INSERT INTO plain name = 'new' --> 'newer' @ 5 s worth = 7",
-                 "INSERT INTO shifted name = 'new' lit = false --> true @ 7 s"});
-}
 
 TEST_F(DirectWriteTest, anUpdateThatFailsLeavesTheOtherRows) {
   ASSERT_NO_FATAL_FAILURE(prepare());
@@ -201,18 +178,6 @@ TEST_F(DirectWriteTest, anUpdateThatFailsLeavesTheOtherRows) {
         EXPECT_EQ(engine->shown(), expected_);
         EXPECT_EQ(Engine().shown(), expected_) << "after a restart";
       });
-}
-
-TEST_F(DirectWriteTest, aCommitThatFailsLeavesTheRowsBefore) {
-  checkCommands({"BEGIN", "INSERT INTO plain name = 'new' worth = 7",
-                 "UPDATE plain SET worth = 8 WHERE id = 3", "DELETE FROM plain WHERE id = 3",
-                 "INSERT INTO shifted name = 'new' lit = true", "COMMIT"});
-}
-
-TEST_F(DirectWriteTest, aDeleteThatFailsLeavesTheOtherRows) {
-  checkCommands({"INSERT INTO plain name = 'new'", "DELETE FROM plain WHERE id = 3",
-                 "INSERT INTO shifted name = 'new' lit = true",
-                 "DELETE FROM shifted WHERE id = 3"});
 }
 
 // Files that only grow: a record that could not be written whole leaves nothing behind.
