@@ -1,6 +1,9 @@
 // See rows.h.
 #include "rows.h"
 
+#include <sys/mman.h>
+
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -9,14 +12,23 @@
 namespace velmora {
 namespace {
 
-constexpr std::size_t chunkBytes = 64 * 1024;
+constexpr std::size_t mostChunkBytes = 64 * 1024;  // unless a single row is larger
 constexpr unsigned maxChunkShift = 10;
+constexpr std::size_t slabBytes = 2 * 1024 * 1024;  // a huge page, and aligned to one
 constexpr auto maxRows = static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max());
 
 unsigned shiftFor(std::size_t rowBytes) {
   unsigned shift = 0;
-  while (shift < maxChunkShift && (rowBytes << (shift + 1)) <= chunkBytes) ++shift;
+  while (shift < maxChunkShift && (rowBytes << (shift + 1)) <= mostChunkBytes) ++shift;
   return shift;
+}
+
+std::byte* newSlab() {
+  void* const slab = ::operator new(slabBytes, std::align_val_t(slabBytes));
+#ifdef MADV_HUGEPAGE
+  madvise(slab, slabBytes, MADV_HUGEPAGE);  // without it the slab works as well, only slower
+#endif
+  return static_cast<std::byte*>(slab);
 }
 
 }  // namespace
@@ -29,7 +41,8 @@ RowCopy copyOf(const Row& row) {
 Rows::Rows(std::size_t cellsPerRow)
     : cellsPerRow_(cellsPerRow),
       rowBytes_(sizeof(Row) + cellsPerRow * sizeof(Cell)),
-      chunkShift_(shiftFor(rowBytes_)) {}
+      chunkShift_(shiftFor(rowBytes_)),
+      chunksPerSlab_(chunkBytes() <= mostChunkBytes ? slabBytes / chunkBytes() : 0) {}
 
 Rows::~Rows() { clear(); }
 
@@ -37,6 +50,7 @@ Rows::Rows(Rows&& other) noexcept
     : cellsPerRow_(other.cellsPerRow_),
       rowBytes_(other.rowBytes_),
       chunkShift_(other.chunkShift_),
+      chunksPerSlab_(other.chunksPerSlab_),
       size_(std::exchange(other.size_, 0)),
       chunks_(std::move(other.chunks_)) {}
 
@@ -46,6 +60,7 @@ Rows& Rows::operator=(Rows&& other) noexcept {
     cellsPerRow_ = other.cellsPerRow_;
     rowBytes_ = other.rowBytes_;
     chunkShift_ = other.chunkShift_;
+    chunksPerSlab_ = other.chunksPerSlab_;
     size_ = std::exchange(other.size_, 0);
     chunks_ = std::move(other.chunks_);
   }
@@ -54,8 +69,29 @@ Rows& Rows::operator=(Rows&& other) noexcept {
 
 void Rows::clear() noexcept {
   while (size_ > 0) popBack();
-  for (std::byte* const chunk : chunks_) ::operator delete(chunk);
+  for (std::size_t i = 0; i < chunks_.size(); ++i) {
+    if (!isInSlab(i)) {
+      ::operator delete(chunks_[i]);
+    } else if (beginsSlab(i)) {
+      ::operator delete(chunks_[i], std::align_val_t(slabBytes));
+    }
+  }
   chunks_.clear();
+}
+
+void Rows::addChunk() {
+  const std::size_t chunk = chunks_.size();
+  chunks_.push_back(nullptr);
+  try {
+    if (!isInSlab(chunk)) {
+      chunks_.back() = static_cast<std::byte*>(::operator new(chunkBytes()));
+    } else {
+      chunks_.back() = beginsSlab(chunk) ? newSlab() : chunks_[chunk - 1] + chunkBytes();
+    }
+  } catch (...) {
+    chunks_.pop_back();
+    throw;
+  }
 }
 
 Row& Rows::at(std::size_t index) {
@@ -70,15 +106,7 @@ const Row& Rows::at(std::size_t index) const {
 
 Row& Rows::emplaceBack() {
   if (size_ == maxRows) throw std::runtime_error("Table is full");
-  if (size_ >> chunkShift_ == chunks_.size()) {
-    chunks_.push_back(nullptr);
-    try {
-      chunks_.back() = static_cast<std::byte*>(::operator new(rowBytes_ << chunkShift_));
-    } catch (...) {
-      chunks_.pop_back();
-      throw;
-    }
-  }
+  if (size_ >> chunkShift_ == chunks_.size()) addChunk();
   Row* const row = new (static_cast<void*>(rowAt(size_))) Row;
   row->cellCount = static_cast<std::uint32_t>(cellsPerRow_);
   std::uninitialized_default_construct(row->cells().begin(), row->cells().end());
