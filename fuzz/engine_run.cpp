@@ -58,8 +58,8 @@ std::optional<Engine> Engine::started(std::string* error) {
 
 std::string Engine::run(const std::string& command, JsonStyle style) {
   std::string answer;
-  const auto thrown =
-      textThrownBy([&] { renderJson(parser_->handleCommand(command, style), answer, style); });
+  const auto thrown = textThrownBy(
+      [&] { answer = renderJson(parser_->handleCommand(command, {style}), style).view(); });
   return thrown ? "throws " + *thrown : answer;
 }
 
@@ -74,9 +74,8 @@ std::string Engine::everything() {
       all += column.name + " " + column.type + " ";
     }
     const auto thrown = textThrownBy([&] {
-      std::string rows;
-      renderJson(database_->select(name, columns, {}), rows);
-      all += name + " " + rows + "\n";
+      const TextBuffer rows = renderJson(database_->select(name, columns, {}));
+      all += name + " " + std::string(rows.view()) + "\n";
     });
     if (thrown) all += name + " throws " + *thrown + "\n";
   }

@@ -63,7 +63,7 @@ ResultSet notStarted() {
 ResultSet runCommand(const std::string& command) {
   const std::lock_guard lock(engine_mutex);
   if (global_parser == nullptr) return notStarted();
-  return global_parser->handleCommand(command, JsonStyle::valid);
+  return global_parser->handleCommand(command, {JsonStyle::valid});
 }
 
 // What the command that makeCommand() gives is answered; its failures are answers too.
@@ -79,9 +79,8 @@ ResultSet resultOf(MakeCommand makeCommand) {
 template <typename MakeCommand>
 char* answerTo(MakeCommand makeCommand) noexcept {
   try {
-    std::string json;
-    renderJson(resultOf(makeCommand), json, JsonStyle::valid);
-    if (char* const copy = copyOf(json)) return copy;
+    const TextBuffer json = renderJson(resultOf(makeCommand), JsonStyle::valid);
+    if (char* const copy = copyOf(json.view())) return copy;
   } catch (...) {
     // Only std::bad_alloc comes here; the answer to it stands below.
   }

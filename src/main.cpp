@@ -45,14 +45,12 @@ std::string readLine() {
 }
 
 void runShell(Parser& parser) {
-  std::string json;
   while (true) {
     std::cout << "velmora> " << std::flush;
     const std::string line = readLine();
     if (line.empty()) continue;
     if (line == "exit" || line == "quit") return;
-    velmora::renderJson(parser.handleCommand(line), json);
-    std::cout << json << "\n\n";
+    std::cout << velmora::renderJson(parser.handleCommand(line)).view() << "\n\n";
   }
 }
 

@@ -65,7 +65,7 @@ ResultValue resultValueOf(const Cell& cell, ValueKind kind, std::int64_t now) {
 void TextBuffer::Free::operator()(char* bytes) const noexcept { std::free(bytes); }
 
 void TextBuffer::grow(std::size_t count) {
-  const std::size_t capacity = std::max(size_ + count, 2 * capacity_ + 512);
+  const std::size_t capacity = std::max(end_ + count, 2 * capacity_ + 512);
   // realloc moves large blocks by their pages instead of copying them.
   auto* const bytes = static_cast<char*>(std::realloc(bytes_.get(), capacity));
   if (bytes == nullptr) throw std::bad_alloc();
@@ -74,17 +74,43 @@ void TextBuffer::grow(std::size_t count) {
   capacity_ = capacity;
 }
 
-JsonRows::JsonRows(const std::vector<std::string>& columns, JsonStyle style) : style_(style) {
+void TextBuffer::append(std::string_view text) {
+  char* const out = room(text.size());
+  std::memcpy(out, text.data(), text.size());
+  setEnd(out + text.size());
+}
+
+void TextBuffer::prepend(std::string_view text) {
+  if (text.size() > begin_) {
+    room(text.size());
+    std::memmove(at(begin_ + text.size()), at(begin_), end_ - begin_);
+    begin_ += text.size();
+    end_ += text.size();
+  }
+  room(0);
+  begin_ -= text.size();
+  std::memcpy(at(begin_), text.data(), text.size());
+}
+
+JsonRows::JsonRows(const std::vector<std::string>& columns, JsonTarget target)
+    : buffer_(std::move(target.memory)), style_(target.style) {
+  buffer_.clear();
   leads_.reserve(columns.size());
   for (const std::string& column : columns) {
     std::string& lead = leads_.emplace_back(leads_.empty() ? "    {\"" : ", \"");
-    if (style == JsonStyle::raw) {
+    if (style_ == JsonStyle::raw) {
       lead += column;
     } else {
       appendJsonText(lead, column);
     }
     lead += "\": ";
   }
+}
+
+void JsonRows::offerMemory(TextBuffer&& memory) noexcept {
+  if (buffer_.hasMemory()) return;
+  buffer_ = std::move(memory);
+  buffer_.clear();
 }
 
 char* JsonRows::beginValue(std::size_t count) {
@@ -163,14 +189,6 @@ void JsonRows::add(const Cell& cell, ValueKind kind, std::int64_t now) {
   }
 }
 
-void JsonRows::appendTo(std::string& out) const {
-  out += buffer_.view();
-  if (empty()) return;
-  // The last row has no comma.
-  out.pop_back();
-  out.back() = '\n';
-}
-
 ResultSet successful(std::string message, std::int32_t rowsAffected) {
   ResultSet result;
   result.message = std::move(message);
@@ -186,23 +204,28 @@ ResultSet refused(std::string_view text) {
   return result;
 }
 
-void renderJson(const ResultSet& result, std::string& out, JsonStyle style) {
-  out = result.success ? "{\n  \"success\": true,\n  \"message\": \""
-                       : "{\n  \"success\": false,\n  \"message\": \"";
+TextBuffer renderJson(ResultSet&& result, JsonStyle style) {
+  std::string head = result.success ? "{\n  \"success\": true,\n  \"message\": \""
+                                    : "{\n  \"success\": false,\n  \"message\": \"";
   if (style == JsonStyle::raw) {
-    out += result.message;
+    head += result.message;
   } else {
-    appendJsonText(out, result.message);
+    appendJsonText(head, result.message);
   }
-  out += "\",\n  \"rows_affected\": ";
-  appendInt(out, result.rowsAffected);
-  if (result.rows.empty()) {
-    out += "\n}";
-    return;
+  head += "\",\n  \"rows_affected\": ";
+  appendInt(head, result.rowsAffected);
+  TextBuffer json = result.rows.take();
+  if (json.view().empty()) {
+    head += "\n}";
+  } else {
+    head += ",\n  \"data\": [\n";
+    // The last row has no comma.
+    constexpr std::size_t rowEnd = 2;
+    json.setEnd(json.view().data() + json.view().size() - rowEnd);
+    json.append("\n  ]\n}");
   }
-  out += ",\n  \"data\": [\n";
-  result.rows.appendTo(out);
-  out += "  ]\n}";
+  json.prepend(head);
+  return json;
 }
 
 }  // namespace velmora

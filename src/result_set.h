@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -24,26 +25,58 @@ using ResultValue = std::variant<std::int32_t, float, bool, Text>;
 // std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does not convert.
 ResultValue resultValueOf(const Cell& cell, ValueKind kind, std::int64_t now);
 
-// Bytes appended at the end: what std::string does, without ever filling memory with zeros first.
+// The text of an answer: bytes appended at the end, and room kept for what is put in front when the
+// rest is known. Memory is never filled with zeros first, and clear() keeps it for the next answer.
 class TextBuffer {
  public:
-  std::string_view view() const noexcept { return {bytes_.get(), size_}; }
+  TextBuffer() = default;
+  TextBuffer(TextBuffer&& other) noexcept { swap(other); }
+  TextBuffer& operator=(TextBuffer&& other) noexcept {
+    TextBuffer(std::move(other)).swap(*this);
+    return *this;
+  }
+
+  std::string_view view() const noexcept {
+    return bytes_ == nullptr ? std::string_view() : std::string_view(at(begin_), end_ - begin_);
+  }
+  // The text with a zero byte behind it, valid until the buffer changes. Throws std::bad_alloc.
+  const char* terminated() {
+    *room(1) = '\0';
+    return at(begin_);
+  }
+  bool hasMemory() const noexcept { return bytes_ != nullptr; }
+  void clear() noexcept { begin_ = end_ = frontRoom; }
+
   // Room for count bytes at the end, of which the caller then keeps some with setEnd. Throws
   // std::bad_alloc, leaving the buffer as it was.
   char* room(std::size_t count) {
-    if (capacity_ - size_ < count) grow(count);
-    return bytes_.get() + size_;
+    if (capacity_ < end_ + count) grow(count);
+    return at(end_);
   }
-  void setEnd(const char* end) noexcept { size_ = static_cast<std::size_t>(end - bytes_.get()); }
+  void setEnd(const char* end) noexcept { end_ = static_cast<std::size_t>(end - bytes_.get()); }
+  // The same, copying the bytes.
+  void append(std::string_view text);
+  // Puts bytes in front of the text.
+  void prepend(std::string_view text);
 
  private:
+  // What an answer has in front of its rows is shorter, unless its message is an unusual one.
+  static constexpr std::size_t frontRoom = 128;
   struct Free {
     void operator()(char* bytes) const noexcept;
   };
+  char* at(std::size_t offset) const noexcept { return bytes_.get() + offset; }
+  void swap(TextBuffer& other) noexcept {
+    std::swap(bytes_, other.bytes_);
+    std::swap(begin_, other.begin_);
+    std::swap(end_, other.end_);
+    std::swap(capacity_, other.capacity_);
+  }
   void grow(std::size_t count);
 
   std::unique_ptr<char, Free> bytes_;
-  std::size_t size_ = 0;
+  std::size_t begin_ = frontRoom;
+  std::size_t end_ = frontRoom;
   std::size_t capacity_ = 0;
 };
 
@@ -53,19 +86,27 @@ enum class JsonStyle : std::uint8_t {
   valid  // as RFC 8259 wants it: texts escaped and made UTF-8, floats that are not finite null
 };
 
+// What the rows of an answer are to be: their style, and the text of an earlier answer whose memory
+// they may take.
+struct JsonTarget {
+  JsonStyle style = JsonStyle::raw;
+  TextBuffer memory = {};
+};
+
 // The data rows of one answer as JSON, one line a row. Values are added row by row, as many to a
 // row as there are columns.
 class JsonRows {
  public:
   JsonRows() = default;
-  explicit JsonRows(const std::vector<std::string>& columns, JsonStyle style = JsonStyle::raw);
+  explicit JsonRows(const std::vector<std::string>& columns, JsonTarget target = {});
 
-  bool empty() const noexcept { return buffer_.view().empty(); }
   void add(const ResultValue& value);
   // The same as adding resultValueOf the cell, without converting texts that print as they are.
   void add(const Cell& cell, ValueKind kind, std::int64_t now);
-  // The lines, each ended by a line feed, all but the last with a comma.
-  void appendTo(std::string& out) const;
+  // The lines added so far, each ended by a comma and a line feed; they go to the caller.
+  TextBuffer take() noexcept { return std::move(buffer_); }
+  // Has the memory go to the caller of take, unless there is some already.
+  void offerMemory(TextBuffer&& memory) noexcept;
 
  private:
   // Room for what stands before the next value and for `count` bytes more; returns where they go.
@@ -93,9 +134,8 @@ ResultSet successful(std::string message, std::int32_t rowsAffected = 0);
 // The answer to a command that failed with this text, which goes out as "Error: " + text.
 ResultSet refused(std::string_view text);
 
-// Replaces out by the answer as JSON; the text does not end with a line feed. The style is that of
-// the message, and should be the one that the rows were made with. On std::bad_alloc out holds some
-// beginning of it.
-void renderJson(const ResultSet& result, std::string& out, JsonStyle style = JsonStyle::raw);
+// The answer as JSON, which does not end with a line feed; it takes the rows' memory. The style is
+// that of the message, and should be the one that the rows were made with. Throws std::bad_alloc.
+TextBuffer renderJson(ResultSet&& result, JsonStyle style = JsonStyle::raw);
 
 }  // namespace velmora

@@ -5,6 +5,8 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "database/database.h"
 #include "engine.h"
@@ -18,19 +20,25 @@ namespace {
 
 std::optional<DirectoryLock> global_directory;  // held from a start to its stop
 std::unique_ptr<Database> global_db;
-std::string last_result_buffer;
+TextBuffer last_result_buffer;  // keeps its memory from one command to the next
 
 constexpr const char* notStarted = "{\"success\": false, \"message\": \"Engine not started.\"}";
+
+void setResult(std::string_view text) {
+  last_result_buffer.clear();
+  last_result_buffer.append(text);
+}
 
 void runCommand(const char* query) {
   static std::string command;  // keeps its memory from one command to the next
   if (query == nullptr) throw std::logic_error("ExecuteQuery needs a command");
   try {
     command = query;
-    const ResultSet result = global_parser->handleCommand(command);
-    renderJson(result, last_result_buffer);
+    ResultSet result =
+        global_parser->handleCommand(command, {JsonStyle::raw, std::move(last_result_buffer)});
+    last_result_buffer = renderJson(std::move(result));
   } catch (const std::runtime_error& error) {
-    last_result_buffer = std::string("{\"success\": false, \"message\": \"") + error.what() + "\"}";
+    setResult(std::string("{\"success\": false, \"message\": \"") + error.what() + "\"}");
   }
 }
 
@@ -72,11 +80,11 @@ const char* ExecuteQuery(const char* query) {
   using namespace velmora;
   const std::lock_guard lock(engine_mutex);
   if (global_parser == nullptr) {
-    last_result_buffer = notStarted;
+    setResult(notStarted);
   } else {
     runCommand(query);
   }
-  return last_result_buffer.c_str();
+  return last_result_buffer.terminated();
 }
 
 void StopEngine(void) {

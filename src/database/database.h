@@ -110,7 +110,7 @@ class Database {
   // Reads columns of the matching rows. A table that does not exist comes into being, empty.
   // Throws "Requested column not found".
   ResultSet select(const std::string& tableName, std::vector<std::string> columns,
-                   const std::vector<Condition>& conditions, JsonStyle style = JsonStyle::raw);
+                   const std::vector<Condition>& conditions, JsonTarget target = {});
   // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not
   // exist come into being, empty. Throws "Unknown table prefix 'P' in WHERE clause." (or "in SELECT
   // list.", "in JOIN ON clause."), "Column 'C' not found in either table.", "JOIN ON needs a
@@ -118,7 +118,7 @@ class Database {
   ResultSet selectJoin(const std::string& leftTable, const std::string& rightTable,
                        const ColumnReference& firstOn, const ColumnReference& secondOn,
                        const std::vector<ColumnReference>& columns,
-                       const std::vector<Condition>& conditions, JsonStyle style = JsonStyle::raw);
+                       const std::vector<Condition>& conditions, JsonTarget target = {});
 
   // Links (links.cpp).
 

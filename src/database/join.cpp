@@ -139,7 +139,7 @@ class PartnerIndex {
   PartnerIndex(const KeyColumn& keys, const std::vector<std::int32_t>& rows)
       : keys_(keys),
         entries_(rows.size()),
-        shift_(32 - static_cast<int>(std::bit_width(rows.size() | 1))),
+        shift_(32 - bucketBits(rows.size())),
         buckets_(std::size_t{1} << (32 - shift_), none) {
     for (std::size_t i = rows.size(); i-- > 0;) {
       const std::int32_t code = keys.code(rows[i]);
@@ -190,6 +190,13 @@ class PartnerIndex {
     std::uint32_t next;
   };
 
+  // Few rows get many buckets: most look-ups then end at an empty one, at once and as predicted.
+  static int bucketBits(std::size_t rows) {
+    constexpr int sparse = 4;
+    constexpr int mostSparse = 15;
+    const int bits = static_cast<int>(std::bit_width(rows | 1));
+    return std::max(bits, std::min(bits + sparse, mostSparse));
+  }
   std::size_t bucketOf(std::int32_t code) const {
     constexpr std::uint32_t golden = 0x9E3779B1;
     return (static_cast<std::uint32_t>(code) * golden) >> shift_;
@@ -199,6 +206,37 @@ class PartnerIndex {
   std::vector<Entry> entries_;
   int shift_;
   std::vector<std::uint32_t> buckets_;
+};
+
+// The left rows in ascending order, some at a time: those that satisfy the conditions, or, when
+// there are none, simply all live rows, without a list of them.
+class LeftRows {
+ public:
+  LeftRows(const Table& table, bool areAll, std::vector<std::int32_t> matched)
+      : table_(table), areAll_(areAll), matched_(std::move(matched)) {}
+
+  // The next rows, at most PartnerIndex::blockSize; none at the end.
+  std::span<const std::int32_t> next() {
+    const std::size_t end = areAll_ ? table_.rows.size() : matched_.size();
+    const std::size_t start = position_;
+    if (!areAll_) {
+      position_ = std::min(end, start + PartnerIndex::blockSize);
+      return std::span(matched_).subspan(start, position_ - start);
+    }
+    std::size_t count = 0;
+    for (; position_ < end && count < PartnerIndex::blockSize; ++position_) {
+      block_[count] = static_cast<std::int32_t>(position_);
+      count += table_.isLive(position_) ? 1 : 0;
+    }
+    return std::span(block_, count);
+  }
+
+ private:
+  const Table& table_;
+  bool areAll_;
+  std::vector<std::int32_t> matched_;
+  std::size_t position_ = 0;
+  std::int32_t block_[PartnerIndex::blockSize] = {};
 };
 
 // A column of the answer, with the table that it is read from.
@@ -217,7 +255,7 @@ struct Output {
 ResultSet Database::selectJoin(const std::string& leftTable, const std::string& rightTable,
                                const ColumnReference& firstOn, const ColumnReference& secondOn,
                                const std::vector<ColumnReference>& columns,
-                               const std::vector<Condition>& conditions, JsonStyle style) {
+                               const std::vector<Condition>& conditions, JsonTarget target) {
   const Reading reading = lockForReading(leftTable, rightTable);
   const Table& left = *reading.first;
   const Table& right = *reading.second;
@@ -237,7 +275,9 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   }
 
   const std::int64_t now = clock::now();
-  const std::vector<std::int32_t> leftRows = getRequestedRows(leftConditions, left);
+  const bool areAll = leftConditions.empty();
+  LeftRows leftRows(left, areAll,
+                    areAll ? std::vector<std::int32_t>() : getRequestedRows(leftConditions, left));
   const std::vector<std::int32_t> rightRows = getRequestedRows(rightConditions, right);
   const bool isNumeric =
       left.kind(on.left) == ValueKind::integer && right.kind(on.right) == ValueKind::integer;
@@ -249,7 +289,7 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     const Table& table = side.isRight ? right : left;
     outputs.push_back({&table, side.column, table.kind(side.column), side.isRight});
   }
-  result.rows = JsonRows(result.columns, style);
+  result.rows = JsonRows(result.columns, std::move(target));
   const auto addRows = [&](std::vector<Pair>& pairs) {
     for (const Pair& pair : pairs) {
       for (const Output& output : outputs) {
@@ -269,9 +309,8 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     pairs.clear();
   };
   std::vector<Pair> pairs;
-  for (std::size_t start = 0; start < leftRows.size(); start += PartnerIndex::blockSize) {
-    const std::size_t count = std::min(PartnerIndex::blockSize, leftRows.size() - start);
-    partners.findPairs(leftKeys, std::span(leftRows).subspan(start, count), pairs, addRows);
+  for (auto rows = leftRows.next(); !rows.empty(); rows = leftRows.next()) {
+    partners.findPairs(leftKeys, rows, pairs, addRows);
   }
   return result;
 }

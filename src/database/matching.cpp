@@ -324,8 +324,9 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
       return;
     }
   }
+  if (group.empty()) matched.reserve(table.rows.size());
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
-    if (table.isLive(i) && allHold(group, table.rows[i], now)) {
+    if (table.isLive(i) && (group.empty() || allHold(group, table.rows[i], now))) {
       matched.push_back(static_cast<std::int32_t>(i));
     }
   }

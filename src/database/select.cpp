@@ -9,7 +9,7 @@
 namespace velmora {
 
 ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
-                           const std::vector<Condition>& conditions, JsonStyle style) {
+                           const std::vector<Condition>& conditions, JsonTarget target) {
   const Reading reading = lockForReading(tableName, tableName);
   const Table& table = *reading.first;
   std::vector<std::size_t> positions;
@@ -24,7 +24,7 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   ResultSet result;
   result.columns = std::move(columns);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
-  result.rows = JsonRows(result.columns, style);
+  result.rows = JsonRows(result.columns, std::move(target));
   constexpr std::size_t stepsAhead = 8;
   for (std::size_t i = 0; i < matched.size(); ++i) {
     if (i + stepsAhead < matched.size()) {

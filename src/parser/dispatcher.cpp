@@ -82,8 +82,14 @@ std::span<const Parser::Rule> Parser::rules() {
   return table;
 }
 
-ResultSet Parser::handleCommand(const std::string& command, JsonStyle style) {
-  style_ = style;
+ResultSet Parser::handleCommand(const std::string& command, JsonTarget target) {
+  target_ = std::move(target);
+  ResultSet result = run(command);
+  result.rows.offerMemory(std::move(target_.memory));
+  return result;
+}
+
+ResultSet Parser::run(const std::string& command) {
   try {
     command_ = &command;
     second_ = clock::now();

@@ -61,9 +61,9 @@ class Parser {
   bool isReplaying = false;
 
   // Runs one command. Every std::runtime_error becomes an answer with success false and the
-  // message "Error: " + its text; other exceptions pass. The style is that of the answer's rows.
-  // Callers run one command at a time.
-  ResultSet handleCommand(const std::string& command, JsonStyle style = JsonStyle::raw);
+  // message "Error: " + its text; other exceptions pass. The answer's rows hold the target's
+  // memory. Callers run one command at a time.
+  ResultSet handleCommand(const std::string& command, JsonTarget target = {});
 
   // The conditions from the token behind WHERE to the end; none if there is no such token. Throws
   // std::runtime_error with a message that begins "Syntax Error: ".
@@ -79,6 +79,8 @@ class Parser {
   };
   static std::span<const Rule> rules();
 
+  // What handleCommand does, but for the memory of an answer without rows.
+  ResultSet run(const std::string& command);
   ResultSet dispatch(const std::vector<Token>& tokens, bool& isLogged);
   // Appends the command being run to the log, unless that is what is being replayed. False when it
   // could not be written.
@@ -113,8 +115,8 @@ class Parser {
   std::vector<Token> tokens_;             // of the command being run; keeps its memory for the next
   const std::string* command_ = nullptr;  // the text of the command being run
   std::int64_t second_ = 0;               // the second at which it runs
-  std::int64_t now_ = 0;              // the second at which the timed values of this command start
-  JsonStyle style_ = JsonStyle::raw;  // of this command's answer
+  std::int64_t now_ = 0;  // the second at which the timed values of this command start
+  JsonTarget target_;     // of this command's answer
 };
 
 // The position of a command text's first clock marker that digits follow, or npos. What stands

@@ -92,7 +92,7 @@ ResultSet Parser::select(const std::vector<Token>& tokens) {
   const std::string tableName = textOf(cursor.take(missingParameters));
   if (cursor.nextIs("JOIN")) return selectJoin(cursor, tableName, listEnd);
   if (!isStar) columns = bareColumns(tokens, listEnd);
-  return db_->select(tableName, std::move(columns), optionalFilter(cursor), style_);
+  return db_->select(tableName, std::move(columns), optionalFilter(cursor), std::move(target_));
 }
 
 ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
@@ -115,7 +115,7 @@ ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
     columns = joinedColumns(cursor.tokens(), listEnd);
   }
   return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor),
-                         style_);
+                         std::move(target_));
 }
 
 }  // namespace velmora

@@ -94,9 +94,7 @@ std::string FaultTest::shownAfterKill(const std::vector<std::string>& tables) co
     database.loadFromDisk();
     Parser parser(&database);
     all = answersOf(tables, [&](const std::string& command) {
-      std::string answer;
-      renderJson(parser.handleCommand(command), answer);
-      return answer;
+      return std::string(renderJson(parser.handleCommand(command)).view());
     });
   });
   close(descriptor);

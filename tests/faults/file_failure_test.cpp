@@ -119,13 +119,11 @@ class DirectWriteTest : public FaultTest {
       parser.isReplaying = true;  // nothing is logged
     }
     std::string run(const std::string& command) {
-      std::string answer;
       try {
-        renderJson(parser.handleCommand(command), answer);
+        return std::string(renderJson(parser.handleCommand(command)).view());
       } catch (const std::exception& error) {
         return std::string("throws ") + error.what();
       }
-      return answer;
     }
     std::string shown() {
       std::string all;

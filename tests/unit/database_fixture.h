@@ -95,10 +95,8 @@ class DatabaseTest : public testing::Test {
   }
 
   // The data rows of an answer, each as its JSON object.
-  static Texts rowsOf(const ResultSet& result) {
-    std::string json;
-    renderJson(result, json);
-    std::istringstream lines(json);
+  static Texts rowsOf(ResultSet result) {
+    std::istringstream lines(std::string(renderJson(std::move(result)).view()));
     Texts rows;
     for (std::string line; std::getline(lines, line);) {
       if (!line.starts_with("    {")) continue;

@@ -279,11 +279,11 @@ TEST_F(DatabaseTest, SelectGivesTypedValuesAndKeepsTheColumnNames) {
   EXPECT_EQ(rowsOf(database.select("t", {"s", "n"}, {})), Texts());
   insert("t", {{"n", "-7"}, {"f", "2.5"}, {"s", "x"}});
   insert("t", {});
-  const ResultSet result = database.select("t", {"n", "f", "s"}, {});
+  ResultSet result = database.select("t", {"n", "f", "s"}, {});
   EXPECT_TRUE(result.success);
   EXPECT_EQ(result.message, "");
   EXPECT_EQ(result.rowsAffected, 2);
-  EXPECT_EQ(rowsOf(result),
+  EXPECT_EQ(rowsOf(std::move(result)),
             Texts({R"({"n": -7, "f": 2.5, "s": "x"})", R"({"n": 0, "f": null, "s": null})"}));
 }
 

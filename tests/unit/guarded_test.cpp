@@ -332,13 +332,11 @@ TEST(JsonText, KeepsUtf8AndReplacesTheRest) {
 TEST(ValidJson, HasNoNumbersThatAreNotFinite) {
   ResultSet result;
   result.columns = {"c", "d\"", "e"};
-  result.rows = JsonRows(result.columns, JsonStyle::valid);
+  result.rows = JsonRows(result.columns, {JsonStyle::valid});
   result.rows.add(std::numeric_limits<float>::infinity());
   result.rows.add(std::numeric_limits<float>::quiet_NaN());
   result.rows.add(2.5F);
-  std::string json;
-  renderJson(result, json, JsonStyle::valid);
-  EXPECT_EQ(json,
+  EXPECT_EQ(renderJson(std::move(result), JsonStyle::valid).view(),
             "{\n  \"success\": true,\n  \"message\": \"\",\n  \"rows_affected\": 0,\n"
             "  \"data\": [\n    {\"c\": null, \"d\\\"\": null, \"e\": 2.5}\n  ]\n}");
 }

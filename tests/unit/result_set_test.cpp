@@ -25,11 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string render(const ResultSet& result) {
-  std::string text = "what was there before";
-  renderJson(result, text);
-  return text;
-}
+std::string render(ResultSet&& result) { return std::string(renderJson(std::move(result)).view()); }
 
 // The values row by row, as many to a row as there are columns.
 using Values = std::vector<ResultValue>;
@@ -43,8 +39,8 @@ ResultSet rowsOf(const std::vector<std::string>& columns, const Values& values) 
 }
 
 // The one value of an answer with one row and the column "c".
-std::string memberIn(const ResultSet& result) {
-  const std::string text = render(result);
+std::string memberIn(ResultSet&& result) {
+  const std::string text = render(std::move(result));
   const std::string head =
       "{\n  \"success\": true,\n  \"message\": \"\",\n  \"rows_affected\": 0,\n"
       "  \"data\": [\n    {\"c\": ";
@@ -66,7 +62,7 @@ TEST(Json, hasNoDataWithoutColumnsOrRows) {
   failed.success = false;
   failed.message = "Error: x";
   failed.rowsAffected = -2147483647 - 1;
-  EXPECT_EQ(render(failed),
+  EXPECT_EQ(render(std::move(failed)),
             "{\n  \"success\": false,\n  \"message\": \"Error: x\",\n"
             "  \"rows_affected\": -2147483648\n}");
 }
@@ -75,7 +71,7 @@ TEST(Json, givesEachRowItsLine) {
   ResultSet result = rowsOf({"id", "name"}, {1, Text("a"), 2, Text("NULL")});
   result.message = "success!";
   result.rowsAffected = 2;
-  EXPECT_EQ(render(result),
+  EXPECT_EQ(render(std::move(result)),
             "{\n"
             "  \"success\": true,\n"
             "  \"message\": \"success!\",\n"
@@ -119,7 +115,7 @@ TEST(Json, escapesNothing) {
   EXPECT_EQ(member(Text(std::string("a\0b", 3))), std::string("\"a\0b\"", 5));
   ResultSet result = rowsOf({"c\"d\\"}, {1});
   result.message = "say \"hi\"\n";
-  EXPECT_EQ(render(result),
+  EXPECT_EQ(render(std::move(result)),
             "{\n  \"success\": true,\n  \"message\": \"say \"hi\"\n\",\n  \"rows_affected\": 0,\n"
             "  \"data\": [\n    {\"c\"d\\\": 1}\n  ]\n}");
 }
@@ -185,15 +181,15 @@ TEST(Json, agreesWithStreamsOnRandomAnswers) {
     result.success = random() % 2 == 0;
     result.message = std::string(random() % 30, '"');
     result.rowsAffected = static_cast<std::int32_t>(random());
-    ASSERT_EQ(render(result), streamed(result, values));
+    ASSERT_EQ(render(std::move(result)), streamed(result, values));
   }
 }
 
 TEST(Json, growsToManyRows) {
   Values values;
   while (values.size() < 200000) values.emplace_back(static_cast<std::int32_t>(values.size()));
-  const ResultSet result = rowsOf({"a", "b"}, values);
-  EXPECT_EQ(render(result), streamed(result, values));
+  ResultSet result = rowsOf({"a", "b"}, values);
+  EXPECT_EQ(render(std::move(result)), streamed(result, values));
 }
 
 struct Reading {
@@ -209,7 +205,7 @@ TEST_P(CellReading, followsTheColumnsType) {
   const Cell cell{Text(text), ColumnHeading("c", type)};
   ResultSet result = rowsOf({"c"}, {});
   result.rows.add(cell, valueKind(type), 0);
-  EXPECT_EQ(memberIn(result), json) << type << ' ' << text;
+  EXPECT_EQ(memberIn(std::move(result)), json) << type << ' ' << text;
   EXPECT_EQ(member(resultValueOf(cell, valueKind(type), 0)), json) << type << ' ' << text;
 }
 
@@ -241,7 +237,7 @@ std::string outcomeOf(Add add) {
   try {
     ResultSet result = rowsOf({"c"}, {});
     add(result.rows);
-    return memberIn(result);
+    return memberIn(std::move(result));
   } catch (const std::invalid_argument& error) {
     return std::string("invalid_argument ") + error.what();
   } catch (const std::out_of_range& error) {
@@ -274,10 +270,10 @@ TEST(CellReading, readsATimedCellAtTheSecond) {
   cell.tempRule->cycleLength = 20;
   ResultSet result = rowsOf({"c"}, {});
   result.rows.add(cell, ValueKind::integer, 9);
-  EXPECT_EQ(memberIn(result), "1");
+  EXPECT_EQ(memberIn(std::move(result)), "1");
   result = rowsOf({"c"}, {});
   result.rows.add(cell, ValueKind::integer, 10);
-  EXPECT_EQ(memberIn(result), "null");
+  EXPECT_EQ(memberIn(std::move(result)), "null");
 }
 
 // The exported functions in a directory of their own.

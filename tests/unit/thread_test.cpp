@@ -272,9 +272,10 @@ TEST_F(ThreadTest, LinksHoldBesideWriters) {
   }
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      const ResultSet pairs = database.selectJoin("kid", "p", {"kid", "pid"}, {"p", "id"},
-                                                  {{"kid", "pid"}, {"p", "id"}}, {});
-      for (const std::string& row : rowsOf(pairs)) EXPECT_TRUE(truePairs.contains(row)) << row;
+      ResultSet pairs = database.selectJoin("kid", "p", {"kid", "pid"}, {"p", "id"},
+                                            {{"kid", "pid"}, {"p", "id"}}, {});
+      for (const std::string& row : rowsOf(std::move(pairs)))
+        EXPECT_TRUE(truePairs.contains(row)) << row;
     }
   };
   database.link("kid", "pid", "p", "id");
