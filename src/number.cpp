@@ -52,6 +52,30 @@ locale_t cLocale() {
   return locale;
 }
 
+// Digits with at most one point among them, of which there are so few that both the digits and the
+// power of ten are exact floats: their quotient is then the nearest float.
+bool convertShortDecimal(std::string_view text, float& result) noexcept {
+  static constexpr float powers[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F};
+  constexpr std::size_t mostDigits = 7;
+  const bool negative = !text.empty() && text.front() == '-';
+  const std::string_view digits = text.substr(negative ? 1 : 0);
+  if (digits.empty() || digits.size() > mostDigits || !isDigit(digits.front())) return false;
+  std::int32_t value = 0;
+  std::size_t point = digits.size() - 1;
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    if (isDigit(digits[i])) {
+      value = value * 10 + (digits[i] - '0');
+    } else if (digits[i] == '.' && point == digits.size() - 1) {
+      point = i;
+    } else {
+      return false;
+    }
+  }
+  const float magnitude = static_cast<float>(value) / powers[digits.size() - 1 - point];
+  result = negative ? -magnitude : magnitude;
+  return true;
+}
+
 Conversion convertFloatSlowly(std::string_view text, float& result) {
   const std::string terminated(text);
   char* end = nullptr;
@@ -93,7 +117,15 @@ char* writeScaled(char* out, std::int64_t scaled, int decimals) noexcept {
 }  // namespace
 
 Conversion convertInt(std::string_view text, std::int32_t& result) noexcept {
-  return convertDecimal(text, result);
+  constexpr std::size_t surelyFits = 9;
+  if (text.empty() || text.size() > surelyFits) return convertDecimal(text, result);
+  std::int32_t value = 0;
+  for (const char c : text) {
+    if (!isDigit(c)) return convertDecimal(text, result);
+    value = value * 10 + (c - '0');
+  }
+  result = value;
+  return Conversion::ok;
 }
 
 Conversion convertLong(std::string_view text, std::int64_t& result) noexcept {
@@ -101,6 +133,7 @@ Conversion convertLong(std::string_view text, std::int64_t& result) noexcept {
 }
 
 Conversion convertFloat(std::string_view text, float& result) {
+  if (convertShortDecimal(text, result)) return Conversion::ok;
   // from_chars reads the plain decimal form as strtof does, but says nothing of denormal results.
   const std::size_t first = !text.empty() && text.front() == '-' ? 1 : 0;
   if (text.size() <= first || !isDigit(text[first])) return convertFloatSlowly(text, result);

@@ -157,11 +157,12 @@ void writeFittingRows(const Table& table, TimedValues& timed, const Directory& d
   NewFile file(directory, table.tableName + ".bin");
   file.write(Storage::tableFileHeader(table));
   const std::size_t largest = largestRowSize(table.columns);
+  const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
     char* const out = file.room(largest);
-    file.written(encodeRow(out, table, row, CellWidths::written, slots));
+    file.written(encodeRow(out, row, shapes, slots));
   }
   file.finish();
 }
@@ -180,18 +181,19 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
 
   NewFile whole(directory, table.tableName + ".row");
   const std::size_t wholeSize = wholeRowSize(table.columns);
+  const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
+  const std::vector<CellShape> wholeShapes = shapesOf(table.columns, CellWidths::whole);
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
-    const char* const writtenEnd =
-        encodeRow(written.data(), table, row, CellWidths::written, slots);
+    const char* const writtenEnd = encodeRow(written.data(), row, shapes, slots);
     const auto size = static_cast<std::size_t>(writtenEnd - written.data());
     const std::size_t start = header.size() + i * rowSize;
     image.resize(std::max(image.size(), start + size));
     image.replace(start, size, written, 0, size);
     end = std::max(end, start + size);
     char* const out = whole.room(wholeSize);
-    whole.written(encodeRow(out, table, row, CellWidths::whole, slots));
+    whole.written(encodeRow(out, row, wholeShapes, slots));
   }
   whole.finish();
   NewFile file(directory, fileName);

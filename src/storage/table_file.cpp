@@ -221,7 +221,7 @@ void Storage::insertRow(const Table& table, const Row& row, std::int64_t offset,
 
   std::string bytes(largestRowSize(columns), '\0');
   const auto encoded = [&](CellWidths widths) {
-    const char* const end = encodeRow(bytes.data(), table, row, widths, slots);
+    const char* const end = encodeRow(bytes.data(), row, shapesOf(columns, widths), slots);
     return std::string_view(bytes.data(), static_cast<std::size_t>(end - bytes.data()));
   };
   const std::string_view written = encoded(CellWidths::written);

@@ -63,9 +63,8 @@ float getFloat(const char* in) {
   return value;
 }
 
-char* encodePlain(char* out, const Column& column, ValueKind kind, std::string_view text,
-                  bool isDeleted) {
-  switch (kind) {
+char* encodePlain(char* out, const CellShape& shape, std::string_view text, bool isDeleted) {
+  switch (shape.kind) {
     case ValueKind::integer:
       return putInt32(out, converted(isDeleted, [&] { return parseInt(text); }));
     case ValueKind::real:
@@ -74,13 +73,16 @@ char* encodePlain(char* out, const Column& column, ValueKind kind, std::string_v
       return putFloat(out, converted(isDeleted, [&] { return parseFloat(text); }));
     case ValueKind::boolean:
       // Deliberate: only columns that cannot hold timed values take TRUE in capitals for true.
-      *out++ = (column.maxStates >= 1 ? isTrueText(text) : isTrueInLowerCase(text)) ? '\1' : '\0';
+      *out++ = (shape.canBeTimed ? isTrueText(text) : isTrueInLowerCase(text)) ? '\1' : '\0';
       return out;
     case ValueKind::text:
     case ValueKind::unknown:
       break;
   }
-  return putText(out, text, stringWidth);
+  // A width known here is filled with a few wide stores.
+  std::memset(out, 0, stringWidth);
+  std::memcpy(out, text.data(), std::min(text.size(), stringWidth));
+  return out + stringWidth;
 }
 
 void decodePlain(const char* in, ValueKind kind, std::size_t width, Cell& cell) {
@@ -150,24 +152,21 @@ std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns) {
   return offsets;
 }
 
-char* encodeRow(char* out, const Table& table, const Row& row, CellWidths widths,
+char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
                 std::span<const std::int32_t> slots) {
-  for (std::size_t i = 0; i < table.columns.size(); ++i) {
-    const Column& column = table.columns[i];
+  for (std::size_t i = 0; i < shapes.size(); ++i) {
+    const CellShape& shape = shapes[i];
     const Cell& cell = row.cells()[i];
-    const ValueKind kind = table.kind(i);
-    const std::size_t width = plainWidth(column, kind, CellWidths::written);
     const bool isTimed = cell.tempRule != nullptr;
-    if (column.maxStates >= 1) *out++ = isTimed ? '\1' : '\0';
+    if (shape.canBeTimed) *out++ = isTimed ? '\1' : '\0';
     if (isTimed) {
       // In a row file, deliberate: a timed bool's slot overruns the one byte of its column.
       out = putInt32(out, slots[i]);
-      out = putText(out, {}, timedWidth(width) - slotWidth);
+      out = putText(out, {}, shape.timedWidth - slotWidth);
     } else {
-      out = encodePlain(out, column, kind, cell.value, row.isDeleted);
-      if (widths == CellWidths::whole && column.maxStates >= 1) {
-        out = putText(out, {}, timedWidth(width) - width);
-      }
+      char* const end = out + shape.plainWidth;
+      out = encodePlain(out, shape, cell.value, row.isDeleted);
+      if (out < end) out = putText(out, {}, static_cast<std::size_t>(end - out));
     }
   }
   return out;

@@ -21,7 +21,7 @@ namespace velmora {
 // whole-row file both go by widths that hold every cell.
 enum class CellWidths : std::uint8_t { written, declared, whole };
 
-// What the reader has to know of each column, worked out once a table.
+// What has to be known of each column, worked out once a table.
 struct CellShape {
   ValueKind kind = ValueKind::unknown;
   bool canBeTimed = false;
@@ -44,11 +44,11 @@ std::size_t largestRowSize(const std::vector<Column>& columns);
 // so it does in the row file.
 std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns);
 
-// Writes a row at out, which has room for largestRowSize; returns the end. slots holds the slot of
-// each timed cell at its column's place. Throws std::invalid_argument or std::out_of_range ("stoi",
+// Writes a row's cells in these shapes, of written or whole widths, at out, which has room for
+// largestRowSize; returns the end. slots holds the slot of each timed cell at its column's place. Throws std::invalid_argument or std::out_of_range ("stoi",
 // "stof") for a text that does not convert; in a deleted row, which nobody reads, such a text is
 // written as zero bytes.
-char* encodeRow(char* out, const Table& table, const Row& row, CellWidths widths,
+char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
                 std::span<const std::int32_t> slots);
 
 // The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is no timed
