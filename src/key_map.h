@@ -65,8 +65,11 @@ class SortedBlocks {
   }
 
   const Key& keyAt(Place at) const { return blocks_[at.block].keys[at.entry]; }
-  std::int32_t rowAt(Place at) const { return blocks_[at.block].rows[at.entry]; }
-  void setRowAt(Place at, std::int32_t row) { blocks_[at.block].rows[at.entry] = row; }
+  std::int32_t rowAt(Place at) const { return blocks_[at.block].rowAt(at.entry); }
+  void setRowAt(Place at, std::int32_t row) {
+    blocks_[at.block].isRun = false;
+    blocks_[at.block].rows[at.entry] = row;
+  }
 
   // Adds a key that is not there yet.
   void insert(Key key, std::int32_t row) {
@@ -85,6 +88,7 @@ class SortedBlocks {
     }
     // A block has room for all its entries from the start, so nothing below can fail.
     Block& block = blocks_[at.block];
+    block.noteInsertion(key, row, at.entry);
     block.keys.insert(block.keys.begin() + offset(at.entry), std::move(key));
     block.rows.insert(block.rows.begin() + offset(at.entry), row);
     ++size_;
@@ -96,7 +100,9 @@ class SortedBlocks {
       blocks_.erase(blocks_.begin() + offset(at.block));
       lasts_.erase(lasts_.begin() + offset(at.block));
     } else {
-      if (at.entry + 1 == block.keys.size()) lasts_[at.block] = block.keys[at.entry - 1];
+      const bool isLast = at.entry + 1 == block.keys.size();
+      if (isLast) lasts_[at.block] = block.keys[at.entry - 1];
+      block.isRun = block.isRun && isLast;
       block.keys.erase(block.keys.begin() + offset(at.entry));
       block.rows.erase(block.rows.begin() + offset(at.entry));
     }
@@ -107,10 +113,10 @@ class SortedBlocks {
   template <typename Use>
   void forEachRow(Place from, Place to, Use use) const {
     for (std::size_t b = from.block; b < blocks_.size() && b <= to.block; ++b) {
-      const std::vector<std::int32_t>& rows = blocks_[b].rows;
+      const Block& block = blocks_[b];
       const std::size_t first = b == from.block ? from.entry : 0;
-      const std::size_t last = b == to.block ? to.entry : rows.size();
-      for (std::size_t i = first; i < last; ++i) use(rows[i]);
+      const std::size_t last = b == to.block ? to.entry : block.rows.size();
+      for (std::size_t i = first; i < last; ++i) use(block.rowAt(i));
     }
   }
 
@@ -121,8 +127,37 @@ class SortedBlocks {
       keys.reserve(blockCapacity);
       rows.reserve(blockCapacity);
     }
+    std::int32_t rowAt(std::size_t entry) const {
+      return isRun ? firstRow + static_cast<std::int32_t>(entry) : rows[entry];
+    }
+    bool holds(std::int64_t key, std::size_t entry) const {
+      return entry < keys.size() &&
+             (isRun ? firstKey + static_cast<std::int64_t>(entry) : keys[entry]) == key;
+    }
+    // To be called before the entry is put there.
+    void noteInsertion(const Key& key, std::int32_t row, std::size_t entry) {
+      if constexpr (std::is_integral_v<Key>) {
+        if (keys.empty()) {
+          isRun = true;
+          firstKey = key;
+          firstRow = row;
+        }
+        const auto step = static_cast<std::int64_t>(entry);
+        isRun = isRun && entry == keys.size() && key == firstKey + step && row == firstRow + step;
+      }
+    }
+    void noteFirstEntry() {
+      if constexpr (std::is_integral_v<Key>) firstKey = keys.front();
+      firstRow = rows.front();
+    }
+
     std::vector<Key> keys;
     std::vector<std::int32_t> rows;
+    // Whether consecutive numbers name consecutive rows, as those that an identity column gives do:
+    // the first of them then tell all, without a look into the arrays.
+    bool isRun = false;
+    std::int64_t firstKey = 0;
+    std::int32_t firstRow = 0;
   };
 
   // The entry of a number if it lies where it would with no number missing before it, as those
@@ -131,8 +166,8 @@ class SortedBlocks {
     if (blocks_.empty()) return end();
     const auto distance = static_cast<std::uint64_t>(key - blocks_.front().keys.front());
     const Place guess{distance / blockCapacity, distance % blockCapacity};
-    const bool isThere = guess.block < blocks_.size() &&
-                         guess.entry < blocks_[guess.block].keys.size() && keyAt(guess) == key;
+    const bool isThere =
+        guess.block < blocks_.size() && blocks_[guess.block].holds(key, guess.entry);
     return isThere ? guess : end();
   }
 
@@ -168,8 +203,11 @@ class SortedBlocks {
     const auto middle = upper.keys.begin() + offset(half);
     lower.keys.assign(std::make_move_iterator(upper.keys.begin()), std::make_move_iterator(middle));
     lower.rows.assign(upper.rows.begin(), upper.rows.begin() + offset(half));
+    lower.isRun = upper.isRun;
+    lower.noteFirstEntry();
     upper.keys.erase(upper.keys.begin(), middle);
     upper.rows.erase(upper.rows.begin(), upper.rows.begin() + offset(half));
+    upper.noteFirstEntry();
   }
 
   std::vector<Block> blocks_;  // none is empty

@@ -1,7 +1,6 @@
 // See lexer.h.
 #include "lexer.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -47,17 +46,21 @@ bool isOf(CharacterClass characterClass, char c) {
 // A letter in capitals; other characters of a word become something that is no capital.
 char toUpper(char c) { return static_cast<char>(c & ~0x20); }
 
+// Whether two texts of the same size are the same word but for its case.
+bool isSameWord(std::string_view typed, std::string_view reserved) {
+  for (std::size_t i = 0; i < typed.size(); ++i) {
+    if (toUpper(typed[i]) != reserved[i]) return false;
+  }
+  return true;
+}
+
 // The reserved word that a text of word characters is in any case, or an empty view.
 std::string_view reservedWord(std::string_view text) {
   if (!isLetter(text.front())) return {};
   const auto letter = static_cast<std::size_t>(toUpper(text.front()) - 'A');
   for (std::size_t i = tables.firstReserved[letter]; i < tables.firstReserved[letter + 1]; ++i) {
     const std::string_view word = reservedWords[i];
-    if (word.size() == text.size() &&
-        std::equal(text.begin(), text.end(), word.begin(),
-                   [](char typed, char reserved) { return toUpper(typed) == reserved; })) {
-      return word;
-    }
+    if (word.size() == text.size() && isSameWord(text, word)) return word;
   }
   return {};
 }
@@ -65,17 +68,13 @@ std::string_view reservedWord(std::string_view text) {
 }  // namespace
 
 void Lexer::skipWhitespace() noexcept {
-  while (pos_ < input_.size() && isOf(space, input_[pos_])) ++pos_;
+  while (next_ < end_ && isOf(space, *next_)) ++next_;
 }
 
 Token Lexer::getNextToken() {
-  skipWhitespace();
-  if (pos_ >= input_.size()) return {TokenType::END_OF_INPUT, {}};
-  const char c = input_[pos_];
-  if (isOf(wordPart, c) && !isDigit(c)) return word();
-  if (c == '\'' || c == '"') return stringLiteral();
-  if (isDigit(c) || (c == '-' && isDigit(peek(1)))) return number();
-  return operatorOrSymbol();
+  Token token;
+  scan(token);
+  return token;
 }
 
 std::vector<Token> Lexer::tokenize() {
@@ -87,44 +86,70 @@ std::vector<Token> Lexer::tokenize() {
 void Lexer::tokenize(std::vector<Token>& tokens) {
   tokens.clear();
   while (true) {
-    const Token token = getNextToken();
-    if (token.type == TokenType::END_OF_INPUT) return;
-    tokens.push_back(token);
+    Token& token = tokens.emplace_back();
+    scan(token);
     if (token.type == TokenType::ERROR) return;
+    if (token.type == TokenType::END_OF_INPUT) break;
+  }
+  tokens.pop_back();
+}
+
+void Lexer::scan(Token& token) {
+  skipWhitespace();
+  if (next_ == end_) {
+    token.type = TokenType::END_OF_INPUT;
+    return;
+  }
+  const char c = *next_;
+  if (isOf(wordPart, c) && !isDigit(c)) {
+    word(token);
+  } else if (c == '\'' || c == '"') {
+    stringLiteral(token);
+  } else if (isDigit(c) || (c == '-' && isDigit(peek(1)))) {
+    number(token);
+  } else {
+    operatorOrSymbol(token);
   }
 }
 
-Token Lexer::stringLiteral() {
+void Lexer::stringLiteral(Token& token) {
   const char quote = advance();
-  const std::size_t start = pos_;
-  while (pos_ < input_.size() && input_[pos_] != quote && input_[pos_] != '\0') ++pos_;
-  if (peek(0) != quote) return {TokenType::ERROR, "Unterminated string literal"};
-  const Token token{TokenType::STRING, textFrom(start)};
+  const char* const start = next_;
+  while (next_ < end_ && *next_ != quote && *next_ != '\0') ++next_;
+  if (peek(0) != quote) {
+    token.type = TokenType::ERROR;
+    token.value = "Unterminated string literal";
+    return;
+  }
+  token.type = TokenType::STRING;
+  token.value = textFrom(start);
   advance();
-  return token;
 }
 
-Token Lexer::number() {
-  const std::size_t start = pos_;
+void Lexer::number(Token& token) {
+  const char* const start = next_;
   advance();
   bool hasPoint = false;
   while (isDigit(peek(0)) || (peek(0) == '.' && !hasPoint)) {
     if (advance() == '.') hasPoint = true;
   }
-  return {TokenType::NUMBER, textFrom(start)};
+  token.type = TokenType::NUMBER;
+  token.value = textFrom(start);
 }
 
-Token Lexer::word() {
-  const std::size_t start = pos_;
-  while (pos_ < input_.size() && isOf(wordPart, input_[pos_])) ++pos_;
-  const std::string_view typed = textFrom(start);
+void Lexer::word(Token& token) {
+  const char* end = next_ + 1;
+  while (end < end_ && isOf(wordPart, *end)) ++end;
+  const std::string_view typed(next_, static_cast<std::size_t>(end - next_));
+  next_ = end;
   const std::string_view reserved = reservedWord(typed);
-  if (!reserved.empty()) return {TokenType::KEYWORD, reserved};
-  return {TokenType::IDENTIFIER, typed};
+  token.type = reserved.empty() ? TokenType::IDENTIFIER : TokenType::KEYWORD;
+  token.value = reserved.empty() ? typed : reserved;
 }
 
-Token Lexer::operatorOrSymbol() {
-  const std::size_t start = pos_;
+void Lexer::operatorOrSymbol(Token& token) {
+  const char* const start = next_;
+  token.type = TokenType::OPERATOR;
   const char c = advance();
   switch (c) {
     case '(':
@@ -133,31 +158,33 @@ Token Lexer::operatorOrSymbol() {
     case ',':
     case '.':
     case '@':
-      return {TokenType::SYMBOL, textFrom(start)};
+      token.type = TokenType::SYMBOL;
+      break;
     case '!':
     case '<':
     case '=':
     case '>':
       if (peek(0) == '=') advance();
-      return {TokenType::OPERATOR, textFrom(start)};
+      break;
     case '&':
     case '|':
-      if (peek(0) == c) {
-        advance();
-        return {TokenType::OPERATOR, textFrom(start)};
-      }
+      if (peek(0) != c) return unknownCharacter(c, token);
+      advance();
       break;
     case '-':
-      if (peek(0) == '-' && peek(1) == '>') {
-        pos_ += 2;
-        return {TokenType::OPERATOR, textFrom(start)};
-      }
+      if (peek(0) != '-' || peek(1) != '>') return unknownCharacter(c, token);
+      next_ += 2;
       break;
     default:
-      break;
+      return unknownCharacter(c, token);
   }
+  token.value = textFrom(start);
+}
+
+void Lexer::unknownCharacter(char c, Token& token) {
   message_ = std::string("Unknown character: ") + c;
-  return {TokenType::ERROR, message_};
+  token.type = TokenType::ERROR;
+  token.value = message_;
 }
 
 }  // namespace velmora

@@ -31,14 +31,14 @@ struct Token {
 class Lexer {
  public:
   // The text is not copied and must outlive the lexer and its tokens.
-  explicit Lexer(std::string_view input) : input_(input) {}
+  explicit Lexer(std::string_view input) : next_(input.data()), end_(input.data() + input.size()) {}
 
   // The character `offset` behind the next unread one; 0 past the end.
   char peek(std::size_t offset) const noexcept {
-    return pos_ + offset < input_.size() ? input_[pos_ + offset] : '\0';
+    return offset < static_cast<std::size_t>(end_ - next_) ? next_[offset] : '\0';
   }
   // Takes one character; 0 at the end.
-  char advance() noexcept { return pos_ < input_.size() ? input_[pos_++] : '\0'; }
+  char advance() noexcept { return next_ < end_ ? *next_++ : '\0'; }
   void skipWhitespace() noexcept;
   // Takes one token.
   Token getNextToken();
@@ -49,15 +49,20 @@ class Lexer {
   void tokenize(std::vector<Token>& tokens);
 
  private:
-  Token stringLiteral();
-  Token number();
-  Token word();
-  Token operatorOrSymbol();
+  // Each takes one token, into its place: tokens are many, and copying one stalls on its fields.
+  void scan(Token& token);
+  void stringLiteral(Token& token);
+  void number(Token& token);
+  void word(Token& token);
+  void operatorOrSymbol(Token& token);
+  void unknownCharacter(char c, Token& token);
   // The text from `start` up to the next unread character.
-  std::string_view textFrom(std::size_t start) const { return input_.substr(start, pos_ - start); }
+  std::string_view textFrom(const char* start) const {
+    return {start, static_cast<std::size_t>(next_ - start)};
+  }
 
-  std::string_view input_;
-  std::size_t pos_ = 0;
+  const char* next_;  // the next unread character
+  const char* end_;
   std::string message_;
 };
 

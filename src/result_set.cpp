@@ -12,6 +12,8 @@
 namespace velmora {
 namespace {
 
+constexpr std::string_view rowEnd = "},\n";
+
 // Whether a text is what an int of its value prints as, of up to nine digits so that it surely
 // fits.
 bool printsAsInt(std::string_view text) {
@@ -92,19 +94,13 @@ void TextBuffer::prepend(std::string_view text) {
   std::memcpy(at(begin_), text.data(), text.size());
 }
 
-JsonRows::JsonRows(const std::vector<std::string>& columns, JsonTarget target)
-    : buffer_(std::move(target.memory)), style_(target.style) {
+JsonRows::JsonRows(std::span<const std::string> columns, JsonTarget target)
+    : buffer_(std::move(target.memory)), names_(columns), style_(target.style) {
   buffer_.clear();
-  leads_.reserve(columns.size());
-  for (const std::string& column : columns) {
-    std::string& lead = leads_.emplace_back(leads_.empty() ? "    {\"" : ", \"");
-    if (style_ == JsonStyle::raw) {
-      lead += column;
-    } else {
-      appendJsonText(lead, column);
-    }
-    lead += "\": ";
-  }
+  const auto isPlain = [](const std::string& name) { return isPlainJson(name); };
+  if (style_ == JsonStyle::raw || std::all_of(columns.begin(), columns.end(), isPlain)) return;
+  for (const std::string& name : columns) appendJsonText(escapedNames_.emplace_back(), name);
+  names_ = escapedNames_;
 }
 
 void JsonRows::offerMemory(TextBuffer&& memory) noexcept {
@@ -114,18 +110,30 @@ void JsonRows::offerMemory(TextBuffer&& memory) noexcept {
 }
 
 char* JsonRows::beginValue(std::size_t count) {
-  const std::string& lead = leads_[column_];
-  constexpr std::size_t rowEnd = 3;
-  char* const out = buffer_.room(lead.size() + count + rowEnd);
-  std::memcpy(out, lead.data(), lead.size());
-  return out + lead.size();
+  constexpr std::string_view rowBegin = "    {\"";
+  constexpr std::string_view comma = ", \"";
+  constexpr std::string_view colon = "\": ";
+  const std::string_view name = names_[column_];
+  char* out = buffer_.room(rowBegin.size() + name.size() + colon.size() + count + rowEnd.size());
+  // Sizes known here make each of these a store or two.
+  if (column_ == 0) {
+    std::memcpy(out, rowBegin.data(), rowBegin.size());
+    out += rowBegin.size();
+  } else {
+    std::memcpy(out, comma.data(), comma.size());
+    out += comma.size();
+  }
+  std::memcpy(out, name.data(), name.size());
+  out += name.size();
+  std::memcpy(out, colon.data(), colon.size());
+  return out + colon.size();
 }
 
 void JsonRows::endValue(char* end) {
-  if (++column_ == leads_.size()) {
+  if (++column_ == names_.size()) {
     column_ = 0;
-    std::memcpy(end, "},\n", 3);
-    end += 3;
+    std::memcpy(end, rowEnd.data(), rowEnd.size());
+    end += rowEnd.size();
   }
   buffer_.setEnd(end);
 }
@@ -205,26 +213,28 @@ ResultSet refused(std::string_view text) {
 }
 
 TextBuffer renderJson(ResultSet&& result, JsonStyle style) {
-  std::string head = result.success ? "{\n  \"success\": true,\n  \"message\": \""
-                                    : "{\n  \"success\": false,\n  \"message\": \"";
-  if (style == JsonStyle::raw) {
-    head += result.message;
-  } else {
-    appendJsonText(head, result.message);
-  }
-  head += "\",\n  \"rows_affected\": ";
-  appendInt(head, result.rowsAffected);
   TextBuffer json = result.rows.take();
+  // From the end to the beginning: what stands in front of the rows is put there last.
   if (json.view().empty()) {
-    head += "\n}";
+    json.prepend("\n}");
   } else {
-    head += ",\n  \"data\": [\n";
     // The last row has no comma.
-    constexpr std::size_t rowEnd = 2;
-    json.setEnd(json.view().data() + json.view().size() - rowEnd);
-    json.append("\n  ]\n}");
+    json.setEnd(json.view().data() + json.view().size() - rowEnd.size());
+    json.append("}\n  ]\n}");
+    json.prepend(",\n  \"data\": [\n");
   }
-  json.prepend(head);
+  char number[maxNumberText];
+  json.prepend(std::string_view(number, writeInt(number, result.rowsAffected)));
+  json.prepend("\",\n  \"rows_affected\": ");
+  if (style == JsonStyle::raw) {
+    json.prepend(result.message);
+  } else {
+    std::string message;
+    appendJsonText(message, result.message);
+    json.prepend(message);
+  }
+  json.prepend(result.success ? "{\n  \"success\": true,\n  \"message\": \""
+                              : "{\n  \"success\": false,\n  \"message\": \"");
   return json;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -94,11 +95,11 @@ struct JsonTarget {
 };
 
 // The data rows of one answer as JSON, one line a row. Values are added row by row, as many to a
-// row as there are columns.
+// row as there are columns; the columns' names are read where they are, and must stay there.
 class JsonRows {
  public:
   JsonRows() = default;
-  explicit JsonRows(const std::vector<std::string>& columns, JsonTarget target = {});
+  explicit JsonRows(std::span<const std::string> columns, JsonTarget target = {});
 
   void add(const ResultValue& value);
   // The same as adding resultValueOf the cell, without converting texts that print as they are.
@@ -117,8 +118,9 @@ class JsonRows {
   void addPrinted(std::string_view json);
 
   TextBuffer buffer_;
-  std::vector<std::string> leads_;  // by column: the brace or comma, and the member's name
-  std::size_t column_ = 0;          // of the next value
+  std::span<const std::string> names_;
+  std::vector<std::string> escapedNames_;  // what names_ refers to when they need escapes
+  std::size_t column_ = 0;                 // of the next value
   JsonStyle style_ = JsonStyle::raw;
 };
 

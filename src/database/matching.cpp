@@ -7,7 +7,9 @@
 // it is < 6. A column that the table lacks, and an operator without meaning here, match nothing.
 #include <algorithm>
 #include <cstring>
+#include <memory_resource>
 #include <span>
+#include <vector>
 
 #include "../clock.h"
 #include "../number.h"
@@ -49,7 +51,7 @@ class Predicate {
  public:
   Predicate(const Condition& condition, const Table& table)
       : comparison_(comparisonOf(condition.op)),
-        column_(table.columnPosition(condition.column)),
+        column_(table.columnPosition(condition.column, likelyColumn(table))),
         literal_(condition.value) {
     if (column_ == noColumn) return;
     kind_ = table.kind(column_);
@@ -95,6 +97,10 @@ class Predicate {
   void decideBlock(const ColumnMirror& mirror, std::size_t start, Block& block) const;
 
  private:
+  // Most filters name the key.
+  static std::size_t likelyColumn(const Table& table) {
+    return table.hasPrimaryKey() ? static_cast<std::size_t>(table.primaryKeyIndex) : 0;
+  }
   bool isLess(std::string_view text) const {
     switch (kind_) {
       case ValueKind::integer:
@@ -307,6 +313,7 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
     if (!narrowByKey(group, keyColumn, range)) return;
     range.forEachRow([&](std::int32_t index) {
       const Row& row = table.rows.at(static_cast<std::size_t>(index));
+      table.rows.prefetch(static_cast<std::size_t>(index), table.columns.size() - 1);
       if (!row.isDeleted && allHold(group, row, now)) matched.push_back(index);
     });
     if (!std::is_sorted(matched.begin() + first, matched.end())) {
@@ -338,7 +345,9 @@ std::vector<std::int32_t> Database::getRequestedRows(const std::vector<Condition
                                                      const Table& table) const {
   const std::int64_t now = clock::now();
   std::vector<std::int32_t> matched;
-  std::vector<Predicate> predicates;
+  std::byte memory[16 * sizeof(Predicate)];  // enough for a usual filter
+  std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
+  std::pmr::vector<Predicate> predicates(&resource);
   predicates.reserve(conditions.size());
   for (const Condition& condition : conditions) predicates.emplace_back(condition, table);
   // A group ends where the next one begins: before each || but the first condition's.

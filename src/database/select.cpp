@@ -1,7 +1,9 @@
 // Reading one table: the requested columns of the matching rows, printed straight into the answer.
 // Which rows match is decided in matching.cpp; how a stored text becomes a JSON value, in
 // ../result_set.cpp.
+#include <memory_resource>
 #include <stdexcept>
+#include <vector>
 
 #include "../clock.h"
 #include "database.h"
@@ -12,7 +14,9 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
                            const std::vector<Condition>& conditions, JsonTarget target) {
   const Reading reading = lockForReading(tableName, tableName);
   const Table& table = *reading.first;
-  std::vector<std::size_t> positions;
+  std::byte memory[64 * sizeof(std::size_t)];  // enough for a usual table
+  std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
+  std::pmr::vector<std::size_t> positions(&resource);
   positions.reserve(columns.size());
   for (const std::string& column : columns) {
     const std::size_t hint = positions.empty() ? 0 : positions.back() + 1;

@@ -19,8 +19,7 @@ bool isLiteral(const Token* token) {
                               token->type == TokenType::STRING || token->type == TokenType::NUMBER);
 }
 
-Condition parseCondition(TokenCursor& cursor, char logic) {
-  Condition condition;
+void parseCondition(TokenCursor& cursor, char logic, Condition& condition) {
   condition.logic = logic;
   condition.column =
       cursor.take(TokenType::IDENTIFIER, "Syntax Error: Expected column name in WHERE clause")
@@ -40,7 +39,6 @@ Condition parseCondition(TokenCursor& cursor, char logic) {
   }
   condition.value = cursor.peek(1)->value;
   cursor.position += 2;
-  return condition;
 }
 
 }  // namespace
@@ -50,7 +48,7 @@ std::vector<Condition> Parser::parseFiltering(const std::vector<Token>& tokens, 
   TokenCursor cursor(tokens, start);
   char logic = 'o';
   while (!cursor.atEnd()) {
-    conditions.push_back(parseCondition(cursor, logic));
+    parseCondition(cursor, logic, conditions.emplace_back());
     if (cursor.atEnd()) break;
     const bool isOr = cursor.nextIs(TokenType::OPERATOR, "||");
     if (!isOr && !cursor.nextIs(TokenType::OPERATOR, "&&")) {
