@@ -20,7 +20,8 @@ void runOnce(const std::string& command) {
 
 // Whatever a guarded function is given, it answers in JSON.
 void checkGuardedAnswer(char* answer) {
-  if (answer == nullptr || !isJson(answer)) fail("Not JSON:\n" + std::string(answer));
+  require(answer != nullptr, "Out of memory");
+  if (!isJson(answer)) fail("Not JSON:\n" + std::string(answer));
   velmora_free(answer);
 }
 
