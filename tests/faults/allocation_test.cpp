@@ -1,8 +1,10 @@
 // Every allocation of every command, of a start and of a stop fails once, and then it and all that
-// follow it. Whatever happens then, the engine goes on: its locks are free, the tables are as they
-// were or as the command makes them, and the command, given again, does its work.
+// follow it; through the plain exported functions, the guarded ones, and with the command's texts
+// bound to it. Whatever happens then, the engine goes on: its locks are free, the tables are as
+// they were or as the command makes them, and the command, given again, does its work.
 #include <cstdio>
 #include <exception>
+#include <tuple>
 
 #include "failing_allocations.h"
 #include "fault_fixture.h"
@@ -120,6 +122,47 @@ std::vector<Case> cases() {
   };
 }
 
+// The functions through which a host reaches the engine.
+enum class Way : std::uint8_t { plain, guarded, bound };
+
+std::string nameOf(Way way) {
+  return way == Way::plain ? "Plain" : way == Way::guarded ? "Guarded" : "Bound";
+}
+
+// A command in a form in which it can be given without allocating on the way: bound, each of its
+// quoted literals is a value.
+class PreparedCommand {
+ public:
+  PreparedCommand(std::string_view command, Way way) : way_(way) {
+    while (!command.empty()) {
+      const std::size_t start = way == Way::bound ? command.find('\'') : command.npos;
+      const std::size_t end = start == command.npos ? command.npos : command.find('\'', start + 1);
+      if (end == command.npos) break;
+      text_.append(command.substr(0, start)).append("?");
+      const std::string_view literal = command.substr(start + 1, end - start - 1);
+      velmora_value value = {};
+      value.type = VELMORA_TEXT;
+      value.text = literal.data();
+      value.text_size = literal.size();
+      values_.push_back(value);
+      command.remove_prefix(end + 1);
+    }
+    text_.append(command);
+  }
+
+  // The answer; to be freed unless the way is the plain one.
+  const char* give() const {
+    if (way_ == Way::plain) return ExecuteQuery(text_.c_str());
+    if (way_ == Way::guarded) return velmora_query(text_.c_str());
+    return velmora_query_bound(text_.c_str(), values_.data(), values_.size());
+  }
+
+ private:
+  Way way_;
+  std::string text_;
+  std::vector<velmora_value> values_;
+};
+
 // A call under failing allocations. Nothing here allocates, so that the engine's allocations are
 // the ones that are counted.
 struct Outcome {
@@ -157,21 +200,29 @@ class AllocationTest : public FaultTest {
     prepared_ = files();
   }
   ~AllocationTest() override {
-    std::printf("             %d allocations failed\n", points_);
+    total += points_;
+    std::printf("             %d allocations failed, %d in all\n", points_, total);
     RecordProperty("points", points_);
   }
 
   Files prepared_;
   int points_ = 0;
+
+ private:
+  static inline int total = 0;  // of all tests of this run
 };
 
-class CommandAllocationTest : public AllocationTest, public testing::WithParamInterface<Case> {
+class CommandAllocationTest : public AllocationTest,
+                              public testing::WithParamInterface<std::tuple<Case, Way>> {
  protected:
+  static const Case& tried() { return std::get<Case>(GetParam()); }
+  static Way way() { return std::get<Way>(GetParam()); }
+
   // The prepared engine, right before the command.
   void startPrepared() {
     replaceFiles(prepared_);
     ASSERT_EQ(start(), "");
-    ASSERT_NO_FATAL_FAILURE(runAll(GetParam().before));
+    ASSERT_NO_FATAL_FAILURE(runAll(tried().before));
   }
 
   struct State {
@@ -181,7 +232,7 @@ class CommandAllocationTest : public AllocationTest, public testing::WithParamIn
   };
   static State state() {
     State state{shown(allTables), std::to_string(bytesOf("listeners.bin").size())};
-    for (const std::string& probe : GetParam().probes) state.rest += "\n" + run(probe);
+    for (const std::string& probe : tried().probes) state.rest += "\n" + run(probe);
     return state;
   }
 
@@ -189,7 +240,7 @@ class CommandAllocationTest : public AllocationTest, public testing::WithParamIn
   void learn() {
     ASSERT_NO_FATAL_FAILURE(startPrepared());
     before_ = state();
-    expectedAnswer_ = run(GetParam().command);
+    expectedAnswer_ = run(tried().command);
     after_ = state();
     ASSERT_EQ(stop(), "");
   }
@@ -198,9 +249,13 @@ class CommandAllocationTest : public AllocationTest, public testing::WithParamIn
   bool failAt(std::int64_t number, Failing failing) {
     startPrepared();
     if (HasFatalFailure()) return false;
-    const char* const command = GetParam().command.c_str();
-    const Outcome outcome = underFailures(number, failing, [&] { return ExecuteQuery(command); });
+    const PreparedCommand command(tried().command, way());
+    const Outcome outcome = underFailures(number, failing, [&] { return command.give(); });
     const std::string answer = outcome.text();
+    if (way() != Way::plain) {
+      EXPECT_FALSE(outcome.hasThrown) << answer;
+      velmora_free(const_cast<char*>(outcome.answer));
+    }
     if (outcome.hasFailed) {
       ++points_;
       check(answer);
@@ -213,11 +268,11 @@ class CommandAllocationTest : public AllocationTest, public testing::WithParamIn
 
  private:
   bool isInTransaction() const {
-    return !GetParam().before.empty() && GetParam().before.front() == "BEGIN";
+    return !tried().before.empty() && tried().before.front() == "BEGIN";
   }
 
   void check(const std::string& answer) {
-    const Case& each = GetParam();
+    const Case& each = tried();
     // The log does not know of transactions.
     if (!each.changesRowByRow && !isInTransaction()) checkKill(answer);
     State now = state();
@@ -273,12 +328,29 @@ TEST_P(CommandAllocationTest, leavesTheEngineUsableAndTheTablesWhole) {
   }
 }
 
-std::string nameOf(const testing::TestParamInfo<Case>& info) { return info.param.name; }
-INSTANTIATE_TEST_SUITE_P(Commands, CommandAllocationTest, testing::ValuesIn(cases()), nameOf);
+std::string nameOfTrial(const testing::TestParamInfo<std::tuple<Case, Way>>& trial) {
+  return std::get<Case>(trial.param).name + nameOf(std::get<Way>(trial.param));
+}
+INSTANTIATE_TEST_SUITE_P(Commands, CommandAllocationTest,
+                         testing::Combine(testing::ValuesIn(cases()),
+                                          testing::Values(Way::plain, Way::guarded, Way::bound)),
+                         nameOfTrial);
 
 // A directory with every kind of file, and a log of every kind of command.
-class LifeAllocationTest : public AllocationTest {
+class LifeAllocationTest : public AllocationTest, public testing::WithParamInterface<Way> {
  protected:
+  // A start or a stop; null when it has failed.
+  static const char* change(void (*plain)(), int (*guarded)(char**)) {
+    if (GetParam() == Way::plain) {
+      plain();
+      return "";
+    }
+    char* message = nullptr;
+    const bool isDone = guarded(&message) == 0;
+    velmora_free(message);
+    return isDone ? "" : nullptr;
+  }
+
   const std::string log_ =
       "CREATE TABLE new id ApexInt text string #TIME# 1700000000\n"
       "INSERT INTO new text = 'a text of more than fifteen' #TIME# 1700000000\n"
@@ -303,19 +375,20 @@ class LifeAllocationTest : public AllocationTest {
   std::string expected_;
 };
 
-TEST_F(LifeAllocationTest, aStartThatFailsCanBeRepeatedAndLosesNothing) {
+TEST_P(LifeAllocationTest, aStartThatFailsCanBeRepeatedAndLosesNothing) {
   ASSERT_NO_FATAL_FAILURE(prepareLog());
   for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
     for (std::int64_t number = 1;; ++number) {
       SCOPED_TRACE("allocation " + std::to_string(number));
       replaceFiles(prepared_);
-      const Outcome outcome = underFailures(number, failing, [] {
-        StartEngine();
-        return "";
-      });
+      const Outcome outcome =
+          underFailures(number, failing, [] { return change(StartEngine, velmora_start); });
       if (outcome.hasFailed) ++points_;
-      if (outcome.hasThrown) {
-        EXPECT_EQ(stop(), "");
+      if (outcome.answer == nullptr) {
+        // What a failed plain start has left, a stop frees; a guarded one has left nothing.
+        if (GetParam() == Way::plain) {
+          EXPECT_EQ(stop(), "");
+        }
         EXPECT_EQ(start(), "");
       }
       EXPECT_EQ(shown(allTables), expected_);
@@ -328,19 +401,17 @@ TEST_F(LifeAllocationTest, aStartThatFailsCanBeRepeatedAndLosesNothing) {
   }
 }
 
-TEST_F(LifeAllocationTest, aStopThatFailsCanBeRepeatedAndLosesNothing) {
+TEST_P(LifeAllocationTest, aStopThatFailsCanBeRepeatedAndLosesNothing) {
   ASSERT_NO_FATAL_FAILURE(prepareLog());
   for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
     for (std::int64_t number = 1;; ++number) {
       SCOPED_TRACE("allocation " + std::to_string(number));
       replaceFiles(prepared_);
       ASSERT_EQ(start(), "");
-      const Outcome outcome = underFailures(number, failing, [] {
-        StopEngine();
-        return "";
-      });
+      const Outcome outcome =
+          underFailures(number, failing, [] { return change(StopEngine, velmora_stop); });
       if (outcome.hasFailed) ++points_;
-      if (outcome.hasThrown) {
+      if (outcome.answer == nullptr) {
         EXPECT_EQ(shownAfterKill(allTables), expected_) << "after a kill";
         EXPECT_EQ(shown(allTables), expected_);
         EXPECT_EQ(stop(), "");
@@ -352,6 +423,10 @@ TEST_F(LifeAllocationTest, aStopThatFailsCanBeRepeatedAndLosesNothing) {
     }
   }
 }
+
+std::string nameOfWay(const testing::TestParamInfo<Way>& way) { return nameOf(way.param); }
+INSTANTIATE_TEST_SUITE_P(Lives, LifeAllocationTest, testing::Values(Way::plain, Way::guarded),
+                         nameOfWay);
 
 }  // namespace
 }  // namespace velmora::faults
