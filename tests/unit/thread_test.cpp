@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <barrier>
 #include <filesystem>
@@ -243,6 +244,43 @@ TEST_F(ThreadTest, ListenersCheckpointsAndTablesBesideSelects) {
   EXPECT_EQ(database.tables.size(), 16U);
 }
 
+// What a checkpoint writes is what some moment between two changes held: all rows alike.
+TEST_F(ThreadTest, UpdatesListenersAndCheckpointsBesideSelects) {
+  database.createTable("t", {{"id", "ApexInt"}, {"v", "string", 3}, {"a", "int"}, {"b", "int"}});
+  for (int i = 0; i < 20; ++i) insertTimed("t", "v", timed({{"x", 2}, {"y", 2}}, true));
+  const auto write = [&] {
+    for (int i = 0; i < rounds; ++i) {
+      const std::string number = std::to_string(i);
+      update("t", {{"a", number}, {"b", number}});
+      if (i % 10 == 0) updateTimed("t", "v", timed({{"z", 1}, {"w", 1}}, true));
+    }
+  };
+  const auto listen = [&] {
+    for (int i = 0; i < rounds; ++i) {
+      database.addListener("t", "UPDATE", "hook" + std::to_string(i % 5), {}, false);
+    }
+  };
+  const auto checkpoint = [&] {
+    for (int i = 0; i < 15; ++i) database.checkpoint();
+  };
+  const auto read = [&] {
+    for (int i = 0; i < rounds; ++i) {
+      const Texts rows = rowsOf(database.select("t", {"a", "b"}, {}));
+      EXPECT_EQ(rows, Texts(20, rows.front()));
+      EXPECT_EQ(database.select("t", {"v"}, {{"", "id", "1", ">=", 'o'}}).rowsAffected, 20);
+    }
+  };
+  runTogether({write, listen, checkpoint, checkpoint, read, read});
+  database.checkpoint();
+  const std::string last = std::to_string(rounds - 1);
+  EXPECT_EQ(database.select("t", {"id"}, where("a", last)).rowsAffected, 20);
+  Database loaded(database.directory);
+  loaded.loadFromDisk();
+  EXPECT_EQ(rowsOf(loaded.select("t", {"a", "b"}, {})),
+            Texts(20, R"({"a": )" + last + R"(, "b": )" + last + "}"));
+  EXPECT_EQ(loaded.listeners.at("t").size(), 5U);
+}
+
 // However the commands interleave, a child without its parent never shows.
 TEST_F(ThreadTest, LinksHoldBesideWriters) {
   database.createTable("p", {{"id", "ApexInt"}});
@@ -396,6 +434,71 @@ TEST_F(ExportedThreadTest, EveryThreadReadsTheAnswerToItsOwnCommand) {
     });
   }
   runTogether(works);
+}
+
+// Guarded answers are copies, so no thread needs a lock; what was answered with success is there,
+// whatever stops and starts came between, and the plain functions may be used beside.
+TEST_F(ExportedThreadTest, GuardedCommandsBesideStartsAndStopsAndPlainOnes) {
+  const auto taken = [](char* text) {
+    const std::string copy = text == nullptr ? "(null)" : text;
+    velmora_free(text);
+    return copy;
+  };
+  const auto failed = [](const std::string& message) {
+    return "{\n  \"success\": false,\n  \"message\": \"" + message +
+           "\",\n  \"rows_affected\": 0\n}";
+  };
+  const std::string notStarted = failed("Engine not started.");
+  ASSERT_EQ(velmora_start(nullptr), 0);
+  ask("CREATE TABLE t id ApexInt who int note string");
+
+  std::atomic<int> inserted = 0;
+  const auto insert = [&](int who) {
+    const std::string note = "'of " + std::to_string(who) + "'";
+    std::array<velmora_value, 2> values = {};
+    values[0].type = VELMORA_INTEGER;
+    values[0].integer = who;
+    values[1].type = VELMORA_TEXT;
+    values[1].text = note.data();
+    values[1].text_size = note.size();
+    const std::string row =
+        "    {\"who\": " + std::to_string(who) + ", \"note\": \"" + note + "\"}";
+    for (int i = 0; i < rounds; ++i) {
+      const std::string answer = taken(
+          velmora_query_bound("INSERT INTO t who = ? note = ?", values.data(), values.size()));
+      if (answer == succeeded(1)) ++inserted;
+      EXPECT_TRUE(answer == succeeded(1) || answer == notStarted) << answer;
+      const std::string rows =
+          taken(velmora_query_bound("SELECT who, note FROM t WHERE who = ?", values.data(), 1));
+      if (rows == notStarted) continue;
+      EXPECT_NE(rows.find("\"success\": true"), std::string::npos) << rows;
+      for (std::size_t at = rows.find("    {"); at != std::string::npos;
+           at = rows.find("    {", at + 1)) {
+        EXPECT_EQ(rows.substr(at, row.size()), row);
+      }
+    }
+  };
+  const auto restart = [] {
+    for (int i = 0; i < 10; ++i) {
+      char* message = nullptr;
+      EXPECT_EQ(velmora_stop(&message), 0) << message;
+      velmora_free(message);
+      EXPECT_EQ(velmora_start(&message), 0) << message;
+      velmora_free(message);
+    }
+  };
+  const auto fail = [&] {
+    const std::string unreadable = failed("Error: Text cannot be read as a number");
+    for (int i = 0; i < rounds; ++i) {
+      const std::string answer = taken(velmora_query("SELECT * FROM t WHERE id = abc"));
+      EXPECT_TRUE(answer == unreadable || answer == notStarted) << answer;
+      ExecuteQuery("LISTEN t.INSERT --> 'hook'");
+      ExecuteQuery("CHECKPOINT");
+    }
+  };
+  runTogether({[&] { insert(1); }, [&] { insert(2); }, [&] { insert(3); }, restart, restart, fail});
+  ASSERT_EQ(velmora_start(nullptr), 0);
+  EXPECT_EQ(ask("UPDATE t SET who = 9"), succeeded(inserted));
 }
 
 TEST_F(ExportedThreadTest, StartsAndStopsBesideCommands) {
