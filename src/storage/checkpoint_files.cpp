@@ -128,7 +128,7 @@ class TimedValues {
         slotAt(std::string_view(oldRows_).substr(std::min(oldStart, oldRows_.size())),
                cellOffsets_[column], slotCount);
     if (slot < 0) {
-      slot = static_cast<std::int32_t>(slotCount);
+      slot = slotBehind(slotCount);
       bytes_.resize(bytes_.size() + recordSize);
     }
     // Deliberate: the label of a row is its offset counted in cells of this column.

@@ -14,6 +14,9 @@
 // Slots are never freed: a cell that is written again rewrites its slot.
 #include "timed_file.h"
 
+#include <limits>
+#include <stdexcept>
+
 #include "../record_io.h"
 #include "storage.h"
 
@@ -29,6 +32,13 @@ static_assert(fixedSize == 4 + 4 + 1 + 8 + 8 + 4 && stateSize == 68);
 
 std::size_t timedRecordSize(std::int32_t maxStates) {
   return fixedSize + stateSize * static_cast<std::size_t>(maxStates);
+}
+
+std::int32_t slotBehind(std::int64_t count) {
+  if (count > std::numeric_limits<std::int32_t>::max()) {
+    throw std::runtime_error("Too many timed values");
+  }
+  return static_cast<std::int32_t>(count);
 }
 
 std::string timedRecord(std::int32_t row, std::int32_t column, const TempRule& rule,
@@ -79,7 +89,7 @@ std::int32_t Storage::writeTempRule(const std::string& tableName, std::int32_t r
   File file(directory, tableName + ".tmp", File::Mode::create);
   const auto size = static_cast<std::int64_t>(timedRecordSize(maxStates));
   // What a torn record left at the end is no slot, and is overwritten.
-  if (slot == -1) slot = static_cast<std::int32_t>(file.size().value_or(0) / size);
+  if (slot == -1) slot = slotBehind(file.size().value_or(0) / size);
   file.writeAt(slot * size, timedRecord(row, column, *rule, maxStates));
   return slot;
 }

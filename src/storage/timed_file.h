@@ -14,6 +14,9 @@ namespace velmora {
 
 // Bytes of one slot in a table whose largest states limit is maxStates.
 std::size_t timedRecordSize(std::int32_t maxStates);
+// The slot behind `count` others. Throws std::runtime_error "Too many timed values" when slot
+// numbers have run out.
+std::int32_t slotBehind(std::int64_t count);
 // The bytes of one slot.
 std::string timedRecord(std::int32_t row, std::int32_t column, const TempRule& rule,
                         std::int32_t maxStates);

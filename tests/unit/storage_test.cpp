@@ -26,6 +26,7 @@
 #include <string>
 #include <vector>
 
+#include "storage/timed_file.h"
 #include "velmora/velmora.h"
 
 namespace velmora {
@@ -337,6 +338,17 @@ TEST_F(StorageTest, rewritingASlotLeavesTheOthersAndTheFilesLength) {
   EXPECT_EQ(read->states[0].value.view(), "c");
   EXPECT_EQ(read->states[0].duration, 9);
   EXPECT_EQ(Storage::readTempRule("t", 2, 2, directory_)->startTime, 1000);
+}
+
+TEST_F(StorageTest, slotNumbersEndBeforeTheyWrap) {
+  EXPECT_EQ(slotBehind(0), 0);
+  EXPECT_EQ(slotBehind(2147483647), 2147483647);
+  try {
+    slotBehind(2147483648);
+    ADD_FAILURE() << "no exception";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "Too many timed values");
+  }
 }
 
 TEST_F(StorageTest, aStatesTextIsCutAtSixtyBytes) {
