@@ -2,6 +2,7 @@
 // transaction, and the numbers that run out. Each test prints what it tried and how long it took;
 // under sanitizers the sizes are a tenth.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,9 +12,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "record_io.h"
+#include "text.h"
 #include "velmora/velmora.h"
 
 namespace velmora {
@@ -225,6 +229,35 @@ TEST_F(LimitsTest, aTimedValueHasAsManyStatesAsAllowed) {
   timed("INSERT of " + std::to_string(manyStates) + " states", [&] { expectSuccess(insert); });
   timed("stop and start", [] { restart(); });
   EXPECT_NE(run("SELECT a FROM t").find("{\"a\": 0}"), std::string::npos);
+}
+
+// One pair more than the answer's row count can say; no column is asked for, so that no memory ends
+// it before.
+TEST_F(LimitsTest, aJoinOfMoreRowsThanCanBeCountedIsRefused) {
+#ifdef __OPTIMIZE__
+  constexpr bool isQuick = scale == 1;
+#else
+  constexpr bool isQuick = false;
+#endif
+  if (!isQuick) GTEST_SKIP() << "two thousand million pairs take too long";
+  constexpr int rows = 46'341;
+  expectSuccess("CREATE TABLE t a int");
+  for (int i = 0; i < rows; ++i) run("INSERT INTO t a = 1");
+  const std::string command = "SELECT FROM t JOIN t ON a = a";
+  timed("JOIN of " + std::to_string(rows) + " rows with each other",
+        [&] { EXPECT_EQ(run(command), failure("Error: Result is too large")); });
+  expectSuccess("DELETE FROM t");
+  EXPECT_EQ(countOf(run(command)), "0");
+}
+
+// Address space that nobody can read: the size alone decides.
+TEST_F(LimitsTest, aTextOfMoreThanFourGibibytesIsRefused) {
+  constexpr std::size_t size = std::size_t{1} << 32U;
+  void* const space =
+      mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(space, MAP_FAILED);
+  EXPECT_THROW(Text(std::string_view(static_cast<const char*>(space), size)), std::length_error);
+  munmap(space, size);
 }
 
 TEST_F(LimitsTest, namesAndLengthsEndAtTheirFields) {
