@@ -1,6 +1,6 @@
 #!/bin/sh
 # Makes sure that the tools a task needs are here: bootstrap.sh GROUP...
-# with the groups build, test, bench, fuzz, lint, coverage.
+# with the groups build, test, bindings, bench, fuzz, lint, coverage.
 # What is missing is installed where that needs no question (Debian's apt-get as root or with
 # passwordless sudo); anywhere else the packages are named and the script fails.
 set -eu
@@ -26,6 +26,9 @@ check_group() {
         needs_header gtest/gtest.h libgtest-dev
         needs_command cc gcc
         needs_command nm binutils
+        ;;
+    bindings)
+        needs_command python3 python3
         ;;
     bench)
         needs_header benchmark/benchmark.h libbenchmark-dev

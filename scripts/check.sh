@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 preset=${1:-check}
 [ $# -eq 0 ] || shift
 
-scripts/bootstrap.sh build test
+scripts/bootstrap.sh build test bindings
 if [ "$preset" = tsan ]; then
     # Only the tests with threads are worth its slowness.
     scripts/build.sh "$preset" thread_tests

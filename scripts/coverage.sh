@@ -4,7 +4,7 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-scripts/bootstrap.sh build test coverage
+scripts/bootstrap.sh build test bindings coverage
 scripts/build.sh coverage
 # Counts of an earlier run would be added to.
 find build/coverage -name '*.gcda' -delete
