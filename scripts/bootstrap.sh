@@ -29,6 +29,8 @@ check_group() {
         ;;
     bindings)
         needs_command python3 python3
+        needs_command node nodejs
+        needs_command npm npm
         ;;
     bench)
         needs_header benchmark/benchmark.h libbenchmark-dev
