@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
     engine.tryRun("DROP TABLE lights");  // of an earlier run, if there was one
     engine.run("CREATE TABLE lights place string colour string 4");
     addLight(engine, "harbour", 15);
-    addLight(engine, "bridge", 50);
+    addLight(engine, "bridge", 55);
     addLight(engine, "king's road", 90);
     std::cout << "three lights, each elsewhere in the same cycle\n";
     show(engine);

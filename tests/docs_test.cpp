@@ -1,9 +1,10 @@
 // Runs the commands that the documents show and compares what they show as the answers.
 //
-// README.md and every docs/*.md is a test. Its marked blocks are run in order against one engine in
-// a temporary directory, in a process of its own; each block must then read as it would be written
-// from what happened. CONTRIBUTING.md describes the marks. With VELMORA_WRITE_DOCS set, the blocks
-// are written anew into the documents instead, which is how answers get there.
+// README.md, CONTRIBUTING.md, every docs/*.md and the README.md of each binding is a test. Its
+// marked blocks are run in order against one engine in a temporary directory, in a process of its
+// own; each block must then read as it would be written from what happened. CONTRIBUTING.md
+// describes the marks. With VELMORA_WRITE_DOCS set, the blocks are written anew into the documents
+// instead, which is how answers get there.
 //
 // It also checks that every link to a file of the project leads somewhere.
 
@@ -247,8 +248,9 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
   std::string name;
   stream >> language >> kind >> name;
   if (language != "velmora") {
-    // Another language with a path behind it shows that file of the project.
-    if (kind.empty()) return std::nullopt;
+    // What an example prints is compared where it is run, by example.sh. Another language with a
+    // path behind it shows that file of the project.
+    if (kind.empty() || language == "output") return std::nullopt;
     return splitLines(readFile(root / kind));
   }
   if (kind == "files") return session.files();
@@ -317,8 +319,8 @@ class LinksTest : public testing::Test {
 
 std::vector<fs::path> documents() {
   std::vector<fs::path> found;
-  for (const fs::path& directory : {root, root / "docs"}) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+  for (const char* place : {"", "docs", "bindings/python", "bindings/node"}) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(root / place)) {
       if (entry.path().extension() == ".md") found.push_back(entry.path());
     }
   }
@@ -339,7 +341,8 @@ std::string testName(std::string name) {
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
   for (const velmora::fs::path& document : velmora::documents()) {
-    const std::string name = velmora::testName(document.stem().string());
+    const velmora::fs::path path = velmora::fs::relative(document, velmora::root);
+    const std::string name = velmora::testName((path.parent_path() / path.stem()).string());
     testing::RegisterTest("Documents", name.c_str(), nullptr, nullptr, document.c_str(), 1,
                           [document] { return new velmora::DocumentTest(document); });
     testing::RegisterTest("Links", name.c_str(), nullptr, nullptr, document.c_str(), 1,

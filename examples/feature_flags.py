@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""A feature-flag service in Python: each flag switches itself at the time that it was given, and the
+service only ever asks what is the case now. Every name comes from outside and is bound to its
+command, so no name can say more than itself.
+
+    PYTHONPATH=bindings/python python3 feature_flags.py
+"""
+
+import time
+
+import velmora
+
+HOUR = 3600
+DAY = 24 * HOUR
+
+
+class Flags:
+    """The flags of one service, in a started engine."""
+
+    def __init__(self, engine):
+        self._engine = engine
+        try:
+            engine.query("CREATE TABLE flags name string enabled bool 2")
+        except velmora.Error:
+            pass  # an earlier run has made it
+
+    def set(self, name, is_on):
+        """Switches a flag for good."""
+        if self._engine.query("UPDATE flags SET enabled = ? WHERE name = ?",
+                              is_on, name).affected == 0:
+            self._engine.query("INSERT INTO flags name = ? enabled = ?", name, is_on)
+
+    def set_until(self, name, is_on, seconds, since):
+        """Gives a flag a state now and the opposite one in so many seconds, counted from since."""
+        if self._engine.query(
+                "UPDATE flags SET enabled = ? --> ? @ ? s WHERE name = ? #TIME# ?",
+                is_on, not is_on, seconds, name, int(since)).affected == 0:
+            self._engine.query(
+                "INSERT INTO flags name = ? enabled = ? --> ? @ ? s #TIME# ?",
+                name, is_on, not is_on, seconds, int(since))
+
+    def is_on(self, name):
+        return self._engine.query("SELECT name FROM flags WHERE name = ? && enabled = ?",
+                                  name, True).affected > 0
+
+    def all_on(self):
+        answer = self._engine.query("SELECT name FROM flags WHERE enabled = ?", True)
+        return [row["name"] for row in answer]
+
+
+def main():
+    now = time.time()
+    with velmora.Engine() as engine:
+        flags = Flags(engine)
+
+        print("-- on for two weeks from now; on for an hour, two hours ago; off until an hour ago")
+        flags.set_until("beta search", True, 14 * DAY, now)
+        flags.set_until("happy hour", True, HOUR, now - 2 * HOUR)
+        flags.set_until("new checkout", False, HOUR, now - 2 * HOUR)
+        for name in ("beta search", "happy hour", "new checkout"):
+            print(f"{name}: {'on' if flags.is_on(name) else 'off'}")
+
+        print("-- names are only names, whatever they hold")
+        for name in ("O'Brien's \"beta\"", "x' enabled = true y = '"):
+            try:
+                flags.set(name, False)
+                print(f"{name}: {'on' if flags.is_on(name) else 'off'}")
+            except velmora.Error as error:
+                print(f"  refused: {error}")
+
+        print("-- switched off early, and for good")
+        flags.set("beta search", False)
+        print("on now:", ", ".join(flags.all_on()))
+
+
+if __name__ == "__main__":
+    main()
