@@ -1,6 +1,5 @@
-#!/usr/bin/env python3
-"""A feature-flag service in Python: each flag switches itself at the time that it was given, and the
-service only ever asks what is the case now. Every name comes from outside and is bound to its
+"""A feature-flag service in Python: each flag switches itself at the time that it was given, and
+the service only ever asks what is the case now. Every name comes from outside and is bound to its
 command, so no name can say more than itself.
 
     PYTHONPATH=bindings/python python3 feature_flags.py

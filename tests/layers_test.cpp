@@ -1,5 +1,5 @@
 // The rules of the sources that a machine can check: which layer may include which, that headers
-// form no cycle, and the outward style of every C and C++ file. Reads the source tree; relies on
+// form no cycle, and the outward style of every source file. Reads the source tree; relies on
 // includes of the project being written in double quotes, from src/ or from the file's directory.
 
 #include <gtest/gtest.h>
@@ -29,11 +29,14 @@ std::vector<std::string> readLines(const fs::path& path) {
 }
 
 std::vector<fs::path> sourcesUnder(const fs::path& directory) {
-  static const std::set<std::string> extensions = {".c", ".h", ".cpp", ".hpp"};
+  static const std::set<std::string> extensions = {".c",  ".h",  ".cpp", ".hpp",
+                                                   ".py", ".js", ".mjs", ".ts"};
   std::vector<fs::path> sources;
   if (!fs::exists(directory)) return sources;
   for (const fs::directory_entry& entry : fs::recursive_directory_iterator(directory)) {
-    if (extensions.contains(entry.path().extension().string())) sources.push_back(entry.path());
+    const fs::path& path = entry.path();
+    if (path.string().find("/node_modules/") != std::string::npos) continue;  // not ours
+    if (extensions.contains(path.extension().string())) sources.push_back(path);
   }
   std::sort(sources.begin(), sources.end());
   return sources;
@@ -41,7 +44,8 @@ std::vector<fs::path> sourcesUnder(const fs::path& directory) {
 
 std::vector<fs::path> allSources() {
   std::vector<fs::path> sources;
-  for (const char* directory : {"include", "src", "tests", "bench", "fuzz", "examples"}) {
+  for (const char* directory :
+       {"include", "src", "tests", "bench", "fuzz", "examples", "bindings", "scripts"}) {
     const std::vector<fs::path> some = sourcesUnder(root / directory);
     sources.insert(sources.end(), some.begin(), some.end());
   }
@@ -132,7 +136,10 @@ TEST(Style, linesAreShortAndClean) {
 }
 
 bool isComment(const std::string& line) {
-  return line.starts_with("//") || line.starts_with("/*") || line.starts_with(" *");
+  for (const char* beginning : {"//", "/*", " *", "#!", "\"\"\""}) {
+    if (line.starts_with(beginning)) return true;
+  }
+  return false;
 }
 
 TEST(Style, filesOpenWithWhatTheyHold) {
