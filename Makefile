@@ -2,7 +2,7 @@
 
 MAKEFLAGS += --no-print-directory
 
-.PHONY: demo check shell bench fuzz coverage format clean
+.PHONY: demo check shell package bench fuzz coverage format clean
 
 demo:  ## build a release, run the sample commands and the sample host
 	scripts/demo.sh
@@ -12,6 +12,9 @@ check:  ## build and run all tests
 
 shell:  ## open the prompt on the database in data/
 	scripts/shell.sh
+
+package:  ## make the Debian packages, in build/package
+	scripts/package.sh
 
 bench:  ## compare with SQLite; QUICK=1 takes less than a minute
 	QUICK=$(QUICK) scripts/bench.sh

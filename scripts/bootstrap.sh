@@ -1,6 +1,6 @@
 #!/bin/sh
 # Makes sure that the tools a task needs are here: bootstrap.sh GROUP...
-# with the groups build, test, bindings, bench, fuzz, lint, coverage.
+# with the groups build, test, bindings, package, bench, fuzz, lint, coverage.
 # What is missing is installed where that needs no question (Debian's apt-get as root or with
 # passwordless sudo); anywhere else the packages are named and the script fails.
 set -eu
@@ -26,6 +26,14 @@ check_group() {
         needs_header gtest/gtest.h libgtest-dev
         needs_command cc gcc
         needs_command nm binutils
+        needs_command pkg-config pkg-config
+        needs_command mandoc mandoc
+        check_group package
+        ;;
+    package)
+        needs_command dpkg-shlibdeps dpkg-dev
+        needs_command file file
+        needs_command readelf binutils
         ;;
     bindings)
         needs_command python3 python3

@@ -1,0 +1,80 @@
+# What an installation holds and where, in two components that are also the two Debian packages:
+# "runtime" (the shared library, the shell, their manuals, the documents), and "development" (what
+# it takes to build against them).
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+set(velmora_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/velmora)
+
+install(TARGETS velmora velmora_static EXPORT velmora
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(TARGETS velmora_shell RUNTIME COMPONENT runtime)
+install(DIRECTORY include/velmora DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+
+# The targets need no other package, so their file is the whole configuration.
+install(EXPORT velmora NAMESPACE velmora:: FILE velmora-config.cmake
+  DESTINATION ${velmora_package_dir} COMPONENT development)
+write_basic_package_version_file(velmora-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmora-config-version.cmake
+  DESTINATION ${velmora_package_dir} COMPONENT development)
+
+# velmora.pc names its directories from where it lies, so that an installation can be moved.
+file(RELATIVE_PATH velmora_pc_prefix
+     ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+file(RELATIVE_PATH velmora_pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
+file(RELATIVE_PATH velmora_pc_includedir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+list(TRANSFORM velmora_static_needs PREPEND -l REGEX "^[^-]" OUTPUT_VARIABLE velmora_pc_private)
+list(JOIN velmora_pc_private " " velmora_pc_private)
+configure_file(packaging/velmora.pc.in velmora.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmora.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+install(FILES man/velmora.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+install(FILES man/velmora.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+install(FILES man/velmora-commands.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT runtime)
+install(FILES README.md CHANGELOG.md LICENSE
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
+  FILES_MATCHING PATTERN *.md PATTERN *.svg)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+
+# The Debian packages, made by `cpack`.
+set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_STRIP_FILES ON)
+# Whatever the builder's umask is.
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "velmora maintainers <maintainers@velmora.invalid>")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME velmora)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION database)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS rlwrap)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+"A small relational database engine that lives inside a program, keeps its
+tables in memory, makes every change durable, and lets a cell hold a timed
+value: a sequence of states that the clock moves through.
+.
+This package holds the shared library, the interactive shell velmora(1), the
+manual of the command language, velmora-commands(7), and the documents.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME velmora-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "velmora (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+"A small relational database engine that lives inside a program, keeps its
+tables in memory, makes every change durable, and lets a cell hold a timed
+value: a sequence of states that the clock moves through.
+.
+This package holds the headers for C and C++, the static library, the files
+for CMake and pkg-config, the manual velmora(3), and examples.")
+include(CPack)

@@ -1,0 +1,8 @@
+#!/bin/sh
+# Makes the Debian packages velmora and velmora-dev in build/package.
+set -eu
+cd "$(dirname "$0")/.."
+
+scripts/bootstrap.sh build package
+scripts/build.sh package package
+ls build/package/*.deb
