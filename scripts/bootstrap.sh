@@ -28,7 +28,7 @@ check_group() {
         needs_command nm binutils
         needs_command pkg-config pkg-config
         needs_command mandoc mandoc
-        check_group package
+        if [ -e /var/lib/dpkg/status ]; then check_group package; fi
         ;;
     package)
         needs_command dpkg-shlibdeps dpkg-dev

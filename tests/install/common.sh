@@ -1,0 +1,30 @@
+# What install_test.sh and package_test.sh share: an empty directory to work in, and the files that
+# belong into each of the two parts of an installation. Read by them with ".".
+# In the environment: SOURCE and BUILD, the trees; CONFIGURATION, LIBDIR, VERSION and SOVERSION, as
+# configured; CMAKE, CPACK, CC and CXX, the programs.
+# shellcheck shell=sh
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" || exit
+
+# The listed files; of documents and examples, whatever the source has.
+expected_files() {  # PART
+    sed "s,@LIBDIR@,$LIBDIR,; s,@VERSION@,$VERSION,; s,@SOVERSION@,$SOVERSION,
+         s,@CONFIGURATION@,$CONFIGURATION," "$SOURCE/tests/install/$1.txt"
+    case "$1" in
+    runtime) (cd "$SOURCE" && find docs -name '*.md' -o -name '*.svg') ;;
+    development) (cd "$SOURCE" && find examples -type f) ;;
+    esac | sed 's,^,share/doc/velmora/,'
+}
+
+present_files() {  # DIRECTORY
+    (cd "$1" && find . ! -type d) | sed 's,^\./,,'
+}
+
+# Both name what differs and fail, unless they hold the same.
+same_lines() {  # FILE FILE
+    LC_ALL=C sort -o "$1" "$1"
+    LC_ALL=C sort -o "$2" "$2"
+    diff "$1" "$2"
+}
