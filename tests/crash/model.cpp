@@ -286,6 +286,11 @@ Effect Model::run(const Command& command) {
   return effect;
 }
 
+void Model::createUnlogged(const Command& command) {
+  base_.apply(command, false);
+  live_.apply(command, false);
+}
+
 // A relation whose LINK command stands in the log is left to that command.
 State Model::afterRestart(std::int64_t second) const {
   State state = base_;

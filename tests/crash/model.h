@@ -81,6 +81,9 @@ class Model {
  public:
   // Applies an acknowledged command.
   Effect run(const Command& command);
+  // A CREATE TABLE that has written its file and not its log line: what the log says of an earlier
+  // table of that name is then replayed over the new one.
+  void createUnlogged(const Command& command);
   // What a start at this second must find.
   State afterRestart(std::int64_t second) const;
   // The engine was killed (or stopped) and started again.
