@@ -54,6 +54,8 @@ FailingAllocations::FailingAllocations(std::int64_t number, Failing failing) {
 
 FailingAllocations::~FailingAllocations() { plan.isArmed = false; }
 
+std::int64_t FailingAllocations::count() { return plan.count; }
+
 bool FailingAllocations::hasFailed() { return plan.hasFailed; }
 
 }  // namespace velmora::faults
@@ -64,6 +66,14 @@ void* operator new(std::size_t size) { return allocateOrThrow(size); }
 void* operator new[](std::size_t size) { return allocateOrThrow(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  void* const memory =
+      mustFail() ? nullptr : std::aligned_alloc(static_cast<std::size_t>(alignment), size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { std::free(memory); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

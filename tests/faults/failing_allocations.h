@@ -17,6 +17,8 @@ class FailingAllocations {
   FailingAllocations(const FailingAllocations&) = delete;
   FailingAllocations& operator=(const FailingAllocations&) = delete;
 
+  // How many there were since the last one of these began.
+  static std::int64_t count();
   // Whether one has failed.
   static bool hasFailed();
 };

@@ -238,6 +238,39 @@ TEST(PrimaryKeyMap, agreesWithAStandardMapOfNumbers) {
   }
 }
 
+// Consecutive keys of consecutive rows, as an identity column gives them, and what breaks such
+// runs: a key that names another row, one taken out, one put in between.
+TEST(PrimaryKeyMap, agreesWithAStandardMapAfterRunsAreBroken) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 20; ++round) {
+    PrimaryKeyMap map("ApexInt");
+    std::map<int, std::int32_t> model;
+    const auto assign = [&](int key, std::int32_t row) {
+      map.assign(std::to_string(key), row);
+      model[key] = row;
+    };
+    constexpr int rows = 2000;
+    for (int row = 0; row < rows; ++row) assign(2 * round + row + (row > 700 ? 1 : 0), row);
+    for (int change = 0; change < 1 + round; ++change) {
+      const int key = static_cast<int>(random() % (rows + 50));
+      const auto found = model.find(key);
+      if (random() % 2 == 0 || found == model.end()) {
+        assign(key, static_cast<std::int32_t>(random() % rows));
+      } else {
+        map.eraseEntry(std::to_string(key), found->second);
+        model.erase(found);
+      }
+    }
+    for (int key = 0; key < rows + 100; ++key) {
+      const auto found = model.find(key);
+      ASSERT_EQ(map.find(std::to_string(key)),
+                found == model.end() ? PrimaryKeyMap::noRow : found->second)
+          << "round " << round << ", key " << key;
+    }
+    ASSERT_EQ(rowsBetween(map, "300", "1700"), expectedRows(model, 300, 1700));
+  }
+}
+
 TEST(PrimaryKeyMap, agreesWithAStandardMapOfTexts) {
   std::mt19937 random(2);
   PrimaryKeyMap map("string");
