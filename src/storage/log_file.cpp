@@ -8,7 +8,9 @@
 // - outside a string literal, before a line that begins like a logged command, or
 // - with the last line feed of the log,
 // so that logs written by hand, one command a line and without markers, work too, and nothing
-// inside a literal is ever taken for a command.
+// inside a literal is ever taken for a command. A command with a line that would be read as another
+// record ("DELETE FROM t\nINSERT INTO t a = 1" is one command, whose further words are ignored)
+// is logged with blanks in the place of the line feeds between its words.
 //
 // A crash may have cut the last record off. It has not been acknowledged, and half a command may be
 // another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run.
@@ -60,16 +62,25 @@ bool beginsLikeCommand(std::string_view line) {
   return false;
 }
 
-// The quote that is open behind the line, 0 if none, given the one open before it.
+// The quote that is open behind the character, 0 if none, given the one open before it.
+char openQuoteBehind(char c, char quote) {
+  if (quote != '\0') return c == quote ? '\0' : quote;
+  return c == '\'' || c == '"' ? c : '\0';
+}
+
 char openQuoteBehind(std::string_view line, char quote) {
-  for (const char c : line) {
-    if (quote != '\0') {
-      if (c == quote) quote = '\0';
-    } else if (c == '\'' || c == '"') {
-      quote = c;
-    }
-  }
+  for (const char c : line) quote = openQuoteBehind(c, quote);
   return quote;
+}
+
+// Puts blanks in the place of a record's line feeds outside of literals, but for the last.
+void joinLines(std::string& record) {
+  char quote = '\0';
+  for (char& c : record) {
+    quote = openQuoteBehind(c, quote);
+    if (c == '\n' && quote == '\0') c = ' ';
+  }
+  record.back() = '\n';
 }
 
 }  // namespace
@@ -81,6 +92,8 @@ bool Storage::appendToWAL(const std::string& command, std::int64_t second,
   line.assign(command).append(marker);
   appendInt(line, second);
   line += '\n';
+  const bool hasLines = command.find('\n') != std::string::npos;
+  if (hasLines && splitLog(line).commands.size() > 1) joinLines(line);
 
   const bool goesToNewLog =
       isNewLogExpected && File(directory, newLogName, File::Mode::read).isOpen();
