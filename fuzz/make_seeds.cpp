@@ -71,6 +71,8 @@ constexpr const char* shortSequences[] = {
     "CREATE TABLE s k string v float\nCREATE TABLE u k string\nINSERT INTO s k = 'a' v = 1.5\n"
     "LINK u.k --> s.k\nBEGIN\nINSERT INTO u k = 'a'\nUPDATE s SET v = 2\nDELETE FROM u\n"
     "ROLLBACK\nINSERT INTO s k = 'a'\nDELETE FROM s\nINSERT INTO s k = 'a'\n!stop\n",
+    "CREATE TABLE d n int s string\nINSERT INTO d\rn = 1 s = 'x\rDELETE FROM d'\n"
+    "UPDATE d\rSET\rn = 2\nDELETE FROM d 'y'\rINSERT INTO d n = 3\n",
     ("CREATE TABLE b f bool 2 t string\nINSERT INTO b f = true --> false @ 1 d t = 'text'\n"
      "LISTEN b.INSERT --> 'h' WHERE f = true\nDROP TABLE b\nCREATE TABLE b f int\n!kill\n"),
 };
