@@ -26,6 +26,7 @@ const std::vector<std::string> preparation = {
     "CREATE TABLE a_fifteen_bytes id ApexInt text string",
     "INSERT INTO a_fifteen_bytes text = 'in a table with a long name'",
     "CREATE TABLE spare n int",
+    "CREATE TABLE many n int x float",
     "INSERT INTO parents name = 'a name of more than fifteen bytes'",
     "INSERT INTO parents name = 'another name of that kind'",
     "INSERT INTO parents name = 'a third one, to be deleted'",
@@ -90,6 +91,8 @@ std::vector<Case> cases() {
       {"SelectJoin",
        "SELECT children.note, name FROM children JOIN parents ON parent = parents.id "
        "WHERE parents.name != 'a name that no row bears' && note > 'a'"},
+      {"SelectScan", "SELECT n FROM many WHERE n >= 7 && x < 2"},
+      {"SelectJoinScan", "SELECT many.n FROM many JOIN parents ON n = parents.id"},
       {"UpdateOneRow", "UPDATE parents SET name = 'a changed name, long' WHERE id = 1"},
       {"UpdateManyRows", "UPDATE parents SET name = 'one changed name for all of them'", {}, true},
       {"UpdateTimed", "UPDATE codes SET worth = 7 --> 8 @ 3 m --> 9 @ 1 s WHERE worth < 2"},
@@ -128,6 +131,7 @@ enum class Way : std::uint8_t { plain, guarded, bound };
 std::string nameOf(Way way) {
   return way == Way::plain ? "Plain" : way == Way::guarded ? "Guarded" : "Bound";
 }
+std::ostream& operator<<(std::ostream& stream, Way way) { return stream << nameOf(way); }
 
 // A command in a form in which it can be given without allocating on the way: bound, each of its
 // quoted literals is a value.
@@ -191,11 +195,18 @@ Outcome underFailures(std::int64_t number, Failing failing, Call call) {
   return outcome;
 }
 
+// Enough rows for a scan to make mirrors of columns.
+constexpr int manyRows = 300;
+
 class AllocationTest : public FaultTest {
  protected:
   void prepare() {
     ASSERT_EQ(start(), "");
     ASSERT_NO_FATAL_FAILURE(runAll(preparation));
+    for (int i = 0; i < manyRows; ++i) {
+      const std::string number = std::to_string(i % 10);
+      ASSERT_NO_FATAL_FAILURE(runAll({"INSERT INTO many n = " + number + " x = " + number}));
+    }
     ASSERT_EQ(stop(), "");
     prepared_ = files();
   }

@@ -238,6 +238,77 @@ TEST_F(FileFailureTest, aListenerOrTaskThatCannotBeSavedDoesNotHarmTheOthers) {
       });
 }
 
+// One failure, told apart by operation and file; a file hook has no state of its own.
+struct Refusal {
+  FileOperation operation = FileOperation::open;
+  const char* fileName = "";
+};
+Refusal refusal;
+
+int refuse(FileOperation operation, const char* name) {
+  return operation == refusal.operation && std::strcmp(name, refusal.fileName) == 0 ? EIO : 0;
+}
+
+TEST_F(FileFailureTest, aStartThatCannotReadOrRepairAFileSaysWhichAndCanBeRepeated) {
+  struct Case {
+    Refusal refusal;
+    const char* message;
+  };
+  ASSERT_EQ(start(), "");
+  runAll({"CREATE TABLE t a int 2", "CREATE TABLE s b string ( 20 )", "INSERT INTO s b = 'x'",
+          "INSERT INTO t a = 1 --> 2 @ 5 s", "LISTEN t.INSERT --> 'first'"});
+  ASSERT_EQ(stop(), "");
+  Files prepared = files();
+  for (const char* const name : {"listeners.bin", "webhooks.bin", "velmora.wal"}) {
+    prepared[name] += "torn";
+  }
+  using Operation = FileOperation;
+  for (const Case& each :
+       {Case{{Operation::truncate, "listeners.bin"}, "Failed to repair file: listeners.bin"},
+        {{Operation::truncate, "webhooks.bin"}, "Failed to repair file: webhooks.bin"},
+        {{Operation::truncate, "velmora.wal"}, "Failed to repair file: velmora.wal"},
+        {{Operation::open, "t.bin"}, "Failed to open file: t.bin"},
+        {{Operation::read, "t.bin"}, "Failed to read file: t.bin"},
+        {{Operation::read, "t.del"}, "Failed to read file: t.del"},
+        {{Operation::read, "t.tmp"}, "Failed to read file: t.tmp"},
+        {{Operation::open, "s.row"}, "Failed to read file: s.row"},
+        {{Operation::list, "."}, "Failed to list directory"}}) {
+    SCOPED_TRACE(each.message);
+    replaceFiles(prepared);
+    refusal = each.refusal;
+    setFileHook(refuse);
+    EXPECT_EQ(start(), each.message);
+    EXPECT_EQ(stop(), "");
+    setFileHook(nullptr);
+    EXPECT_EQ(start(), "");
+    EXPECT_NE(shown({"s"}).find("{\"b\": \"x\"}"), std::string::npos);
+    EXPECT_EQ(stop(), "");
+  }
+}
+
+TEST_F(FileFailureTest, aTableOrMarkerThatCannotBeWrittenIsRefused) {
+  const auto failure = [](const std::string& message) {
+    return "{\n  \"success\": false,\n  \"message\": \"Error: " + message +
+           "\",\n  \"rows_affected\": 0\n}";
+  };
+  ASSERT_EQ(start(), "");
+  refusal = {FileOperation::write, "t.bin"};
+  setFileHook(refuse);
+  EXPECT_EQ(run("CREATE TABLE t a int"), failure("Failed to write file: t.bin"));
+  EXPECT_EQ(bytesOf("t.bin"), "");
+  setFileHook(nullptr);
+  runAll({"DROP TABLE t", "CREATE TABLE t a int", "INSERT INTO t a = 1"});
+
+  refusal = {FileOperation::write, "velmora.ckpt"};
+  setFileHook(refuse);
+  EXPECT_EQ(run("CHECKPOINT"), failure("Checkpoint failed: cannot write velmora.ckpt"));
+  EXPECT_EQ(bytesOf("velmora.wal"),
+            "CREATE TABLE t a int #TIME# 1700000000\nINSERT INTO t a = 1 #TIME# 1700000000\n");
+  EXPECT_FALSE(files().contains("t.bin.checkpoint"));
+  setFileHook(nullptr);
+  runAll({"CHECKPOINT"});
+}
+
 // Waiting for the other end of a pipe would be for ever; the alarm ends the test then.
 TEST_F(FileFailureTest, aPipeOrDirectoryWithTheNameOfAFileDoesNotHangTheStart) {
   constexpr unsigned patienceSeconds = 30;

@@ -12,7 +12,7 @@
 namespace model {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || !defined(__OPTIMIZE__)
 constexpr std::uint64_t slowness = 10;
 #else
 constexpr std::uint64_t slowness = 1;
