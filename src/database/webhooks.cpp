@@ -43,7 +43,7 @@ void Database::addListener(const std::string& tableName, const std::string& even
   WebhookListener listener{event, target, conditions};
   std::vector<WebhookListener>& known = listeners[tableName];
   if (std::find(known.begin(), known.end(), listener) != known.end()) return;
-  known.reserve(known.size() + 1);
+  if (known.size() == known.capacity()) known.reserve(2 * known.size() + 1);
   if (!fromDisk) Storage::saveListener(tableName, event, target, conditions, directory);
   known.push_back(std::move(listener));
 }
