@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "cell.h"
@@ -109,14 +110,15 @@ class SortedBlocks {
     --size_;
   }
 
-  // Calls use(row) for the entries from `from` up to but without `to`; nothing when to <= from.
+  // Calls use(row, key) for the entries from `from` up to but without `to`; nothing when to <=
+  // from.
   template <typename Use>
   void forEachRow(Place from, Place to, Use use) const {
     for (std::size_t b = from.block; b < blocks_.size() && b <= to.block; ++b) {
       const Block& block = blocks_[b];
       const std::size_t first = b == from.block ? from.entry : 0;
       const std::size_t last = b == to.block ? to.entry : block.rows.size();
-      for (std::size_t i = first; i < last; ++i) use(block.rowAt(i));
+      for (std::size_t i = first; i < last; ++i) use(block.rowAt(i), block.keyAt(i));
     }
   }
 
@@ -130,9 +132,15 @@ class SortedBlocks {
     std::int32_t rowAt(std::size_t entry) const {
       return isRun ? firstRow + static_cast<std::int32_t>(entry) : rows[entry];
     }
+    decltype(auto) keyAt(std::size_t entry) const {
+      if constexpr (std::is_integral_v<Key>) {
+        return isRun ? static_cast<Key>(firstKey + static_cast<std::int64_t>(entry)) : keys[entry];
+      } else {
+        return std::as_const(keys[entry]);
+      }
+    }
     bool holds(std::int64_t key, std::size_t entry) const {
-      return entry < keys.size() &&
-             (isRun ? firstKey + static_cast<std::int64_t>(entry) : keys[entry]) == key;
+      return entry < keys.size() && keyAt(entry) == key;
     }
     // To be called before the entry is put there.
     void noteInsertion(const Key& key, std::int32_t row, std::size_t entry) {
@@ -243,7 +251,8 @@ class PrimaryKeyMap {
     explicit Range(const PrimaryKeyMap& map);
     // False when no key can equal the one asked for.
     bool narrow(Bound bound, std::string_view key);
-    // Calls use(row) for the rows named in the range, in key order.
+    // Calls use(row, key) for the rows named in the range, in key order; the key is an int or a
+    // text by the map's type.
     template <typename Use>
     void forEachRow(Use use) const {
       if (map_->isInteger()) {

@@ -86,6 +86,25 @@ class Predicate {
     return false;
   }
 
+  // The same for a row whose key cell is plain and filed under this key, of whose column the
+  // condition is. Only equality needs the text.
+  bool holdsForKey(std::int32_t key, const Row& row, std::int64_t now) const {
+    if (key == integer_) return holds(row, now);
+    switch (comparison_) {
+      case Comparison::less:
+      case Comparison::lessOrEqual:
+        return key < integer_;
+      case Comparison::greater:
+      case Comparison::greaterOrEqual:
+        return key > integer_;
+      default:
+        return holds(row, now);
+    }
+  }
+  bool holdsForKey(std::string_view /*key*/, const Row& row, std::int64_t now) const {
+    return holds(row, now);
+  }
+
   // Whether a mirror can decide this condition for all rows but the exceptions.
   bool canUseMirror() const noexcept {
     if (column_ == noColumn || comparison_ == Comparison::never) return false;
@@ -311,10 +330,16 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
   if (usesKey) {
     PrimaryKeyMap::Range range(table.primaryKeyMap);
     if (!narrowByKey(group, keyColumn, range)) return;
-    range.forEachRow([&](std::int32_t index) {
+    range.forEachRow([&](std::int32_t index, const auto& key) {
       const Row& row = table.rows.at(static_cast<std::size_t>(index));
       table.rows.prefetch(static_cast<std::size_t>(index), table.columns.size() - 1);
-      if (!row.isDeleted && allHold(group, row, now)) matched.push_back(index);
+      if (row.isDeleted) return;
+      const bool isPlain = row.cells()[keyColumn].tempRule == nullptr;
+      const bool matches = std::all_of(group.begin(), group.end(), [&](const Predicate& predicate) {
+        return isPlain && predicate.column() == keyColumn ? predicate.holdsForKey(key, row, now)
+                                                          : predicate.holds(row, now);
+      });
+      if (matches) matched.push_back(index);
     });
     if (!std::is_sorted(matched.begin() + first, matched.end())) {
       std::sort(matched.begin() + first, matched.end());

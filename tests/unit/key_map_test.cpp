@@ -123,7 +123,7 @@ TEST(PrimaryKeyMap, copiesAreIndependent) {
 
 RowIndices rowsOf(const PrimaryKeyMap::Range& range) {
   RowIndices rows;
-  range.forEachRow([&](std::int32_t row) { rows.push_back(row); });
+  range.forEachRow([&](std::int32_t row, const auto& /*key*/) { rows.push_back(row); });
   return rows;
 }
 
