@@ -58,13 +58,15 @@ messages)
     # In the documents a message stands in backquotes in the first column of a table of messages;
     # one that begins with "... " shares its beginning with the one before it.
     render velmora-commands.7
+    mv page commands
+    render velmora.3
     # shellcheck disable=SC2016
     awk '/^\| message \|/ { inside = 1 } !/^\|/ { inside = 0 } inside' "$SOURCE/docs/commands.md" |
         sed 's/^| //; s/ | .*//' | grep -o '`[^`]*`' |
         sed 's/`//g; s/\\|/|/g; s/^\.\.\. //' >messages
     [ "$(wc -l <messages)" -ge 50 ]
     while read -r message; do
-        grep -qF -- "$message" page || { echo "velmora-commands.7 lacks $message"; exit 1; }
+        grep -qF -- "$message" commands page || { echo "no page has $message"; exit 1; }
     done <messages
     ;;
 *)
