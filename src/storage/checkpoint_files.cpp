@@ -263,7 +263,8 @@ void syncOtherFiles(const Tables& tables, const Directory& directory) {
 // end, or when it names a file elsewhere, which no checkpoint does.
 std::optional<std::vector<std::string>> readMarker(const Directory& directory) {
   const auto text = readFile(directory, markerName);
-  if (!text || !text->ends_with(markerEnd) || text->find('/') != text->npos) return std::nullopt;
+  if (!text || !text->ends_with(markerEnd)) return std::nullopt;
+  if (text->find('/') != std::string::npos) return std::nullopt;
   std::vector<std::string> names;
   std::string_view rest = std::string_view(*text).substr(0, text->size() - markerEnd.size());
   while (!rest.empty()) {
