@@ -1,0 +1,44 @@
+# What a Debian package has beyond an installation: run by cpack between the two, on the files of
+# both packages in ${CPACK_TEMPORARY_DIRECTORY}/COMPONENT. The control files that are the same for
+# every build are made by cmake/install.cmake.
+
+if(NOT CPACK_GENERATOR STREQUAL "DEB")
+  return()
+endif()
+set(runtime ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr)
+set(development ${CPACK_TEMPORARY_DIRECTORY}/development/usr)
+set(documents ${runtime}/share/doc/velmora)
+
+# Whatever the builder's umask is.
+execute_process(COMMAND find ${runtime} ${development} -type d -exec chmod 755 {} +
+  COMMAND_ERROR_IS_FATAL ANY)
+
+# The licence, as a package has to name it: indented, with dots for empty lines.
+file(READ ${documents}/LICENSE licence)
+string(REGEX REPLACE "^.*Copyright \\(c\\) ([^\n]*)\n\n(.*)\n$" "\\2" licence "${licence}")
+set(holder "${CMAKE_MATCH_1}")
+string(REPLACE "\n\n" "\n.\n" licence "${licence}")
+string(REPLACE "\n" "\n " licence "${licence}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/copyright.in ${documents}/copyright @ONLY)
+file(REMOVE ${documents}/LICENSE)
+
+string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${documents}/changelog @ONLY)
+file(CHMOD ${documents}/copyright ${documents}/changelog
+  PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+# velmora-dev depends on velmora of the same version, and may refer to its documents.
+file(CREATE_LINK velmora ${development}/share/doc/velmora-dev SYMBOLIC)
+
+file(GLOB pages ${runtime}/share/man/*/* ${development}/share/man/*/*)
+execute_process(COMMAND gzip -n9 ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
+
+# CPACK_DEBIAN_PACKAGE_SHLIBDEPS would come with scripts that call ldconfig; a package that has a
+# postrm is not forgotten when it is removed. dpkg-shlibdeps looks for a source package, and above
+# the files for the directory DEBIAN.
+file(GLOB_RECURSE library ${runtime}/lib*/libvelmora.so.${CPACK_PACKAGE_VERSION})
+file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/debian/control "")
+file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/DEBIAN)
+execute_process(COMMAND dpkg-shlibdeps -O ${runtime}/bin/velmora ${library}
+  WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}
+  OUTPUT_VARIABLE needs OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+string(REPLACE "shlibs:Depends=" "" CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${needs}")
