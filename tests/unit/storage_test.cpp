@@ -387,11 +387,12 @@ TEST_F(StorageTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
   children.setDeleted(1, true);
   addRow(children, {"cap", "99"});
   addRow(children, {"nib", "07"});
+  addRow(children, {"box", "unreadable"});
   Storage::linkTables(children, parents, "cust", directory_);
-  // Keys compare as numbers; a deleted row and one without a partner have none.
+  // Keys compare as numbers; a deleted row, one without a partner and no number at all have none.
   EXPECT_EQ(bytesOf("orders-cust_customers-id.rel"),
             padded("orders", 15) + padded("customers", 15) + padded("cust", 15) + padded("id", 15) +
-                int32Bytes(1) + int32Bytes(-1) + int32Bytes(-1) + int32Bytes(0));
+                int32Bytes(1) + int32Bytes(-1) + int32Bytes(-1) + int32Bytes(0) + int32Bytes(-1));
   const auto relation = Storage::readRelation("orders-cust_customers-id.rel", directory_);
   ASSERT_TRUE(relation.has_value());
   EXPECT_EQ(relation->childTable, "orders");
