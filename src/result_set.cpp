@@ -94,7 +94,7 @@ void TextBuffer::prepend(std::string_view text) {
   std::memcpy(at(begin_), text.data(), text.size());
 }
 
-JsonRows::JsonRows(std::span<const std::string> columns, JsonTarget target)
+JsonRows::JsonRows(std::span<const std::string> columns, JsonTarget&& target)
     : buffer_(std::move(target.memory)), names_(columns), style_(target.style) {
   buffer_.clear();
   const auto isPlain = [](const std::string& name) { return isPlainJson(name); };

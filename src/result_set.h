@@ -32,8 +32,9 @@ class TextBuffer {
  public:
   TextBuffer() = default;
   TextBuffer(TextBuffer&& other) noexcept { swap(other); }
+  // The other gets this one's text, and frees it with itself.
   TextBuffer& operator=(TextBuffer&& other) noexcept {
-    TextBuffer(std::move(other)).swap(*this);
+    swap(other);
     return *this;
   }
 
@@ -99,7 +100,7 @@ struct JsonTarget {
 class JsonRows {
  public:
   JsonRows() = default;
-  explicit JsonRows(std::span<const std::string> columns, JsonTarget target = {});
+  explicit JsonRows(std::span<const std::string> columns, JsonTarget&& target = {});
 
   void add(const ResultValue& value);
   // The same as adding resultValueOf the cell, without converting texts that print as they are.
