@@ -12,6 +12,7 @@
 // convert is an exception.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -26,6 +27,9 @@ namespace velmora {
 // What a mirror holds for a text. Of integers, only texts in shortest form have their number as
 // code; a hash stands for any other, and may be equal to some number.
 std::int32_t codeOf(ValueKind kind, std::string_view text) noexcept;
+
+// Tables smaller than this are read row by row.
+inline constexpr std::size_t leastMirroredRows = 256;
 
 class ColumnMirror {
  public:

@@ -3,7 +3,6 @@
 
 #include <sys/mman.h>
 
-#include <algorithm>
 #include <limits>
 #include <new>
 #include <stdexcept>

@@ -3,9 +3,9 @@
 // Rows lie in fixed-size chunks that never move: a row's header and its cells side by side, so
 // reading a row touches adjacent cache lines and appending one never copies the others. The chunks
 // of a large table lie in slabs as large as a huge page, which the system then fills and finds in
-// one step instead of five hundred. Rows are
-// never taken out of the middle (a delete marks them), so a row's index is its name everywhere: in
-// the key map, links, undo records, scheduled changes and files.
+// one step instead of five hundred. Rows are never taken out of the middle (a delete marks them),
+// so a row's index is its name everywhere: in the key map, links, undo records, scheduled changes
+// and files.
 #pragma once
 
 #include <cstdint>

@@ -102,7 +102,6 @@ class KeyColumn {
   // With isNumeric both sides are integers, whose codes tell equality alone where they are exact.
   KeyColumn(const Table& table, std::size_t column, bool isNumeric, std::int64_t now)
       : table_(table), column_(column), isNumeric_(isNumeric), now_(now) {
-    constexpr std::size_t leastMirroredRows = 256;
     const bool sameCodes = isNumeric == (table.kind(column) == ValueKind::integer);
     if (sameCodes && table.rows.size() >= leastMirroredRows) mirror_ = &table.mirror(column);
   }

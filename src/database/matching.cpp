@@ -282,9 +282,6 @@ bool narrowByKey(Group group, std::size_t keyColumn, PrimaryKeyMap::Range& range
   return true;
 }
 
-// Tables smaller than this are scanned row by row.
-constexpr std::size_t leastMirroredRows = 256;
-
 // Appends the live rows of a large table that satisfy a group whose first `mirrored` conditions
 // can use mirrors.
 void scanMirrors(Group group, std::size_t mirrored, const Table& table, std::int64_t now,
