@@ -69,6 +69,7 @@ class Database {
 
   Database() = default;
   explicit Database(Directory directory_) : directory(directory_) {}
+  ~Database() { Storage::closeLog(); }
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 

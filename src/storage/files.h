@@ -28,6 +28,16 @@ inline constexpr int shortWrite = -1;
 // Sets the hook of the whole process; null takes it away.
 void setFileHook(FileHook hook) noexcept;
 
+// Which file it is that a name leads to, and what opening it depends on.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint32_t mode = 0;
+  std::uint32_t owner = 0;
+  std::uint32_t group = 0;
+  bool operator==(const FileIdentity&) const = default;
+};
+
 // An open file. All functions return false or nothing when the system refuses, or when the file is
 // not open.
 class File {
@@ -56,7 +66,7 @@ class File {
   // Reads up to count bytes at an offset; the number read, less than count only at the file's end.
   std::optional<std::size_t> readAt(std::int64_t offset, char* out, std::size_t count);
   std::optional<std::int64_t> size() const;
-  std::optional<std::uint64_t> inode() const;
+  std::optional<FileIdentity> identity() const;
   bool truncate(std::int64_t size);
   bool sync();
 
@@ -69,6 +79,9 @@ class File {
 // The whole file, or nothing when there is none. Throws std::runtime_error "Failed to read file:
 // NAME" when it is there and cannot be opened or read.
 std::optional<std::string> readFile(const Directory& directory, const std::string& name);
+
+// The file that the name leads to; nothing when there is none, or when the system does not tell.
+std::optional<FileIdentity> identityOf(const Directory& directory, const char* name);
 
 // False when the file was there and could not be removed.
 bool removeFile(const Directory& directory, const std::string& name);

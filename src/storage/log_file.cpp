@@ -30,6 +30,19 @@ constexpr std::string_view marker = " #TIME# ";
 // A second of today has ten digits; a marker with fewer at the end of the log may be cut off.
 constexpr std::size_t completeDigits = 10;
 
+// The log as the last append left it: still open, since opening and closing a file takes longer
+// than writing a line to it.
+struct OpenLog {
+  std::optional<File> file;
+  std::optional<FileIdentity> identity;  // when it was opened; nothing unless it is open
+
+  void close() {
+    identity.reset();
+    file.reset();
+  }
+};
+OpenLog openLog;  // guarded by walMutex
+
 // An append that failed and could not be taken back: where the log has to be cut before the next.
 struct TornAppend {
   bool isPending = false;
@@ -83,6 +96,20 @@ void joinLines(std::string& record) {
   record.back() = '\n';
 }
 
+// The log that its name leads to, open for appending, or null. The one that is open already is the
+// same as opening the name again would give, unless another file has been put there, the log was
+// taken away, or another may use it now. walMutex held.
+File* logForAppending(const Directory& directory) {
+  const bool goesToNewLog =
+      isNewLogExpected && File(directory, newLogName, File::Mode::read).isOpen();
+  const char* const name = goesToNewLog ? newLogName : logFileName;
+  if (openLog.identity && openLog.identity == identityOf(directory, name)) return &*openLog.file;
+  openLog.close();
+  openLog.file.emplace(directory, name, File::Mode::append);
+  openLog.identity = openLog.file->identity();
+  return openLog.file->isOpen() ? &*openLog.file : nullptr;
+}
+
 }  // namespace
 
 bool Storage::appendToWAL(const std::string& command, std::int64_t second,
@@ -95,23 +122,26 @@ bool Storage::appendToWAL(const std::string& command, std::int64_t second,
   const bool hasLines = command.find('\n') != std::string::npos;
   if (hasLines && splitLog(line).commands.size() > 1) joinLines(line);
 
-  const bool goesToNewLog =
-      isNewLogExpected && File(directory, newLogName, File::Mode::read).isOpen();
-  File file(directory, goesToNewLog ? newLogName : logFileName, File::Mode::append);
-  if (!file.isOpen()) return false;
+  File* const file = logForAppending(directory);
+  if (file == nullptr) return false;
+  const auto inode = [] { return openLog.identity.value_or(FileIdentity()).inode; };
   if (tornAppend.isPending) {
-    const bool isThere =
-        file.inode() == tornAppend.inode && file.size().value_or(0) > tornAppend.size;
-    if (isThere && !file.truncate(tornAppend.size)) return false;
+    const bool isThere = inode() == tornAppend.inode && file->size().value_or(0) > tornAppend.size;
+    if (isThere && !file->truncate(tornAppend.size)) return false;
     tornAppend.isPending = false;
   }
-  if (file.write(line)) return true;
-  const auto written = static_cast<std::int64_t>(file.lastWritten());
-  const auto size = file.size();
-  if (written > 0 && size && !file.truncate(*size - written)) {
-    tornAppend = {true, file.inode().value_or(0), *size - written};
+  if (file->write(line)) return true;
+  const auto written = static_cast<std::int64_t>(file->lastWritten());
+  const auto size = file->size();
+  if (written > 0 && size && !file->truncate(*size - written)) {
+    tornAppend = {true, inode(), *size - written};
   }
   return false;
+}
+
+void Storage::closeLog() {
+  const std::lock_guard lock(walMutex);
+  openLog.close();
 }
 
 LogRecords Storage::splitLog(std::string_view log) {
@@ -171,6 +201,7 @@ void Storage::expectNewLog(bool isExpected) {
   const std::lock_guard lock(walMutex);
   isNewLogExpected = isExpected;
   tornAppend = {};
+  openLog.close();
 }
 
 void Storage::clearWAL(const Directory& directory) {

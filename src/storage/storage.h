@@ -1,5 +1,5 @@
 // Storage: every file the engine keeps, as static functions; each opens, uses and closes its own
-// files.
+// files. Only the log stays open between two appends.
 //
 //   <table>.bin   the table file: header and fixed-width rows     table_file.cpp
 //   <table>.del   the deletion file: one byte a row               table_file.cpp
@@ -10,9 +10,9 @@
 //   webhook_file.cpp velmora.wal   the write-ahead log                             log_file.cpp
 //   velmora.ckpt, *.checkpoint   while a checkpoint is under way  checkpoint_files.cpp
 //
-// No function takes a lock but appendToWAL; they run under the engine's locks. The loaders that
-// call the engine are declared here and defined with the start-up, so that no file of this room
-// knows the engine. Every function takes the directory last.
+// No function takes a lock but those of the log; they run under the engine's locks. The loaders
+// that call the engine are declared here and defined with the start-up, so that no file of this
+// room knows the engine. Every function takes the directory last.
 #pragma once
 
 #include <cstdint>
@@ -165,10 +165,13 @@ class Storage {
   static std::optional<std::vector<WebhookTask>> readWebhooks(const Directory& directory = {});
   static void loadWebhooks(Database* db);
 
-  // Appends one command with its clock marker. When the log cannot be written the line is lost,
-  // what had been written of it is taken back, and the answer is false.
+  // Appends one command with its clock marker, to the file that the log's name leads to. When the
+  // log cannot be written the line is lost, what had been written of it is taken back, and the
+  // answer is false.
   static bool appendToWAL(const std::string& command, std::int64_t second,
                           const Directory& directory = {});
+  // Closes the log that the last append left open; the next one opens it again.
+  static void closeLog();
   // Takes the log's text apart.
   static LogRecords splitLog(std::string_view log);
   // Cuts a torn tail off the log, or gives its last record the line feed it lacks. Throws

@@ -1,62 +1,30 @@
-// The storage room's functions on their own: the bytes that they write, what they read back, and
-// what they make of files that are missing, cut or held by somebody else.
+// The storage room's files on their own: the bytes that are written, what they read back, and what
+// is made of files that are missing or cut. The log has tests of its own.
 //
 // What a host can see through commands is pinned by the golden scripts under golden/storage; here
 // stand the values and calls that no command reaches.
 
 #include "storage/storage.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "storage/timed_file.h"
-#include "velmora/velmora.h"
+#include "storage_fixture.h"
 
 namespace velmora {
 namespace {
 
 namespace fs = std::filesystem;
 
-class StorageTest : public testing::Test {
+class StorageFilesTest : public StorageTest {
  protected:
-  StorageTest() {
-    std::string name = (fs::temp_directory_path() / "velmora-storage-XXXXXX").string();
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
-    path_ = name;
-    directory_.descriptor = open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  }
-  ~StorageTest() override {
-    close(directory_.descriptor);
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-
-  std::string bytesOf(const std::string& name) const {
-    std::ifstream file(path_ / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
-  void write(const std::string& name, const std::string& bytes) const {
-    std::ofstream(path_ / name, std::ios::binary) << bytes;
-  }
-  bool exists(const std::string& name) const { return fs::exists(path_ / name); }
-
   // A one-row write of the given texts through Storage::insertRow, and what a load makes of it.
   std::vector<std::string> roundTrip(const std::vector<Column>& columns,
                                      const std::vector<std::string>& values) {
@@ -76,9 +44,6 @@ class StorageTest : public testing::Test {
     for (const Cell& cell : row.cells()) values.push_back(cell.getVal());
     return values;
   }
-
-  fs::path path_;
-  Directory directory_;
 };
 
 std::string zeros(std::size_t count) { return std::string(count, '\0'); }
@@ -121,13 +86,13 @@ WebhookTask task(std::int64_t fireTime, const std::string& value) {
   return made;
 }
 
-TEST_F(StorageTest, typesHaveTheirWidths) {
+TEST_F(StorageFilesTest, typesHaveTheirWidths) {
   EXPECT_EQ(Storage::typeSizes,
             (std::map<std::string, int, std::less<>>{
                 {"int", 4}, {"ApexInt", 4}, {"float", 4}, {"bool", 1}, {"string", 60}}));
 }
 
-TEST_F(StorageTest, aColumnIsAsWideAsItsTypeOrItsDeclaredTextAndAFlagByte) {
+TEST_F(StorageFilesTest, aColumnIsAsWideAsItsTypeOrItsDeclaredTextAndAFlagByte) {
   EXPECT_EQ(Storage::getColumnBinSize({"c", "int", 0, 60}), 4);
   EXPECT_EQ(Storage::getColumnBinSize({"c", "ApexInt", 1, 60}), 5);
   EXPECT_EQ(Storage::getColumnBinSize({"c", "float", 3, 60}), 5);
@@ -140,7 +105,7 @@ TEST_F(StorageTest, aColumnIsAsWideAsItsTypeOrItsDeclaredTextAndAFlagByte) {
   EXPECT_EQ(Storage::headerSize(2), 135);
 }
 
-TEST_F(StorageTest, aNewTableGetsItsHeaderAndOneLiveMarkARow) {
+TEST_F(StorageFilesTest, aNewTableGetsItsHeaderAndOneLiveMarkARow) {
   Table table("users", {{"id", "ApexInt", 0, 60}, {"name", "string", 12, 30}});
   addRow(table, {"1", "a"});
   addRow(table, {"2", "b"});
@@ -152,7 +117,7 @@ TEST_F(StorageTest, aNewTableGetsItsHeaderAndOneLiveMarkARow) {
   EXPECT_EQ(bytesOf("users.del"), zeros(2));
 }
 
-TEST_F(StorageTest, aFileThatHoldsColumnsIsNotOverwritten) {
+TEST_F(StorageFilesTest, aFileThatHoldsColumnsIsNotOverwritten) {
   const Table table("t", {{"id", "int", 0, 60}});
   Storage::saveTable("t.bin", table, directory_);
   const std::string before = bytesOf("t.bin");
@@ -166,7 +131,7 @@ TEST_F(StorageTest, aFileThatHoldsColumnsIsNotOverwritten) {
   EXPECT_EQ(bytesOf("t.bin"), before);
 }
 
-TEST_F(StorageTest, aFileThatCannotBeCreatedIsNamed) {
+TEST_F(StorageFilesTest, aFileThatCannotBeCreatedIsNamed) {
   const Table table("t", {{"id", "int", 0, 60}});
   try {
     Storage::saveTable("missing/t.bin", table, directory_);
@@ -176,7 +141,7 @@ TEST_F(StorageTest, aFileThatCannotBeCreatedIsNamed) {
   }
 }
 
-TEST_F(StorageTest, valuesReadBackInTheirOwnForm) {
+TEST_F(StorageFilesTest, valuesReadBackInTheirOwnForm) {
   const std::vector<Column> columns = {
       {"i", "int", 0, 60}, {"f", "float", 0, 60}, {"b", "bool", 0, 60}, {"s", "string", 0, 60}};
   const std::string seventy(70, 'x');
@@ -186,18 +151,18 @@ TEST_F(StorageTest, valuesReadBackInTheirOwnForm) {
             int32Bytes(-5) + std::string("\0\0\xc0\x3f\1", 5) + std::string(60, 'x'));
 }
 
-TEST_F(StorageTest, capitalsInATruthValueCountOnlyWithoutTimedValues) {
+TEST_F(StorageFilesTest, capitalsInATruthValueCountOnlyWithoutTimedValues) {
   EXPECT_EQ(roundTrip({{"plain", "bool", 0, 60}, {"timed", "bool", 3, 60}}, {"TRUE", "TRUE"}),
             (std::vector<std::string>{"true", "false"}));
 }
 
-TEST_F(StorageTest, aMissingFloatIsAQuietNaNAndReadsBackAsMissing) {
+TEST_F(StorageFilesTest, aMissingFloatIsAQuietNaNAndReadsBackAsMissing) {
   EXPECT_EQ(roundTrip({{"f", "float", 0, 60}}, {std::string(missingValue)}),
             (std::vector<std::string>{std::string(missingValue)}));
   EXPECT_EQ(bytesOf("t.bin").substr(75), std::string("\0\0\xc0\x7f", 4));
 }
 
-TEST_F(StorageTest, aValueThatDoesNotConvertThrowsAndWritesNothingOfTheRow) {
+TEST_F(StorageFilesTest, aValueThatDoesNotConvertThrowsAndWritesNothingOfTheRow) {
   Table table("t", {{"s", "string", 0, 60}, {"i", "int", 0, 60}, {"f", "float", 0, 60}});
   Storage::saveTable("t.bin", table, directory_);
   const auto messageOf = [&](const std::vector<std::string>& values) -> std::string {
@@ -217,7 +182,7 @@ TEST_F(StorageTest, aValueThatDoesNotConvertThrowsAndWritesNothingOfTheRow) {
   EXPECT_EQ(bytesOf("t.bin").size(), 195U);
 }
 
-TEST_F(StorageTest, aRowIsAppendedWithItsMarkOrWrittenOverAnother) {
+TEST_F(StorageFilesTest, aRowIsAppendedWithItsMarkOrWrittenOverAnother) {
   Table table("t", {{"i", "int", 0, 60}});
   Storage::saveTable("t.bin", table, directory_);
   for (const char* value : {"1", "2", "3"}) {
@@ -234,14 +199,14 @@ TEST_F(StorageTest, aRowIsAppendedWithItsMarkOrWrittenOverAnother) {
   EXPECT_EQ(bytesOf("t.bin").substr(75), int32Bytes(8) + int32Bytes(2) + int32Bytes(9));
 }
 
-TEST_F(StorageTest, aRowFileThatIsMissingIsNotMade) {
+TEST_F(StorageFilesTest, aRowFileThatIsMissingIsNotMade) {
   Table table("t", {{"i", "int", 0, 60}});
   Storage::insertRow(table, addRow(table, {"1"}), 75, std::ios::beg, directory_);
   Storage::update(table, {0}, directory_);
   EXPECT_FALSE(exists("t.bin"));
 }
 
-TEST_F(StorageTest, anAppendedTimedCellIsLabelledWithTheRowCount) {
+TEST_F(StorageFilesTest, anAppendedTimedCellIsLabelledWithTheRowCount) {
   Table table("t", {{"n", "int", 2, 60}});
   Storage::saveTable("t.bin", table, directory_);
   addRow(table, {"0"});
@@ -252,7 +217,7 @@ TEST_F(StorageTest, anAppendedTimedCellIsLabelledWithTheRowCount) {
   EXPECT_EQ(bytesOf("t.tmp").substr(0, 8), int32Bytes(2) + int32Bytes(0));
 }
 
-TEST_F(StorageTest, aTimedCellWrittenInPlaceKeepsItsSlot) {
+TEST_F(StorageFilesTest, aTimedCellWrittenInPlaceKeepsItsSlot) {
   Table table("t", {{"n", "int", 2, 60}, {"s", "string", 1, 60}});
   Storage::saveTable("t.bin", table, directory_);
   for (int i = 0; i < 2; ++i) {
@@ -271,7 +236,7 @@ TEST_F(StorageTest, aTimedCellWrittenInPlaceKeepsItsSlot) {
   EXPECT_EQ(bytesOf("t.tmp").substr(0, 8), int32Bytes(135 / 5) + int32Bytes(0));
 }
 
-TEST_F(StorageTest, deletingFlipsOneByteARow) {
+TEST_F(StorageFilesTest, deletingFlipsOneByteARow) {
   Table table("t", {{"i", "int", 0, 60}});
   Storage::saveTable("t.bin", table, directory_);
   for (int i = 0; i < 5; ++i) {
@@ -287,13 +252,13 @@ TEST_F(StorageTest, deletingFlipsOneByteARow) {
   EXPECT_EQ(bytesOf("t.bin"), rows);
 }
 
-TEST_F(StorageTest, deletingInATableWithoutDeletionFileMakesNone) {
+TEST_F(StorageFilesTest, deletingInATableWithoutDeletionFileMakesNone) {
   Storage::deleteAt("t", 0, directory_);
   Storage::deleteBatch("t", {0, 1}, directory_);
   EXPECT_FALSE(exists("t.del"));
 }
 
-TEST_F(StorageTest, aFieldIsReadUpToItsFirstZeroByte) {
+TEST_F(StorageFilesTest, aFieldIsReadUpToItsFirstZeroByte) {
   write("f", padded("one", 15) + padded("exactly-fifteen", 15) + "cut");
   File file(directory_, "f", File::Mode::read);
   EXPECT_EQ(Storage::read(file, 0), "one");
@@ -302,7 +267,7 @@ TEST_F(StorageTest, aFieldIsReadUpToItsFirstZeroByte) {
   EXPECT_EQ(Storage::read(file, 1000), "");
 }
 
-TEST_F(StorageTest, namesAreListedByExtensionAndRegularFilesOnly) {
+TEST_F(StorageFilesTest, namesAreListedByExtensionAndRegularFilesOnly) {
   for (const char* name : {"b.bin", "a.bin", "a.rel", "a.del", "binary", "c.bin.old"}) {
     write(name, "x");
   }
@@ -311,7 +276,7 @@ TEST_F(StorageTest, namesAreListedByExtensionAndRegularFilesOnly) {
   EXPECT_EQ(Storage::getRelFiles(directory_), (std::vector<std::string>{"a.rel"}));
 }
 
-TEST_F(StorageTest, timedValuesLieInSlotsOfTheTablesRecordSize) {
+TEST_F(StorageFilesTest, timedValuesLieInSlotsOfTheTablesRecordSize) {
   const TempRule two = rule(1000, true, {"a", "b"}, 5);
   EXPECT_EQ(Storage::writeTempRule("t", 11, 3, &two, 3, -1, directory_), 0);
   EXPECT_EQ(Storage::writeTempRule("t", 12, 3, &two, 3, -1, directory_), 1);
@@ -324,7 +289,7 @@ TEST_F(StorageTest, timedValuesLieInSlotsOfTheTablesRecordSize) {
                                    state + padded("a", 60) + state + padded("b", 60) + zeros(68));
 }
 
-TEST_F(StorageTest, rewritingASlotLeavesTheOthersAndTheFilesLength) {
+TEST_F(StorageFilesTest, rewritingASlotLeavesTheOthersAndTheFilesLength) {
   const TempRule first = rule(1000, true, {"a", "b"}, 5);
   const TempRule second = rule(-7, false, {"c"}, 9);
   for (int i = 0; i < 3; ++i) Storage::writeTempRule("t", 0, 0, &first, 2, -1, directory_);
@@ -340,7 +305,7 @@ TEST_F(StorageTest, rewritingASlotLeavesTheOthersAndTheFilesLength) {
   EXPECT_EQ(Storage::readTempRule("t", 2, 2, directory_)->startTime, 1000);
 }
 
-TEST_F(StorageTest, slotNumbersEndBeforeTheyWrap) {
+TEST_F(StorageFilesTest, slotNumbersEndBeforeTheyWrap) {
   EXPECT_EQ(slotBehind(0), 0);
   EXPECT_EQ(slotBehind(2147483647), 2147483647);
   try {
@@ -351,14 +316,14 @@ TEST_F(StorageTest, slotNumbersEndBeforeTheyWrap) {
   }
 }
 
-TEST_F(StorageTest, aStatesTextIsCutAtSixtyBytes) {
+TEST_F(StorageFilesTest, aStatesTextIsCutAtSixtyBytes) {
   const TempRule longText = rule(0, false, {std::string(61, 'y')}, 1);
   Storage::writeTempRule("t", 0, 0, &longText, 1, -1, directory_);
   EXPECT_EQ(Storage::readTempRule("t", 0, 1, directory_)->states[0].value.view(),
             std::string(60, 'y'));
 }
 
-TEST_F(StorageTest, timedValuesThatCannotBeReadAreNone) {
+TEST_F(StorageFilesTest, timedValuesThatCannotBeReadAreNone) {
   EXPECT_EQ(Storage::readTempRule("t", 0, 2, directory_), nullptr);
   const TempRule good = rule(0, false, {"a", "b"}, 1);
   Storage::writeTempRule("t", 0, 0, &good, 2, -1, directory_);
@@ -376,7 +341,7 @@ TEST_F(StorageTest, timedValuesThatCannotBeReadAreNone) {
   }
 }
 
-TEST_F(StorageTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
+TEST_F(StorageFilesTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
   Table parents("customers", {{"id", "int", 0, 60}});
   addRow(parents, {"7"});
   addRow(parents, {"8"});
@@ -401,7 +366,7 @@ TEST_F(StorageTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
   EXPECT_EQ(relation->parentColumn, "id");
 }
 
-TEST_F(StorageTest, listenerRecordsGrowWithTheirConditions) {
+TEST_F(StorageFilesTest, listenerRecordsGrowWithTheirConditions) {
   Storage::saveListener("t", "INSERT", "hook", {}, directory_);
   EXPECT_EQ(bytesOf("listeners.bin").size(), 134U);
   const Condition first = {"", "age", "18", ">=", 'o'};
@@ -420,7 +385,7 @@ TEST_F(StorageTest, listenerRecordsGrowWithTheirConditions) {
   EXPECT_EQ((*records)[1].conditions, (std::vector<Condition>{first, second}));
 }
 
-TEST_F(StorageTest, aTornListenerRecordIsCutOffWhereverItEnds) {
+TEST_F(StorageFilesTest, aTornListenerRecordIsCutOffWhereverItEnds) {
   EXPECT_FALSE(Storage::readListeners(directory_).has_value());
   Storage::saveListener("t", "INSERT", "one", {}, directory_);
   Storage::saveListener("t", "INSERT", "two", {{"", "a", "1", "=", 'o'}}, directory_);
@@ -432,7 +397,7 @@ TEST_F(StorageTest, aTornListenerRecordIsCutOffWhereverItEnds) {
   }
 }
 
-TEST_F(StorageTest, scheduledChangesAreRecordsOfEightyFiveBytes) {
+TEST_F(StorageFilesTest, scheduledChangesAreRecordsOfEightyFiveBytes) {
   EXPECT_EQ(Storage::appendWebhook(task(1010, "red"), directory_), 0);
   EXPECT_EQ(Storage::appendWebhook(task(1020, std::string(30, 'v')), directory_), 85);
   EXPECT_EQ(Storage::appendWebhook(task(1030, "green"), directory_), 170);
@@ -444,7 +409,7 @@ TEST_F(StorageTest, scheduledChangesAreRecordsOfEightyFiveBytes) {
                                       std::string(25, 'v'));
 }
 
-TEST_F(StorageTest, aFiredChangeIsNotRevivedAndStaysInTheFile) {
+TEST_F(StorageFilesTest, aFiredChangeIsNotRevivedAndStaysInTheFile) {
   for (const std::int64_t second : {1010, 1020, 1030}) {
     Storage::appendWebhook(task(second, "x"), directory_);
   }
@@ -468,7 +433,7 @@ TEST_F(StorageTest, aFiredChangeIsNotRevivedAndStaysInTheFile) {
   EXPECT_EQ((*tasks)[1].startTime, 1000);
 }
 
-TEST_F(StorageTest, aCyclingChangeGetsANewFireTimeInPlace) {
+TEST_F(StorageFilesTest, aCyclingChangeGetsANewFireTimeInPlace) {
   Storage::appendWebhook(task(1010, "x"), directory_);
   Storage::appendWebhook(task(1020, "y"), directory_);
   std::string expected = bytesOf("webhooks.bin");
@@ -477,7 +442,7 @@ TEST_F(StorageTest, aCyclingChangeGetsANewFireTimeInPlace) {
   EXPECT_EQ(bytesOf("webhooks.bin"), expected);
 }
 
-TEST_F(StorageTest, aTornChangeIsCutOffWhereverItEnds) {
+TEST_F(StorageFilesTest, aTornChangeIsCutOffWhereverItEnds) {
   EXPECT_FALSE(Storage::readWebhooks(directory_).has_value());
   Storage::appendWebhook(task(1010, "x"), directory_);
   Storage::appendWebhook(task(1020, "y"), directory_);
@@ -487,240 +452,6 @@ TEST_F(StorageTest, aTornChangeIsCutOffWhereverItEnds) {
     EXPECT_EQ(Storage::readWebhooks(directory_)->size(), 1U) << size;
     EXPECT_EQ(bytesOf("webhooks.bin").size(), 85U) << size;
   }
-}
-
-TEST_F(StorageTest, theLogGrowsLineByLineAndIsEmptiedWhole) {
-  Storage::appendToWAL("INSERT INTO t a = 1", 1700000000, directory_);
-  Storage::appendToWAL("DELETE FROM t", 1700000001, directory_);
-  EXPECT_EQ(bytesOf("velmora.wal"),
-            "INSERT INTO t a = 1 #TIME# 1700000000\nDELETE FROM t #TIME# 1700000001\n");
-  Storage::clearWAL(directory_);
-  EXPECT_TRUE(exists("velmora.wal"));
-  EXPECT_EQ(bytesOf("velmora.wal"), "");
-}
-
-TEST_F(StorageTest, aLineThatCannotBeWrittenWholeIsTakenBack) {
-  Storage::appendToWAL("INSERT INTO t a = 1", 1700000000, directory_);
-  const std::string before = bytesOf("velmora.wal");
-  setFileHook([](FileOperation operation, const char*) {
-    return operation == FileOperation::write ? shortWrite : 0;
-  });
-  EXPECT_NO_THROW(Storage::appendToWAL("INSERT INTO t a = 2", 1700000000, directory_));
-  setFileHook(nullptr);
-  EXPECT_EQ(bytesOf("velmora.wal"), before);
-  setFileHook([](FileOperation operation, const char*) {
-    return operation == FileOperation::open ? EIO : 0;
-  });
-  EXPECT_NO_THROW(Storage::appendToWAL("INSERT INTO t a = 3", 1700000000, directory_));
-  setFileHook(nullptr);
-  EXPECT_EQ(bytesOf("velmora.wal"), before);
-}
-
-struct LogCase {
-  const char* meaning;
-  std::string log;
-  std::vector<std::string> commands;
-  std::size_t completeSize;
-  bool lacksLineFeed;
-};
-
-TEST(LogRecordsTest, recordsEndAtTheirMarkerOrBeforeTheNextCommand) {
-  const std::string mark = " #TIME# 1700000000";
-  const std::string a = "INSERT INTO t a = 1" + mark + "\n";
-  const std::string text = "INSERT INTO t s = 'x\nDELETE FROM t\n'" + mark + "\n";
-  const std::string cut = "INSERT INTO t s = 'x\nDELETE FROM t\n";
-  const std::string plain = "INSERT INTO t a = 1\n";
-  const std::vector<LogCase> cases = {
-      {"nothing", "", {}, 0, false},
-      {"one record", a, {a}, a.size(), false},
-      {"a record without its line feed", a.substr(0, a.size() - 1), {a}, a.size() - 1, true},
-      {"a record cut in its seconds", a + a.substr(0, a.size() - 2), {a}, a.size(), false},
-      {"a record cut in its command", a + "INSERT INTO t", {a}, a.size(), false},
-      {"a text with lines", text + a, {text, a}, text.size() + a.size(), false},
-      {"an open text", a + cut, {a}, a.size(), false},
-      {"lines without a marker", plain + plain, {plain, plain}, 2 * plain.size(), false},
-      {"every kind of command",
-       "CREATE TABLE t a int\nUPDATE t SET a = 1\nDELETE FROM t\nLINK a.b --> c.d\n",
-       {"CREATE TABLE t a int", "UPDATE t SET a = 1", "DELETE FROM t", "LINK a.b --> c.d"},
-       71,
-       false},
-      {"a command over lines",
-       "INSERT INTO t\na = 1\n" + plain,
-       {"INSERT INTO t\na = 1", plain},
-       20 + plain.size(),
-       false},
-  };
-  const auto trimmed = [](std::string_view command) {
-    while (!command.empty() && command.back() == '\n') command.remove_suffix(1);
-    return std::string(command);
-  };
-  for (const LogCase& expected : cases) {
-    const LogRecords records = Storage::splitLog(expected.log);
-    std::vector<std::string> commands;
-    for (const std::string_view command : records.commands) commands.push_back(trimmed(command));
-    std::vector<std::string> wanted;
-    for (const std::string& command : expected.commands) wanted.push_back(trimmed(command));
-    EXPECT_EQ(commands, wanted) << expected.meaning;
-    EXPECT_EQ(records.completeSize, expected.completeSize) << expected.meaning;
-    EXPECT_EQ(records.lacksLineFeed, expected.lacksLineFeed) << expected.meaning;
-  }
-}
-
-// Tests of the whole engine run in processes of their own: an engine belongs to its process.
-
-// The forked side's ends of the pipes to the test.
-class Host {
- public:
-  Host(int report, int go) : report_(report), go_(go) {}
-  void say(const std::string& text) const {
-    const std::string line = text + "\n";
-    if (write(report_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) _exit(1);
-  }
-  // Waits for the test's go; false when the test has gone.
-  bool waitForGo() const {
-    char byte = 0;
-    return read(go_, &byte, 1) == 1;
-  }
-
- private:
-  int report_;
-  int go_;
-};
-
-// Forks and runs the work in the directory; the process then stays until it is killed.
-class HostProcess {
- public:
-  HostProcess(const fs::path& directory, const std::function<void(const Host&)>& work) {
-    std::array<int, 2> report = {};
-    std::array<int, 2> go = {};
-    if (pipe(report.data()) != 0 || pipe(go.data()) != 0) throw std::runtime_error("no pipe");
-    process_ = fork();
-    if (process_ == 0) {
-      close(report[0]);
-      close(go[1]);
-      fs::current_path(directory);
-      const Host host(report[1], go[0]);
-      work(host);
-      while (host.waitForGo()) continue;
-      _exit(0);
-    }
-    close(report[1]);
-    close(go[0]);
-    report_ = report[0];
-    go_ = go[1];
-  }
-  ~HostProcess() {
-    kill();
-    close(report_);
-    close(go_);
-  }
-  HostProcess(const HostProcess&) = delete;
-  HostProcess& operator=(const HostProcess&) = delete;
-
-  // The next line that the work says; waits for it.
-  std::string line() {
-    std::string text;
-    for (char c = 0; read(report_, &c, 1) == 1 && c != '\n';) text += c;
-    return text;
-  }
-  void go() { EXPECT_EQ(write(go_, "g", 1), 1); }
-  void kill() {
-    if (process_ <= 0) return;
-    ::kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-    process_ = -1;
-  }
-
- private:
-  pid_t process_ = -1;
-  int report_ = -1;
-  int go_ = -1;
-};
-
-std::string startAttempt() {
-  try {
-    StartEngine();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "started";
-}
-
-constexpr const char* inUse = "Database directory is already in use";
-constexpr const char* notStarted = R"({"success": false, "message": "Engine not started."})";
-
-using EngineDirectoryTest = StorageTest;
-
-TEST_F(EngineDirectoryTest, aSecondEngineIsRefusedBeforeAnythingIsSetUp) {
-  HostProcess first(path_, [](const Host& host) { host.say(startAttempt()); });
-  ASSERT_EQ(first.line(), "started");
-  HostProcess second(path_, [](const Host& host) {
-    host.say(startAttempt());
-    host.say(ExecuteQuery("SELECT a FROM t"));
-    host.say(startAttempt());
-    StopEngine();
-    host.say("stopped");
-  });
-  EXPECT_EQ(second.line(), inUse);
-  EXPECT_EQ(second.line(), notStarted);
-  EXPECT_EQ(second.line(), inUse);
-  EXPECT_EQ(second.line(), "stopped");
-  EXPECT_TRUE(fs::is_empty(path_));
-}
-
-TEST_F(EngineDirectoryTest, aKilledProcessLeavesNoLockAndARefusedStartCanBeTriedAgain) {
-  HostProcess first(path_, [](const Host& host) { host.say(startAttempt()); });
-  ASSERT_EQ(first.line(), "started");
-  HostProcess second(path_, [](const Host& host) {
-    host.say(startAttempt());
-    host.waitForGo();
-    host.say(startAttempt());
-  });
-  ASSERT_EQ(second.line(), inUse);
-  first.kill();
-  second.go();
-  EXPECT_EQ(second.line(), "started");
-}
-
-TEST_F(EngineDirectoryTest, aStoppedEngineLeavesTheDirectoryToTheNext) {
-  HostProcess first(path_, [](const Host& host) {
-    StartEngine();
-    StopEngine();
-    host.say("stopped");
-  });
-  ASSERT_EQ(first.line(), "stopped");
-  HostProcess second(path_, [](const Host& host) { host.say(startAttempt()); });
-  EXPECT_EQ(second.line(), "started");
-}
-
-TEST_F(EngineDirectoryTest, theDirectoryStaysThatOfTheStart) {
-  const fs::path home = path_ / "home";
-  const fs::path elsewhere = path_ / "elsewhere";
-  fs::create_directory(home);
-  fs::create_directory(elsewhere);
-  HostProcess process(home, [&](const Host& host) {
-    StartEngine();
-    ExecuteQuery("CREATE TABLE before n int");
-    fs::current_path(elsewhere);
-    ExecuteQuery("CREATE TABLE parents id ApexInt");
-    ExecuteQuery("CREATE TABLE children parent int n int 2");
-    ExecuteQuery("INSERT INTO parents id = 0");
-    ExecuteQuery("INSERT INTO children parent = 1 n = 1 --> 2 @ 5 s");
-    ExecuteQuery("LINK children.parent --> parents.id");
-    ExecuteQuery("LISTEN parents.INSERT --> 'hook'");
-    ExecuteQuery("CREATE TABLE gone n int");
-    ExecuteQuery("DROP TABLE gone");
-    StopEngine();
-    host.say("stopped");
-  });
-  ASSERT_EQ(process.line(), "stopped");
-  EXPECT_TRUE(fs::is_empty(elsewhere));
-  std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator(home)) names.insert(entry.path().filename());
-  EXPECT_EQ(names, (std::set<std::string>{"before.bin", "before.del", "children.bin",
-                                          "children.del", "children.tmp", "listeners.bin",
-                                          "children-parent_parents-id.rel", "parents.bin",
-                                          "parents.del", "velmora.wal", "webhooks.bin"}));
 }
 
 }  // namespace
