@@ -1,6 +1,7 @@
 // See lexer.h.
 #include "lexer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -15,33 +16,62 @@ constexpr std::array<std::string_view, 18> reservedWords = {
     "BEGIN", "CHECKPOINT", "COMMIT", "CREATE",   "DELETE", "FROM", "INSERT", "INTO",   "JOIN",
     "LINK",  "LISTEN",     "ON",     "ROLLBACK", "SELECT", "SET",  "TABLE",  "UPDATE", "WHERE"};
 
-enum CharacterClass : std::uint8_t { wordPart = 1, space = 2 };
+constexpr std::size_t longestReserved = 10;
 
-// The classes of each byte, and where the reserved words of each letter begin.
+// What a token that begins with a character is.
+enum class Start : std::uint8_t {
+  unknown,
+  space,
+  word,
+  number,
+  literal,
+  symbol,
+  comparison,
+  other
+};
+
+constexpr Start startOf(char c) {
+  if (isSpace(c)) return Start::space;
+  if (isLetter(c) || c == '_') return Start::word;
+  if (isDigit(c)) return Start::number;
+  if (c == '\'' || c == '"') return Start::literal;
+  if (std::string_view("()*,.@").find(c) != std::string_view::npos) return Start::symbol;
+  if (std::string_view("!<=>").find(c) != std::string_view::npos) return Start::comparison;
+  if (std::string_view("-&|").find(c) != std::string_view::npos) return Start::other;
+  return Start::unknown;
+}
+
+// By character: what begins with it, and whether it goes on with a word. By letter: where the
+// reserved words begin that begin with it, and their sizes.
 struct Tables {
-  std::array<std::uint8_t, 256> classes = {};
+  std::array<Start, 256> starts = {};
+  std::array<bool, 256> isWordPart = {};
   std::array<std::uint8_t, 27> firstReserved = {};
+  std::array<std::uint16_t, 26> reservedSizes = {};  // a bit for each size
 
   constexpr Tables() {
-    for (std::size_t i = 0; i < classes.size(); ++i) {
-      const auto c = static_cast<char>(i);
-      if (isLetter(c) || isDigit(c) || c == '_') classes[i] |= wordPart;
-      if (isSpace(c)) classes[i] |= space;
+    for (std::size_t i = 0; i < starts.size(); ++i) {
+      starts[i] = startOf(static_cast<char>(i));
+      isWordPart[i] = starts[i] == Start::word || starts[i] == Start::number;
     }
     std::size_t word = 0;
     for (std::size_t letter = 0; letter < firstReserved.size(); ++letter) {
       firstReserved[letter] = static_cast<std::uint8_t>(word);
       const auto first = static_cast<char>('A' + letter);
-      while (word < reservedWords.size() && reservedWords[word].front() == first) ++word;
+      while (word < reservedWords.size() && reservedWords[word].front() == first) {
+        reservedSizes[letter] |= static_cast<std::uint16_t>(1U << reservedWords[word].size());
+        ++word;
+      }
     }
   }
 };
 constexpr Tables tables;
 static_assert(tables.firstReserved[26] == reservedWords.size(), "sorted by first letter");
+static_assert(std::all_of(reservedWords.begin(), reservedWords.end(),
+                          [](std::string_view word) { return word.size() <= longestReserved; }));
 
-bool isOf(CharacterClass characterClass, char c) {
-  return (tables.classes[static_cast<unsigned char>(c)] & characterClass) != 0;
-}
+Start startAt(const char* at) { return tables.starts[static_cast<unsigned char>(*at)]; }
+bool isWordPart(char c) { return tables.isWordPart[static_cast<unsigned char>(c)]; }
 
 // A letter in capitals; other characters of a word become something that is no capital.
 char toUpper(char c) { return static_cast<char>(c & ~0x20); }
@@ -56,8 +86,9 @@ bool isSameWord(std::string_view typed, std::string_view reserved) {
 
 // The reserved word that a text of word characters is in any case, or an empty view.
 std::string_view reservedWord(std::string_view text) {
-  if (!isLetter(text.front())) return {};
+  if (!isLetter(text.front()) || text.size() > longestReserved) return {};
   const auto letter = static_cast<std::size_t>(toUpper(text.front()) - 'A');
+  if ((tables.reservedSizes[letter] >> text.size() & 1U) == 0) return {};
   for (std::size_t i = tables.firstReserved[letter]; i < tables.firstReserved[letter + 1]; ++i) {
     const std::string_view word = reservedWords[i];
     if (word.size() == text.size() && isSameWord(text, word)) return word;
@@ -68,7 +99,9 @@ std::string_view reservedWord(std::string_view text) {
 }  // namespace
 
 void Lexer::skipWhitespace() noexcept {
-  while (next_ < end_ && isOf(space, *next_)) ++next_;
+  const char* next = next_;
+  while (next < end_ && startAt(next) == Start::space) ++next;
+  next_ = next;
 }
 
 Token Lexer::getNextToken() {
@@ -100,15 +133,30 @@ void Lexer::scan(Token& token) {
     token.type = TokenType::END_OF_INPUT;
     return;
   }
-  const char c = *next_;
-  if (isOf(wordPart, c) && !isDigit(c)) {
-    word(token);
-  } else if (c == '\'' || c == '"') {
-    stringLiteral(token);
-  } else if (isDigit(c) || (c == '-' && isDigit(peek(1)))) {
-    number(token);
-  } else {
-    operatorOrSymbol(token);
+  const char* const start = next_;
+  switch (startAt(start)) {
+    case Start::word:
+      word(token);
+      break;
+    case Start::number:
+      number(token);
+      break;
+    case Start::literal:
+      stringLiteral(token);
+      break;
+    case Start::symbol:
+      advance();
+      token.type = TokenType::SYMBOL;
+      token.value = textFrom(start);
+      break;
+    case Start::comparison:
+      advance();
+      if (peek(0) == '=') advance();
+      token.type = TokenType::OPERATOR;
+      token.value = textFrom(start);
+      break;
+    default:
+      otherOperator(token);
   }
 }
 
@@ -139,7 +187,7 @@ void Lexer::number(Token& token) {
 
 void Lexer::word(Token& token) {
   const char* end = next_ + 1;
-  while (end < end_ && isOf(wordPart, *end)) ++end;
+  while (end < end_ && isWordPart(*end)) ++end;
   const std::string_view typed(next_, static_cast<std::size_t>(end - next_));
   next_ = end;
   const std::string_view reserved = reservedWord(typed);
@@ -147,37 +195,19 @@ void Lexer::word(Token& token) {
   token.value = reserved.empty() ? typed : reserved;
 }
 
-void Lexer::operatorOrSymbol(Token& token) {
+void Lexer::otherOperator(Token& token) {
   const char* const start = next_;
-  token.type = TokenType::OPERATOR;
   const char c = advance();
-  switch (c) {
-    case '(':
-    case ')':
-    case '*':
-    case ',':
-    case '.':
-    case '@':
-      token.type = TokenType::SYMBOL;
-      break;
-    case '!':
-    case '<':
-    case '=':
-    case '>':
-      if (peek(0) == '=') advance();
-      break;
-    case '&':
-    case '|':
-      if (peek(0) != c) return unknownCharacter(c, token);
-      advance();
-      break;
-    case '-':
-      if (peek(0) != '-' || peek(1) != '>') return unknownCharacter(c, token);
-      next_ += 2;
-      break;
-    default:
-      return unknownCharacter(c, token);
+  if (c == '-' && isDigit(peek(0))) {
+    next_ = start;
+    number(token);
+    return;
   }
+  const bool isArrow = c == '-' && peek(0) == '-' && peek(1) == '>';
+  const bool isLogic = (c == '&' || c == '|') && peek(0) == c;
+  if (!isArrow && !isLogic) return unknownCharacter(c, token);
+  next_ += isArrow ? 2 : 1;
+  token.type = TokenType::OPERATOR;
   token.value = textFrom(start);
 }
 

@@ -54,7 +54,8 @@ class Lexer {
   void stringLiteral(Token& token);
   void number(Token& token);
   void word(Token& token);
-  void operatorOrSymbol(Token& token);
+  // A negative number, or an operator that is not a comparison.
+  void otherOperator(Token& token);
   void unknownCharacter(char c, Token& token);
   // The text from `start` up to the next unread character.
   std::string_view textFrom(const char* start) const {
