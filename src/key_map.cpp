@@ -66,6 +66,12 @@ std::int32_t PrimaryKeyMap::find(std::string_view key) const {
   return isInteger() ? rowOf(integers_, parseInt(key)) : rowOf(texts_, key);
 }
 
+std::int32_t PrimaryKeyMap::findNumber(std::string_view key) const noexcept {
+  std::int32_t number = 0;
+  if (!isInteger() || convertInt(key, number) != Conversion::ok) return noRow;
+  return rowOf(integers_, number);
+}
+
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {
   if (isInteger()) {
     assignKey(integers_, parseInt(key), row);

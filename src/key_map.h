@@ -236,6 +236,8 @@ class PrimaryKeyMap {
 
   // The row that the key names, or noRow.
   std::int32_t find(std::string_view key) const;
+  // The same for an integer that converts; noRow for every other key.
+  std::int32_t findNumber(std::string_view key) const noexcept;
   // Adds the key, or makes it name another row.
   void assign(std::string_view key, std::int32_t row);
   // Forgets the key if it names that row.

@@ -14,6 +14,11 @@ namespace {
 
 constexpr std::string_view rowEnd = "},\n";
 
+char* put(char* out, std::string_view text) {
+  std::memcpy(out, text.data(), text.size());
+  return out + text.size();
+}
+
 // Whether a text is what an int of its value prints as, of up to nine digits so that it surely
 // fits.
 bool printsAsInt(std::string_view text) {
@@ -82,21 +87,23 @@ void TextBuffer::append(std::string_view text) {
   setEnd(out + text.size());
 }
 
-void TextBuffer::prepend(std::string_view text) {
-  if (text.size() > begin_) {
-    room(text.size());
-    std::memmove(at(begin_ + text.size()), at(begin_), end_ - begin_);
-    begin_ += text.size();
-    end_ += text.size();
+char* TextBuffer::prepend(std::size_t count) {
+  if (count > begin_) {
+    room(count);
+    std::memmove(at(begin_ + count), at(begin_), end_ - begin_);
+    begin_ += count;
+    end_ += count;
   }
   room(0);
-  begin_ -= text.size();
-  std::memcpy(at(begin_), text.data(), text.size());
+  begin_ -= count;
+  return at(begin_);
 }
 
-JsonRows::JsonRows(std::span<const std::string> columns, JsonTarget&& target)
-    : buffer_(std::move(target.memory)), names_(columns), style_(target.style) {
+void JsonRows::begin(std::span<const std::string> columns, JsonTarget&& target) {
+  buffer_ = std::move(target.memory);
   buffer_.clear();
+  names_ = columns;
+  style_ = target.style;
   const auto isPlain = [](const std::string& name) { return isPlainJson(name); };
   if (style_ == JsonStyle::raw || std::all_of(columns.begin(), columns.end(), isPlain)) return;
   for (const std::string& name : columns) appendJsonText(escapedNames_.emplace_back(), name);
@@ -213,28 +220,34 @@ ResultSet refused(std::string_view text) {
 }
 
 TextBuffer renderJson(ResultSet&& result, JsonStyle style) {
+  constexpr std::string_view succeeded = "{\n  \"success\": true,\n  \"message\": \"";
+  constexpr std::string_view failed = "{\n  \"success\": false,\n  \"message\": \"";
+  constexpr std::string_view rowCount = "\",\n  \"rows_affected\": ";
+  constexpr std::string_view dataBegin = ",\n  \"data\": [\n";
   TextBuffer json = result.rows.take();
-  // From the end to the beginning: what stands in front of the rows is put there last.
-  if (json.view().empty()) {
-    json.prepend("\n}");
-  } else {
+  const bool hasRows = !json.view().empty();
+  if (hasRows) {
     // The last row has no comma.
     json.setEnd(json.view().data() + json.view().size() - rowEnd.size());
     json.append("}\n  ]\n}");
-    json.prepend(",\n  \"data\": [\n");
-  }
-  char number[maxNumberText];
-  json.prepend(std::string_view(number, writeInt(number, result.rowsAffected)));
-  json.prepend("\",\n  \"rows_affected\": ");
-  if (style == JsonStyle::raw) {
-    json.prepend(result.message);
   } else {
+    json.append("\n}");
+  }
+  if (style == JsonStyle::valid) {
     std::string message;
     appendJsonText(message, result.message);
-    json.prepend(message);
+    result.message = std::move(message);
   }
-  json.prepend(result.success ? "{\n  \"success\": true,\n  \"message\": \""
-                              : "{\n  \"success\": false,\n  \"message\": \"");
+  char number[maxNumberText];
+  const std::string_view affected(number, writeInt(number, result.rowsAffected));
+  const std::size_t size = (result.success ? succeeded : failed).size() + result.message.size() +
+                           rowCount.size() + affected.size() + (hasRows ? dataBegin.size() : 0);
+  char* out = json.prepend(size);
+  out = result.success ? put(out, succeeded) : put(out, failed);
+  out = put(out, result.message);
+  out = put(out, rowCount);
+  out = put(out, affected);
+  if (hasRows) put(out, dataBegin);
   return json;
 }
 

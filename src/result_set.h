@@ -58,8 +58,9 @@ class TextBuffer {
   void setEnd(const char* end) noexcept { end_ = static_cast<std::size_t>(end - bytes_.get()); }
   // The same, copying the bytes.
   void append(std::string_view text);
-  // Puts bytes in front of the text.
-  void prepend(std::string_view text);
+  // Makes the text longer by count bytes in front of it, which the caller then writes. Throws
+  // std::bad_alloc, leaving the buffer as it was.
+  char* prepend(std::size_t count);
 
  private:
   // What an answer has in front of its rows is shorter, unless its message is an unusual one.
@@ -99,9 +100,8 @@ struct JsonTarget {
 // row as there are columns; the columns' names are read where they are, and must stay there.
 class JsonRows {
  public:
-  JsonRows() = default;
-  explicit JsonRows(std::span<const std::string> columns, JsonTarget&& target = {});
-
+  // To be called before the first value.
+  void begin(std::span<const std::string> columns, JsonTarget&& target = {});
   void add(const ResultValue& value);
   // The same as adding resultValueOf the cell, without converting texts that print as they are.
   void add(const Cell& cell, ValueKind kind, std::int64_t now);

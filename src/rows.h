@@ -8,6 +8,8 @@
 // and files.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -30,13 +32,13 @@ struct ForeignRelation {
 struct Dependents {
   ForeignRelation relation;
   std::vector<std::int32_t> childRows;
+  std::unique_ptr<Dependents> next;  // those of another relation; null behind the last
 };
-using RowLinks = std::vector<Dependents>;
 
 // The header of a stored row; its cells follow it in memory. Made and destroyed by Rows alone.
 struct Row {
-  Text rowKey;                      // carried with the row, read by nobody
-  std::unique_ptr<RowLinks> links;  // null while nothing has been linked to this row
+  Text rowKey;                             // carried with the row, read by nobody
+  std::unique_ptr<Dependents> dependents;  // null while nothing has been linked to this row
   std::uint32_t cellCount = 0;
   bool isReferenced = false;  // set when a child row was linked; tells deletes to look at links
   bool isDeleted = false;
@@ -79,9 +81,17 @@ class Rows {
   Row& back() noexcept { return *rowAt(size_ - 1); }
 
   // Has a cell brought into the cache, for a loop that will come to it in some steps: rows lie far
-  // apart, and waiting for each is most of what reading many of them costs.
-  void prefetch(std::size_t index, std::size_t column) const noexcept {
+  // apart, and waiting for each is most of what reading many of them costs. Inlined always, since
+  // compilers drop calls of functions that change nothing.
+  [[gnu::always_inline]] void prefetch(std::size_t index, std::size_t column) const noexcept {
     __builtin_prefetch(reinterpret_cast<const Cell*>(rowAt(index) + 1) + column);
+  }
+  // The same for the whole row, if it is a usual one, or else its first cells.
+  [[gnu::always_inline]] void prefetch(std::size_t index) const noexcept {
+    constexpr std::size_t mostCells = 16;
+    __builtin_prefetch(rowAt(index));
+    const std::size_t cells = std::min(cellsPerRow_, mostCells);
+    for (std::size_t cell = 1; cell < cells; cell += 2) prefetch(index, cell);
   }
 
   // Appends a row of default cells; references to other rows stay valid. Throws std::runtime_error

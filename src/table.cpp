@@ -21,13 +21,18 @@ Table::Table(std::string name, std::vector<Column> columns_)
   mirrors_ = std::make_unique<ColumnMirrors>(kinds_);
 }
 
-std::size_t Table::columnPosition(std::string_view name, std::size_t hint) const {
-  if (hint < columns.size() && columns[hint].name == name) {
-    // A name given twice means its first column.
-    if (positions_.size() == columns.size()) return hint;
-  }
+std::size_t Table::searchColumn(std::string_view name) const {
   const auto found = positions_.find(name);
   return found != positions_.end() ? found->second : noColumn;
+}
+
+std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
+  const std::int32_t index = primaryKeyMap.find(key);
+  if (index == PrimaryKeyMap::noRow) return index;
+  const Row& row = rows[static_cast<std::size_t>(index)];
+  // "7" and "07" are one key, but two texts.
+  const Cell& cell = row.cells()[static_cast<std::size_t>(primaryKeyIndex)];
+  return !row.isDeleted && cell.valueAt(now) == key ? index : PrimaryKeyMap::noRow;
 }
 
 void Table::setDeleted(std::size_t row, bool isDeleted) {

@@ -62,13 +62,22 @@ struct Table {
   Table(std::string name, std::vector<Column> columns_);
 
   // The position of the first column called so, or noColumn. The hint is where to look first.
-  std::size_t columnPosition(std::string_view name, std::size_t hint = 0) const;
+  std::size_t columnPosition(std::string_view name, std::size_t hint = 0) const {
+    if (hint < columns.size() && columns[hint].name == name) {
+      // A name given twice means its first column.
+      if (positions_.size() == columns.size()) return hint;
+    }
+    return searchColumn(name);
+  }
   // The column's heading, shared by its cells.
   ColumnHeading heading(std::size_t position) const { return headings_[position]; }
   // The column's kind of values.
   ValueKind kind(std::size_t position) const { return kinds_[position]; }
 
   bool hasPrimaryKey() const noexcept { return primaryKeyIndex >= 0; }
+  // The live row whose key shows this very text at the second `now`, or PrimaryKeyMap::noRow; the
+  // table has a primary key. Throws as PrimaryKeyMap::find does.
+  std::int32_t findLive(std::string_view key, std::int64_t now) const;
   bool isLive(std::size_t row) const { return deletedRows[row] == 0; }
   void setDeleted(std::size_t row, bool isDeleted);
 
@@ -98,6 +107,8 @@ struct Table {
   void display() const;
 
  private:
+  std::size_t searchColumn(std::string_view name) const;
+
   std::vector<ColumnHeading> headings_;
   std::vector<ValueKind> kinds_;
   std::unique_ptr<ColumnMirrors> mirrors_;

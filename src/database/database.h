@@ -108,10 +108,13 @@ class Database {
   // The indices of the live rows that satisfy the conditions, ascending, each once. dbMutex held.
   std::vector<std::int32_t> getRequestedRows(const std::vector<Condition>& conditions,
                                              const Table& table) const;
+  // Has the row of a key brought into the cache, if that is a matter of moments: for a caller that
+  // will ask for the row when it has read the rest of a command. Changes nothing.
+  void prefetchRow(std::string_view tableName, std::string_view column, std::string_view key) const;
   // Reads columns of the matching rows. A table that does not exist comes into being, empty.
   // Throws "Requested column not found".
   ResultSet select(const std::string& tableName, std::vector<std::string> columns,
-                   const std::vector<Condition>& conditions, JsonTarget target = {});
+                   const std::vector<Condition>& conditions, JsonTarget&& target = {});
   // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not
   // exist come into being, empty. Throws "Unknown table prefix 'P' in WHERE clause." (or "in SELECT
   // list.", "in JOIN ON clause."), "Column 'C' not found in either table.", "JOIN ON needs a
@@ -119,7 +122,7 @@ class Database {
   ResultSet selectJoin(const std::string& leftTable, const std::string& rightTable,
                        const ColumnReference& firstOn, const ColumnReference& secondOn,
                        const std::vector<ColumnReference>& columns,
-                       const std::vector<Condition>& conditions, JsonTarget target = {});
+                       const std::vector<Condition>& conditions, JsonTarget&& target = {});
 
   // Links (links.cpp).
 
@@ -186,9 +189,6 @@ class Database {
   void applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given, std::int64_t now);
   // Moves a row in the key map to the key it is about to bear. dbMutex held.
   void moveKey(Table& table, std::int32_t rowIndex, std::string_view newKey, std::int64_t now);
-  // The live rows whose parent column holds the key text. dbMutex held.
-  std::vector<std::int32_t> parentRowsOf(const Table& parent, std::size_t parentColumn,
-                                         std::string_view key, std::int64_t now) const;
   // Takes a child row out of its parents' dependents. dbMutex held.
   void unlinkRow(const Table& table, std::int32_t rowIndex);
   // Makes all parents forget a table's rows. dbMutex held.

@@ -254,7 +254,7 @@ struct Output {
 ResultSet Database::selectJoin(const std::string& leftTable, const std::string& rightTable,
                                const ColumnReference& firstOn, const ColumnReference& secondOn,
                                const std::vector<ColumnReference>& columns,
-                               const std::vector<Condition>& conditions, JsonTarget target) {
+                               const std::vector<Condition>& conditions, JsonTarget&& target) {
   const Reading reading = lockForReading(leftTable, rightTable);
   const Table& left = *reading.first;
   const Table& right = *reading.second;
@@ -288,7 +288,7 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     const Table& table = side.isRight ? right : left;
     outputs.push_back({&table, side.column, table.kind(side.column), side.isRight});
   }
-  result.rows = JsonRows(result.columns, std::move(target));
+  result.rows.begin(result.columns, std::move(target));
   const auto addRows = [&](std::vector<Pair>& pairs) {
     for (const Pair& pair : pairs) {
       for (const Output& output : outputs) {

@@ -7,6 +7,8 @@
 // still refers to it is asked of the child's cell when it matters, so children that moved on or
 // were deleted need no clearing up.
 #include <algorithm>
+#include <cstddef>
+#include <memory_resource>
 #include <stdexcept>
 
 #include "../clock.h"
@@ -17,13 +19,10 @@ namespace {
 
 void addDependent(Row& parent, const ForeignRelation& relation, std::int32_t childRow) {
   parent.isReferenced = true;
-  if (parent.links == nullptr) parent.links = std::make_unique<RowLinks>();
-  RowLinks& links = *parent.links;
-  auto known = std::find_if(links.begin(), links.end(), [&](const Dependents& dependents) {
-    return dependents.relation == relation;
-  });
-  if (known == links.end()) known = links.insert(links.end(), {relation, {}});
-  std::vector<std::int32_t>& rows = known->childRows;
+  std::unique_ptr<Dependents>* known = &parent.dependents;
+  while (*known != nullptr && (*known)->relation != relation) known = &(*known)->next;
+  if (*known == nullptr) *known = std::make_unique<Dependents>(Dependents{relation, {}, nullptr});
+  std::vector<std::int32_t>& rows = (*known)->childRows;
   if (rows.empty() || rows.back() < childRow) {
     rows.push_back(childRow);
     return;
@@ -67,6 +66,24 @@ bool fileIsTaken(const Tables& tables, const Relation& relation) {
   return false;
 }
 
+// Calls use(row) for the index of every live row whose parent column shows the key's text; false
+// when there is none. dbMutex held.
+template <typename Use>
+bool forEachParent(const Database& database, const Table& parent, std::size_t parentColumn,
+                   std::string_view key, std::int64_t now, Use use) {
+  if (parentColumn == noColumn) return false;
+  if (static_cast<std::int32_t>(parentColumn) == parent.primaryKeyIndex) {
+    const std::int32_t row = parent.findLive(key, now);
+    if (row != PrimaryKeyMap::noRow) use(row);
+    return row != PrimaryKeyMap::noRow;
+  }
+  // A parent table made anew without this key: what a filter on the column would find.
+  const std::vector<std::int32_t> rows = database.getRequestedRows(
+      {{"", parent.columns[parentColumn].name, std::string(key), "=", 'o'}}, parent);
+  for (const std::int32_t row : rows) use(row);
+  return !rows.empty();
+}
+
 struct Pair {
   std::int32_t child;
   std::int32_t parent;
@@ -104,12 +121,14 @@ void Database::link(const std::string& childTable, const std::string& childColum
   for (std::size_t i = 0; i < child.rows.size(); ++i) {
     if (!child.isLive(i)) continue;
     forEachKeyText(child.rows[i].cells()[childPosition], now, [&](std::string_view key) {
-      const auto parents = parentRowsOf(parent, parentPosition, key, now);
-      if (parents.empty()) {
+      const bool isThere =
+          forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t row) {
+            pairs.push_back({static_cast<std::int32_t>(i), row});
+          });
+      if (!isThere) {
         throw std::runtime_error("CRITICAL CORRUPTION: Missing active parent key: " +
                                  std::string(key));
       }
-      for (const std::int32_t row : parents) pairs.push_back({static_cast<std::int32_t>(i), row});
     });
   }
   const ForeignRelation relation{Text(childTable), Text(childColumn)};
@@ -149,7 +168,9 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex) {
     const LinkRecord* link;
     Row* parentRow;
   };
-  std::vector<Found> found;
+  std::byte memory[8 * sizeof(Found)];  // enough for a usual row
+  std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
+  std::pmr::vector<Found> found(&resource);
   for (const LinkRecord& link : table.links) {
     const auto parentEntry = tables.find(link.parentTable);
     if (parentEntry == tables.end() || parentEntry->second.rows.empty()) {
@@ -159,13 +180,13 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex) {
     const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
     const Cell& cell = row.cells()[table.columnPosition(link.column)];
     forEachKeyText(cell, now, [&](std::string_view key) {
-      const auto parents = parentRowsOf(parent, parentPosition, key, now);
-      if (parents.empty()) {
+      const bool isThere =
+          forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t index) {
+            found.push_back({&link, &parent.rows[static_cast<std::size_t>(index)]});
+          });
+      if (!isThere) {
         throw std::runtime_error("Primary table is missing required future key: " +
                                  std::string(key));
-      }
-      for (const std::int32_t index : parents) {
-        found.push_back({&link, &parent.rows[static_cast<std::size_t>(index)]});
       }
     });
   }
@@ -176,39 +197,25 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex) {
 }
 
 bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText) {
-  if (parentRow.links == nullptr || parentRow.links->empty()) {
+  if (parentRow.dependents == nullptr) {
     parentRow.isReferenced = false;
     return false;
   }
   const std::int64_t now = clock::now();
-  for (const Dependents& dependents : *parentRow.links) {
-    const auto child = tables.find(dependents.relation.childTable.view());
+  for (const Dependents* linked = parentRow.dependents.get(); linked != nullptr;
+       linked = linked->next.get()) {
+    const auto child = tables.find(linked->relation.childTable.view());
     if (child == tables.end()) continue;
     const Table& table = child->second;
-    const std::size_t position = table.columnPosition(dependents.relation.childColumn);
+    const std::size_t position = table.columnPosition(linked->relation.childColumn);
     if (position == noColumn) continue;
-    for (const std::int32_t index : dependents.childRows) {
+    for (const std::int32_t index : linked->childRows) {
       const auto row = static_cast<std::size_t>(index);
       if (row >= table.rows.size() || !table.isLive(row)) continue;
       if (refersTo(table.rows[row].cells()[position], keyText, now)) return true;
     }
   }
   return false;
-}
-
-std::vector<std::int32_t> Database::parentRowsOf(const Table& parent, std::size_t parentColumn,
-                                                 std::string_view key, std::int64_t now) const {
-  if (parentColumn == noColumn) return {};
-  if (static_cast<std::int32_t>(parentColumn) != parent.primaryKeyIndex) {
-    // A parent table made anew without this key: what a filter on the column would find.
-    return getRequestedRows({{"", parent.columns[parentColumn].name, std::string(key), "=", 'o'}},
-                            parent);
-  }
-  const std::int32_t row = parent.primaryKeyMap.find(key);
-  if (row == PrimaryKeyMap::noRow || !parent.isLive(static_cast<std::size_t>(row))) return {};
-  const Cell& cell = parent.rows[static_cast<std::size_t>(row)].cells()[parentColumn];
-  if (cell.valueAt(now) != key) return {};
-  return {row};
 }
 
 void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
@@ -221,16 +228,16 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
     const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
     const Cell& cell = row.cells()[table.columnPosition(link.column)];
     forEachKeyText(cell, now, [&](std::string_view key) {
-      for (const std::int32_t index : parentRowsOf(parent, parentPosition, key, now)) {
+      forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t index) {
         Row& parentRow = parent.rows[static_cast<std::size_t>(index)];
-        if (parentRow.links == nullptr) continue;
-        for (Dependents& dependents : *parentRow.links) {
-          if (dependents.relation.childTable != table.tableName) continue;
-          std::vector<std::int32_t>& rows = dependents.childRows;
+        for (Dependents* linked = parentRow.dependents.get(); linked != nullptr;
+             linked = linked->next.get()) {
+          if (linked->relation.childTable != table.tableName) continue;
+          std::vector<std::int32_t>& rows = linked->childRows;
           const auto at = std::lower_bound(rows.begin(), rows.end(), rowIndex);
           if (at != rows.end() && *at == rowIndex) rows.erase(at);
         }
-      }
+      });
     });
   }
 }
@@ -241,10 +248,14 @@ void Database::forgetChildTable(const Table& table) {
     if (parentEntry == tables.end()) continue;
     Rows& rows = parentEntry->second.rows;
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      if (rows[i].links == nullptr) continue;
-      std::erase_if(*rows[i].links, [&](const Dependents& dependents) {
-        return dependents.relation.childTable == table.tableName;
-      });
+      std::unique_ptr<Dependents>* linked = &rows[i].dependents;
+      while (*linked != nullptr) {
+        if ((*linked)->relation.childTable == table.tableName) {
+          *linked = std::move((*linked)->next);
+        } else {
+          linked = &(*linked)->next;
+        }
+      }
     }
   }
 }

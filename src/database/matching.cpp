@@ -361,12 +361,35 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
   }
 }
 
+// Whether a condition is what most commands have for a filter: that the key is this one.
+bool asksForKey(const Condition& condition, const Table& table) {
+  return table.hasPrimaryKey() && condition.column == table.primaryKeyColumn &&
+         comparisonOf(condition.op) == Comparison::equal;
+}
+
 }  // namespace
+
+void Database::prefetchRow(std::string_view tableName, std::string_view column,
+                           std::string_view key) const {
+  const std::shared_lock lock(dbMutex, std::try_to_lock);
+  if (!lock.owns_lock()) return;
+  const auto entry = tables.find(tableName);
+  if (entry == tables.end()) return;
+  const Table& table = entry->second;
+  if (!table.hasPrimaryKey() || table.primaryKeyColumn != column) return;
+  const std::int32_t row = table.primaryKeyMap.findNumber(key);
+  if (row != PrimaryKeyMap::noRow) table.rows.prefetch(static_cast<std::size_t>(row));
+}
 
 std::vector<std::int32_t> Database::getRequestedRows(const std::vector<Condition>& conditions,
                                                      const Table& table) const {
   const std::int64_t now = clock::now();
   std::vector<std::int32_t> matched;
+  if (conditions.size() == 1 && asksForKey(conditions.front(), table)) {
+    const std::int32_t row = table.findLive(conditions.front().value, now);
+    if (row != PrimaryKeyMap::noRow) matched.push_back(row);
+    return matched;
+  }
   std::byte memory[16 * sizeof(Predicate)];  // enough for a usual filter
   std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
   std::pmr::vector<Predicate> predicates(&resource);

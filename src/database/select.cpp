@@ -11,7 +11,7 @@
 namespace velmora {
 
 ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
-                           const std::vector<Condition>& conditions, JsonTarget target) {
+                           const std::vector<Condition>& conditions, JsonTarget&& target) {
   const Reading reading = lockForReading(tableName, tableName);
   const Table& table = *reading.first;
   std::byte memory[64 * sizeof(std::size_t)];  // enough for a usual table
@@ -23,12 +23,12 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
     positions.push_back(table.columnPosition(column, hint));
     if (positions.back() == noColumn) throw std::runtime_error("Requested column not found");
   }
-  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table);
-  const std::int64_t now = clock::now();
   ResultSet result;
   result.columns = std::move(columns);
+  result.rows.begin(result.columns, std::move(target));
+  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table);
+  const std::int64_t now = clock::now();
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
-  result.rows = JsonRows(result.columns, std::move(target));
   constexpr std::size_t stepsAhead = 8;
   for (std::size_t i = 0; i < matched.size(); ++i) {
     if (i + stepsAhead < matched.size()) {

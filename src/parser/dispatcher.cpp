@@ -48,21 +48,6 @@ std::size_t findClockMarker(std::string_view text) {
   return std::string_view::npos;
 }
 
-const Token& TokenCursor::take(const char* message) {
-  if (atEnd()) throw std::runtime_error(message);
-  return (*tokens_)[position++];
-}
-
-const Token& TokenCursor::take(TokenType type, const char* message) {
-  if (atEnd() || (*tokens_)[position].type != type) throw std::runtime_error(message);
-  return (*tokens_)[position++];
-}
-
-void TokenCursor::expect(std::string_view text, const char* message) {
-  if (!nextIs(text)) throw std::runtime_error(message);
-  ++position;
-}
-
 // In the order in which they are tried.
 std::span<const Parser::Rule> Parser::rules() {
   static constexpr std::array<Rule, 12> table = {{
@@ -82,51 +67,60 @@ std::span<const Parser::Rule> Parser::rules() {
   return table;
 }
 
-ResultSet Parser::handleCommand(const std::string& command, JsonTarget target) {
-  target_ = std::move(target);
+ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target) {
+  target_ = &target;
   ResultSet result = run(command);
-  result.rows.offerMemory(std::move(target_.memory));
+  result.rows.offerMemory(std::move(target.memory));
   return result;
 }
 
 ResultSet Parser::run(const std::string& command) {
   try {
     command_ = &command;
-    second_ = clock::now();
-    now_ = second_;
-    std::string_view text = command;
-    const std::size_t marker = findClockMarker(text);
-    if (marker != std::string_view::npos) {
-      const std::string_view clockText = text.substr(marker + clockMarker.size());
-      if (convertLong(clockText, now_) != Conversion::ok) throwInvalidClock();
-      if (!isReplaying && hasTextOnFurtherLine(clockText)) throwInvalidClock();
-      text = text.substr(0, marker);
-    }
-    Lexer lexer(text);
-    lexer.tokenize(tokens_);
+    readTokens();
     if (tokens_.empty()) return failed("Empty command");
     if (tokens_.back().type == TokenType::ERROR) return failed("Lexer Error");
-    bool isLogged = false;
-    ResultSet result = dispatch(tokens_, isLogged);
-    if (result.success && isLogged) logCommand();
-    return result;
+    return dispatch();
   } catch (const std::runtime_error& error) {
     return refused(error.what());
   }
 }
 
-bool Parser::logCommand() const {
-  return isReplaying || Storage::appendToWAL(*command_, second_, db_->directory);
+void Parser::readTokens() {
+  second_ = clock::now();
+  now_ = second_;
+  std::string_view text = *command_;
+  const std::size_t marker = findClockMarker(text);
+  if (marker != std::string_view::npos) {
+    const std::string_view clockText = text.substr(marker + clockMarker.size());
+    if (convertLong(clockText, now_) != Conversion::ok) throwInvalidClock();
+    if (!isReplaying && hasTextOnFurtherLine(clockText)) throwInvalidClock();
+    text = text.substr(0, marker);
+  }
+  // The message of an ERROR goes with the lexer; nobody asks for it.
+  Lexer(text).tokenize(tokens_);
 }
 
-ResultSet Parser::dispatch(const std::vector<Token>& tokens, bool& isLogged) {
+ResultSet Parser::dispatch() {
+  const Rule& rule = ruleFor(tokens_);
+  ResultSet result = (this->*rule.handle)(tokens_);
+  if (result.success && rule.isLogged) logCommand();
+  return result;
+}
+
+const Parser::Rule& Parser::ruleFor(const std::vector<Token>& tokens) {
+  const std::string_view word = tokens.front().value;
   for (const Rule& rule : rules()) {
-    if (tokens.front().value != rule.word || tokens.size() < rule.leastTokens) continue;
-    if (!rule.secondToken.empty() && tokens[1].value != rule.secondToken) continue;
-    isLogged = rule.isLogged;
-    return (this->*rule.handle)(tokens);
+    // Most rules are passed by at the first letter.
+    if (!word.starts_with(rule.word.front()) || word != rule.word) continue;
+    if (tokens.size() < rule.leastTokens) continue;
+    if (rule.secondToken.empty() || tokens[1].value == rule.secondToken) return rule;
   }
   throw std::runtime_error("Unknown command or missing parameters");
+}
+
+bool Parser::logCommand() const {
+  return isReplaying || Storage::appendToWAL(*command_, second_, db_->directory);
 }
 
 }  // namespace velmora

@@ -43,12 +43,16 @@ void parseCondition(TokenCursor& cursor, char logic, Condition& condition) {
 
 }  // namespace
 
-std::vector<Condition> Parser::parseFiltering(const std::vector<Token>& tokens, std::size_t start) {
-  std::vector<Condition> conditions;
+void Parser::readConditions(const std::vector<Token>& tokens, std::size_t start,
+                            std::vector<Condition>& conditions) {
+  conditions.clear();
   TokenCursor cursor(tokens, start);
   char logic = 'o';
   while (!cursor.atEnd()) {
-    parseCondition(cursor, logic, conditions.emplace_back());
+    // Made here and moved: a vector would fill a new one with zeros first.
+    Condition condition;
+    parseCondition(cursor, logic, condition);
+    conditions.push_back(std::move(condition));
     if (cursor.atEnd()) break;
     const bool isOr = cursor.nextIs(TokenType::OPERATOR, "||");
     if (!isOr && !cursor.nextIs(TokenType::OPERATOR, "&&")) {
@@ -62,12 +66,26 @@ std::vector<Condition> Parser::parseFiltering(const std::vector<Token>& tokens, 
     logic = isOr ? 'o' : 'a';
     ++cursor.position;
   }
+}
+
+std::vector<Condition> Parser::parseFiltering(const std::vector<Token>& tokens, std::size_t start) {
+  std::vector<Condition> conditions;
+  readConditions(tokens, start, conditions);
   return conditions;
 }
 
-std::vector<Condition> Parser::optionalFilter(const TokenCursor& cursor) {
-  if (cursor.atEnd() || !isWhere(cursor.peek()->value)) return {};
-  return parseFiltering(cursor.tokens(), cursor.position + 1);
+const std::vector<Condition>& Parser::optionalFilter(const TokenCursor& cursor) {
+  const bool hasFilter = !cursor.atEnd() && isWhere(cursor.peek()->value);
+  const std::size_t start = hasFilter ? cursor.position + 1 : cursor.tokens().size();
+  readConditions(cursor.tokens(), start, conditions_);
+  return conditions_;
+}
+
+void Parser::prefetchRow(const std::vector<Token>& tokens, std::string_view tableName) const {
+  if (tokens.size() < 4) return;
+  const Token* const filter = tokens.data() + tokens.size() - 4;
+  if (!isWhere(filter[0].value) || filter[2].value != "=") return;
+  db_->prefetchRow(tableName, filter[1].value, filter[3].value);
 }
 
 }  // namespace velmora

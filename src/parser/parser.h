@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,13 +42,26 @@ class TokenCursor {
   }
   // Takes the next token; throws std::runtime_error with the message if there is none, or if it has
   // not this text or type.
-  const Token& take(const char* message);
-  const Token& take(TokenType type, const char* message);
-  void expect(std::string_view text, const char* message);
+  const Token& take(const char* message) {
+    require(!atEnd(), message);
+    return (*tokens_)[position++];
+  }
+  const Token& take(TokenType type, const char* message) {
+    require(!atEnd() && (*tokens_)[position].type == type, message);
+    return (*tokens_)[position++];
+  }
+  void expect(std::string_view text, const char* message) {
+    require(nextIs(text), message);
+    ++position;
+  }
 
   std::size_t position;
 
  private:
+  static void require(bool isThere, const char* message) {
+    if (!isThere) throw std::runtime_error(message);
+  }
+
   const std::vector<Token>* tokens_;
 };
 
@@ -63,7 +77,7 @@ class Parser {
   // Runs one command. Every std::runtime_error becomes an answer with success false and the
   // message "Error: " + its text; other exceptions pass. The answer's rows hold the target's
   // memory. Callers run one command at a time.
-  ResultSet handleCommand(const std::string& command, JsonTarget target = {});
+  ResultSet handleCommand(const std::string& command, JsonTarget&& target = {});
 
   // The conditions from the token behind WHERE to the end; none if there is no such token. Throws
   // std::runtime_error with a message that begins "Syntax Error: ".
@@ -81,7 +95,12 @@ class Parser {
 
   // What handleCommand does, but for the memory of an answer without rows.
   ResultSet run(const std::string& command);
-  ResultSet dispatch(const std::vector<Token>& tokens, bool& isLogged);
+  // Reads the command's clock, and its text in front of the marker as tokens.
+  void readTokens();
+  // Runs the command that the tokens are, and logs it if it has changed something.
+  ResultSet dispatch();
+  // The rule for the tokens; throws if there is none.
+  static const Rule& ruleFor(const std::vector<Token>& tokens);
   // Appends the command being run to the log, unless that is what is being replayed. False when it
   // could not be written.
   bool logCommand() const;
@@ -101,22 +120,31 @@ class Parser {
   ResultSet commit(const std::vector<Token>& tokens);
   ResultSet rollback(const std::vector<Token>& tokens);
 
-  // The conditions of the WHERE at the cursor, or none if there is none.
-  static std::vector<Condition> optionalFilter(const TokenCursor& cursor);
-  // Reads "column = value" up to the end, or up to a WHERE if that may follow.
-  std::vector<GivenValue> assignments(TokenCursor& cursor, std::string_view tableName,
-                                      bool mayEndAtWhere);
+  // When the command ends in a filter that asks for one value, has the row that it may name brought
+  // into the cache while the rest of the command is read: waiting for it takes as long as that.
+  void prefetchRow(const std::vector<Token>& tokens, std::string_view tableName) const;
+  // What parseFiltering gives, replacing the content of a list whose memory is used again.
+  static void readConditions(const std::vector<Token>& tokens, std::size_t start,
+                             std::vector<Condition>& conditions);
+  // The conditions of the WHERE at the cursor, or none if there is none; until the next call.
+  const std::vector<Condition>& optionalFilter(const TokenCursor& cursor);
+  // Reads "column = value" up to the end, or up to a WHERE if that may follow; the values are there
+  // until the next call.
+  std::vector<GivenValue>& assignments(TokenCursor& cursor, std::string_view tableName,
+                                       bool mayEndAtWhere);
   // Reads the value of one assignment to a column of the table.
-  GivenValue assignedValue(TokenCursor& cursor, const Table& table, std::size_t column) const;
+  void assignedValue(TokenCursor& cursor, const Table& table, std::size_t column, Cell& cell) const;
   // Reads the states that follow the first value, if any, and gives the cell its rule.
   void timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const;
 
   Database* db_;
   std::vector<Token> tokens_;             // of the command being run; keeps its memory for the next
+  std::vector<Condition> conditions_;     // the same
+  std::vector<GivenValue> values_;        // the same
   const std::string* command_ = nullptr;  // the text of the command being run
   std::int64_t second_ = 0;               // the second at which it runs
-  std::int64_t now_ = 0;  // the second at which the timed values of this command start
-  JsonTarget target_;     // of this command's answer
+  std::int64_t now_ = 0;          // the second at which the timed values of this command start
+  JsonTarget* target_ = nullptr;  // of this command's answer
 };
 
 // The position of a command text's first clock marker that digits follow, or npos. What stands

@@ -18,7 +18,7 @@ std::vector<std::string> bareColumns(const std::vector<Token>& tokens, std::size
   std::vector<std::string> columns;
   columns.reserve(end);
   for (std::size_t i = 1; i < end; ++i) {
-    if (tokens[i].type == TokenType::IDENTIFIER) columns.push_back(textOf(tokens[i]));
+    if (tokens[i].type == TokenType::IDENTIFIER) columns.emplace_back(tokens[i].value);
   }
   return columns;
 }
@@ -55,22 +55,24 @@ ColumnReference columnReference(TokenCursor& cursor) {
 ResultSet Parser::insertInto(const std::vector<Token>& tokens) {
   const std::string tableName = textOf(tokens[2]);
   TokenCursor cursor(tokens, 3);
-  std::vector<GivenValue> values = assignments(cursor, tableName, false);
+  std::vector<GivenValue>& values = assignments(cursor, tableName, false);
   return db_->insertInto(tableName, values);
 }
 
 // "UPDATE" table "SET" {column "=" value} ["WHERE" filter]
 ResultSet Parser::update(const std::vector<Token>& tokens) {
+  prefetchRow(tokens, tokens[1].value);
   const std::string tableName = textOf(tokens[1]);
   TokenCursor cursor(tokens, 2);
   cursor.expect("SET", "Expected SET");
-  std::vector<GivenValue> values = assignments(cursor, tableName, true);
-  const std::vector<Condition> conditions = optionalFilter(cursor);
+  std::vector<GivenValue>& values = assignments(cursor, tableName, true);
+  const std::vector<Condition>& conditions = optionalFilter(cursor);
   return db_->update(tableName, values, conditions);
 }
 
 // "DELETE" "FROM" table ["WHERE" filter]
 ResultSet Parser::deleteFrom(const std::vector<Token>& tokens) {
+  prefetchRow(tokens, tokens[2].value);
   return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)));
 }
 
@@ -90,9 +92,10 @@ ResultSet Parser::select(const std::vector<Token>& tokens) {
   TokenCursor cursor(tokens, listEnd);
   cursor.expect("FROM", "Expected FROM");
   const std::string tableName = textOf(cursor.take(missingParameters));
+  prefetchRow(tokens, tableName);
   if (cursor.nextIs("JOIN")) return selectJoin(cursor, tableName, listEnd);
   if (!isStar) columns = bareColumns(tokens, listEnd);
-  return db_->select(tableName, std::move(columns), optionalFilter(cursor), std::move(target_));
+  return db_->select(tableName, std::move(columns), optionalFilter(cursor), std::move(*target_));
 }
 
 ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
@@ -115,7 +118,7 @@ ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
     columns = joinedColumns(cursor.tokens(), listEnd);
   }
   return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor),
-                         std::move(target_));
+                         std::move(*target_));
 }
 
 }  // namespace velmora

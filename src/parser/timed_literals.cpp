@@ -70,10 +70,9 @@ class PlaceOfColumn {
 
 }  // namespace
 
-std::vector<GivenValue> Parser::assignments(TokenCursor& cursor, std::string_view tableName,
-                                            bool mayEndAtWhere) {
-  std::vector<GivenValue> values;
-  values.reserve(8);
+std::vector<GivenValue>& Parser::assignments(TokenCursor& cursor, std::string_view tableName,
+                                             bool mayEndAtWhere) {
+  values_.clear();
   PlaceOfColumn places;
   const Table* table = nullptr;
   std::size_t column = noColumn;
@@ -88,24 +87,26 @@ std::vector<GivenValue> Parser::assignments(TokenCursor& cursor, std::string_vie
     if (table == nullptr) table = &db_->getTable(tableName);
     column = table->columnPosition(name.value, column + 1);
     if (column == noColumn || column >= table->typedColumns) throwUnmatchingType();
-    GivenValue given = assignedValue(cursor, *table, column);
+    GivenValue& given = places.place(values_, column, table->columns.size());
+    given.column = column;
+    assignedValue(cursor, *table, column, given.cell);
     if ((isWrapped || given.cell.tempRule != nullptr) && cursor.nextIs(TokenType::SYMBOL, ")")) {
       ++cursor.position;
     }
-    places.place(values, column, table->columns.size()) = std::move(given);
   }
-  return values;
+  return values_;
 }
 
-GivenValue Parser::assignedValue(TokenCursor& cursor, const Table& table,
-                                 std::size_t column) const {
+void Parser::assignedValue(TokenCursor& cursor, const Table& table, std::size_t column,
+                           Cell& cell) const {
   const Token& token = cursor.take("Expected value");
   if (!matchesKind(token, table.kind(column))) throwUnmatchingType();
-  GivenValue given{column, Cell(Text(token.value), table.heading(column))};
+  cell.value = token.value;
+  cell.heading = table.heading(column);
+  cell.tempRule.reset();
   if (cursor.nextIs(TokenType::OPERATOR, "-->")) {
-    timedLiteral(cursor, table.columns[column], given.cell);
+    timedLiteral(cursor, table.columns[column], cell);
   }
-  return given;
 }
 
 void Parser::timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const {

@@ -49,7 +49,7 @@ int flagsOf(File::Mode mode) {
 // Asks for the identity alone: a file system that was asked for a file's times has to write the
 // file's next ones out, and appending then takes twice as long.
 std::optional<FileIdentity> identityAt(int descriptor, const char* name, int flags) {
-  struct statx status = {};
+  struct statx status;
   constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_INO | STATX_UID | STATX_GID;
   if (statx(descriptor, name, flags, wanted, &status) != 0) return std::nullopt;
   const std::uint64_t device = std::uint64_t{status.stx_dev_major} << 32 | status.stx_dev_minor;

@@ -15,6 +15,7 @@
 // A crash may have cut the last record off. It has not been acknowledged, and half a command may be
 // another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run.
 #include <stdexcept>
+#include <utility>
 
 #include "../lexer.h"
 #include "../number.h"
@@ -115,10 +116,18 @@ File* logForAppending(const Directory& directory) {
 bool Storage::appendToWAL(const std::string& command, std::int64_t second,
                           const Directory& directory) {
   const std::lock_guard lock(walMutex);
-  static std::string line;  // keeps its memory from one command to the next
-  line.assign(command).append(marker);
-  appendInt(line, second);
-  line += '\n';
+  // Both keep their memory from one command to the next, and many commands run in one second.
+  static std::string line;
+  static std::string recordEnd;
+  static std::int64_t secondOfEnd = 0;
+  if (recordEnd.empty() || secondOfEnd != second) {
+    std::string next(marker);
+    appendInt(next, second);
+    next += '\n';
+    recordEnd = std::move(next);
+    secondOfEnd = second;
+  }
+  line.assign(command).append(recordEnd);
   const bool hasLines = command.find('\n') != std::string::npos;
   if (hasLines && splitLog(line).commands.size() > 1) joinLines(line);
 

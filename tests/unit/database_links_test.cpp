@@ -14,12 +14,12 @@ namespace {
 // The dependents of a parent row as texts: "table.column: 0 2".
 std::vector<std::string> dependentsOf(const Row& row) {
   std::vector<std::string> texts;
-  if (row.links == nullptr) return texts;
-  for (const Dependents& dependents : *row.links) {
-    if (dependents.childRows.empty()) continue;
-    std::string text = std::string(dependents.relation.childTable.view()) + "." +
-                       std::string(dependents.relation.childColumn.view()) + ":";
-    for (const std::int32_t index : dependents.childRows) text += " " + std::to_string(index);
+  for (const Dependents* linked = row.dependents.get(); linked != nullptr;
+       linked = linked->next.get()) {
+    if (linked->childRows.empty()) continue;
+    std::string text = std::string(linked->relation.childTable.view()) + "." +
+                       std::string(linked->relation.childColumn.view()) + ":";
+    for (const std::int32_t index : linked->childRows) text += " " + std::to_string(index);
     texts.push_back(text);
   }
   std::sort(texts.begin(), texts.end());
@@ -174,10 +174,13 @@ TEST_F(LinkTest, ReplacingTheChildTableMakesItsParentsForgetIt) {
 TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
   Row& parent = database.getTable("p").rows.at(0);
   parent.isReferenced = true;
-  parent.links = std::make_unique<RowLinks>();
-  parent.links->push_back({{Text("gone"), Text("pid")}, {0}});
-  parent.links->push_back({{Text("kid"), Text("nosuch")}, {0}});
-  parent.links->push_back({{Text("kid"), Text("pid")}, {0, 99}});
+  const auto add = [&](const char* table, const char* column, std::vector<std::int32_t> rows) {
+    parent.dependents = std::make_unique<Dependents>(
+        Dependents{{Text(table), Text(column)}, std::move(rows), std::move(parent.dependents)});
+  };
+  add("gone", "pid", {0});
+  add("kid", "nosuch", {0});
+  add("kid", "pid", {0, 99});
   EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
   EXPECT_EQ(database.deleteRows("p", where("id", "1")).rowsAffected, 1);
 }

@@ -332,7 +332,7 @@ TEST(JsonText, KeepsUtf8AndReplacesTheRest) {
 TEST(ValidJson, HasNoNumbersThatAreNotFinite) {
   ResultSet result;
   result.columns = {"c", "d\"", "e"};
-  result.rows = JsonRows(result.columns, {JsonStyle::valid});
+  result.rows.begin(result.columns, {JsonStyle::valid});
   result.rows.add(std::numeric_limits<float>::infinity());
   result.rows.add(std::numeric_limits<float>::quiet_NaN());
   result.rows.add(2.5F);

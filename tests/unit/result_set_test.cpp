@@ -33,7 +33,7 @@ using Values = std::vector<ResultValue>;
 ResultSet rowsOf(const std::vector<std::string>& columns, const Values& values) {
   ResultSet result;
   result.columns = columns;
-  result.rows = JsonRows(result.columns);
+  result.rows.begin(result.columns);
   for (const ResultValue& value : values) result.rows.add(value);
   return result;
 }
