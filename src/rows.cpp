@@ -23,11 +23,15 @@ unsigned shiftFor(std::size_t rowBytes) {
 }
 
 std::byte* newSlab() {
-  void* const slab = ::operator new(slabBytes, std::align_val_t(slabBytes));
+  return static_cast<std::byte*>(::operator new(slabBytes, std::align_val_t(slabBytes)));
+}
+
+void makeHuge(std::byte* slab) noexcept {
 #ifdef MADV_HUGEPAGE
   madvise(slab, slabBytes, MADV_HUGEPAGE);  // without it the slab works as well, only slower
+#else
+  static_cast<void>(slab);
 #endif
-  return static_cast<std::byte*>(slab);
 }
 
 }  // namespace
@@ -51,6 +55,7 @@ Rows::Rows(Rows&& other) noexcept
       chunkShift_(other.chunkShift_),
       chunksPerSlab_(other.chunksPerSlab_),
       size_(std::exchange(other.size_, 0)),
+      hasHugePages_(other.hasHugePages_),
       chunks_(std::move(other.chunks_)) {}
 
 Rows& Rows::operator=(Rows&& other) noexcept {
@@ -61,6 +66,7 @@ Rows& Rows::operator=(Rows&& other) noexcept {
     chunkShift_ = other.chunkShift_;
     chunksPerSlab_ = other.chunksPerSlab_;
     size_ = std::exchange(other.size_, 0);
+    hasHugePages_ = other.hasHugePages_;
     chunks_ = std::move(other.chunks_);
   }
   return *this;
@@ -78,14 +84,25 @@ void Rows::clear() noexcept {
   chunks_.clear();
 }
 
+void Rows::setHugePages(bool isWanted) noexcept {
+  hasHugePages_ = isWanted;
+  if (!isWanted) return;
+  for (std::size_t i = 0; i < chunks_.size(); ++i) {
+    if (beginsSlab(i)) makeHuge(chunks_[i]);
+  }
+}
+
 void Rows::addChunk() {
   const std::size_t chunk = chunks_.size();
   chunks_.push_back(nullptr);
   try {
     if (!isInSlab(chunk)) {
       chunks_.back() = static_cast<std::byte*>(::operator new(chunkBytes()));
+    } else if (beginsSlab(chunk)) {
+      chunks_.back() = newSlab();
+      if (hasHugePages_) makeHuge(chunks_.back());
     } else {
-      chunks_.back() = beginsSlab(chunk) ? newSlab() : chunks_[chunk - 1] + chunkBytes();
+      chunks_.back() = chunks_[chunk - 1] + chunkBytes();
     }
   } catch (...) {
     chunks_.pop_back();

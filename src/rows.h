@@ -99,6 +99,11 @@ class Rows {
   Row& emplaceBack();
   void popBack() noexcept;
 
+  // Whether the system is asked for huge pages, as it is from the start. Without them many rows can
+  // be made in one go without waiting for the system to find and clear so much memory in one piece;
+  // it joins the pages of such rows later, when they are wanted again.
+  void setHugePages(bool isWanted) noexcept;
+
  private:
   Row* rowAt(std::size_t index) const noexcept {
     return reinterpret_cast<Row*>(chunks_[index >> chunkShift_] +
@@ -120,6 +125,7 @@ class Rows {
   unsigned chunkShift_;        // log2 of the rows in a chunk
   std::size_t chunksPerSlab_;  // as many chunks, the first ones, stand alone; all of them if 0
   std::size_t size_ = 0;
+  bool hasHugePages_ = true;
   std::vector<std::byte*> chunks_;
 };
 

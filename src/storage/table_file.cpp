@@ -97,15 +97,17 @@ void readRows(File& file, const RowSource& source, const std::string& timedFile,
   const std::int64_t now = clock::now();
   const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
   BlockReader reader(file, source.fileName, piece);
+  table.rows.setHugePages(false);
   std::int64_t offset = source.firstOffset;
   for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
     const std::string_view bytes = reader.at(offset, piece);
-    if (bytes.empty()) return;
+    if (bytes.empty()) break;
     if (!decodeRow(bytes, shapes, timedFile, maxStates, now, table.appendRow())) {
       table.removeLastRow();
-      return;
+      break;
     }
   }
+  table.rows.setHugePages(true);
 }
 
 // How many slots the table's timed-value file holds.
