@@ -37,8 +37,8 @@ struct Dependents {
 
 // The header of a stored row; its cells follow it in memory. Made and destroyed by Rows alone.
 struct Row {
-  Text rowKey;                             // carried with the row, read by nobody
-  std::unique_ptr<Dependents> dependents;  // null while nothing has been linked to this row
+  Text rowKey;                        // carried with the row, read by nobody
+  std::unique_ptr<Dependents> links;  // null while nothing has been linked to this row
   std::uint32_t cellCount = 0;
   bool isReferenced = false;  // set when a child row was linked; tells deletes to look at links
   bool isDeleted = false;

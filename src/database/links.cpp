@@ -19,7 +19,7 @@ namespace {
 
 void addDependent(Row& parent, const ForeignRelation& relation, std::int32_t childRow) {
   parent.isReferenced = true;
-  std::unique_ptr<Dependents>* known = &parent.dependents;
+  std::unique_ptr<Dependents>* known = &parent.links;
   while (*known != nullptr && (*known)->relation != relation) known = &(*known)->next;
   if (*known == nullptr) *known = std::make_unique<Dependents>(Dependents{relation, {}, nullptr});
   std::vector<std::int32_t>& rows = (*known)->childRows;
@@ -197,12 +197,12 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex) {
 }
 
 bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText) {
-  if (parentRow.dependents == nullptr) {
+  if (parentRow.links == nullptr) {
     parentRow.isReferenced = false;
     return false;
   }
   const std::int64_t now = clock::now();
-  for (const Dependents* linked = parentRow.dependents.get(); linked != nullptr;
+  for (const Dependents* linked = parentRow.links.get(); linked != nullptr;
        linked = linked->next.get()) {
     const auto child = tables.find(linked->relation.childTable.view());
     if (child == tables.end()) continue;
@@ -230,7 +230,7 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
     forEachKeyText(cell, now, [&](std::string_view key) {
       forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t index) {
         Row& parentRow = parent.rows[static_cast<std::size_t>(index)];
-        for (Dependents* linked = parentRow.dependents.get(); linked != nullptr;
+        for (Dependents* linked = parentRow.links.get(); linked != nullptr;
              linked = linked->next.get()) {
           if (linked->relation.childTable != table.tableName) continue;
           std::vector<std::int32_t>& rows = linked->childRows;
@@ -248,7 +248,7 @@ void Database::forgetChildTable(const Table& table) {
     if (parentEntry == tables.end()) continue;
     Rows& rows = parentEntry->second.rows;
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      std::unique_ptr<Dependents>* linked = &rows[i].dependents;
+      std::unique_ptr<Dependents>* linked = &rows[i].links;
       while (*linked != nullptr) {
         if ((*linked)->relation.childTable == table.tableName) {
           *linked = std::move((*linked)->next);

@@ -14,7 +14,7 @@ namespace {
 // The dependents of a parent row as texts: "table.column: 0 2".
 std::vector<std::string> dependentsOf(const Row& row) {
   std::vector<std::string> texts;
-  for (const Dependents* linked = row.dependents.get(); linked != nullptr;
+  for (const Dependents* linked = row.links.get(); linked != nullptr;
        linked = linked->next.get()) {
     if (linked->childRows.empty()) continue;
     std::string text = std::string(linked->relation.childTable.view()) + "." +
@@ -175,8 +175,8 @@ TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
   Row& parent = database.getTable("p").rows.at(0);
   parent.isReferenced = true;
   const auto add = [&](const char* table, const char* column, std::vector<std::int32_t> rows) {
-    parent.dependents = std::make_unique<Dependents>(
-        Dependents{{Text(table), Text(column)}, std::move(rows), std::move(parent.dependents)});
+    parent.links = std::make_unique<Dependents>(
+        Dependents{{Text(table), Text(column)}, std::move(rows), std::move(parent.links)});
   };
   add("gone", "pid", {0});
   add("kid", "nosuch", {0});

@@ -75,7 +75,7 @@ TEST(Table, appendsRowsWithHeadingsAndNoValues) {
   EXPECT_EQ(row.cells()[1].value.view(), "");
   EXPECT_FALSE(row.isDeleted);
   EXPECT_FALSE(row.isReferenced);
-  EXPECT_EQ(row.dependents, nullptr);
+  EXPECT_EQ(row.links, nullptr);
   EXPECT_TRUE(table.isLive(0));
   EXPECT_EQ(table.primaryKeyMap.size(), 0U);
 }
