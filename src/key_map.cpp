@@ -47,11 +47,6 @@ void eraseKey(auto& blocks, const auto& key, std::int32_t row) {
   if (at != blocks.end() && blocks.rowAt(at) == row) blocks.erase(at);
 }
 
-std::int32_t rowOf(const auto& blocks, const auto& key) {
-  const auto at = blocks.find(key);
-  return at != blocks.end() ? blocks.rowAt(at) : PrimaryKeyMap::noRow;
-}
-
 }  // namespace
 
 bool KeyComparator::operator()(std::string_view a, std::string_view b) const {
@@ -63,13 +58,13 @@ PrimaryKeyMap::PrimaryKeyMap(std::string keyType)
     : comparator_{std::move(keyType)}, kind_(valueKind(comparator_.type)) {}
 
 std::int32_t PrimaryKeyMap::find(std::string_view key) const {
-  return isInteger() ? rowOf(integers_, parseInt(key)) : rowOf(texts_, key);
+  return isInteger() ? integers_.rowOf(parseInt(key)) : texts_.rowOf(key);
 }
 
 std::int32_t PrimaryKeyMap::findNumber(std::string_view key) const noexcept {
   std::int32_t number = 0;
   if (!isInteger() || convertInt(key, number) != Conversion::ok) return noRow;
-  return rowOf(integers_, number);
+  return integers_.rowOf(number);
 }
 
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {

@@ -59,15 +59,26 @@ class SortedBlocks {
   Place find(const Probe& key) const {
     if constexpr (std::is_integral_v<Key>) {
       const Place guess = denseGuess(key);
-      if (guess != end()) return guess;
+      if (guess != end() || isRun_) return guess;
     }
     const Place found = lowerBound(key);
     return found != end() && !keyBefore(key, keyAt(found)) ? found : end();
   }
 
+  // The row of the key, or -1.
+  template <typename Probe>
+  std::int32_t rowOf(const Probe& key) const {
+    if constexpr (std::is_integral_v<Key>) {
+      if (isRun_) return isInRun(key) ? firstRow_ + static_cast<std::int32_t>(key - firstKey_) : -1;
+    }
+    const Place found = find(key);
+    return found != end() ? rowAt(found) : -1;
+  }
+
   const Key& keyAt(Place at) const { return blocks_[at.block].keys[at.entry]; }
   std::int32_t rowAt(Place at) const { return blocks_[at.block].rowAt(at.entry); }
   void setRowAt(Place at, std::int32_t row) {
+    isRun_ = false;
     blocks_[at.block].isRun = false;
     blocks_[at.block].rows[at.entry] = row;
   }
@@ -89,6 +100,7 @@ class SortedBlocks {
     }
     // A block has room for all its entries from the start, so nothing below can fail.
     Block& block = blocks_[at.block];
+    noteInsertion(key, row);
     block.noteInsertion(key, row, at.entry);
     block.keys.insert(block.keys.begin() + offset(at.entry), std::move(key));
     block.rows.insert(block.rows.begin() + offset(at.entry), row);
@@ -96,6 +108,7 @@ class SortedBlocks {
   }
 
   void erase(Place at) {
+    isRun_ = isRun_ && at.block * blockCapacity + at.entry + 1 == size_;
     Block& block = blocks_[at.block];
     if (block.keys.size() == 1) {
       blocks_.erase(blocks_.begin() + offset(at.block));
@@ -168,12 +181,30 @@ class SortedBlocks {
     std::int32_t firstRow = 0;
   };
 
+  // To be called before the entry is put there.
+  void noteInsertion(const Key& key, std::int32_t row) {
+    if constexpr (std::is_integral_v<Key>) {
+      if (size_ == 0) {
+        isRun_ = true;
+        firstKey_ = key;
+        firstRow_ = row;
+      }
+      const auto step = static_cast<std::int64_t>(size_);
+      isRun_ = isRun_ && key == firstKey_ + step && row == firstRow_ + step;
+    }
+  }
+  bool isInRun(std::int64_t key) const {
+    return static_cast<std::uint64_t>(key - firstKey_) < size_;
+  }
+
   // The entry of a number if it lies where it would with no number missing before it, as those
   // that an identity column gives do; else the end.
   Place denseGuess(std::int64_t key) const {
-    if (blocks_.empty()) return end();
-    const auto distance = static_cast<std::uint64_t>(key - blocks_.front().keys.front());
+    if (blocks_.empty() || (isRun_ && !isInRun(key))) return end();
+    const std::int64_t first = isRun_ ? firstKey_ : blocks_.front().keys.front();
+    const auto distance = static_cast<std::uint64_t>(key - first);
     const Place guess{distance / blockCapacity, distance % blockCapacity};
+    if (isRun_) return guess;
     const bool isThere =
         guess.block < blocks_.size() && blocks_[guess.block].holds(key, guess.entry);
     return isThere ? guess : end();
@@ -221,6 +252,11 @@ class SortedBlocks {
   std::vector<Block> blocks_;  // none is empty
   std::vector<Key> lasts_;     // the greatest key of each block
   std::size_t size_ = 0;
+  // Whether all entries together are such a run as a block can be, put there in their order: what
+  // an identity column makes of a table. Asking for a key takes no look into a block then.
+  bool isRun_ = false;
+  std::int64_t firstKey_ = 0;
+  std::int32_t firstRow_ = 0;
 };
 
 // Every function that takes a key text throws std::invalid_argument or std::out_of_range ("stoi")

@@ -250,7 +250,8 @@ TEST(PrimaryKeyMap, agreesWithAStandardMapAfterRunsAreBroken) {
       model[key] = row;
     };
     constexpr int rows = 2000;
-    for (int row = 0; row < rows; ++row) assign(2 * round + row + (row > 700 ? 1 : 0), row);
+    const int gap = round % 2;
+    for (int row = 0; row < rows; ++row) assign(2 * round + row + (row > 700 ? gap : 0), row);
     for (int change = 0; change < 1 + round; ++change) {
       const int key = static_cast<int>(random() % (rows + 50));
       const auto found = model.find(key);
@@ -269,6 +270,30 @@ TEST(PrimaryKeyMap, agreesWithAStandardMapAfterRunsAreBroken) {
     }
     ASSERT_EQ(rowsBetween(map, "300", "1700"), expectedRows(model, 300, 1700));
   }
+}
+
+TEST(PrimaryKeyMap, aRunIsFollowedWhenItsEndComesAndGoes) {
+  PrimaryKeyMap map("ApexInt");
+  const auto add = [&](int key, std::int32_t row) { map.assign(std::to_string(key), row); };
+  const auto find = [&](int key) { return map.find(std::to_string(key)); };
+  for (int key = 10; key < 1034; ++key) add(key, key - 10);
+  map.eraseEntry("1033", 1023);
+  map.eraseEntry("1032", 1022);
+  EXPECT_EQ(find(1032), PrimaryKeyMap::noRow);
+  EXPECT_EQ(find(1031), 1021);
+  add(1032, 1022);
+  EXPECT_EQ(find(1032), 1022);
+  EXPECT_EQ(find(9), PrimaryKeyMap::noRow);
+  EXPECT_EQ(find(-2147483647 - 1), PrimaryKeyMap::noRow);
+  EXPECT_EQ(find(2147483647), PrimaryKeyMap::noRow);
+  add(1033, 5000);  // its row does not follow
+  EXPECT_EQ(find(1032), 1022);
+  EXPECT_EQ(find(1033), 5000);
+  map.eraseEntry("10", 0);
+  EXPECT_EQ(find(10), PrimaryKeyMap::noRow);
+  EXPECT_EQ(find(11), 1);
+  EXPECT_EQ(find(1033), 5000);
+  EXPECT_EQ(map.size(), 1023U);
 }
 
 TEST(PrimaryKeyMap, agreesWithAStandardMapOfTexts) {
