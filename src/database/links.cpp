@@ -22,13 +22,7 @@ void addDependent(Row& parent, const ForeignRelation& relation, std::int32_t chi
   std::unique_ptr<Dependents>* known = &parent.links;
   while (*known != nullptr && (*known)->relation != relation) known = &(*known)->next;
   if (*known == nullptr) *known = std::make_unique<Dependents>(Dependents{relation, {}, nullptr});
-  std::vector<std::int32_t>& rows = (*known)->childRows;
-  if (rows.empty() || rows.back() < childRow) {
-    rows.push_back(childRow);
-    return;
-  }
-  const auto at = std::lower_bound(rows.begin(), rows.end(), childRow);
-  if (*at != childRow) rows.insert(at, childRow);
+  (*known)->childRows.add(childRow);
 }
 
 bool refersTo(const Cell& cell, std::string_view keyText, std::int64_t now) {
@@ -209,8 +203,8 @@ bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText) {
     const Table& table = child->second;
     const std::size_t position = table.columnPosition(linked->relation.childColumn);
     if (position == noColumn) continue;
-    for (const std::int32_t index : linked->childRows) {
-      const auto row = static_cast<std::size_t>(index);
+    for (std::size_t i = 0; i < linked->childRows.size(); ++i) {
+      const auto row = static_cast<std::size_t>(linked->childRows[i]);
       if (row >= table.rows.size() || !table.isLive(row)) continue;
       if (refersTo(table.rows[row].cells()[position], keyText, now)) return true;
     }
@@ -233,9 +227,7 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
         for (Dependents* linked = parentRow.links.get(); linked != nullptr;
              linked = linked->next.get()) {
           if (linked->relation.childTable != table.tableName) continue;
-          std::vector<std::int32_t>& rows = linked->childRows;
-          const auto at = std::lower_bound(rows.begin(), rows.end(), rowIndex);
-          if (at != rows.end() && *at == rowIndex) rows.erase(at);
+          linked->childRows.remove(rowIndex);
         }
       });
     });

@@ -14,12 +14,13 @@ namespace {
 // The dependents of a parent row as texts: "table.column: 0 2".
 std::vector<std::string> dependentsOf(const Row& row) {
   std::vector<std::string> texts;
-  for (const Dependents* linked = row.links.get(); linked != nullptr;
-       linked = linked->next.get()) {
-    if (linked->childRows.empty()) continue;
+  for (const Dependents* linked = row.links.get(); linked != nullptr; linked = linked->next.get()) {
+    if (linked->childRows.size() == 0) continue;
     std::string text = std::string(linked->relation.childTable.view()) + "." +
                        std::string(linked->relation.childColumn.view()) + ":";
-    for (const std::int32_t index : linked->childRows) text += " " + std::to_string(index);
+    for (std::size_t i = 0; i < linked->childRows.size(); ++i) {
+      text += " " + std::to_string(linked->childRows[i]);
+    }
     texts.push_back(text);
   }
   std::sort(texts.begin(), texts.end());
@@ -174,9 +175,10 @@ TEST_F(LinkTest, ReplacingTheChildTableMakesItsParentsForgetIt) {
 TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
   Row& parent = database.getTable("p").rows.at(0);
   parent.isReferenced = true;
-  const auto add = [&](const char* table, const char* column, std::vector<std::int32_t> rows) {
+  const auto add = [&](const char* table, const char* column, const Indices& rows) {
     parent.links = std::make_unique<Dependents>(
-        Dependents{{Text(table), Text(column)}, std::move(rows), std::move(parent.links)});
+        Dependents{{Text(table), Text(column)}, {}, std::move(parent.links)});
+    for (const std::int32_t row : rows) parent.links->childRows.add(row);
   };
   add("gone", "pid", {0});
   add("kid", "nosuch", {0});

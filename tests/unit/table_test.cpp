@@ -7,6 +7,8 @@
 
 #include <iostream>
 #include <memory>
+#include <random>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -277,6 +279,27 @@ TEST(RowCopies, shareNothingWithTheirRow) {
   EXPECT_EQ(copy.cells[0].columnName(), "key");
   ASSERT_NE(copy.cells[1].tempRule, nullptr);
   EXPECT_EQ(copy.cells[1].tempRule->states[0].value.view(), "s");
+}
+
+TEST(RowIndicesTest, agreeWithAStandardSet) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 50; ++round) {
+    RowIndices rows;
+    std::set<std::int32_t> model;
+    for (int step = 0; step < 200; ++step) {
+      const auto row = static_cast<std::int32_t>(random() % 40);
+      if (random() % 5 < 2) {
+        rows.remove(row);
+        model.erase(row);
+      } else {
+        rows.add(row);
+        model.insert(row);
+      }
+      ASSERT_EQ(rows.size(), model.size());
+      std::size_t place = 0;
+      for (const std::int32_t expected : model) ASSERT_EQ(rows[place++], expected);
+    }
+  }
 }
 
 }  // namespace
