@@ -47,6 +47,20 @@ Conversion convertDecimal(std::string_view text, Number& result) noexcept {
   return Conversion::ok;
 }
 
+// What most whole numbers are, a few digits and nothing else; all others take the long way.
+template <typename Number>
+Conversion convertWhole(std::string_view text, Number& result) noexcept {
+  constexpr std::size_t surelyFits = std::numeric_limits<Number>::digits10;
+  if (text.empty() || text.size() > surelyFits) return convertDecimal(text, result);
+  Number value = 0;
+  for (const char c : text) {
+    if (!isDigit(c)) return convertDecimal(text, result);
+    value = value * 10 + (c - '0');
+  }
+  result = value;
+  return Conversion::ok;
+}
+
 locale_t cLocale() {
   static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
   return locale;
@@ -117,19 +131,11 @@ char* writeScaled(char* out, std::int64_t scaled, int decimals) noexcept {
 }  // namespace
 
 Conversion convertInt(std::string_view text, std::int32_t& result) noexcept {
-  constexpr std::size_t surelyFits = 9;
-  if (text.empty() || text.size() > surelyFits) return convertDecimal(text, result);
-  std::int32_t value = 0;
-  for (const char c : text) {
-    if (!isDigit(c)) return convertDecimal(text, result);
-    value = value * 10 + (c - '0');
-  }
-  result = value;
-  return Conversion::ok;
+  return convertWhole(text, result);
 }
 
 Conversion convertLong(std::string_view text, std::int64_t& result) noexcept {
-  return convertDecimal(text, result);
+  return convertWhole(text, result);
 }
 
 Conversion convertFloat(std::string_view text, float& result) {

@@ -10,6 +10,8 @@
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "clock.h"
 #include "database/database.h"
@@ -92,9 +94,11 @@ std::optional<std::int64_t> loggedSecond(std::string_view record) {
 }  // namespace
 
 void Storage::loadRelations(Database* db) {
+  const std::vector<std::string> files = getRelFiles(db->directory);
+  if (files.empty()) return;
   const std::string log = readFile(db->directory, logFileName).value_or("");
   const std::set<Relation> logged = linksInLog(splitLog(log));
-  for (const std::string& file : getRelFiles(db->directory)) {
+  for (const std::string& file : files) {
     const auto relation = readRelation(file, db->directory);
     if (!relation || logged.contains(*relation)) continue;
     try {
@@ -139,11 +143,13 @@ void Storage::replayWAL(Database* db) {
   const LogRecords records = splitLog(*log);
   Parser parser(db);
   parser.isReplaying = true;
+  std::string command;
   for (const std::string_view record : records.commands) {
     std::optional<clock::Frozen> frozen;
     if (const auto second = loggedSecond(record)) frozen.emplace(*second);
     try {
-      parser.handleCommand(std::string(record));
+      command = record;
+      parser.handleCommand(command);
     } catch (const std::bad_alloc&) {
       throw;  // no fault of the record's: a start with more memory can run it
     } catch (const std::exception&) {

@@ -63,9 +63,11 @@ struct Table {
 
   // The position of the first column called so, or noColumn. The hint is where to look first.
   std::size_t columnPosition(std::string_view name, std::size_t hint = 0) const {
-    if (hint < columns.size() && columns[hint].name == name) {
-      // A name given twice means its first column.
-      if (positions_.size() == columns.size()) return hint;
+    // The one behind it as well: commands that name columns in their order leave some out, an
+    // identity column for example. A name given twice means its first column.
+    const bool areNamesUnique = positions_.size() == columns.size();
+    for (std::size_t i = hint; i < columns.size() && i < hint + 2 && areNamesUnique; ++i) {
+      if (columns[i].name == name) return i;
     }
     return searchColumn(name);
   }
