@@ -72,7 +72,11 @@ bool convertShortDecimal(std::string_view text, float& result) noexcept {
   static constexpr float powers[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F};
   constexpr std::size_t mostDigits = 7;
   const bool negative = !text.empty() && text.front() == '-';
-  const std::string_view digits = text.substr(negative ? 1 : 0);
+  std::string_view digits = text.substr(negative ? 1 : 0);
+  // The files give every float six decimals.
+  if (digits.find('.') != std::string_view::npos) {
+    while (digits.back() == '0') digits.remove_suffix(1);
+  }
   if (digits.empty() || digits.size() > mostDigits || !isDigit(digits.front())) return false;
   std::int32_t value = 0;
   std::size_t point = digits.size() - 1;

@@ -226,6 +226,19 @@ TEST(NumberFromText, agreesWithTheStandardOnRandomNumbers) {
   }
 }
 
+// As the files give floats back, and what looks like it.
+TEST(NumberFromText, agreesWithTheStandardOnTrailingZeros) {
+  std::mt19937 random(6);
+  const char* const tails[] = {"", "", "", "", " ", "e0", ".", ".0", "x", "-"};
+  for (int round = 0; round < 60000; ++round) {
+    std::string text = random() % 3 == 0 ? "-" : "";
+    text += randomDigits(random, 9) + '.' + randomDigits(random, 7);
+    text += std::string(random() % 8, '0');
+    text += tails[random() % std::size(tails)];
+    ASSERT_NO_FATAL_FAILURE(expectLikeStandard(text));
+  }
+}
+
 // Every float survives being written with nine digits, and with six decimals is read as printf
 // wrote it.
 TEST(NumberFromText, readsFloatsBack) {
