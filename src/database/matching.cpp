@@ -2,9 +2,10 @@
 //
 // A filter is an OR of ANDs without parentheses: && binds tighter than ||. Each group of conditions
 // joined by && finds its rows on its own; conditions on the primary key narrow a range of the key
-// map, and every condition is then tested row by row, in written order, with the row's cell on the
-// left. Equality compares texts, order compares by the column's type: a stored 05 is not = 5, but
-// it is < 6. A column that the table lacks, and an operator without meaning here, match nothing.
+// map (a filter that only asks for one key is a look-up in it), and every condition is then tested
+// row by row, in written order, with the row's cell on the left. Equality compares texts, order
+// compares by the column's type: a stored 05 is not = 5, but it is < 6. A column that the table
+// lacks, and an operator without meaning here, match nothing.
 #include <algorithm>
 #include <cstring>
 #include <memory_resource>
