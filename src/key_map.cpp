@@ -42,6 +42,13 @@ void assignKey(SortedBlocks<Key>& blocks, Key key, std::int32_t row) {
   }
 }
 
+template <typename Key>
+std::int32_t findOrAddKey(SortedBlocks<Key>& blocks, Key key, std::int32_t row) {
+  const std::int32_t holder = blocks.rowOf(key);
+  if (holder == PrimaryKeyMap::noRow) blocks.insert(std::move(key), row);
+  return holder;
+}
+
 void eraseKey(auto& blocks, const auto& key, std::int32_t row) {
   const auto at = blocks.find(key);
   if (at != blocks.end() && blocks.rowAt(at) == row) blocks.erase(at);
@@ -65,6 +72,11 @@ std::int32_t PrimaryKeyMap::findNumber(std::string_view key) const noexcept {
   std::int32_t number = 0;
   if (!isInteger() || convertInt(key, number) != Conversion::ok) return noRow;
   return integers_.rowOf(number);
+}
+
+std::int32_t PrimaryKeyMap::findOrAdd(std::string_view key, std::int32_t row) {
+  return isInteger() ? findOrAddKey(integers_, parseInt(key), row)
+                     : findOrAddKey(texts_, Text(key), row);
 }
 
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {

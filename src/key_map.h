@@ -274,6 +274,8 @@ class PrimaryKeyMap {
   std::int32_t find(std::string_view key) const;
   // The same for an integer that converts; noRow for every other key.
   std::int32_t findNumber(std::string_view key) const noexcept;
+  // Adds the key and returns noRow, or returns the row that it names already.
+  std::int32_t findOrAdd(std::string_view key, std::int32_t row);
   // Adds the key, or makes it name another row.
   void assign(std::string_view key, std::int32_t row);
   // Forgets the key if it names that row.

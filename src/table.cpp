@@ -69,16 +69,15 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, bool preferLive) {
     Cell& cell = rows[i].cells()[position];
     if (cell.tempRule != nullptr) cell.value = cell.valueAt(now);
     const std::string_view key = cell.value;
-    const std::int32_t holder = primaryKeyMap.find(key);
-    if (holder != PrimaryKeyMap::noRow) {
-      const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(i);
-      if (!preferLive || bothLive) {
-        throw std::runtime_error("Cannot create Primary Key: Duplicate value '" + std::string(key) +
-                                 "' already exists in column");
-      }
-      if (!isLive(i)) continue;
+    const auto row = static_cast<std::int32_t>(i);
+    const std::int32_t holder = primaryKeyMap.findOrAdd(key, row);
+    if (holder == PrimaryKeyMap::noRow) continue;
+    const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(i);
+    if (!preferLive || bothLive) {
+      throw std::runtime_error("Cannot create Primary Key: Duplicate value '" + std::string(key) +
+                               "' already exists in column");
     }
-    primaryKeyMap.assign(key, static_cast<std::int32_t>(i));
+    if (isLive(i)) primaryKeyMap.assign(key, row);
   }
 }
 
