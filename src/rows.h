@@ -118,7 +118,7 @@ class Rows {
 
   // Whether the system is asked for huge pages, as it is from the start. Without them many rows can
   // be made in one go without waiting for the system to find and clear so much memory in one piece;
-  // it joins the pages of such rows later, when they are wanted again.
+  // it may join the pages of such rows when they are wanted again.
   void setHugePages(bool isWanted) noexcept;
 
  private:
