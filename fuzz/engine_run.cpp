@@ -83,7 +83,7 @@ std::string Engine::everything() {
 }
 
 bool Engine::checkpoint() {
-  return !textThrownBy([&] { database_->checkpoint(); });
+  return !textThrownBy([&] { database_->checkpoint(clock::now()); });
 }
 
 void checkRestarts(Engine engine) {

@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -44,10 +43,9 @@ struct TempRule {
   std::int64_t cycleLength = 0;  // seconds of one pass through all states
   bool repeat = false;
 
-  // Recomputes currentIndex for the second `now` (the clock's when not given) and returns it. With
-  // no states it is left as it is. Readers may do this beside each other.
+  // Recomputes currentIndex for the second `now` and returns it. With no states it is left as it
+  // is. Readers may do this beside each other.
   std::int32_t calculateIndex(std::int64_t now) const noexcept;
-  std::int32_t calculateIndex() const noexcept;
 
   // The value in force at the second `now`; throws std::out_of_range when there are no states.
   std::string_view valueAt(std::int64_t now) const;
@@ -56,31 +54,12 @@ struct TempRule {
   std::size_t firstComingState(std::int64_t now) const noexcept;
 };
 
-// A column's name and type, shared by all cells of all columns called so. Kept for the life of the
-// process, because copies of cells (undo records) may outlive their table.
-class ColumnHeading {
- public:
-  ColumnHeading() = default;  // two empty texts
-  // Finds or adds; thread-safe.
-  ColumnHeading(std::string_view name, std::string_view type);
-
-  std::string_view name() const noexcept;
-  std::string_view type() const noexcept;
-
-  bool operator==(const ColumnHeading&) const = default;
-
- private:
-  std::uint32_t index_ = 0;
-};
-
 struct Cell {
   Text value;  // of a plain cell; of a timed key cell the text under which the key map files it
   std::unique_ptr<TempRule> tempRule;  // null for a plain cell
-  ColumnHeading heading;
-  std::int32_t tag = 0;  // carried along by copies, read by nobody
 
   Cell() = default;
-  Cell(Text value_, ColumnHeading heading_) : value(std::move(value_)), heading(heading_) {}
+  explicit Cell(Text value_) : value(std::move(value_)) {}
   // Copies are deep: a timed cell's copy has a rule of its own.
   Cell(const Cell& other);
   Cell& operator=(const Cell& other);
@@ -88,26 +67,14 @@ struct Cell {
   Cell& operator=(Cell&&) noexcept = default;
   ~Cell() = default;
 
-  std::string_view columnName() const noexcept { return heading.name(); }
-  std::string_view type() const noexcept { return heading.type(); }
-
   // The value in force at the second `now`, valid until the cell changes. Throws
   // std::out_of_range for a rule without states.
   std::string_view valueAt(std::int64_t now) const {
     return tempRule == nullptr ? value.view() : tempRule->valueAt(now);
   }
-  // A copy of the value in force now.
-  std::string getVal() const;
-
-  // Same column name and same current text; types and numbers do not matter ("1.0" is not "1").
-  bool operator==(const Cell& other) const;
-  // Order of the current values by this cell's type. Throws std::invalid_argument or
-  // std::out_of_range ("stoi", "stof") when a value does not convert.
-  bool operator<(const Cell& other) const;
-  bool operator>(const Cell& other) const;
 };
 
-static_assert(sizeof(Cell) == 32, "two cells fill a cache line");
+static_assert(sizeof(Cell) == 24);
 
 // a < b by the rules of a type; bools order only false before true, unknown types never.
 bool comesBefore(ValueKind kind, std::string_view a, std::string_view b);

@@ -3,6 +3,7 @@
 // values are checked here.
 #pragma once
 
+#include <compare>
 #include <string>
 
 namespace velmora {
@@ -14,7 +15,7 @@ struct Condition {
   std::string op;     // the operator as written
   char logic = 'o';   // the connective before this condition: 'o' for ||, 'a' for &&; the first 'o'
 
-  bool operator==(const Condition&) const = default;
+  auto operator<=>(const Condition&) const = default;
 };
 
 }  // namespace velmora

@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "clock.h"
 #include "database/database.h"
 #include "parser/parser.h"
 
@@ -74,6 +75,6 @@ int main() {
   db.loadFromDisk();
   printBanner();
   runShell(parser);
-  db.checkpoint();
+  db.checkpoint(velmora::clock::now());
   return 0;
 }

@@ -57,6 +57,11 @@ inline std::string_view getText(const char* in, std::size_t width) noexcept {
           zero == nullptr ? width : static_cast<std::size_t>(static_cast<const char*>(zero) - in)};
 }
 
+// Whether the bytes are what a file has where nothing was ever written.
+inline bool isAllZero(std::string_view bytes) noexcept {
+  return bytes.find_first_not_of('\0') == std::string_view::npos;
+}
+
 // Builds one record field by field.
 class RecordWriter {
  public:

@@ -62,11 +62,6 @@ void RowIndices::remove(std::int32_t row) {
   if (at != others_.end() && *at == row) others_.erase(at);
 }
 
-RowCopy copyOf(const Row& row) {
-  const auto cells = row.cells();
-  return {row.rowKey, std::vector<Cell>(cells.begin(), cells.end())};
-}
-
 Rows::Rows(std::size_t cellsPerRow)
     : cellsPerRow_(cellsPerRow),
       rowBytes_(sizeof(Row) + cellsPerRow * sizeof(Cell)),

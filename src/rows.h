@@ -54,7 +54,6 @@ struct Dependents {
 
 // The header of a stored row; its cells follow it in memory. Made and destroyed by Rows alone.
 struct Row {
-  Text rowKey;                        // carried with the row, read by nobody
   std::unique_ptr<Dependents> links;  // null while nothing has been linked to this row
   std::uint32_t cellCount = 0;
   bool isReferenced = false;  // set when a child row was linked; tells deletes to look at links
@@ -70,15 +69,7 @@ struct Row {
   Row& operator=(const Row&) = delete;
 };
 
-static_assert(sizeof(Row) == 32 && alignof(Row) >= alignof(Cell));
-
-// A row's content on its own, deep-copied: what an undo record holds. The links of a row are not
-// part of it: they only say which children to ask, and nothing that undoes a change may forget one.
-struct RowCopy {
-  Text rowKey;
-  std::vector<Cell> cells;
-};
-RowCopy copyOf(const Row& row);
+static_assert(sizeof(Row) == 16 && alignof(Row) >= alignof(Cell));
 
 // The row sequence of one table.
 class Rows {

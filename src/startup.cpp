@@ -2,9 +2,11 @@
 //
 // Tables first, then the links, which need them; then listeners and scheduled changes; then the
 // log, whose commands run through a parser of their own with logging off, each at the second at
-// which it first ran. A checkpoint that was interrupted is completed, or swept away, before
-// anything is read.
+// which it first ran. Nothing on disk changes before everything has been read, so that a start that
+// fails leaves what it found: a checkpoint that was interrupted is read from its new files and
+// completed afterwards, and what is torn is cut off last.
 #include <algorithm>
+#include <cerrno>
 #include <iostream>
 #include <new>
 #include <optional>
@@ -16,14 +18,19 @@
 #include "clock.h"
 #include "database/database.h"
 #include "lexer.h"
-#include "number.h"
 #include "parser/parser.h"
+#include "storage/block_io.h"
+#include "storage/log.h"
 #include "storage/storage.h"
+#include "text.h"
 
 namespace velmora {
 namespace {
 
-constexpr std::string_view clockMarker = " #TIME# ";
+void printSkipped(std::string_view what, const std::string& fileName, std::string_view reason) {
+  std::cout << "[STORAGE] Skipped " << what << " " << printable(fileName) << ": "
+            << printable(reason) << "\n";
+}
 
 // The table files, each with its table's name. Where two files would give one table, the one named
 // plainly is it.
@@ -36,7 +43,7 @@ std::vector<std::string> tableFiles(const Directory& directory) {
     const std::string name = file.substr(0, file.find('.'));
     // A file that no checkpoint could write is left alone.
     if (!Storage::isStorableName(name)) continue;
-    if (file == name + ".bin") {
+    if (file == fileNameOf(name, tableExtension)) {
       names.insert(name);
       plain.push_back(std::move(file));
     } else {
@@ -49,14 +56,58 @@ std::vector<std::string> tableFiles(const Directory& directory) {
   return plain;
 }
 
-void loadTables(Database& db) {
+struct RelationFile {
+  std::string name;
+  Relation relation;
+};
+
+std::vector<RelationFile> relationFiles(const Directory& directory) {
+  std::vector<RelationFile> files;
+  for (std::string& name : Storage::getRelFiles(directory)) {
+    auto relation = Storage::readRelation(name, directory);
+    if (relation) files.push_back({std::move(name), std::move(*relation)});
+  }
+  return files;
+}
+
+std::int64_t sizeOf(const Directory& directory, const std::string& fileName) {
+  const File file(directory, fileName, File::Mode::read);
+  return file.size().value_or(0);
+}
+
+// Whether a file without a header was a table's: other files show it. An empty deletion file shows
+// it only beside what may be the beginning of a header, since commands leave one behind for every
+// name that they were given for a table.
+bool wasTable(const std::string& name, const std::string& fileName,
+              const std::vector<RelationFile>& relations, const Directory& directory) {
+  for (const std::string_view extension : {deletionExtension, wholeRowExtension, timedExtension}) {
+    if (sizeOf(directory, fileNameOf(name, extension)) > 0) return true;
+  }
+  const bool hasMarks =
+      identityOf(directory, fileNameOf(name, deletionExtension).c_str()).has_value();
+  File file(directory, fileName, File::Mode::read);
+  std::string beginning(name.size(), '\0');
+  beginning.resize(file.readAt(0, beginning.data(), beginning.size()).value_or(0));
+  if (hasMarks && name.starts_with(beginning)) return true;
+  return std::any_of(relations.begin(), relations.end(), [&](const RelationFile& each) {
+    return each.relation.childTable == name || each.relation.parentTable == name;
+  });
+}
+
+void loadTables(Database& db, const std::vector<RelationFile>& relations, std::int64_t now) {
   for (const std::string& file : tableFiles(db.directory)) {
     std::optional<Table> table = Storage::loadTable(file, db.directory);
-    if (!table) continue;
+    if (!table) {
+      const std::string name = file.substr(0, file.find('.'));
+      if (wasTable(name, file, relations, db.directory)) {
+        printSkipped("file", file, "no table header");
+      }
+      continue;
+    }
     for (const Column& column : table->columns) {
       if (column.type != "ApexInt") continue;
       const std::string name = column.name;
-      table->setUpPrimaryKeyMap(name, true);
+      table->setUpPrimaryKeyMap(name, now, true);
       break;
     }
     const std::string name = table->tableName;
@@ -66,12 +117,15 @@ void loadTables(Database& db) {
 
 // The links whose LINK command stands in the log. Rows logged before it need not satisfy it, so
 // it must not hold before the command is replayed.
-std::set<Relation> linksInLog(const LogRecords& records) {
+std::set<Relation> linksInLog(const Directory& directory) {
   std::set<Relation> links;
-  for (const std::string_view command : records.commands) {
-    Lexer probe(command);
+  File file(directory, logFileName, File::Mode::read);
+  if (!file.isOpen() && errno == ENOENT) return links;
+  LogReader reader(file);
+  while (const auto command = reader.next()) {
+    Lexer probe(*command);
     if (probe.getNextToken().value != "LINK") continue;
-    Lexer lexer(command);
+    Lexer lexer(*command);
     const std::vector<Token> tokens = lexer.tokenize();
     if (tokens.size() < 8) continue;
     const auto text = [&](std::size_t i) { return std::string(tokens[i].value); };
@@ -80,98 +134,149 @@ std::set<Relation> linksInLog(const LogRecords& records) {
   return links;
 }
 
-// The second in the record's last marker.
-std::optional<std::int64_t> loggedSecond(std::string_view record) {
-  const std::size_t marker = record.rfind(clockMarker);
-  std::int64_t second = 0;
-  if (marker == std::string_view::npos ||
-      convertLong(record.substr(marker + clockMarker.size()), second) != Conversion::ok) {
-    return std::nullopt;
+// Makes a stored link again; says so when it no longer holds.
+void restoreLink(Database& db, const RelationFile& file, std::int64_t now) {
+  const Relation& link = file.relation;
+  try {
+    db.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, now);
+    db.saveRelation(link.childTable, link.childColumn, link.parentTable, now);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const NotRegularFile&) {
+    throw;
+  } catch (const std::exception& error) {
+    printSkipped("relation", file.name, error.what());
   }
-  return second;
 }
 
-}  // namespace
-
-void Storage::loadRelations(Database* db) {
-  const std::vector<std::string> files = getRelFiles(db->directory);
-  if (files.empty()) return;
-  const std::string log = readFile(db->directory, logFileName).value_or("");
-  const std::set<Relation> logged = linksInLog(splitLog(log));
-  for (const std::string& file : files) {
-    const auto relation = readRelation(file, db->directory);
-    if (!relation || logged.contains(*relation)) continue;
-    try {
-      db->link(relation->childTable, relation->childColumn, relation->parentTable,
-               relation->parentColumn);
-    } catch (const std::bad_alloc&) {
-      throw;
-    } catch (const std::exception& error) {
-      std::cout << "[STORAGE] Skipped relation " << file << ": " << error.what() << "\n";
+// Makes the stored links again, but for those whose LINK command stands in the log, which are left
+// to that command; these are the answer.
+std::vector<RelationFile> loadRelations(Database& db, const std::vector<RelationFile>& files,
+                                        std::int64_t now) {
+  if (files.empty()) return {};
+  std::vector<RelationFile> left;
+  const std::set<Relation> logged = linksInLog(db.directory);
+  for (const RelationFile& file : files) {
+    if (logged.contains(file.relation)) {
+      left.push_back(file);
+    } else {
+      restoreLink(db, file, now);
     }
   }
+  return left;
 }
 
-void Storage::loadListeners(Database* db) {
-  const auto listeners = readListeners(db->directory);
-  if (!listeners) return;
+// What the log's own command could not make again, a link of the files may still be.
+void restoreLinksLeftToLog(Database& db, const std::vector<RelationFile>& left, std::int64_t now) {
+  for (const RelationFile& file : left) {
+    const Relation& link = file.relation;
+    const auto child = db.tables.find(link.childTable);
+    const LinkRecord record{link.childColumn, link.parentTable, link.parentColumn};
+    const bool isInForce = child != db.tables.end() &&
+                           std::find(child->second.links.begin(), child->second.links.end(),
+                                     record) != child->second.links.end();
+    if (!isInForce) restoreLink(db, file, now);
+  }
+}
+
+std::optional<StoredRecords> loadListeners(Database& db) {
+  requireRegular(db.directory, listenersFileName);
+  if (!identityOf(db.directory, listenersFileName)) return std::nullopt;
   std::cout << "[STORAGE] Reloading Webhook Listeners...\n";
-  for (const ListenerRecord& listener : *listeners) {
-    db->addListener(listener.tableName, listener.event, listener.target, listener.conditions, true);
-  }
+  return Storage::readListeners([&](const Listener& listener) { db.addListener(listener, true); },
+                                db.directory);
 }
 
-void Storage::loadWebhooks(Database* db) {
-  auto tasks = readWebhooks(db->directory);
-  if (!tasks) return;
+std::optional<StoredRecords> loadWebhooks(Database& db) {
+  requireRegular(db.directory, webhooksFileName);
+  if (!identityOf(db.directory, webhooksFileName)) return std::nullopt;
   std::cout << "[STORAGE] Sweeping webhooks.bin for pending events...\n";
-  const std::size_t count = tasks->size();
-  {
-    const std::lock_guard lock(db->webhookMutex);
-    for (WebhookTask& task : *tasks) {
-      db->pendingWebhooks.push_back(std::move(task));
-    }
-    std::make_heap(db->pendingWebhooks.begin(), db->pendingWebhooks.end(), WebhookTask::firesLater);
-  }
-  std::cout << "[STORAGE] Revived " << count << " pending webhooks from the grave!\n";
+  const std::lock_guard lock(db.webhookMutex);
+  std::vector<WebhookTask>& tasks = db.pendingWebhooks;
+  const auto read = Storage::readWebhooks(
+      [&](WebhookTask task) { tasks.push_back(std::move(task)); }, db.directory);
+  std::make_heap(tasks.begin(), tasks.end(), WebhookTask::firesLater);
+  std::cout << "[STORAGE] Revived " << tasks.size() << " pending webhooks from the grave!\n";
+  return read;
 }
 
-void Storage::replayWAL(Database* db) {
-  const auto log = readFile(db->directory, logFileName);
-  if (!log) return;
+// Runs every logged command again; their answers and failures are discarded.
+void replayLog(Database& db, LogReader& reader) {
   std::cout << "[BOOTLOADER] Replaying Write-Ahead Log...\n";
-  const LogRecords records = splitLog(*log);
-  Parser parser(db);
-  parser.isReplaying = true;
+  Parser parser(&db);
   std::string command;
-  for (const std::string_view record : records.commands) {
-    std::optional<clock::Frozen> frozen;
-    if (const auto second = loggedSecond(record)) frozen.emplace(*second);
+  while (const auto record = reader.next()) {
+    command = *record;
     try {
-      command = record;
-      parser.handleCommand(command);
+      parser.replay(command, loggedSecond(command).value_or(clock::now()));
     } catch (const std::bad_alloc&) {
       throw;  // no fault of the record's: a start with more memory can run it
     } catch (const std::exception&) {
       // It failed when it first ran, or fails now: the commands behind it are run in any case.
     }
   }
-  repairLog(records, log->size(), db->directory);
-  std::cout << "[BOOTLOADER] WAL Replay Complete. RAM is 100% synced.\n";
 }
 
+}  // namespace
+
 void Database::loadFromDisk() {
-  Storage::finishCheckpoint(directory);
-  Storage::sweepCheckpoint(directory);
-  isLoading = true;
-  loadTables(*this);
-  Storage::loadRelations(this);
-  isLoading = false;
-  Storage::loadListeners(this);
-  Storage::loadWebhooks(this);
-  isReplaying = true;
-  Storage::replayWAL(this);
-  isReplaying = false;
+  const std::int64_t now = clock::now();
+  Storage::checkLeftOvers(directory);
+  const auto awaited = Storage::awaitedFiles(directory);
+  directory.awaited = &awaited;
+  deferred_.emplace();
+  try {
+    load(now);
+  } catch (...) {
+    directory.awaited = nullptr;
+    if (deferred_) {
+      for (const std::string& name : deferred_->relations) {
+        removeFile(directory, unfinishedName(name));
+      }
+      deferred_.reset();
+    }
+    throw;
+  }
+}
+
+void Database::load(std::int64_t now) {
+  const std::vector<RelationFile> relations = relationFiles(directory);
+  loadTables(*this, relations, now);
+  const std::vector<RelationFile> left = loadRelations(*this, relations, now);
+  const auto storedListeners = loadListeners(*this);
+  const auto storedWebhooks = loadWebhooks(*this);
+  File logFile(directory, logFileName, File::Mode::read);
+  const bool hasLog = logFile.isOpen() || errno != ENOENT;
+  if (hasLog && !logFile.isOpen()) throwUnreadable(logFileName);
+  LogReader reader(logFile);
+  if (hasLog) {
+    isReplaying = true;
+    replayLog(*this, reader);
+    isReplaying = false;
+  }
+  restoreLinksLeftToLog(*this, left, now);
+
+  // Everything has been read.
+  directory.awaited = nullptr;
+  const DeferredChanges changes = std::move(*deferred_);
+  deferred_.reset();
+  Storage::finishCheckpoint(directory, log);
+  std::vector<std::string> unfinished;
+  for (const std::string& name : changes.relations) unfinished.push_back(unfinishedName(name));
+  Storage::sweepLeftOvers(unfinished, directory);
+  for (const std::string& name : changes.removals) removeFile(directory, name);
+  for (const std::string& name : changes.relations) putInPlace(directory, name);
+  for (const std::string& name : changes.tables) saveTableIfMissing(name);
+  if (storedListeners && storedListeners->hasTornTail()) {
+    listenersFile.cutTo(storedListeners->completeSize);
+  }
+  if (storedWebhooks && storedWebhooks->hasTornTail()) {
+    webhooksFile.cutTo(storedWebhooks->completeSize);
+  }
+  if (hasLog) {
+    log.repair(reader);
+    std::cout << "[BOOTLOADER] WAL Replay Complete. RAM is 100% synced.\n";
+  }
   std::cout << std::flush;
 }
 

@@ -1,11 +1,9 @@
 // See table.h.
 #include "table.h"
 
-#include <iostream>
+#include <new>
 #include <stdexcept>
 #include <utility>
-
-#include "clock.h"
 
 namespace velmora {
 Table::Table(std::string name, std::vector<Column> columns_)
@@ -14,8 +12,7 @@ Table::Table(std::string name, std::vector<Column> columns_)
       typedColumns(columns.size()),
       rows(columns.size()) {
   for (const Column& column : columns) {
-    positions_.emplace(column.name, headings_.size());
-    headings_.emplace_back(column.name, column.type);
+    positions_.emplace(column.name, kinds_.size());
     kinds_.push_back(valueKind(column.type));
   }
   mirrors_ = std::make_unique<ColumnMirrors>(kinds_);
@@ -43,9 +40,7 @@ void Table::setDeleted(std::size_t row, bool isDeleted) {
 Row& Table::appendRow() {
   deletedRows.push_back(0);
   try {
-    Row& row = rows.emplaceBack();
-    for (std::size_t i = 0; i < headings_.size(); ++i) row.cells()[i].heading = headings_[i];
-    return row;
+    return rows.emplaceBack();
   } catch (...) {
     deletedRows.pop_back();
     throw;
@@ -58,37 +53,44 @@ void Table::removeLastRow() noexcept {
   mirrors_->truncate(rows.size());
 }
 
-void Table::setUpPrimaryKeyMap(const std::string& columnName, bool preferLive) {
+void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, bool isLoad) {
   const std::size_t position = columnPosition(columnName);
   if (position == noColumn) throw std::runtime_error("Primary key not found");
   primaryKeyColumn = columnName;
   primaryKeyIndex = static_cast<std::int32_t>(position);
   primaryKeyMap = PrimaryKeyMap(columns[position].type);
-  const std::int64_t now = clock::now();
   for (std::size_t i = 0; i < rows.size(); ++i) {
     Cell& cell = rows[i].cells()[position];
     if (cell.tempRule != nullptr) cell.value = cell.valueAt(now);
-    const std::string_view key = cell.value;
-    const auto row = static_cast<std::int32_t>(i);
-    const std::int32_t holder = primaryKeyMap.findOrAdd(key, row);
-    if (holder == PrimaryKeyMap::noRow) continue;
-    const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(i);
-    if (!preferLive || bothLive) {
-      throw std::runtime_error("Cannot create Primary Key: Duplicate value '" + std::string(key) +
-                               "' already exists in column");
-    }
-    if (isLive(i)) primaryKeyMap.assign(key, row);
+    if (cell.tempRule == nullptr || !isLoad) fileKey(i, isLoad);
   }
+  if (isLoad && columns[position].maxStates > 0) fileTimedKeys();
 }
 
-void Table::display() const {
-  std::cout << '|';
-  for (const Column& column : columns) std::cout << column.name << '|';
-  std::cout << std::endl;
+void Table::fileKey(std::size_t row, bool isLoad) {
+  const std::string_view key = rows[row].cells()[static_cast<std::size_t>(primaryKeyIndex)].value;
+  const auto index = static_cast<std::int32_t>(row);
+  const std::int32_t holder = primaryKeyMap.findOrAdd(key, index);
+  if (holder == PrimaryKeyMap::noRow) return;
+  const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(row);
+  if (!isLoad || bothLive) {
+    throw std::runtime_error("Cannot create Primary Key: Duplicate value '" + std::string(key) +
+                             "' already exists in column");
+  }
+  if (isLive(row)) primaryKeyMap.assign(key, index);
+}
+
+void Table::fileTimedKeys() {
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    std::cout << '|';
-    for (const Cell& cell : rows[i].cells()) std::cout << cell.value.view() << '|';
-    std::cout << std::endl;
+    const Cell& cell = rows[i].cells()[static_cast<std::size_t>(primaryKeyIndex)];
+    if (cell.tempRule == nullptr) continue;
+    try {
+      fileKey(i, true);
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception&) {
+      // The key is another's, or none: what the clock has made of it must not end the start.
+    }
   }
 }
 

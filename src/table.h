@@ -71,8 +71,6 @@ struct Table {
     }
     return searchColumn(name);
   }
-  // The column's heading, shared by its cells.
-  ColumnHeading heading(std::size_t position) const { return headings_[position]; }
   // The column's kind of values.
   ValueKind kind(std::size_t position) const { return kinds_[position]; }
 
@@ -83,8 +81,7 @@ struct Table {
   bool isLive(std::size_t row) const { return deletedRows[row] == 0; }
   void setDeleted(std::size_t row, bool isDeleted);
 
-  // Appends a row whose cells bear the columns' headings and no values. It does not touch the key
-  // map.
+  // Appends a row whose cells have no values. It does not touch the key map.
   Row& appendRow();
   // Removes the last row.
   void removeLastRow() noexcept;
@@ -101,17 +98,16 @@ struct Table {
   // value 'KEY' already exists in column"; std::invalid_argument or std::out_of_range ("stoi") for
   // an integer key that does not convert. After a failure the column is the key and the map holds
   // the rows before the failing one.
-  // With preferLive a live row wins a key over a deleted one instead: the rows come from a file,
-  // where reusing a deleted row's key was right.
-  void setUpPrimaryKeyMap(const std::string& columnName, bool preferLive = false);
-
-  // Prints header and rows to standard output, cells by their stored text.
-  void display() const;
+  // With isLoad the rows come from a file, where reusing a deleted row's key was right: a live row
+  // wins a key over a deleted one instead. Timed keys then come last, and one that shows another
+  // row's key at this second, or no number, has no entry: its row is found by scans only.
+  void setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, bool isLoad = false);
 
  private:
   std::size_t searchColumn(std::string_view name) const;
+  void fileKey(std::size_t row, bool isLoad);
+  void fileTimedKeys();
 
-  std::vector<ColumnHeading> headings_;
   std::vector<ValueKind> kinds_;
   std::unique_ptr<ColumnMirrors> mirrors_;
   std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>> positions_;

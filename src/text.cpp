@@ -1,4 +1,4 @@
-// The rare half of Text: texts of more than 15 bytes.
+// See text.h. Of Text, the rare half: texts of more than 15 bytes.
 #include "text.h"
 
 #include <limits>
@@ -18,6 +18,22 @@ void Text::constructOnHeap(std::string_view text) {
   bytes_[lengthByte] = onHeap;
   // The pointer lies in bytes_ now, and release() frees it.
   // cppcheck-suppress memleak
+}
+
+std::string printable(std::string_view text) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string shown;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      shown += c;
+    } else {
+      shown += "\\x";
+      shown += digits[byte / 16];
+      shown += digits[byte % 16];
+    }
+  }
+  return shown;
 }
 
 }  // namespace velmora

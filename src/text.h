@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 namespace velmora {
@@ -89,5 +90,9 @@ class Text {
 };
 
 static_assert(sizeof(Text) == 16);
+
+// The text with each control byte as \xNN, for lines that a person reads: a name must not be able
+// to forge a line or to drive a terminal.
+std::string printable(std::string_view text);
 
 }  // namespace velmora

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "clock.h"
 #include "database/database.h"
 #include "engine.h"
 
@@ -61,7 +62,7 @@ void startEngine() {
 void stopEngine() {
   if (global_db == nullptr) return;
   // A database that was loaded in part must not be written over the whole one on disk.
-  if (global_parser != nullptr) global_db->checkpoint();
+  if (global_parser != nullptr) global_db->checkpoint(clock::now());
   global_parser.reset();
   global_db.reset();
   global_directory.reset();

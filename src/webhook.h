@@ -3,6 +3,7 @@
 // Times are seconds since the epoch.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -29,12 +30,13 @@ struct WebhookTask {
   }
 };
 
-struct WebhookListener {
+struct Listener {
+  std::string tableName;
   std::string event;   // the kind of change, as LISTEN named it
   std::string target;  // where a consumer should send it
   std::vector<Condition> conditions;
 
-  bool operator==(const WebhookListener&) const = default;
+  auto operator<=>(const Listener&) const = default;
 };
 
 }  // namespace velmora

@@ -7,6 +7,13 @@
 #include "database.h"
 
 namespace velmora {
+namespace {
+
+void requireRegularFiles(const Directory& directory, const std::string& tableName) {
+  for (const std::string& file : Storage::filesOfTable(tableName)) requireRegular(directory, file);
+}
+
+}  // namespace
 
 Table& Database::getTable(std::string_view name) {
   const auto found = tables.find(name);
@@ -24,6 +31,7 @@ bool Database::checkTypes(const std::vector<Column>& columns) {
 
 void Database::createTable(const std::string& name, const std::vector<Column>& columns) {
   const std::unique_lock lock(dbMutex);
+  if (!deferred_) requireRegularFiles(directory, name);
   Table created(name, columns);
   if (!checkTypes(columns)) throw std::runtime_error("Unknown type");
   const auto replaced = tables.find(name);
@@ -44,8 +52,19 @@ void Database::createTable(const std::string& name, const std::vector<Column>& c
     }
     keyColumn = columns[i].name;
   }
-  if (!keyColumn.empty()) table.setUpPrimaryKeyMap(keyColumn);
-  Storage::saveTable(name + ".bin", table, directory);
+  if (!keyColumn.empty()) table.setUpPrimaryKeyMap(keyColumn, 0);  // no rows, at any second
+  if (deferred_) {
+    deferred_->tables.insert(name);
+  } else {
+    Storage::saveTable(table, directory);
+  }
+}
+
+void Database::saveTableIfMissing(const std::string& name) {
+  const auto entry = tables.find(name);
+  if (entry == tables.end() || Storage::hasTable(name, directory)) return;
+  requireRegularFiles(directory, name);
+  Storage::saveTable(entry->second, directory);
 }
 
 void Database::dropTable(const std::string& name) {
@@ -63,7 +82,11 @@ void Database::dropTable(const std::string& name) {
   forgetUndo(name);
   tables.erase(tables.find(name));
   listeners.erase(name);
-  for (const std::string& file : files) removeFile(directory, file);
+  if (deferred_) {
+    deferred_->removals.insert(deferred_->removals.end(), files.begin(), files.end());
+  } else {
+    for (const std::string& file : files) removeFile(directory, file);
+  }
 }
 
 Table& Database::tableOrNew(const std::string& name) {

@@ -5,9 +5,9 @@
 
 namespace velmora {
 
-void Database::checkpoint() {
+void Database::checkpoint(std::int64_t now) {
   const std::unique_lock lock(dbMutex);
-  Storage::saveCheckpoint(tables, directory);
+  Storage::saveCheckpoint(tables, now, directory, log);
 }
 
 }  // namespace velmora

@@ -3,9 +3,11 @@
 //
 // Locks, in the order in which they may be taken: the engine mutex of the exported functions;
 // dbMutex, by every public operation as its first step, shared by select and selectJoin and
-// exclusive by all others; webhookMutex, only inside an exclusive hold of dbMutex. walMutex
-// (storage) is taken by the dispatcher after an operation has returned. A function that needs a
-// lock held says "dbMutex held".
+// exclusive by all others; webhookMutex, only inside an exclusive hold of dbMutex. A function that
+// needs a lock held says "dbMutex held".
+//
+// `now` is the second of the command, read once at its beginning: what is matched, checked,
+// answered, scheduled and logged is all of that second.
 //
 // Failures leave as std::runtime_error with the message that the user sees; conversions of texts
 // let std::invalid_argument and std::out_of_range out. What stays changed after a failure is said
@@ -15,6 +17,8 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <shared_mutex>
 #include <span>
 #include <string>
@@ -34,7 +38,9 @@ struct TransactionAction {
   std::string kind;  // "INSERT", "DELETE" or "UPDATE"
   std::string tableName;
   std::int32_t rowIndex = 0;
-  RowCopy row;  // the row before an UPDATE; else empty, since the row stays where it is
+  // The row's cells before an UPDATE; else none, since the row stays where it is. Its links are not
+  // kept: they only say which children to ask, and nothing that undoes a change may forget one.
+  std::vector<Cell> cells;
   // For "INSERT": the row that the new row's key had named before, or PrimaryKeyMap::noRow.
   std::int32_t displacedRow = PrimaryKeyMap::noRow;
 };
@@ -56,20 +62,23 @@ class Database {
   Tables tables;
   bool inTransaction = false;
   std::vector<TransactionAction> transactionLog;  // oldest first; empty outside a transaction
-  // When true, row changes reach the table files only through the log and the checkpoint.
-  bool walMode = true;
   // True while the log is replayed: timed values schedule nothing then, it has been scheduled.
   bool isReplaying = false;
-  std::map<std::string, std::vector<WebhookListener>, std::less<>> listeners;  // by table name
+  std::map<std::string, std::set<Listener>, std::less<>> listeners;  // by table name
   // Scheduled changes as a binary heap, the first to fire on top. Guarded by webhookMutex.
   std::vector<WebhookTask> pendingWebhooks;
   Directory directory;  // where the files lie
+  Log log;
+  AppendFile listenersFile;  // appended to under dbMutex
+  AppendFile webhooksFile;   // appended to under webhookMutex
   mutable std::shared_mutex dbMutex;
   mutable std::mutex webhookMutex;
 
-  Database() = default;
-  explicit Database(Directory directory_) : directory(directory_) {}
-  ~Database() { Storage::closeLog(); }
+  explicit Database(Directory directory_ = {})
+      : directory(directory_),
+        log(directory_),
+        listenersFile(directory_, listenersFileName),
+        webhooksFile(directory_, webhooksFileName) {}
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
@@ -81,7 +90,7 @@ class Database {
   static bool checkTypes(const std::vector<Column>& columns);
   // Creates a table and its files, replacing a table of that name in memory. Throws "Unknown type";
   // and, with the table staying in the catalogue, "A table can only have one ApexInt column",
-  // "Column size error" or "Failed to open file: NAME".
+  // "Column size error", "Failed to open file: NAME" or "Failed to write file: NAME".
   void createTable(const std::string& name, const std::vector<Column>& columns);
   // Removes a table, its listeners and its files. Throws as getTable does.
   void dropTable(const std::string& name);
@@ -90,31 +99,34 @@ class Database {
 
   // Adds a row; at most one value for each column. Throws "Duplicate entry 'KEY' for primary key",
   // "ApexInt is exhausted", and what linkRow throws.
-  ResultSet insertInto(const std::string& tableName, std::vector<GivenValue>& values);
+  ResultSet insertInto(const std::string& tableName, std::vector<GivenValue>& values,
+                       std::int64_t now);
   // Gives the new values to every matching row, value by value. Throws "ApexInt is an immutable
   // identity column and cannot be updated", "Cannot update a primary key that is referenced by an
   // active foreign table", "Duplicate entry 'KEY' for primary key", and what linkRow throws.
   // Values given before a failure stay: all earlier values in all rows, and this one in the rows
   // before the failing row (in it too, when linkRow failed).
   ResultSet update(const std::string& tableName, std::vector<GivenValue>& newValues,
-                   const std::vector<Condition>& conditions);
+                   const std::vector<Condition>& conditions, std::int64_t now);
   // Marks every matching row deleted. Refused with "Foreign key points at rows that were meant for
   // deletion": an answer and no exception, since a refusal is what hosts with links ask for often,
   // and unwinding would be most of its cost. Rows marked before the refused one stay deleted.
-  ResultSet deleteRows(const std::string& tableName, const std::vector<Condition>& conditions);
+  ResultSet deleteRows(const std::string& tableName, const std::vector<Condition>& conditions,
+                       std::int64_t now);
 
   // Reading (matching.cpp, select.cpp, join.cpp).
 
   // The indices of the live rows that satisfy the conditions, ascending, each once. dbMutex held.
   std::vector<std::int32_t> getRequestedRows(const std::vector<Condition>& conditions,
-                                             const Table& table) const;
+                                             const Table& table, std::int64_t now) const;
   // Has the row of a key brought into the cache, if that is a matter of moments: for a caller that
   // will ask for the row when it has read the rest of a command. Changes nothing.
   void prefetchRow(std::string_view tableName, std::string_view column, std::string_view key) const;
   // Reads columns of the matching rows. A table that does not exist comes into being, empty.
   // Throws "Requested column not found".
   ResultSet select(const std::string& tableName, std::vector<std::string> columns,
-                   const std::vector<Condition>& conditions, JsonTarget&& target = {});
+                   const std::vector<Condition>& conditions, std::int64_t now,
+                   JsonTarget&& target = {});
   // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not
   // exist come into being, empty. Throws "Unknown table prefix 'P' in WHERE clause." (or "in SELECT
   // list.", "in JOIN ON clause."), "Column 'C' not found in either table.", "JOIN ON needs a
@@ -122,7 +134,8 @@ class Database {
   ResultSet selectJoin(const std::string& leftTable, const std::string& rightTable,
                        const ColumnReference& firstOn, const ColumnReference& secondOn,
                        const std::vector<ColumnReference>& columns,
-                       const std::vector<Condition>& conditions, JsonTarget&& target = {});
+                       const std::vector<Condition>& conditions, std::int64_t now,
+                       JsonTarget&& target = {});
 
   // Links (links.cpp).
 
@@ -132,19 +145,20 @@ class Database {
   // Keys.", "Relation file name is taken by another link", "Can't have two primary keys at once",
   // what Table::setUpPrimaryKeyMap throws, and "CRITICAL CORRUPTION: Missing active parent key: K"
   // (a primary key made stays).
-  // Its relation file is written unless the caller does that with saveRelation, later.
+  // Its relation file is left to saveRelation.
   void link(const std::string& childTable, const std::string& childColumn,
-            const std::string& parentTable, const std::string& parentColumn, bool isSaved = true);
-  // Writes the relation file of a link that was just made.
+            const std::string& parentTable, const std::string& parentColumn, std::int64_t now);
+  // Writes the relation file of a link that was just made. What could not be written goes
+  // unreported; the next checkpoint writes it.
   void saveRelation(const std::string& childTable, const std::string& childColumn,
-                    const std::string& parentTable);
+                    const std::string& parentTable, std::int64_t now);
   // Checks all links of one child row, then records the row with its parents. Throws "Primary table
   // is empty" or "Primary table is missing required future key: K"; nothing is recorded then.
   // dbMutex held.
-  void linkRow(const Table& table, std::int32_t rowIndex);
+  void linkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
   // Whether a live child row refers to the key of this parent row, now or in a coming state. A row
   // that nothing was ever linked to loses its referenced mark. dbMutex held.
-  bool isActivelyRestricted(Row& parentRow, std::string_view keyText);
+  bool isActivelyRestricted(Row& parentRow, std::string_view keyText, std::int64_t now);
 
   // Transactions (transactions.cpp): one at a time for the whole engine.
 
@@ -153,25 +167,25 @@ class Database {
   // Throws "No active transaction to commit!".
   void commitTransaction();
   // Undoes the transaction's changes in memory. Throws "No active transaction to rollback!".
-  void rollbackTransaction();
+  void rollbackTransaction(std::int64_t now);
 
   // Listeners and scheduled changes (webhooks.cpp).
 
   // Schedules the coming changes of a timed value. Throws "webhooks.bin is full". dbMutex held.
   void registerWebhook(const std::string& tableName, std::int32_t rowIndex, std::string_view column,
                        const TempRule& rule);
-  // Adds a listener unless an equal one is there, and saves it unless it came from the file.
-  void addListener(const std::string& tableName, const std::string& event,
-                   const std::string& target, const std::vector<Condition>& conditions,
-                   bool fromDisk);
+  // Adds a listener unless an equal one is there, or one that the file holds in its place; saves it
+  // unless it came from the file.
+  void addListener(const Listener& listener, bool fromDisk);
 
   // Durability (checkpoint.cpp, and ../startup.cpp for the load).
 
   // Writes all tables to their files and empties the log; see Storage::saveCheckpoint.
-  void checkpoint();
+  void checkpoint(std::int64_t now);
   // Loads everything from the files and replays the log. Called once, before any other operation.
   // Throws std::runtime_error ("Corrupt table file: NAME" and others); the database is then loaded
-  // in part and must not be written.
+  // in part and must not be written. As long as not everything could be read, the files stay as
+  // they were.
   void loadFromDisk();
 
  private:
@@ -190,17 +204,28 @@ class Database {
   // Moves a row in the key map to the key it is about to bear. dbMutex held.
   void moveKey(Table& table, std::int32_t rowIndex, std::string_view newKey, std::int64_t now);
   // Takes a child row out of its parents' dependents. dbMutex held.
-  void unlinkRow(const Table& table, std::int32_t rowIndex);
+  void unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
   // Makes all parents forget a table's rows. dbMutex held.
   void forgetChildTable(const Table& table);
-  void undo(const TransactionAction& action);
+  void undo(const TransactionAction& action, std::int64_t now);
   // Drops the undo records of a table that is going away. dbMutex held.
   void forgetUndo(std::string_view tableName);
   // Makes a column the primary key of a table that has none. dbMutex held.
-  void makePrimaryKey(Table& parent, const std::string& column);
+  void makePrimaryKey(Table& parent, const std::string& column, std::int64_t now);
 
-  // True while the files are loaded: links are made again over rows as the files hold them.
-  bool isLoading = false;
+  // Looks at the file that a command with timed values will append to, before anything changes.
+  // Throws NotRegularFile.
+  void checkSchedule(const std::vector<GivenValue>& values);
+  void load(std::int64_t now);
+  void saveTableIfMissing(const std::string& name);
+
+  // What a start is to change on disk once everything has been read.
+  struct DeferredChanges {
+    std::vector<std::string> relations;  // written beside their places
+    std::set<std::string> tables;        // created by the log
+    std::vector<std::string> removals;
+  };
+  std::optional<DeferredChanges> deferred_;  // there as long as a start reads
 };
 
 }  // namespace velmora

@@ -9,7 +9,6 @@
 #include <span>
 #include <stdexcept>
 
-#include "../clock.h"
 #include "database.h"
 
 namespace velmora {
@@ -254,7 +253,8 @@ struct Output {
 ResultSet Database::selectJoin(const std::string& leftTable, const std::string& rightTable,
                                const ColumnReference& firstOn, const ColumnReference& secondOn,
                                const std::vector<ColumnReference>& columns,
-                               const std::vector<Condition>& conditions, JsonTarget&& target) {
+                               const std::vector<Condition>& conditions, std::int64_t now,
+                               JsonTarget&& target) {
   const Reading reading = lockForReading(leftTable, rightTable);
   const Table& left = *reading.first;
   const Table& right = *reading.second;
@@ -273,11 +273,11 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     result.columns.push_back((sides.back().isRight ? rightTable : leftTable) + "." + column.column);
   }
 
-  const std::int64_t now = clock::now();
   const bool areAll = leftConditions.empty();
-  LeftRows leftRows(left, areAll,
-                    areAll ? std::vector<std::int32_t>() : getRequestedRows(leftConditions, left));
-  const std::vector<std::int32_t> rightRows = getRequestedRows(rightConditions, right);
+  LeftRows leftRows(
+      left, areAll,
+      areAll ? std::vector<std::int32_t>() : getRequestedRows(leftConditions, left, now));
+  const std::vector<std::int32_t> rightRows = getRequestedRows(rightConditions, right, now);
   const bool isNumeric =
       left.kind(on.left) == ValueKind::integer && right.kind(on.right) == ValueKind::integer;
   const KeyColumn leftKeys(left, on.left, isNumeric, now);

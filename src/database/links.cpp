@@ -11,7 +11,7 @@
 #include <memory_resource>
 #include <stdexcept>
 
-#include "../clock.h"
+#include "../storage/block_io.h"
 #include "database.h"
 
 namespace velmora {
@@ -73,7 +73,7 @@ bool forEachParent(const Database& database, const Table& parent, std::size_t pa
   }
   // A parent table made anew without this key: what a filter on the column would find.
   const std::vector<std::int32_t> rows = database.getRequestedRows(
-      {{"", parent.columns[parentColumn].name, std::string(key), "=", 'o'}}, parent);
+      {{"", parent.columns[parentColumn].name, std::string(key), "=", 'o'}}, parent, now);
   for (const std::int32_t row : rows) use(row);
   return !rows.empty();
 }
@@ -86,8 +86,10 @@ struct Pair {
 }  // namespace
 
 void Database::link(const std::string& childTable, const std::string& childColumn,
-                    const std::string& parentTable, const std::string& parentColumn, bool isSaved) {
+                    const std::string& parentTable, const std::string& parentColumn,
+                    std::int64_t now) {
   const std::unique_lock lock(dbMutex);
+  const Relation relation{childTable, parentTable, childColumn, parentColumn};
   const auto childEntry = tables.find(childTable);
   const auto parentEntry = tables.find(parentTable);
   if (childEntry == tables.end() || parentEntry == tables.end()) {
@@ -102,15 +104,15 @@ void Database::link(const std::string& childTable, const std::string& childColum
   }
   checkLinkable(child.columns[childPosition], parent.columns[parentPosition]);
   const LinkRecord record{childColumn, parentTable, parentColumn};
-  if (fileIsTaken(tables, relationOf(childTable, record))) {
+  if (fileIsTaken(tables, relation)) {
     throw std::runtime_error("Relation file name is taken by another link");
   }
+  if (!deferred_) requireRegular(directory, Storage::relationFileName(relation));
   if (parent.primaryKeyColumn != parentColumn) {
     if (parent.hasPrimaryKey()) throw std::runtime_error("Can't have two primary keys at once");
-    makePrimaryKey(parent, parentColumn);
+    makePrimaryKey(parent, parentColumn, now);
   }
 
-  const std::int64_t now = clock::now();
   std::vector<Pair> pairs;
   for (std::size_t i = 0; i < child.rows.size(); ++i) {
     if (!child.isLive(i)) continue;
@@ -125,26 +127,38 @@ void Database::link(const std::string& childTable, const std::string& childColum
       }
     });
   }
-  const ForeignRelation relation{Text(childTable), Text(childColumn)};
+  const ForeignRelation dependents{Text(childTable), Text(childColumn)};
   for (const Pair& pair : pairs) {
-    addDependent(parent.rows[static_cast<std::size_t>(pair.parent)], relation, pair.child);
+    addDependent(parent.rows[static_cast<std::size_t>(pair.parent)], dependents, pair.child);
   }
   if (std::find(child.links.begin(), child.links.end(), record) == child.links.end()) {
     child.links.push_back(record);
   }
-  if (isSaved) Storage::linkTables(child, parent, childColumn, directory);
 }
 
 void Database::saveRelation(const std::string& childTable, const std::string& childColumn,
-                            const std::string& parentTable) {
+                            const std::string& parentTable, std::int64_t now) {
   const std::unique_lock lock(dbMutex);
-  Storage::linkTables(getTable(childTable), getTable(parentTable), childColumn, directory);
+  const Table& child = getTable(childTable);
+  const Table& parent = getTable(parentTable);
+  const std::string fileName =
+      Storage::relationFileName({childTable, parentTable, childColumn, parent.primaryKeyColumn});
+  try {
+    Storage::writeRelation(child, parent, childColumn, now, directory);
+    if (deferred_) {
+      deferred_->relations.push_back(fileName);
+    } else {
+      putInPlace(directory, fileName);
+    }
+  } catch (const WriteFailure&) {
+    removeFile(directory, unfinishedName(fileName));
+  }
 }
 
-void Database::makePrimaryKey(Table& parent, const std::string& column) {
+void Database::makePrimaryKey(Table& parent, const std::string& column, std::int64_t now) {
   try {
     // What was loaded or is replayed may have reused a deleted row's key since the link was made.
-    parent.setUpPrimaryKeyMap(column, isLoading || isReplaying);
+    parent.setUpPrimaryKeyMap(column, now, deferred_.has_value());
   } catch (...) {
     // A half-built map must not be taken for the rows' keys.
     parent.primaryKeyColumn.clear();
@@ -154,10 +168,9 @@ void Database::makePrimaryKey(Table& parent, const std::string& column) {
   }
 }
 
-void Database::linkRow(const Table& table, std::int32_t rowIndex) {
+void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t now) {
   if (table.links.empty()) return;
   const Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
-  const std::int64_t now = clock::now();
   struct Found {
     const LinkRecord* link;
     Row* parentRow;
@@ -190,12 +203,11 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex) {
   }
 }
 
-bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText) {
+bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText, std::int64_t now) {
   if (parentRow.links == nullptr) {
     parentRow.isReferenced = false;
     return false;
   }
-  const std::int64_t now = clock::now();
   for (const Dependents* linked = parentRow.links.get(); linked != nullptr;
        linked = linked->next.get()) {
     const auto child = tables.find(linked->relation.childTable.view());
@@ -212,8 +224,7 @@ bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText) {
   return false;
 }
 
-void Database::unlinkRow(const Table& table, std::int32_t rowIndex) {
-  const std::int64_t now = clock::now();
+void Database::unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t now) {
   const Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
   for (const LinkRecord& link : table.links) {
     const auto parentEntry = tables.find(link.parentTable);

@@ -12,7 +12,6 @@
 #include <span>
 #include <vector>
 
-#include "../clock.h"
 #include "../number.h"
 #include "database.h"
 
@@ -383,8 +382,7 @@ void Database::prefetchRow(std::string_view tableName, std::string_view column,
 }
 
 std::vector<std::int32_t> Database::getRequestedRows(const std::vector<Condition>& conditions,
-                                                     const Table& table) const {
-  const std::int64_t now = clock::now();
+                                                     const Table& table, std::int64_t now) const {
   std::vector<std::int32_t> matched;
   if (conditions.size() == 1 && asksForKey(conditions.front(), table)) {
     const std::int32_t row = table.findLive(conditions.front().value, now);

@@ -6,7 +6,6 @@
 #include <limits>
 #include <stdexcept>
 
-#include "../clock.h"
 #include "../number.h"
 #include "database.h"
 
@@ -63,10 +62,11 @@ void fillCells(const Table& table, Row& row, std::vector<GivenValue>& values, st
 
 }  // namespace
 
-ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenValue>& values) {
+ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenValue>& values,
+                               std::int64_t now) {
   const std::unique_lock lock(dbMutex);
+  checkSchedule(values);
   Table& table = tableOrNew(tableName);
-  const std::int64_t now = clock::now();
   const auto rowIndex = static_cast<std::int32_t>(table.rows.size());
   std::int32_t displaced = PrimaryKeyMap::noRow;
   Row& row = table.appendRow();
@@ -79,7 +79,7 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
       displaced = table.primaryKeyMap.find(keyCell.value);
       if (isTaken(table, displaced, rowIndex)) throwDuplicate(keyCell.value);
     }
-    linkRow(table, rowIndex);
+    linkRow(table, rowIndex, now);
     if (inTransaction) makeRoom(transactionLog, 1);
     if (table.hasPrimaryKey()) {
       const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
@@ -90,28 +90,28 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
     throw;
   }
   if (inTransaction) transactionLog.push_back({"INSERT", tableName, rowIndex, {}, displaced});
-  if (!inTransaction && !walMode) Storage::insertRow(table, row, 0, std::ios::end, directory);
   if (!isReplaying) {
-    for (const Cell& cell : row.cells()) {
-      if (cell.tempRule != nullptr) {
-        registerWebhook(tableName, rowIndex, cell.columnName(), *cell.tempRule);
-      }
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      const TempRule* const rule = row.cells()[i].tempRule.get();
+      if (rule != nullptr) registerWebhook(tableName, rowIndex, table.columns[i].name, *rule);
     }
   }
   return successful("success!", 1);
 }
 
 ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>& newValues,
-                           const std::vector<Condition>& conditions) {
+                           const std::vector<Condition>& conditions, std::int64_t now) {
   const std::unique_lock lock(dbMutex);
+  checkSchedule(newValues);
   Table& table = tableOrNew(tableName);
-  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table);
-  const std::int64_t now = clock::now();
+  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   if (inTransaction) {
     // Before any check, so that a rollback also undoes what a failing update has changed.
     for (const std::int32_t index : matched) {
       const Row& row = table.rows[static_cast<std::size_t>(index)];
-      transactionLog.push_back({"UPDATE", tableName, index, copyOf(row), PrimaryKeyMap::noRow});
+      const auto cells = row.cells();
+      transactionLog.push_back(
+          {"UPDATE", tableName, index, {cells.begin(), cells.end()}, PrimaryKeyMap::noRow});
     }
   }
   for (const GivenValue& given : newValues) {
@@ -127,7 +127,6 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
       applyValue(table, matched[i], given, now);
     }
   }
-  if (!inTransaction && !walMode) Storage::update(table, matched, directory);
   return successful("success!", static_cast<std::int32_t>(matched.size()));
 }
 
@@ -146,14 +145,12 @@ void Database::applyValue(Table& table, std::int32_t rowIndex, const GivenValue&
     cell = std::move(next);
   } else {
     cell.value = given.cell.value.view();
-    cell.heading = given.cell.heading;
-    cell.tag = given.cell.tag;
     cell.tempRule.reset();
   }
   table.cellChanged(static_cast<std::size_t>(rowIndex), given.column);
-  if (!table.links.empty()) linkRow(table, rowIndex);
+  if (!table.links.empty()) linkRow(table, rowIndex, now);
   if (rule != nullptr && !isReplaying) {
-    registerWebhook(table.tableName, rowIndex, cell.columnName(), *rule);
+    registerWebhook(table.tableName, rowIndex, table.columns[given.column].name, *rule);
   }
 }
 
@@ -162,7 +159,7 @@ void Database::moveKey(Table& table, std::int32_t rowIndex, std::string_view new
   Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
   const Cell& cell = row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)];
   const std::string_view shown = cell.valueAt(now);
-  if (row.isReferenced && shown != newKey && isActivelyRestricted(row, shown)) {
+  if (row.isReferenced && shown != newKey && isActivelyRestricted(row, shown, now)) {
     throw std::runtime_error(
         "Cannot update a primary key that is referenced by an active foreign table");
   }
@@ -175,11 +172,10 @@ void Database::moveKey(Table& table, std::int32_t rowIndex, std::string_view new
 }
 
 ResultSet Database::deleteRows(const std::string& tableName,
-                               const std::vector<Condition>& conditions) {
+                               const std::vector<Condition>& conditions, std::int64_t now) {
   const std::unique_lock lock(dbMutex);
   Table& table = tableOrNew(tableName);
-  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table);
-  const std::int64_t now = clock::now();
+  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   if (inTransaction) makeRoom(transactionLog, matched.size());
   for (const std::int32_t index : matched) {
     Row& row = table.rows[static_cast<std::size_t>(index)];
@@ -188,7 +184,7 @@ ResultSet Database::deleteRows(const std::string& tableName,
           table.hasPrimaryKey()
               ? row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)].valueAt(now)
               : std::string_view();
-      if (isActivelyRestricted(row, key)) {
+      if (isActivelyRestricted(row, key, now)) {
         return refused("Foreign key points at rows that were meant for deletion");
       }
     }
@@ -198,8 +194,6 @@ ResultSet Database::deleteRows(const std::string& tableName,
     for (const std::int32_t index : matched) {
       transactionLog.push_back({"DELETE", tableName, index, {}, PrimaryKeyMap::noRow});
     }
-  } else if (!walMode) {
-    Storage::deleteBatch(tableName, matched, directory);
   }
   return successful("success!", static_cast<std::int32_t>(matched.size()));
 }

@@ -5,13 +5,13 @@
 #include <stdexcept>
 #include <vector>
 
-#include "../clock.h"
 #include "database.h"
 
 namespace velmora {
 
 ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
-                           const std::vector<Condition>& conditions, JsonTarget&& target) {
+                           const std::vector<Condition>& conditions, std::int64_t now,
+                           JsonTarget&& target) {
   const Reading reading = lockForReading(tableName, tableName);
   const Table& table = *reading.first;
   std::byte memory[64 * sizeof(std::size_t)];  // enough for a usual table
@@ -26,8 +26,7 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   ResultSet result;
   result.columns = std::move(columns);
   result.rows.begin(result.columns, std::move(target));
-  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table);
-  const std::int64_t now = clock::now();
+  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
   constexpr std::size_t stepsAhead = 8;
   for (std::size_t i = 0; i < matched.size(); ++i) {

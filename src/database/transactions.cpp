@@ -34,39 +34,27 @@ void Database::beginTransaction() {
 void Database::commitTransaction() {
   const std::unique_lock lock(dbMutex);
   if (!inTransaction) throw std::runtime_error("No active transaction to commit!");
-  for (const TransactionAction& action : transactionLog) {
-    if (walMode) break;
-    const Table& table = getTable(action.tableName);
-    if (action.kind == "INSERT") {
-      const Row& row = table.rows.at(static_cast<std::size_t>(action.rowIndex));
-      Storage::insertRow(table, row, 0, std::ios::end, directory);
-    } else if (action.kind == "DELETE") {
-      Storage::deleteAt(action.tableName, action.rowIndex, directory);
-    } else if (action.kind == "UPDATE") {
-      Storage::update(table, {action.rowIndex}, directory);
-    }
-  }
   transactionLog.clear();
   inTransaction = false;
 }
 
-void Database::rollbackTransaction() {
+void Database::rollbackTransaction(std::int64_t now) {
   const std::unique_lock lock(dbMutex);
   if (!inTransaction) throw std::runtime_error("No active transaction to rollback!");
   while (!transactionLog.empty()) {
-    undo(transactionLog.back());
+    undo(transactionLog.back(), now);
     transactionLog.pop_back();
   }
   inTransaction = false;
 }
 
-void Database::undo(const TransactionAction& action) {
+void Database::undo(const TransactionAction& action, std::int64_t now) {
   Table& table = getTable(action.tableName);
   Row& row = table.rows.at(static_cast<std::size_t>(action.rowIndex));
   PrimaryKeyMap& keys = table.primaryKeyMap;
   const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
   if (action.kind == "INSERT") {
-    asFarAsPossible([&] { unlinkRow(table, action.rowIndex); });
+    asFarAsPossible([&] { unlinkRow(table, action.rowIndex, now); });
     if (table.hasPrimaryKey()) {
       asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
       if (action.displacedRow != PrimaryKeyMap::noRow) {
@@ -84,14 +72,13 @@ void Database::undo(const TransactionAction& action) {
     if (table.hasPrimaryKey()) {
       asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
     }
-    row.rowKey = action.row.rowKey;
-    for (std::size_t i = 0; i < action.row.cells.size(); ++i) row.cells()[i] = action.row.cells[i];
+    for (std::size_t i = 0; i < action.cells.size(); ++i) row.cells()[i] = action.cells[i];
     table.rowChanged(static_cast<std::size_t>(action.rowIndex));
   }
   if (table.hasPrimaryKey()) {
     asFarAsPossible([&] { keys.assign(row.cells()[keyColumn].value, action.rowIndex); });
   }
-  asFarAsPossible([&] { linkRow(table, action.rowIndex); });
+  asFarAsPossible([&] { linkRow(table, action.rowIndex, now); });
 }
 
 void Database::forgetUndo(std::string_view tableName) {

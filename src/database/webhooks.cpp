@@ -29,23 +29,30 @@ void Database::registerWebhook(const std::string& tableName, std::int32_t rowInd
     task.totalDuration = rule.cycleLength;
     task.startTime = rule.startTime;
   }
-  Storage::appendWebhooks(tasks, directory);
+  webhooksFile.check();
+  Storage::appendWebhooks(tasks, webhooksFile);
   for (WebhookTask& task : tasks) {
     pendingWebhooks.push_back(std::move(task));
     std::push_heap(pendingWebhooks.begin(), pendingWebhooks.end(), WebhookTask::firesLater);
   }
 }
 
-void Database::addListener(const std::string& tableName, const std::string& event,
-                           const std::string& target, const std::vector<Condition>& conditions,
-                           bool fromDisk) {
+void Database::checkSchedule(const std::vector<GivenValue>& values) {
+  const bool hasRules = std::any_of(values.begin(), values.end(), [](const GivenValue& given) {
+    return given.cell.tempRule != nullptr;
+  });
+  if (hasRules && !isReplaying) webhooksFile.check();
+}
+
+void Database::addListener(const Listener& listener, bool fromDisk) {
   const std::unique_lock lock(dbMutex);
-  WebhookListener listener{event, target, conditions};
-  std::vector<WebhookListener>& known = listeners[tableName];
-  if (std::find(known.begin(), known.end(), listener) != known.end()) return;
-  if (known.size() == known.capacity()) known.reserve(2 * known.size() + 1);
-  if (!fromDisk) Storage::saveListener(tableName, event, target, conditions, directory);
-  known.push_back(std::move(listener));
+  if (!fromDisk) listenersFile.check();
+  std::set<Listener>& known = listeners[listener.tableName];
+  // The file holds texts cut to its widths: a listener that is registered at every start is there.
+  if (known.contains(listener) || known.contains(Storage::asStored(listener))) return;
+  std::set<Listener> added = {listener};
+  if (!fromDisk) listenersFile.append(Storage::listenerRecord(listener));
+  known.merge(added);  // takes the node: what is in the file is in memory, whatever memory is left
 }
 
 }  // namespace velmora

@@ -11,8 +11,6 @@
 namespace velmora {
 namespace {
 
-constexpr std::string_view clockMarker = " #TIME# ";
-
 // An answer without success whose message goes out as it stands.
 ResultSet failed(std::string message) {
   ResultSet result = successful(std::move(message));
@@ -62,21 +60,29 @@ std::span<const Parser::Rule> Parser::rules() {
       {"UPDATE", 5, "", &Parser::update, true},
       {"DELETE", 3, "FROM", &Parser::deleteFrom, true},
       {"LISTEN", 6, "", &Parser::listen, false},
-      {"LINK", 8, "", &Parser::link, false},
+      {"LINK", 8, "", &Parser::link, true, &Parser::saveRelation},
   }};
   return table;
 }
 
 ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target) {
   target_ = &target;
-  ResultSet result = run(command);
+  ResultSet result = run(command, clock::now());
   result.rows.offerMemory(std::move(target.memory));
   return result;
 }
 
-ResultSet Parser::run(const std::string& command) {
+ResultSet Parser::replay(const std::string& command, std::int64_t second) {
+  JsonTarget target;
+  target_ = &target;
+  isReplaying_ = true;
+  return run(command, second);
+}
+
+ResultSet Parser::run(const std::string& command, std::int64_t second) {
   try {
     command_ = &command;
+    now_ = second;
     readTokens();
     if (tokens_.empty()) return failed("Empty command");
     if (tokens_.back().type == TokenType::ERROR) return failed("Lexer Error");
@@ -87,14 +93,13 @@ ResultSet Parser::run(const std::string& command) {
 }
 
 void Parser::readTokens() {
-  second_ = clock::now();
-  now_ = second_;
+  timedStart_ = now_;
   std::string_view text = *command_;
   const std::size_t marker = findClockMarker(text);
   if (marker != std::string_view::npos) {
     const std::string_view clockText = text.substr(marker + clockMarker.size());
-    if (convertLong(clockText, now_) != Conversion::ok) throwInvalidClock();
-    if (!isReplaying && hasTextOnFurtherLine(clockText)) throwInvalidClock();
+    if (convertLong(clockText, timedStart_) != Conversion::ok) throwInvalidClock();
+    if (!isReplaying_ && hasTextOnFurtherLine(clockText)) throwInvalidClock();
     text = text.substr(0, marker);
   }
   // The message of an ERROR goes with the lexer; nobody asks for it.
@@ -103,8 +108,9 @@ void Parser::readTokens() {
 
 ResultSet Parser::dispatch() {
   const Rule& rule = ruleFor(tokens_);
+  if (rule.isLogged && !isReplaying_) db_->log.check();
   ResultSet result = (this->*rule.handle)(tokens_);
-  if (result.success && rule.isLogged) logCommand();
+  if (result.success && rule.isLogged) logCommand(rule);
   return result;
 }
 
@@ -119,8 +125,9 @@ const Parser::Rule& Parser::ruleFor(const std::vector<Token>& tokens) {
   throw std::runtime_error("Unknown command or missing parameters");
 }
 
-bool Parser::logCommand() const {
-  return isReplaying || Storage::appendToWAL(*command_, second_, db_->directory);
+void Parser::logCommand(const Rule& rule) {
+  const bool isLogged = isReplaying_ || db_->log.append(*command_, now_);
+  if (isLogged && rule.afterLog != nullptr) (this->*rule.afterLog)(tokens_);
 }
 
 }  // namespace velmora

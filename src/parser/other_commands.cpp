@@ -1,12 +1,10 @@
 // CREATE TABLE, DROP TABLE, CHECKPOINT, LINK, LISTEN, BEGIN, COMMIT, ROLLBACK: one function a
 // command, under its grammar. What the files could not hold is refused here; everything else is
 // checked by the operation that is called.
-#include <algorithm>
 #include <set>
 #include <stdexcept>
 
 #include "../number.h"
-#include "../record_io.h"
 #include "parser.h"
 
 namespace velmora {
@@ -39,18 +37,11 @@ Column columnDefinition(TokenCursor& cursor) {
   return column;
 }
 
-bool isForbiddenColumnName(std::string_view name) {
-  constexpr std::string_view refused("/\0", 2);
-  return name.empty() || name.size() > nameWidth ||
-         name.find_first_of(refused) != std::string_view::npos ||
-         std::find(typeNames.begin(), typeNames.end(), name) != typeNames.end();
-}
-
 // Refuses columns that a table file could not hold.
 void checkStorable(const std::vector<Column>& columns) {
   std::set<std::string_view> names;
   for (const Column& column : columns) {
-    if (isForbiddenColumnName(column.name)) throw std::runtime_error("Forbidden column name");
+    if (!Storage::isStorableColumn(column.name)) throw std::runtime_error("Forbidden column name");
     if (!names.insert(column.name).second) throw std::runtime_error("Duplicate column name");
     if (column.stringSize < 1 || column.stringSize > largestLimit) {
       throw std::runtime_error("Forbidden string length");
@@ -75,7 +66,7 @@ ResultSet Parser::createTable(const std::vector<Token>& tokens) {
   }
   checkStorable(columns);
   const auto existing = db_->tables.find(name);
-  if (!isReplaying && existing != db_->tables.end() && !existing->second.columns.empty()) {
+  if (!isReplaying_ && existing != db_->tables.end() && !existing->second.columns.empty()) {
     // Hosts give their CREATE TABLE at every start; what is there must survive that.
     throw std::runtime_error("Column size error");
   }
@@ -92,7 +83,7 @@ ResultSet Parser::dropTable(const std::vector<Token>& tokens) {
 
 // "CHECKPOINT"
 ResultSet Parser::checkpoint(const std::vector<Token>&) {
-  db_->checkpoint();
+  if (!isReplaying_) db_->checkpoint(now_);
   return successful("success! Engine frozen. WAL flushed securely to disk.");
 }
 
@@ -100,16 +91,15 @@ ResultSet Parser::checkpoint(const std::vector<Token>&) {
 // looked at.
 ResultSet Parser::link(const std::vector<Token>& tokens) {
   if (tokens[4].value != "-->") throw std::runtime_error("Expected -->");
-  const std::string childTable = textOf(tokens[1]);
-  const std::string childColumn = textOf(tokens[3]);
-  const std::string parentTable = textOf(tokens[5]);
-  const std::string parentColumn = textOf(tokens[7]);
-  db_->link(childTable, childColumn, parentTable, parentColumn, false);
-  // Logged before its file is there, and without a file if it cannot be logged: a file without its
-  // command would at the next start hold for the rows that were logged before it. The next
-  // checkpoint writes what is missing.
-  if (logCommand()) db_->saveRelation(childTable, childColumn, parentTable);
+  db_->link(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), textOf(tokens[7]), now_);
   return successful("success!");
+}
+
+// Writes the link's file, behind its line in the log, and not without it: a file without its
+// command would at the next start hold for the rows that were logged before it. The next checkpoint
+// writes what is missing.
+void Parser::saveRelation(const std::vector<Token>& tokens) {
+  db_->saveRelation(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), now_);
 }
 
 // "LISTEN" table "." event "-->" target ["WHERE" filter]
@@ -119,7 +109,7 @@ ResultSet Parser::listen(const std::vector<Token>& tokens) {
   const std::string tableName = textOf(tokens[1]);
   const std::string event = textOf(tokens[3]);
   const std::string target = textOf(tokens[5]);
-  db_->addListener(tableName, event, target, optionalFilter(TokenCursor(tokens, 6)), false);
+  db_->addListener({tableName, event, target, optionalFilter(TokenCursor(tokens, 6))}, false);
   return successful("success! Listener attached.");
 }
 
@@ -137,7 +127,7 @@ ResultSet Parser::commit(const std::vector<Token>&) {
 
 // "ROLLBACK"
 ResultSet Parser::rollback(const std::vector<Token>&) {
-  db_->rollbackTransaction();
+  db_->rollbackTransaction(now_);
   return successful("Disaster Averted. Memory restored.");
 }
 

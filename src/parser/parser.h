@@ -70,14 +70,14 @@ class Parser {
   // The database is not owned and must outlive the parser.
   explicit Parser(Database* db) : db_(db) {}
 
-  // While true, nothing is logged, and CREATE TABLE does not refuse a table that is there: the log
-  // is being replayed.
-  bool isReplaying = false;
-
-  // Runs one command. Every std::runtime_error becomes an answer with success false and the
-  // message "Error: " + its text; other exceptions pass. The answer's rows hold the target's
-  // memory. Callers run one command at a time.
+  // Runs one command, at the second that the clock shows. Every std::runtime_error becomes an
+  // answer with success false and the message "Error: " + its text; other exceptions pass. The
+  // answer's rows hold the target's memory. Callers run one command at a time.
   ResultSet handleCommand(const std::string& command, JsonTarget&& target = {});
+  // The same for a command of the log, at the second at which it first ran. Nothing is logged, a
+  // CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which no log of the
+  // engine's own holds, does nothing: it would empty the log that is being read.
+  ResultSet replay(const std::string& command, std::int64_t second);
 
   // The conditions from the token behind WHERE to the end; none if there is no such token. Throws
   // std::runtime_error with a message that begins "Syntax Error: ".
@@ -90,20 +90,21 @@ class Parser {
     std::string_view secondToken;  // empty: any
     ResultSet (Parser::*handle)(const std::vector<Token>& tokens);
     bool isLogged;
+    // What is done only once the command stands in the log.
+    void (Parser::*afterLog)(const std::vector<Token>& tokens) = nullptr;
   };
   static std::span<const Rule> rules();
 
   // What handleCommand does, but for the memory of an answer without rows.
-  ResultSet run(const std::string& command);
+  ResultSet run(const std::string& command, std::int64_t second);
   // Reads the command's clock, and its text in front of the marker as tokens.
   void readTokens();
   // Runs the command that the tokens are, and logs it if it has changed something.
   ResultSet dispatch();
   // The rule for the tokens; throws if there is none.
   static const Rule& ruleFor(const std::vector<Token>& tokens);
-  // Appends the command being run to the log, unless that is what is being replayed. False when it
-  // could not be written.
-  bool logCommand() const;
+  // Appends the command being run to the log, unless that is what is being replayed.
+  void logCommand(const Rule& rule);
 
   // One function a command; each is called with enough tokens for its rule.
   ResultSet createTable(const std::vector<Token>& tokens);
@@ -115,6 +116,7 @@ class Parser {
   ResultSet update(const std::vector<Token>& tokens);
   ResultSet deleteFrom(const std::vector<Token>& tokens);
   ResultSet link(const std::vector<Token>& tokens);
+  void saveRelation(const std::vector<Token>& tokens);
   ResultSet listen(const std::vector<Token>& tokens);
   ResultSet begin(const std::vector<Token>& tokens);
   ResultSet commit(const std::vector<Token>& tokens);
@@ -142,8 +144,9 @@ class Parser {
   std::vector<Condition> conditions_;     // the same
   std::vector<GivenValue> values_;        // the same
   const std::string* command_ = nullptr;  // the text of the command being run
-  std::int64_t second_ = 0;               // the second at which it runs
-  std::int64_t now_ = 0;          // the second at which the timed values of this command start
+  std::int64_t now_ = 0;                  // the second at which it runs
+  std::int64_t timedStart_ = 0;           // the second at which its timed values start
+  bool isReplaying_ = false;
   JsonTarget* target_ = nullptr;  // of this command's answer
 };
 

@@ -56,7 +56,7 @@ ResultSet Parser::insertInto(const std::vector<Token>& tokens) {
   const std::string tableName = textOf(tokens[2]);
   TokenCursor cursor(tokens, 3);
   std::vector<GivenValue>& values = assignments(cursor, tableName, false);
-  return db_->insertInto(tableName, values);
+  return db_->insertInto(tableName, values, now_);
 }
 
 // "UPDATE" table "SET" {column "=" value} ["WHERE" filter]
@@ -67,13 +67,13 @@ ResultSet Parser::update(const std::vector<Token>& tokens) {
   cursor.expect("SET", "Expected SET");
   std::vector<GivenValue>& values = assignments(cursor, tableName, true);
   const std::vector<Condition>& conditions = optionalFilter(cursor);
-  return db_->update(tableName, values, conditions);
+  return db_->update(tableName, values, conditions, now_);
 }
 
 // "DELETE" "FROM" table ["WHERE" filter]
 ResultSet Parser::deleteFrom(const std::vector<Token>& tokens) {
   prefetchRow(tokens, tokens[2].value);
-  return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)));
+  return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)), now_);
 }
 
 // "SELECT" ("*" | columns) "FROM" table ["JOIN" table "ON" column "=" column] ["WHERE" filter]
@@ -95,7 +95,8 @@ ResultSet Parser::select(const std::vector<Token>& tokens) {
   prefetchRow(tokens, tableName);
   if (cursor.nextIs("JOIN")) return selectJoin(cursor, tableName, listEnd);
   if (!isStar) columns = bareColumns(tokens, listEnd);
-  return db_->select(tableName, std::move(columns), optionalFilter(cursor), std::move(*target_));
+  return db_->select(tableName, std::move(columns), optionalFilter(cursor), now_,
+                     std::move(*target_));
 }
 
 ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
@@ -118,7 +119,7 @@ ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
     columns = joinedColumns(cursor.tokens(), listEnd);
   }
   return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor),
-                         std::move(*target_));
+                         now_, std::move(*target_));
 }
 
 }  // namespace velmora

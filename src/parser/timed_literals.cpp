@@ -102,7 +102,6 @@ void Parser::assignedValue(TokenCursor& cursor, const Table& table, std::size_t 
   const Token& token = cursor.take("Expected value");
   if (!matchesKind(token, table.kind(column))) throwUnmatchingType();
   cell.value = token.value;
-  cell.heading = table.heading(column);
   cell.tempRule.reset();
   if (cursor.nextIs(TokenType::OPERATOR, "-->")) {
     timedLiteral(cursor, table.columns[column], cell);
@@ -112,7 +111,7 @@ void Parser::assignedValue(TokenCursor& cursor, const Table& table, std::size_t 
 void Parser::timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const {
   const ValueKind kind = valueKind(column.type);
   auto rule = std::make_unique<TempRule>();
-  rule->startTime = now_;
+  rule->startTime = timedStart_;
   Text pending = cell.value;
   std::int64_t seconds = 0;
   while (cursor.nextIs("-->")) {

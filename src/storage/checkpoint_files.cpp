@@ -1,10 +1,12 @@
 // The checkpoint, all or nothing.
 //
 // 1. Each table's new files, and an empty log, are written and synced beside the old ones as
-//    <file>.checkpoint.
-// 2. The marker "velmora.ckpt" is written and synced: it names the new files. This is the point of
-//    no return.
-// 3. The new files are renamed into place, then the marker is removed.
+//    <file>.checkpoint; the directory is synced.
+// 2. The marker "velmora.ckpt" is written and synced, and the directory again: it names the new
+//    files. This is the point of no return.
+// 3. The new files are renamed into place and the directory is synced; then the marker is removed,
+//    and the directory synced a last time, so that no marker of this checkpoint comes back for the
+//    files of the next one.
 //
 // What is interrupted before 2 is swept away at the next start and everything is as before; what is
 // interrupted behind it is done again from 3, by the next start or the next checkpoint. Step 3 may
@@ -18,6 +20,7 @@
 #include <stdexcept>
 
 #include "../record_io.h"
+#include "block_io.h"
 #include "storage.h"
 #include "table_rows.h"
 #include "timed_file.h"
@@ -25,238 +28,199 @@
 namespace velmora {
 namespace {
 
-constexpr const char* markerName = "velmora.ckpt";
-constexpr std::string_view newSuffix = ".checkpoint";
 constexpr std::string_view markerEnd = "end\n";
-// Small enough to stay in the processor's cache, and for the system to keep it in small pieces of
-// memory: larger blocks took up to ten times as long when it had to make room for large ones.
-constexpr std::size_t writeBlockSize = 32 * 1024;
-
-std::string newName(const std::string& fileName) { return fileName + std::string(newSuffix); }
 
 [[noreturn]] void throwFailed(const std::string& what) {
   throw std::runtime_error("Checkpoint failed: " + what);
 }
 
-// A new file, written in blocks.
-class NewFile {
- public:
-  NewFile(const Directory& directory, const std::string& fileName)
-      : file_(directory, newName(fileName), File::Mode::replace), fileName_(fileName) {
-    if (!file_.isOpen()) throwFailed("cannot create " + newName(fileName_));
-  }
-
-  // Room for `count` bytes, of which written() then takes what was used.
-  char* room(std::size_t count) {
-    if (buffer_.size() < used_ + count) {
-      flush();
-      if (buffer_.size() < count) buffer_.resize(std::max(count, writeBlockSize));
-    }
-    return buffer_.data() + used_;
-  }
-  void written(const char* end) { used_ = static_cast<std::size_t>(end - buffer_.data()); }
-  void write(std::string_view bytes) {
-    flush();
-    if (!file_.write(bytes)) throwFailed("cannot write " + newName(fileName_));
-  }
-  void finish() {
-    flush();
-    if (!file_.sync()) throwFailed("cannot sync " + newName(fileName_));
-  }
-
- private:
-  void flush() {
-    const std::string_view bytes(buffer_.data(), used_);
-    used_ = 0;
-    if (!bytes.empty() && !file_.write(bytes)) throwFailed("cannot write " + newName(fileName_));
-  }
-
-  File file_;
-  std::string fileName_;
-  std::string buffer_;
-  std::size_t used_ = 0;
-};
-
-// The timed values of one table during its checkpoint: the old file's bytes, brought up to date
-// while the rows are encoded. Cells keep the slots that the files give them.
+// The timed values of one table during its checkpoint. Cells keep the slots that the table's files
+// give them.
 class TimedValues {
  public:
   TimedValues(const Table& table, const Directory& directory)
       : table_(table),
-        directory_(directory),
         maxStates_(largestMaxStates(table.columns)),
+        isShifted_(rowsAreShifted(table.columns)),
+        oldRows_(directory,
+                 fileNameOf(table.tableName, isShifted_ ? wholeRowExtension : tableExtension),
+                 File::Mode::read),
+        reader_(oldRows_),
+        writer_(directory, fileNameOf(table.tableName, timedExtension), maxStates_),
         cellOffsets_(wholeOffsets(table.columns)),
         slots_(table.columns.size(), -1) {}
 
   // Files the timed values of row i under their slots and returns these, by column.
   std::span<const std::int32_t> slotsOf(std::size_t i, const Row& row) {
-    if (maxStates_ == 0 && !hasTimedCell(row)) return slots_;
-    for (std::size_t c = 0; c < slots_.size(); ++c) {
-      const Cell& cell = row.cells()[c];
-      if (cell.tempRule == nullptr) continue;
-      load();
-      slots_[c] = put(i, c, *cell.tempRule);
+    const auto cells = row.cells();
+    for (std::size_t c = 0; c < cells.size() && maxStates_ > 0; ++c) {
+      if (cells[c].tempRule != nullptr) slots_[c] = put(i, c, *cells[c].tempRule);
     }
     return slots_;
   }
 
-  bool isChanged() const noexcept { return isLoaded_; }
-  const std::string& bytes() const noexcept { return bytes_; }
+  bool finish() { return writer_.finish(); }
 
  private:
-  static bool hasTimedCell(const Row& row) {
-    const auto cells = row.cells();
-    return std::any_of(cells.begin(), cells.end(),
-                       [](const Cell& cell) { return cell.tempRule != nullptr; });
-  }
-
-  void load() {
-    if (isLoaded_) return;
-    isLoaded_ = true;
-    bytes_ = readFile(directory_, table_.tableName + ".tmp").value_or("");
-    // What a torn record left at the end is no slot.
-    bytes_.resize(bytes_.size() - bytes_.size() % timedRecordSize(maxStates_));
-    const bool isShifted = rowsAreShifted(table_.columns);
-    oldRows_ = readFile(directory_, table_.tableName + (isShifted ? ".row" : ".bin")).value_or("");
-    oldRowsStart_ =
-        isShifted ? 0 : static_cast<std::size_t>(Storage::headerSize(table_.columns.size()));
-  }
-
   std::int32_t put(std::size_t i, std::size_t column, const TempRule& rule) {
-    const std::size_t recordSize = timedRecordSize(maxStates_);
-    const std::size_t oldStart = oldRowsStart_ + i * wholeRowSize(table_.columns);
-    const auto slotCount = static_cast<std::int64_t>(bytes_.size() / recordSize);
-    std::int32_t slot =
-        slotAt(std::string_view(oldRows_).substr(std::min(oldStart, oldRows_.size())),
-               cellOffsets_[column], slotCount);
-    if (slot < 0) {
-      slot = slotBehind(slotCount);
-      bytes_.resize(bytes_.size() + recordSize);
-    }
+    const std::size_t size = wholeRowSize(table_.columns);
+    const std::size_t header = isShifted_ ? 0 : Storage::headerSize(table_.columns.size());
+    const std::string_view oldRow =
+        oldRows_.isOpen() ? reader_.at(static_cast<std::int64_t>(header + i * size), size)
+                          : std::string_view();
     // Deliberate: the label of a row is its offset counted in cells of this column.
     const std::int64_t rowOffset = Storage::headerSize(table_.columns.size()) +
                                    static_cast<std::int64_t>(i) * Storage::rowSize(table_.columns);
     const std::int64_t label = rowOffset / Storage::getColumnBinSize(table_.columns[column]);
-    const std::string record = timedRecord(static_cast<std::int32_t>(label),
-                                           static_cast<std::int32_t>(column), rule, maxStates_);
-    bytes_.replace(static_cast<std::size_t>(slot) * recordSize, recordSize, record);
-    return slot;
+    return writer_.put(slotAt(oldRow, cellOffsets_[column]), static_cast<std::int32_t>(label),
+                       static_cast<std::int32_t>(column), rule);
   }
 
   const Table& table_;
-  Directory directory_;
   std::int32_t maxStates_;
+  bool isShifted_;
+  File oldRows_;
+  BlockReader reader_;
+  TimedWriter writer_;
   std::vector<std::size_t> cellOffsets_;
   std::vector<std::int32_t> slots_;
-  bool isLoaded_ = false;
-  std::string bytes_;
-  std::string oldRows_;
-  std::size_t oldRowsStart_ = 0;
 };
 
 // Writes the rows of a table whose rows fit: one after the other.
 void writeFittingRows(const Table& table, TimedValues& timed, const Directory& directory) {
-  NewFile file(directory, table.tableName + ".bin");
+  NewFile file(directory, checkpointName(fileNameOf(table.tableName, tableExtension)));
   file.write(Storage::tableFileHeader(table));
-  const std::size_t largest = largestRowSize(table.columns);
+  const std::size_t longest = longestRow(table.columns, CellWidths::written);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
-    char* const out = file.room(largest);
+    char* const out = file.room(longest);
     file.written(encodeRow(out, row, shapes, slots));
   }
   file.finish();
 }
 
+// Writes pieces that may overlap, by ascending offsets, each over those before it; where no piece
+// comes, what an old file had there stays.
+class Overlay {
+ public:
+  Overlay(const Directory& directory, const std::string& fileName)
+      : old_(directory, fileName, File::Mode::read),
+        reader_(old_),
+        file_(directory, checkpointName(fileName)) {
+    if (!old_.isOpen() && errno != ENOENT) throwUnreadable(fileName);
+  }
+
+  void put(std::int64_t offset, std::string_view bytes) {
+    settle(offset);
+    pending_.replace(0, bytes.size(), bytes);
+  }
+  // Nothing comes behind the last piece.
+  void finish() {
+    file_.write(pending_);
+    file_.finish();
+  }
+
+ private:
+  // Writes everything before the offset, where no further piece can come.
+  void settle(std::int64_t offset) {
+    const auto gone = std::min(pending_.size(), static_cast<std::size_t>(offset - settled_));
+    file_.write(std::string_view(pending_).substr(0, gone));
+    pending_.erase(0, gone);
+    settled_ += static_cast<std::int64_t>(gone);
+    constexpr std::int64_t blockSize = 64 * 1024;
+    while (settled_ < offset) {
+      const std::int64_t size = std::min(blockSize, offset - settled_);
+      const std::string_view kept =
+          old_.isOpen() ? reader_.at(settled_, static_cast<std::size_t>(size)) : std::string_view();
+      if (!isAllZero(kept)) file_.write(kept);
+      settled_ += size;
+      file_.seek(settled_);
+    }
+  }
+
+  File old_;
+  BlockReader reader_;
+  NewFile file_;
+  std::int64_t settled_ = 0;
+  std::string pending_;  // what comes next, as far as it is known
+};
+
 // Writes the rows of a table whose rows are longer or shorter than their declared size: each at its
 // place over what the file held and what the row before left there, and once more whole.
 void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& directory) {
-  const std::string fileName = table.tableName + ".bin";
-  std::string image = readFile(directory, fileName).value_or("");
-  const std::string header = Storage::tableFileHeader(table);
-  image.resize(std::max(image.size(), header.size()));
-  image.replace(0, header.size(), header);
-  std::size_t end = header.size();
-  std::string written(largestRowSize(table.columns), '\0');
-  const auto rowSize = static_cast<std::size_t>(Storage::rowSize(table.columns));
-
-  NewFile whole(directory, table.tableName + ".row");
-  const std::size_t wholeSize = wholeRowSize(table.columns);
+  Overlay file(directory, fileNameOf(table.tableName, tableExtension));
+  file.put(0, Storage::tableFileHeader(table));
+  NewFile whole(directory, checkpointName(fileNameOf(table.tableName, wholeRowExtension)));
+  const std::size_t longest = longestRow(table.columns, CellWidths::whole);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
   const std::vector<CellShape> wholeShapes = shapesOf(table.columns, CellWidths::whole);
+  std::string written(longest, '\0');
+  std::int64_t offset = Storage::headerSize(table.columns.size());
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
-    const char* const writtenEnd = encodeRow(written.data(), row, shapes, slots);
-    const auto size = static_cast<std::size_t>(writtenEnd - written.data());
-    const std::size_t start = header.size() + i * rowSize;
-    image.resize(std::max(image.size(), start + size));
-    image.replace(start, size, written, 0, size);
-    end = std::max(end, start + size);
-    char* const out = whole.room(wholeSize);
+    const char* const end = encodeRow(written.data(), row, shapes, slots);
+    file.put(offset, {written.data(), static_cast<std::size_t>(end - written.data())});
+    offset += Storage::rowSize(table.columns);
+    char* const out = whole.room(longest);
     whole.written(encodeRow(out, row, wholeShapes, slots));
   }
   whole.finish();
-  NewFile file(directory, fileName);
-  file.write(std::string_view(image).substr(0, end));
   file.finish();
 }
 
 // Writes the new files of one table and adds their names to `names`, each before it is begun.
 void writeTable(const Table& table, const Directory& directory, std::vector<std::string>& names) {
-  names.push_back(table.tableName + ".del");
-  NewFile marks(directory, names.back());
-  marks.write(std::string(table.deletedRows.begin(), table.deletedRows.end()));
+  const auto add = [&](std::string_view extension) {
+    names.push_back(fileNameOf(table.tableName, extension));
+    requireRegular(directory, names.back());
+  };
+  add(deletionExtension);
+  NewFile marks(directory, checkpointName(names.back()));
+  const std::vector<std::uint8_t>& deleted = table.deletedRows;
+  marks.write({reinterpret_cast<const char*>(deleted.data()), deleted.size()});
   marks.finish();
   if (table.columns.empty()) return;
 
+  add(tableExtension);
+  if (rowsAreShifted(table.columns)) add(wholeRowExtension);
+  add(timedExtension);
   TimedValues timed(table, directory);
-  names.push_back(table.tableName + ".bin");
   if (rowsAreShifted(table.columns)) {
-    names.push_back(table.tableName + ".row");
     writeShiftedRows(table, timed, directory);
   } else {
     writeFittingRows(table, timed, directory);
   }
-  if (timed.isChanged()) {
-    names.push_back(table.tableName + ".tmp");
-    NewFile file(directory, names.back());
-    file.write(timed.bytes());
-    file.finish();
-  }
+  if (!timed.finish()) names.pop_back();
 }
 
-void writeMarker(const std::vector<std::string>& names, const Directory& directory) {
-  std::string text;
-  for (const std::string& name : names) text += name + "\n";
-  text += markerEnd;
-  File file(directory, markerName, File::Mode::replace);
-  if (!file.isOpen() || !file.write(text) || !file.sync() || !syncDirectory(directory)) {
-    throwFailed(std::string("cannot write ") + markerName);
-  }
+void requireSync(const Directory& directory) {
+  if (!syncDirectory(directory)) throw WriteFailure("cannot sync the directory");
 }
 
 // Makes the files durable that commands have written since the last checkpoint, and writes the
 // relation files that could not be written then: once the log is emptied, nothing else could make a
 // lost link again.
-void syncOtherFiles(const Tables& tables, const Directory& directory) {
+void syncOtherFiles(const Tables& tables, std::int64_t now, const Directory& directory) {
   const auto sync = [&](const std::string& name) {
-    File file(directory, name, File::Mode::readWrite);
-    if (!file.isOpen() && errno == ENOENT) return false;
-    if (!file.sync()) throwFailed("cannot sync " + name);
-    return true;
+    File file(directory, name, File::Mode::read);
+    const bool isMissing = !file.isOpen() && errno == ENOENT;
+    if (!isMissing && !file.sync()) throw WriteFailure("cannot sync " + printable(name));
   };
   sync(listenersFileName);
   sync(webhooksFileName);
   for (const auto& [name, table] : tables) {
     for (const LinkRecord& link : table.links) {
-      const std::string file =
-          Storage::relationFileName({name, link.parentTable, link.column, link.parentColumn});
+      const Relation relation{name, link.parentTable, link.column, link.parentColumn};
+      const std::string fileName = Storage::relationFileName(relation);
       const auto parent = tables.find(link.parentTable);
-      if (sync(file) || parent == tables.end()) continue;
-      Storage::linkTables(table, parent->second, link.column, directory);
-      if (!sync(file)) throwFailed("cannot write " + file);
+      if (parent != tables.end() && Storage::readRelation(fileName, directory) != relation) {
+        Storage::writeRelation(table, parent->second, link.column, now, directory);
+        putInPlace(directory, fileName);
+      }
+      sync(fileName);
     }
   }
 }
@@ -264,7 +228,7 @@ void syncOtherFiles(const Tables& tables, const Directory& directory) {
 // The files that the marker names, or nothing when there is none, when it was not written to its
 // end, or when it names a file elsewhere, which no checkpoint does.
 std::optional<std::vector<std::string>> readMarker(const Directory& directory) {
-  const auto text = readFile(directory, markerName);
+  const auto text = readFile(directory, markerFileName);
   if (!text || !text->ends_with(markerEnd)) return std::nullopt;
   if (text->find('/') != std::string::npos) return std::nullopt;
   std::vector<std::string> names;
@@ -277,62 +241,133 @@ std::optional<std::vector<std::string>> readMarker(const Directory& directory) {
   return names;
 }
 
+// Takes a checkpoint back that came as far as its marker at the most.
+void abandon(const std::vector<std::string>& names, bool isMarked, const Directory& directory,
+             Log& log) {
+  if (isMarked) {
+    // Emptied and synced before it is removed: a power failure could bring a marker back that was
+    // only removed, when its files are gone.
+    File marker(directory, markerFileName, File::Mode::change);
+    if (!marker.truncate(0)) {
+      log.expectNew(true);  // it stands, and its files with it: the next checkpoint completes it
+      return;
+    }
+    if (!marker.sync()) return;
+  }
+  removeFile(directory, markerFileName);
+  for (const std::string& name : names) removeFile(directory, checkpointName(name));
+}
+
+bool isOurs(std::string_view fileName) {
+  return fileName == logFileName || fileName.ends_with(tableExtension) ||
+         fileName.ends_with(deletionExtension) || fileName.ends_with(wholeRowExtension) ||
+         fileName.ends_with(timedExtension) || fileName.ends_with(relationExtension);
+}
+
+// The files of these names in the directory that are no more than the beginnings of others.
+std::vector<DirectoryEntry> leftOvers(const Directory& directory) {
+  std::vector<DirectoryEntry> found;
+  for (const std::string_view suffix : {checkpointSuffix, unfinishedSuffix}) {
+    for (DirectoryEntry& entry : listFiles(directory, suffix)) {
+      const std::size_t size = entry.name.size() - suffix.size();
+      if (isOurs(std::string_view(entry.name).substr(0, size))) found.push_back(std::move(entry));
+    }
+  }
+  return found;
+}
+
 }  // namespace
 
-void Storage::saveCheckpoint(const Tables& tables, const Directory& directory) {
-  finishCheckpoint(directory);
+void Storage::saveCheckpoint(const Tables& tables, std::int64_t now, const Directory& directory,
+                             Log& log) {
+  finishCheckpoint(directory, log);
   std::vector<std::string> names;
+  bool isMarked = false;
   try {
+    // The removal of an earlier marker is durable before a file is called as one that it named.
+    requireSync(directory);
     for (const auto& [name, table] : tables) {
       if (isStorableName(name)) writeTable(table, directory, names);
     }
-    syncOtherFiles(tables, directory);
+    syncOtherFiles(tables, now, directory);
     names.emplace_back(logFileName);
-    NewFile(directory, logFileName).finish();
-    writeMarker(names, directory);
-  } catch (...) {
-    // A marker that cannot be removed may be complete; its files have to stay then.
-    if (removeFile(directory, markerName)) {
-      for (const std::string& name : names) removeFile(directory, newName(name));
+    requireRegular(directory, logFileName);
+    NewFile(directory, checkpointName(logFileName)).finish();
+    requireSync(directory);
+    std::string text;
+    for (const std::string& name : names) text += name + "\n";
+    File marker(directory, markerFileName, File::Mode::create);
+    isMarked = marker.isOpen() && marker.write(text.append(markerEnd));
+    if (!isMarked || !marker.sync() || !syncDirectory(directory)) {
+      throw WriteFailure(std::string("cannot write ") + markerFileName);
     }
+  } catch (const WriteFailure& failure) {
+    abandon(names, isMarked, directory, log);
+    throwFailed(failure.what());
+  } catch (...) {
+    abandon(names, isMarked, directory, log);
     throw;
   }
-  expectNewLog(true);
-  finishCheckpoint(directory);
+  log.expectNew(true);
+  finishCheckpoint(directory, log);
 }
 
-void Storage::finishCheckpoint(const Directory& directory) {
+std::set<std::string, std::less<>> Storage::awaitedFiles(const Directory& directory) {
+  const auto names = readMarker(directory).value_or(std::vector<std::string>());
+  return {names.begin(), names.end()};
+}
+
+void Storage::finishCheckpoint(const Directory& directory, Log& log) {
   const auto names = readMarker(directory);
   if (!names) return;
-  for (const std::string& name : *names) {
-    if (!renameFile(directory, newName(name), name)) throwFailed("cannot replace " + name);
+  for (const std::string& name : *names) requireRegular(directory, checkpointName(name));
+  try {
+    // The process that wrote the marker may have died before it was durable.
+    if (!File(directory, markerFileName, File::Mode::read).sync()) {
+      throw WriteFailure(std::string("cannot sync ") + markerFileName);
+    }
+    requireSync(directory);
+    for (const std::string& name : *names) {
+      if (!renameFile(directory, checkpointName(name), name)) {
+        throw WriteFailure("cannot replace " + printable(name));
+      }
+    }
+    log.expectNew(false);
+    requireSync(directory);
+    if (!removeFile(directory, markerFileName)) {
+      throw WriteFailure(std::string("cannot remove ") + markerFileName);
+    }
+    requireSync(directory);
+  } catch (const WriteFailure& failure) {
+    throwFailed(failure.what());
   }
-  expectNewLog(false);
-  if (!syncDirectory(directory)) throwFailed("cannot sync the directory");
-  if (!removeFile(directory, markerName)) throwFailed(std::string("cannot remove ") + markerName);
 }
 
-void Storage::sweepCheckpoint(const Directory& directory) {
-  removeFile(directory, markerName);
-  for (const std::string& name : listFiles(directory, newSuffix)) {
-    const std::string_view target =
-        std::string_view(name).substr(0, name.size() - newSuffix.size());
-    const bool isOurs = target == logFileName || target.ends_with(".bin") ||
-                        target.ends_with(".del") || target.ends_with(".tmp") ||
-                        target.ends_with(".row");
-    if (isOurs) removeFile(directory, name);
+void Storage::checkLeftOvers(const Directory& directory) {
+  for (const DirectoryEntry& entry : leftOvers(directory)) {
+    if (!entry.isRegular) throw NotRegularFile(entry.name);
+  }
+}
+
+void Storage::sweepLeftOvers(const std::vector<std::string>& kept, const Directory& directory) {
+  removeFile(directory, markerFileName);
+  for (const DirectoryEntry& entry : leftOvers(directory)) {
+    const bool isKept = std::find(kept.begin(), kept.end(), entry.name) != kept.end();
+    if (!isKept) removeFile(directory, entry.name);
   }
 }
 
 std::vector<std::string> Storage::filesOfTable(const std::string& tableName) {
   if (!isStorableName(tableName)) return {};
   std::vector<std::string> names;
-  for (const char* const extension : {".bin", ".del", ".tmp", ".row"}) {
-    const std::string name = tableName + extension;
+  for (const std::string_view extension :
+       {tableExtension, deletionExtension, timedExtension, wholeRowExtension}) {
+    const std::string name = fileNameOf(tableName, extension);
     // A table left behind under such a name has no file of its own there.
     if (name == listenersFileName || name == webhooksFileName) continue;
     names.push_back(name);
-    names.push_back(newName(name));
+    names.push_back(checkpointName(name));
+    names.push_back(unfinishedName(name));
   }
   return names;
 }

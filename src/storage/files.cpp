@@ -13,6 +13,10 @@
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
+#include <utility>
+
+#include "../text.h"
+#include "file_names.h"
 
 namespace velmora {
 namespace {
@@ -22,10 +26,10 @@ static_assert(Directory::current == AT_FDCWD);
 std::atomic<FileHook> fileHook = nullptr;
 
 // 0, or what the hook wants; a failing operation has its errno set.
-int announce(FileOperation operation, const std::string& name) {
+int announce(FileOperation operation, const std::string& name, const char* target = nullptr) {
   const FileHook hook = fileHook.load(std::memory_order_relaxed);
   if (hook == nullptr) return 0;
-  const int wish = hook(operation, name.c_str());
+  const int wish = hook({operation, name.c_str(), target});
   if (wish > 0) errno = wish;
   return wish;
 }
@@ -34,14 +38,12 @@ int flagsOf(File::Mode mode) {
   switch (mode) {
     case File::Mode::read:
       return O_RDONLY;
-    case File::Mode::readWrite:
+    case File::Mode::change:
       return O_RDWR;
-    case File::Mode::create:
-      return O_RDWR | O_CREAT;
-    case File::Mode::replace:
-      return O_RDWR | O_CREAT | O_TRUNC;
     case File::Mode::append:
       return O_WRONLY | O_CREAT | O_APPEND;
+    case File::Mode::create:
+      return O_WRONLY | O_CREAT | O_EXCL;
   }
   return O_RDONLY;
 }
@@ -50,10 +52,12 @@ int flagsOf(File::Mode mode) {
 // file's next ones out, and appending then takes twice as long.
 std::optional<FileIdentity> identityAt(int descriptor, const char* name, int flags) {
   struct statx status;
-  constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_INO | STATX_UID | STATX_GID;
+  constexpr unsigned wanted =
+      STATX_TYPE | STATX_MODE | STATX_INO | STATX_UID | STATX_GID | STATX_NLINK;
   if (statx(descriptor, name, flags, wanted, &status) != 0) return std::nullopt;
   const std::uint64_t device = std::uint64_t{status.stx_dev_major} << 32 | status.stx_dev_minor;
-  return FileIdentity{device, status.stx_ino, status.stx_mode, status.stx_uid, status.stx_gid};
+  return FileIdentity{device,         status.stx_ino, status.stx_mode,
+                      status.stx_uid, status.stx_gid, status.stx_nlink};
 }
 
 // Calls a system function until it is not interrupted by a signal.
@@ -65,38 +69,104 @@ auto uninterrupted(Call call) {
   }
 }
 
+// Puts a copy in the file's place, so that its other names keep what they have when it is changed.
+bool replaceByCopy(const Directory& directory, const std::string& name) {
+  const std::string copyName = unfinishedName(name);
+  {
+    File source(directory, name, File::Mode::read);
+    File copy(directory, copyName, File::Mode::create);
+    std::string block(64 * 1024, '\0');
+    std::int64_t offset = 0;
+    while (true) {
+      const auto count = source.readAt(offset, block.data(), block.size());
+      if (!count) return false;
+      if (*count == 0) break;
+      if (!copy.write(std::string_view(block).substr(0, *count))) return false;
+      offset += static_cast<std::int64_t>(*count);
+    }
+    if (!copy.sync()) return false;
+  }
+  return renameFile(directory, copyName, name) && syncDirectory(directory);
+}
+
 }  // namespace
+
+NotRegularFile::NotRegularFile(std::string_view name)
+    : std::runtime_error("Not a regular file: " + printable(name)) {}
+
+bool FileIdentity::isForeign() const noexcept { return !S_ISREG(mode) && !S_ISDIR(mode); }
 
 void setFileHook(FileHook hook) noexcept { fileHook.store(hook, std::memory_order_relaxed); }
 
 File::File(const Directory& directory, const std::string& name, Mode mode) : name_(name) {
-  if (announce(FileOperation::open, name) > 0) return;
+  if (mode == Mode::read && directory.awaited != nullptr && directory.awaited->contains(name)) {
+    name_ = checkpointName(name);
+    open(directory, mode);
+    if (isOpen() || errno != ENOENT) return;
+    name_ = name;
+  }
+  if (mode == Mode::create && !removeFile(directory, name)) return;
+  open(directory, mode);
+  const bool isChangedInPlace = mode == Mode::change || mode == Mode::append;
+  if (!isOpen() || !isChangedInPlace) return;
+  const auto opened = identity();
+  if (!opened || opened->nameCount < 2) return;
+  close(std::exchange(descriptor_, -1));
+  if (replaceByCopy(directory, name)) open(directory, mode);
+}
+
+void File::open(const Directory& directory, Mode mode) {
+  if (announce(FileOperation::open, name_) > 0) return;
+  // Looked at before it is opened, since to open a device may already do something.
+  requireRegular(directory, name_);
   constexpr mode_t permissions = 0666;
+  constexpr int always = O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY;
   descriptor_ = uninterrupted([&] {
-    // Nothing but a regular file belongs here; opening a pipe must not wait for its other end.
-    return openat(directory.descriptor, name.c_str(), flagsOf(mode) | O_CLOEXEC | O_NONBLOCK,
-                  permissions);
+    return openat(directory.descriptor, name_.c_str(), flagsOf(mode) | always, permissions);
   });
+  if (!isOpen()) return;
+  const auto opened = identity();
+  if (opened && S_ISREG(opened->mode)) return;
+  close(std::exchange(descriptor_, -1));
+  if (opened && opened->isForeign()) throw NotRegularFile(name_);
+  errno = opened ? EISDIR : EIO;
 }
 
 File::~File() {
   if (isOpen()) close(descriptor_);
 }
 
-bool File::write(std::string_view bytes) {
-  lastWritten_ = 0;
-  const int wish = announce(FileOperation::write, name_);
+bool File::writePiece(std::string_view bytes, int wish) {
   if (wish > 0) return false;
   const std::size_t end = wish == shortWrite ? bytes.size() / 2 : bytes.size();
-  while (lastWritten_ < end) {
-    const ssize_t count = uninterrupted(
-        [&] { return ::write(descriptor_, bytes.data() + lastWritten_, end - lastWritten_); });
+  for (std::size_t done = 0; done < end;) {
+    const ssize_t count =
+        uninterrupted([&] { return ::write(descriptor_, bytes.data() + done, end - done); });
     if (count <= 0) return false;
+    done += static_cast<std::size_t>(count);
     lastWritten_ += static_cast<std::size_t>(count);
   }
   if (wish == shortWrite) errno = ENOSPC;
-  return end == bytes.size();
+  return wish != shortWrite;
 }
+
+bool File::write(std::string_view bytes) {
+  lastWritten_ = 0;
+  if (fileHook.load(std::memory_order_relaxed) == nullptr) return writePiece(bytes, 0);
+  constexpr std::int64_t pageSize = 4096;
+  const bool isAppended = (fcntl(descriptor_, F_GETFL) & O_APPEND) != 0;
+  std::int64_t offset = isAppended ? size().value_or(0) : position();
+  do {
+    const auto toPageEnd = static_cast<std::size_t>(pageSize - offset % pageSize);
+    const std::string_view piece = bytes.substr(0, toPageEnd);
+    if (!writePiece(piece, announce(FileOperation::write, name_))) return false;
+    bytes.remove_prefix(piece.size());
+    offset += static_cast<std::int64_t>(piece.size());
+  } while (!bytes.empty());
+  return true;
+}
+
+std::int64_t File::position() const { return lseek(descriptor_, 0, SEEK_CUR); }
 
 bool File::writeAt(std::int64_t offset, std::string_view bytes) {
   if (uninterrupted([&] { return lseek(descriptor_, offset, SEEK_SET); }) < 0) return false;
@@ -123,6 +193,19 @@ std::optional<std::int64_t> File::size() const {
   return status.st_size;
 }
 
+std::optional<std::int64_t> File::contentEnd() const {
+  const auto whole = size();
+  if (!whole) return std::nullopt;
+  std::int64_t end = 0;
+  while (end < *whole) {
+    const std::int64_t data = lseek(descriptor_, end, SEEK_DATA);
+    if (data < 0) return errno == ENXIO ? end : *whole;  // nothing more, or the system cannot tell
+    end = lseek(descriptor_, data, SEEK_HOLE);
+    if (end < 0) return *whole;
+  }
+  return std::min(end, *whole);
+}
+
 std::optional<FileIdentity> File::identity() const {
   return identityAt(descriptor_, "", AT_EMPTY_PATH);
 }
@@ -137,19 +220,28 @@ bool File::sync() {
   return uninterrupted([&] { return fdatasync(descriptor_); }) == 0;
 }
 
+void throwUnreadable(std::string_view name) {
+  throw std::runtime_error("Failed to read file: " + printable(name));
+}
+
 std::optional<std::string> readFile(const Directory& directory, const std::string& name) {
   File file(directory, name, File::Mode::read);
   if (!file.isOpen() && errno == ENOENT) return std::nullopt;
   const auto size = file.size();
   std::string bytes(static_cast<std::size_t>(size.value_or(0)), '\0');
   const auto count = size ? file.readAt(0, bytes.data(), bytes.size()) : std::nullopt;
-  if (!count) throw std::runtime_error("Failed to read file: " + name);
+  if (!count) throwUnreadable(name);
   bytes.resize(*count);
   return bytes;
 }
 
+void requireRegular(const Directory& directory, const std::string& name) {
+  const auto found = identityOf(directory, name.c_str());
+  if (found && found->isForeign()) throw NotRegularFile(name);
+}
+
 std::optional<FileIdentity> identityOf(const Directory& directory, const char* name) {
-  return identityAt(directory.descriptor, name, 0);
+  return identityAt(directory.descriptor, name, AT_SYMLINK_NOFOLLOW);
 }
 
 bool removeFile(const Directory& directory, const std::string& name) {
@@ -158,7 +250,7 @@ bool removeFile(const Directory& directory, const std::string& name) {
 }
 
 bool renameFile(const Directory& directory, const std::string& from, const std::string& to) {
-  if (announce(FileOperation::rename, from) > 0) return false;
+  if (announce(FileOperation::rename, from, to.c_str()) > 0) return false;
   return renameat(directory.descriptor, from.c_str(), directory.descriptor, to.c_str()) == 0 ||
          errno == ENOENT;
 }
@@ -172,7 +264,7 @@ bool syncDirectory(const Directory& directory) {
   return isSynced;
 }
 
-std::vector<std::string> listFiles(const Directory& directory, std::string_view suffix) {
+std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_view suffix) {
   const bool isRefused = announce(FileOperation::list, ".") > 0;
   const int descriptor =
       isRefused ? -1 : openat(directory.descriptor, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -182,17 +274,17 @@ std::vector<std::string> listFiles(const Directory& directory, std::string_view 
     if (descriptor >= 0) close(descriptor);
     throw std::runtime_error("Failed to list directory");
   }
-  std::vector<std::string> names;
+  std::vector<DirectoryEntry> entries;
   while (const dirent* const entry = readdir(listing.get())) {
     const std::string_view name = entry->d_name;
-    struct stat status = {};
-    if (name.ends_with(suffix) && fstatat(directory.descriptor, entry->d_name, &status, 0) == 0 &&
-        S_ISREG(status.st_mode)) {
-      names.emplace_back(name);
-    }
+    if (!name.ends_with(suffix)) continue;
+    const auto identity = identityOf(directory, entry->d_name);
+    if (!identity || S_ISDIR(identity->mode)) continue;
+    entries.push_back({std::string(name), static_cast<bool>(S_ISREG(identity->mode))});
   }
-  std::sort(names.begin(), names.end());
-  return names;
+  std::sort(entries.begin(), entries.end(),
+            [](const DirectoryEntry& a, const DirectoryEntry& b) { return a.name < b.name; });
+  return entries;
 }
 
 DirectoryLock::DirectoryLock() : descriptor_(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {

@@ -1,11 +1,15 @@
 // Files of one directory: the only room that makes file system calls.
 //
-// Every call is announced to a hook first, so that tests can stop the process or make the call fail
-// at any of them. Failures come back as values; what a failure means is decided by the callers.
+// A file is opened in one place, which follows no symbolic link, takes nothing but regular files,
+// and never changes a file that has a second name. Every call is announced to a hook first, so that
+// tests can stop the process or make the call fail at any of them. Failures come back as values;
+// what a failure means is decided by the callers.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,16 +20,32 @@ namespace velmora {
 struct Directory {
   static constexpr int current = -100;  // AT_FDCWD
   int descriptor = current;
+  // While a start reads the files of a checkpoint that was interrupted behind its marker: the names
+  // that it still has to put in place. What is opened to be read under such a name is the
+  // checkpoint's new file, as long as that is there.
+  const std::set<std::string, std::less<>>* awaited = nullptr;
+};
+
+// What bears a file's name is a link, a pipe, a socket or a device.
+struct NotRegularFile : std::runtime_error {
+  explicit NotRegularFile(std::string_view name);
 };
 
 enum class FileOperation : std::uint8_t { open, read, write, sync, truncate, rename, remove, list };
 
-// Called before each file operation with the file's name: 0 lets it happen, a positive errno value
-// makes it fail with that, and shortWrite makes a write write half its bytes and fail.
-using FileHook = int (*)(FileOperation operation, const char* name);
+struct FileEvent {
+  FileOperation operation;
+  const char* name;              // "." for the directory itself
+  const char* target = nullptr;  // what a renamed file is called from then on
+};
+
+// Called before each file operation: 0 lets it happen, a positive errno value makes it fail with
+// that, and shortWrite makes a write write half its bytes and fail.
+using FileHook = int (*)(const FileEvent& event);
 inline constexpr int shortWrite = -1;
 
-// Sets the hook of the whole process; null takes it away.
+// Sets the hook of the whole process; null takes it away. With a hook every write is announced and
+// made page by page, since that is where the system stops the write of a process that is killed.
 void setFileHook(FileHook hook) noexcept;
 
 // Which file it is that a name leads to, and what opening it depends on.
@@ -35,7 +55,11 @@ struct FileIdentity {
   std::uint32_t mode = 0;
   std::uint32_t owner = 0;
   std::uint32_t group = 0;
+  std::uint32_t nameCount = 0;
   bool operator==(const FileIdentity&) const = default;
+  // Whether it is a link, a pipe, a socket or a device. A directory is none of them: it fails by
+  // itself when it is opened to be written, or read.
+  bool isForeign() const noexcept;
 };
 
 // An open file. All functions return false or nothing when the system refuses, or when the file is
@@ -44,12 +68,13 @@ class File {
  public:
   enum class Mode : std::uint8_t {
     read,
-    readWrite,  // must exist
-    create,     // read and write, created when missing
-    replace,    // created when missing, emptied when there
-    append,     // created when missing; writes go to the end
+    change,  // read and write; must exist
+    append,  // created when missing; writes go to the end
+    create,  // write; a new file in the place of what bore the name
   };
 
+  // Throws NotRegularFile. A file to change or append to that has a second name is replaced by a
+  // copy first, so that the other name keeps what it had.
   File(const Directory& directory, const std::string& name, Mode mode);
   ~File();
   File(const File&) = delete;
@@ -61,26 +86,38 @@ class File {
   // been written.
   bool write(std::string_view bytes);
   bool writeAt(std::int64_t offset, std::string_view bytes);
-  // How many bytes the last write has written, all or not.
+  // How many bytes the last write has written, all or not, and the position behind them.
   std::size_t lastWritten() const noexcept { return lastWritten_; }
+  std::int64_t position() const;
   // Reads up to count bytes at an offset; the number read, less than count only at the file's end.
   std::optional<std::size_t> readAt(std::int64_t offset, char* out, std::size_t count);
   std::optional<std::int64_t> size() const;
+  // Where the file's content ends: a hole behind it holds nothing but zero bytes, and costs nothing
+  // until it is read.
+  std::optional<std::int64_t> contentEnd() const;
   std::optional<FileIdentity> identity() const;
   bool truncate(std::int64_t size);
   bool sync();
 
  private:
+  void open(const Directory& directory, Mode mode);
+  bool writePiece(std::string_view bytes, int wish);
+
   int descriptor_ = -1;
   std::size_t lastWritten_ = 0;
   std::string name_;
 };
 
 // The whole file, or nothing when there is none. Throws std::runtime_error "Failed to read file:
-// NAME" when it is there and cannot be opened or read.
+// NAME" when it is there and cannot be opened or read, and NotRegularFile.
 std::optional<std::string> readFile(const Directory& directory, const std::string& name);
+[[noreturn]] void throwUnreadable(std::string_view name);
 
-// The file that the name leads to; nothing when there is none, or when the system does not tell.
+// Throws NotRegularFile when the name leads to a link, a pipe, a socket or a device.
+void requireRegular(const Directory& directory, const std::string& name);
+
+// What the name itself stands for; nothing when there is no such name, or when the system does not
+// tell.
 std::optional<FileIdentity> identityOf(const Directory& directory, const char* name);
 
 // False when the file was there and could not be removed.
@@ -89,9 +126,14 @@ bool removeFile(const Directory& directory, const std::string& name);
 bool renameFile(const Directory& directory, const std::string& from, const std::string& to);
 // Makes renames, creations and removals in the directory durable.
 bool syncDirectory(const Directory& directory);
-// The names of the regular files that end in the suffix, sorted. Throws std::runtime_error
-// "Failed to list directory" when it cannot be read.
-std::vector<std::string> listFiles(const Directory& directory, std::string_view suffix);
+
+// What lies in the directory under a name that ends in the suffix, sorted by name, but for other
+// directories. Throws std::runtime_error "Failed to list directory".
+struct DirectoryEntry {
+  std::string name;
+  bool isRegular = true;
+};
+std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_view suffix);
 
 // Holds the current directory, open and locked against every other holder, until destroyed. A
 // process that dies lets go of it.

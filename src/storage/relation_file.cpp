@@ -9,15 +9,18 @@
 //                     referenced table that its value names; -1 for a deleted row or no such row
 //
 // Only the names are read back: the link is made again from the tables' rows.
-#include "../clock.h"
-#include "../number.h"
+#include <cerrno>
+#include <stdexcept>
+
 #include "../record_io.h"
+#include "block_io.h"
 #include "storage.h"
 
 namespace velmora {
 namespace {
 
 constexpr std::size_t namesSize = 4 * nameWidth;
+constexpr std::size_t rowWidth = 4;
 
 // The row that the key names, or -1.
 std::int32_t rowOfKey(const Table& referenced, std::string_view key) {
@@ -30,39 +33,52 @@ std::int32_t rowOfKey(const Table& referenced, std::string_view key) {
 
 }  // namespace
 
-void Storage::linkTables(const Table& linking, const Table& referenced, const std::string& column,
-                         const Directory& directory) {
+void Storage::writeRelation(const Table& linking, const Table& referenced,
+                            const std::string& column, std::int64_t now,
+                            const Directory& directory) {
   const Relation relation{linking.tableName, referenced.tableName, column,
                           referenced.primaryKeyColumn};
-  RecordWriter record;
-  record.text(relation.childTable, nameWidth).text(relation.parentTable, nameWidth);
-  record.text(relation.childColumn, nameWidth).text(relation.parentColumn, nameWidth);
+  NewFile file(directory, unfinishedName(relationFileName(relation)));
+  RecordWriter names;
+  names.text(relation.childTable, nameWidth).text(relation.parentTable, nameWidth);
+  names.text(relation.childColumn, nameWidth).text(relation.parentColumn, nameWidth);
+  file.write(names.bytes());
   const std::size_t position = linking.columnPosition(column);
-  const std::int64_t now = clock::now();
   for (std::size_t i = 0; position != noColumn && i < linking.rows.size(); ++i) {
     const Row& row = linking.rows[i];
-    record.int32(row.isDeleted ? -1 : rowOfKey(referenced, row.cells()[position].valueAt(now)));
+    const std::int32_t parent =
+        row.isDeleted ? -1 : rowOfKey(referenced, row.cells()[position].valueAt(now));
+    file.written(putInt32(file.room(rowWidth), parent));
   }
-  File file(directory, relationFileName(relation), File::Mode::create);
-  if (file.isOpen() && file.writeAt(0, record.bytes())) {
-    file.truncate(static_cast<std::int64_t>(record.bytes().size()));
-  }
+  file.finish();
 }
 
 std::string Storage::relationFileName(const Relation& relation) {
-  return relation.childTable + "-" + relation.childColumn + "_" + relation.parentTable + "-" +
-         relation.parentColumn + ".rel";
+  std::string name = relation.childTable + "-" + relation.childColumn + "_" + relation.parentTable +
+                     "-" + relation.parentColumn;
+  // No table and no column has such a name; one that had would lead out of the directory.
+  if (name.find('/') != std::string::npos) throw std::runtime_error("Forbidden relation name");
+  return name.append(relationExtension);
 }
 
 std::vector<std::string> Storage::getRelFiles(const Directory& directory) {
-  return listFiles(directory, ".rel");
+  std::vector<std::string> names;
+  for (DirectoryEntry& entry : listFiles(directory, relationExtension)) {
+    if (!entry.isRegular) throw NotRegularFile(entry.name);
+    names.push_back(std::move(entry.name));
+  }
+  return names;
 }
 
 std::optional<Relation> Storage::readRelation(const std::string& fileName,
                                               const Directory& directory) {
-  const auto bytes = readFile(directory, fileName);
-  if (!bytes || bytes->size() < namesSize) return std::nullopt;
-  RecordReader record(*bytes);
+  File file(directory, fileName, File::Mode::read);
+  if (!file.isOpen() && errno == ENOENT) return std::nullopt;
+  char bytes[namesSize];
+  const auto count = file.readAt(0, bytes, namesSize);
+  if (!count) throwUnreadable(fileName);
+  if (*count < namesSize) return std::nullopt;
+  RecordReader record({bytes, namesSize});
   Relation relation;
   relation.childTable = record.text(nameWidth);
   relation.parentTable = record.text(nameWidth);

@@ -20,11 +20,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <set>
 #include <stdexcept>
 
-#include "../clock.h"
 #include "../number.h"
 #include "../record_io.h"
+#include "block_io.h"
 #include "storage.h"
 #include "table_rows.h"
 #include "timed_file.h"
@@ -33,10 +34,9 @@ namespace velmora {
 namespace {
 
 constexpr std::size_t headerFieldsPerColumn = 4;
-constexpr std::size_t readBlockSize = 256 * 1024;
 
-[[noreturn]] void throwCorrupt(const std::string& fileName) {
-  throw std::runtime_error("Corrupt table file: " + fileName);
+[[noreturn]] void throwCorrupt(std::string_view fileName) {
+  throw std::runtime_error("Corrupt table file: " + printable(fileName));
 }
 
 // A number of the header, within the limits of CREATE TABLE; the default when the field is empty.
@@ -51,38 +51,7 @@ std::int32_t headerNumber(const std::string& text, std::int32_t missing, std::in
   return number;
 }
 
-// Bytes of a file from an offset on, read in large blocks.
-class BlockReader {
- public:
-  BlockReader(File& file, std::string fileName, std::size_t largestPiece)
-      : file_(file), fileName_(std::move(fileName)), buffer_(readBlockSize + largestPiece, '\0') {}
-
-  // At least `count` bytes from the offset on, or as many as the file has.
-  std::string_view at(std::int64_t offset, std::size_t count) {
-    const bool isHeld = offset >= start_ && offset + static_cast<std::int64_t>(count) <=
-                                                start_ + static_cast<std::int64_t>(held_);
-    if (!isHeld && !(atEnd_ && offset >= start_)) fill(offset);
-    const auto skipped = static_cast<std::size_t>(offset - start_);
-    return std::string_view(buffer_.data(), held_).substr(std::min(skipped, held_));
-  }
-
- private:
-  void fill(std::int64_t offset) {
-    const auto count = file_.readAt(offset, buffer_.data(), buffer_.size());
-    if (!count) throw std::runtime_error("Failed to read file: " + fileName_);
-    start_ = offset;
-    held_ = *count;
-    atEnd_ = held_ < buffer_.size();
-  }
-
-  File& file_;
-  std::string fileName_;
-  std::string buffer_;
-  std::int64_t start_ = 0;
-  std::size_t held_ = 0;
-  bool atEnd_ = false;
-};
-
+// Which rows of which file a table is read from.
 struct RowSource {
   std::string fileName;
   std::int64_t firstOffset;
@@ -91,18 +60,50 @@ struct RowSource {
   std::int64_t rowLimit;
 };
 
-void readRows(File& file, const RowSource& source, const std::string& timedFile, Table& table) {
-  const std::int32_t maxStates = largestMaxStates(table.columns);
-  const std::size_t piece = largestRowSize(table.columns);
-  const std::int64_t now = clock::now();
+std::int64_t sizeOf(const Directory& directory, const std::string& fileName) {
+  File file(directory, fileName, File::Mode::read);
+  if (!file.isOpen() && errno == ENOENT) return 0;
+  const auto size = file.size();
+  if (!size) throwUnreadable(fileName);
+  return *size;
+}
+
+// Rows that overlap are read from the whole-row file if that holds whole rows only, unless it was
+// cut: the other two files of the table agree on more rows then. Without it their number is that of
+// the deletion file's marks, or, if that lacks some, of the rows that the row file begins for
+// certain.
+RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64_t rowFileSize,
+                        std::int64_t markCount, const Directory& directory) {
+  const std::string wholeName = fileNameOf(table.tableName, wholeRowExtension);
+  const auto wholeSize = static_cast<std::int64_t>(wholeRowSize(table.columns));
+  const std::int64_t size = sizeOf(directory, wholeName);
+  const std::int64_t wholeRows = size / wholeSize;
+  const auto longest = static_cast<std::int64_t>(longestRow(table.columns, CellWidths::written));
+  const std::int64_t lastBegin = std::max(rowFileSize - rowFile.firstOffset - longest, 0L);
+  const bool hasRows = rowFileSize > rowFile.firstOffset;
+  const std::int64_t begunRows = hasRows ? lastBegin / rowFile.rowSize + 1 : 0;
+  const bool wasCut = wholeRows < begunRows && wholeRows < markCount;
+  if (size > 0 && size % wholeSize == 0 && !wasCut) {
+    return {wholeName, 0, wholeSize, CellWidths::whole, wholeRows};
+  }
+  RowSource source = rowFile;
+  source.rowLimit = std::max(markCount, begunRows);
+  return source;
+}
+
+void readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
+              Table& table) {
+  File file(directory, source.fileName, File::Mode::read);
+  if (!file.isOpen()) throwUnreadable(source.fileName);
+  const std::size_t piece = longestRow(table.columns, source.widths);
   const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
-  BlockReader reader(file, source.fileName, piece);
+  BlockReader reader(file);
   table.rows.setHugePages(false);
   std::int64_t offset = source.firstOffset;
   for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
     const std::string_view bytes = reader.at(offset, piece);
     if (bytes.empty()) break;
-    if (!decodeRow(bytes, shapes, timedFile, maxStates, now, table.appendRow())) {
+    if (!decodeRow(bytes, shapes, timed, table.appendRow())) {
       table.removeLastRow();
       break;
     }
@@ -110,15 +111,16 @@ void readRows(File& file, const RowSource& source, const std::string& timedFile,
   table.rows.setHugePages(true);
 }
 
-// How many slots the table's timed-value file holds.
-std::int64_t slotCount(const std::string& tableName, std::int32_t maxStates,
-                       const Directory& directory) {
-  const File file(directory, tableName + ".tmp", File::Mode::read);
-  return file.size().value_or(0) / static_cast<std::int64_t>(timedRecordSize(maxStates));
+void readMarks(const Directory& directory, const std::string& fileName, Table& table) {
+  File file(directory, fileName, File::Mode::read);
+  if (!file.isOpen() && errno == ENOENT) return;
+  BlockReader reader(file);
+  for (std::size_t i = 0; i < table.rows.size(); ++i) {
+    const std::string_view mark = reader.at(static_cast<std::int64_t>(i), 1);
+    if (mark.empty()) return;  // the rows behind the last mark are live
+    if (mark.front() != '\0') table.setDeleted(i, true);
+  }
 }
-
-std::string binFile(const std::string& tableName) { return tableName + ".bin"; }
-std::string delFile(const std::string& tableName) { return tableName + ".del"; }
 
 }  // namespace
 
@@ -163,101 +165,45 @@ std::string Storage::tableFileHeader(const Table& table) {
   return header.bytes();
 }
 
-void Storage::saveTable(const std::string& fileName, const Table& table,
-                        const Directory& directory) {
-  {
-    File file(directory, fileName, File::Mode::create);
-    if (!file.isOpen()) throw std::runtime_error("Failed to open file: " + fileName);
-    if (!getColumns(file, fileName).empty()) throw std::runtime_error("Column size error");
-    // What a file without columns held behind the header would be taken for rows.
-    const std::string header = tableFileHeader(table);
-    if (!file.truncate(0) || !file.writeAt(0, header)) {
-      file.truncate(0);
-      throw std::runtime_error("Failed to write file: " + fileName);
-    }
-  }
-  setUpDeletesFile(table, directory);
+bool Storage::isStorableColumn(std::string_view name) {
+  constexpr std::string_view refused("/\0", 2);
+  return !name.empty() && name.size() <= nameWidth &&
+         name.find_first_of(refused) == std::string_view::npos &&
+         std::find(typeNames.begin(), typeNames.end(), name) == typeNames.end();
 }
 
-void Storage::setUpDeletesFile(const Table& table, const Directory& directory) {
-  File file(directory, delFile(table.tableName), File::Mode::replace);
-  if (file.isOpen()) file.write(std::string(table.rows.size(), '\0'));
+bool Storage::hasTable(const std::string& tableName, const Directory& directory) {
+  const std::string fileName = fileNameOf(tableName, tableExtension);
+  File file(directory, fileName, File::Mode::read);
+  if (file.isOpen()) return !getColumns(file, fileName).empty();
+  if (errno == ENOENT) return false;
+  throw std::runtime_error("Failed to open file: " + printable(fileName));
 }
 
-void Storage::insertRow(const Table& table, const Row& row, std::int64_t offset,
-                        std::ios_base::seekdir dir, const Directory& directory) {
-  const bool isAppended = dir == std::ios_base::end;
-  const std::vector<Column>& columns = table.columns;
-  File file(directory, binFile(table.tableName), File::Mode::readWrite);
-  const std::int64_t size = rowSize(columns);
-  if (!file.isOpen() || size == 0) return;
-  File marks(directory, delFile(table.tableName), File::Mode::append);
-  const bool isShifted = rowsAreShifted(columns);
-  const std::int64_t index =
-      isAppended ? marks.size().value_or(0) : (offset - headerSize(columns.size())) / size;
-  if (isAppended) offset += file.size().value_or(0);
-  const auto wholeSize = static_cast<std::int64_t>(wholeRowSize(columns));
-  std::optional<File> whole;
-  if (isShifted) whole.emplace(directory, table.tableName + ".row", File::Mode::create);
-
-  // Timed cells keep the slots that the overwritten row gave them.
-  std::string oldRow(isAppended ? 0 : static_cast<std::size_t>(wholeSize), '\0');
-  const auto oldSize = isShifted ? whole->readAt(index * wholeSize, oldRow.data(), oldRow.size())
-                                 : file.readAt(offset, oldRow.data(), oldRow.size());
-  oldRow.resize(oldSize.value_or(0));
-  const std::vector<std::size_t> cellOffsets = wholeOffsets(columns);
-  std::vector<std::int32_t> slots(columns.size(), -1);
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    const Cell& cell = row.cells()[i];
-    if (cell.tempRule == nullptr) continue;
-    const std::int32_t maxStates = largestMaxStates(columns);
-    const std::int32_t oldSlot =
-        slotAt(oldRow, cellOffsets[i], slotCount(table.tableName, maxStates, directory));
-    // Deliberate: an overwritten row is labelled with its offset counted in cells of this column.
-    const std::int64_t label = isAppended ? static_cast<std::int64_t>(table.rows.size())
-                                          : offset / getColumnBinSize(columns[i]);
-    slots[i] = writeTempRule(table.tableName, static_cast<std::int32_t>(label),
-                             static_cast<std::int32_t>(i), cell.tempRule.get(), maxStates, oldSlot,
-                             directory);
-  }
-
-  std::string bytes(largestRowSize(columns), '\0');
-  const auto encoded = [&](CellWidths widths) {
-    const char* const end = encodeRow(bytes.data(), row, shapesOf(columns, widths), slots);
-    return std::string_view(bytes.data(), static_cast<std::size_t>(end - bytes.data()));
-  };
-  const std::string_view written = encoded(CellWidths::written);
-  if (isAppended) marks.write(std::string_view("\0", 1));
-  file.writeAt(offset, written);
-  if (isShifted) whole->writeAt(index * wholeSize, encoded(CellWidths::whole));
-}
-
-void Storage::update(const Table& table, const std::vector<std::int32_t>& rows,
-                     const Directory& directory) {
-  const std::int64_t first = headerSize(table.columns.size());
-  for (const std::int32_t row : rows) {
-    insertRow(table, table.rows.at(static_cast<std::size_t>(row)),
-              first + row * rowSize(table.columns), std::ios_base::beg, directory);
+void Storage::saveTable(const Table& table, const Directory& directory) {
+  const std::string fileName = fileNameOf(table.tableName, tableExtension);
+  if (hasTable(table.tableName, directory)) throw std::runtime_error("Column size error");
+  try {
+    // What an earlier table of this name may have left would be taken for rows of this one.
+    const std::string rows = fileNameOf(table.tableName, wholeRowExtension);
+    if (!removeFile(directory, rows)) throw WriteFailure("cannot remove " + printable(rows));
+    const File marks(directory, fileNameOf(table.tableName, deletionExtension), File::Mode::create);
+    // The header comes whole or not at all: half a header would bar every later start.
+    writeBeside(directory, fileName, tableFileHeader(table));
+    putInPlace(directory, fileName);
+  } catch (const CreateFailure&) {
+    throw std::runtime_error("Failed to open file: " + printable(fileName));
+  } catch (const WriteFailure&) {
+    removeFile(directory, unfinishedName(fileName));
+    throw std::runtime_error("Failed to write file: " + printable(fileName));
   }
 }
 
-void Storage::deleteAt(const std::string& tableName, std::int32_t index,
-                       const Directory& directory) {
-  deleteBatch(tableName, {index}, directory);
-}
-
-void Storage::deleteBatch(const std::string& tableName, const std::vector<std::int32_t>& indices,
-                          const Directory& directory) {
-  File file(directory, delFile(tableName), File::Mode::readWrite);
-  if (!file.isOpen()) return;
-  for (const std::int32_t index : indices) file.writeAt(index, std::string_view("\1", 1));
-}
-
-std::string Storage::read(File& file, std::int64_t offset, std::size_t length) {
-  std::string bytes(length, '\0');
-  const auto count = file.readAt(offset, bytes.data(), length);
-  if (!count) throw std::runtime_error("Failed to read file: " + file.name());
-  return std::string(getText(bytes.data(), *count));
+std::string Storage::read(File& file, std::int64_t offset) {
+  char bytes[nameWidth];
+  const auto count = file.readAt(offset, bytes, nameWidth);
+  if (!count) throwUnreadable(file.name());
+  return std::string(getText(bytes, *count));
 }
 
 std::vector<Column> Storage::getColumns(File& file, const std::string& fileName) {
@@ -278,7 +224,12 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
   if (columns.empty()) return columns;
   if (file.size().value_or(0) < headerSize(columns.size())) throwCorrupt(fileName);
   constexpr std::int32_t maxStatesOfOldFiles = 3;
-  for (Column& column : columns) column.name = nextField();
+  std::set<std::string_view> names;
+  for (Column& column : columns) {
+    column.name = nextField();
+    const bool isNew = names.insert(column.name).second;
+    if (!isNew || !isStorableColumn(column.name)) throwCorrupt(fileName);
+  }
   for (Column& column : columns) {
     column.maxStates = headerNumber(nextField(), maxStatesOfOldFiles, 0, fileName);
   }
@@ -290,46 +241,48 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
 
 std::optional<Table> Storage::loadTable(const std::string& fileName, const Directory& directory) {
   File file(directory, fileName, File::Mode::read);
-  if (!file.isOpen()) throw std::runtime_error("Failed to open file: " + fileName);
-  std::vector<Column> columns = getColumns(file, fileName);
+  if (!file.isOpen()) throw std::runtime_error("Failed to open file: " + printable(fileName));
+  const std::vector<Column> columns = getColumns(file, fileName);
   if (columns.empty()) return std::nullopt;
 
   const std::string tableName = fileName.substr(0, fileName.find('.'));
-  Table table(tableName, std::move(columns));
-  const std::string marks = readFile(directory, delFile(tableName)).value_or("");
-
+  Table table(tableName, columns);
+  const std::string delName = fileNameOf(tableName, deletionExtension);
+  RowSource source{fileName, headerSize(columns.size()), rowSize(columns), CellWidths::declared,
+                   std::numeric_limits<std::int64_t>::max()};
+  if (rowsAreShifted(columns)) {
+    source = shiftedSource(table, source, file.size().value_or(0), sizeOf(directory, delName),
+                           directory);
+  }
   // Timed values are filed under the name that the row file bears.
   const std::string timedName = read(file, 0);
-  std::string timedFile;
-  if (largestMaxStates(table.columns) >= 1 && isStorableName(timedName)) {
-    timedFile = readFile(directory, timedName + ".tmp").value_or("");
+  const std::int32_t maxStates = largestMaxStates(columns);
+  std::optional<TimedReader> timed;
+  if (maxStates >= 1 && isStorableName(timedName)) {
+    timed.emplace(directory, fileNameOf(timedName, timedExtension), maxStates);
   }
-
-  RowSource source{fileName, headerSize(table.columns.size()), rowSize(table.columns),
-                   CellWidths::declared, std::numeric_limits<std::int64_t>::max()};
-  const bool isShifted = rowsAreShifted(table.columns);
-  const std::string wholeName = tableName + ".row";
-  if (isShifted) source.rowLimit = static_cast<std::int64_t>(marks.size());
-  File whole(directory, isShifted ? wholeName : fileName, File::Mode::read);
-  if (isShifted && !whole.isOpen() && errno != ENOENT) {
-    throw std::runtime_error("Failed to read file: " + wholeName);
+  readRows(source, timed ? &*timed : nullptr, directory, table);
+  while (timed && timed->hasNewDispute()) {
+    table = Table(tableName, columns);
+    readRows(source, &*timed, directory, table);
   }
-  const auto wholeSize = static_cast<std::int64_t>(wholeRowSize(table.columns));
-  if (isShifted && whole.isOpen() && whole.size() == wholeSize * source.rowLimit) {
-    source = {wholeName, 0, wholeSize, CellWidths::whole, source.rowLimit};
-    readRows(whole, source, timedFile, table);
-  } else {
-    readRows(file, source, timedFile, table);
-  }
-
-  for (std::size_t i = 0; i < std::min(marks.size(), table.rows.size()); ++i) {
-    if (marks[i] != '\0') table.setDeleted(i, true);
-  }
+  readMarks(directory, delName, table);
   return table;
 }
 
 std::vector<std::string> Storage::getBinFiles(const Directory& directory) {
-  return listFiles(directory, ".bin");
+  std::set<std::string> names;
+  for (const DirectoryEntry& entry : listFiles(directory, tableExtension)) {
+    const bool isOurs = isStorableName(entry.name.substr(0, entry.name.find('.')));
+    if (isOurs && !entry.isRegular) throw NotRegularFile(entry.name);
+    if (entry.isRegular) names.insert(entry.name);
+  }
+  if (directory.awaited != nullptr) {
+    for (const std::string& name : *directory.awaited) {
+      if (name.ends_with(tableExtension)) names.insert(name);
+    }
+  }
+  return {names.begin(), names.end()};
 }
 
 }  // namespace velmora

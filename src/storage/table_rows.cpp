@@ -9,8 +9,6 @@
 
 #include "../number.h"
 #include "../record_io.h"
-#include "storage.h"
-#include "timed_file.h"
 
 namespace velmora {
 namespace {
@@ -110,6 +108,15 @@ void decodePlain(const char* in, ValueKind kind, std::size_t width, Cell& cell) 
   }
 }
 
+void decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Cell& cell) {
+  if (timed != nullptr) cell.tempRule = timed->claim(getInt32(in));
+  if (cell.tempRule != nullptr) return;
+  cell.value = shape.kind == ValueKind::integer ? std::string_view("0") : missingValue;
+  if (!shape.isIdentity) return;
+  cell.tempRule = std::make_unique<TempRule>();
+  cell.tempRule->states.push_back({cell.value, 0});
+}
+
 }  // namespace
 
 std::int32_t largestMaxStates(const std::vector<Column>& columns) {
@@ -134,10 +141,10 @@ std::size_t wholeRowSize(const std::vector<Column>& columns) {
   return size;
 }
 
-std::size_t largestRowSize(const std::vector<Column>& columns) {
+std::size_t longestRow(const std::vector<Column>& columns, CellWidths widths) {
   std::size_t size = 0;
-  for (const Column& column : columns) {
-    size += 1 + std::max(stringWidth, static_cast<std::size_t>(column.stringSize));
+  for (const CellShape& shape : shapesOf(columns, widths)) {
+    size += shape.canBeTimed ? 1 + std::max(shape.plainWidth, shape.timedWidth) : shape.plainWidth;
   }
   return size;
 }
@@ -172,14 +179,13 @@ char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
   return out;
 }
 
-std::int32_t slotAt(std::string_view row, std::size_t offset, std::int64_t slotCount) {
+std::int32_t slotAt(std::string_view row, std::size_t offset) {
   if (row.size() < offset + 1 + slotWidth || row[offset] != '\1') return -1;
-  const std::int32_t slot = getInt32(row.data() + offset + 1);
-  return slot >= 0 && slot < slotCount ? slot : -1;
+  return getInt32(row.data() + offset + 1);
 }
 
-bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes,
-               const std::string& timedFile, std::int32_t maxStates, std::int64_t now, Row& row) {
+bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
+               Row& row) {
   const char* in = bytes.data();
   const char* const end = in + bytes.size();
   Cell* cell = row.cells().data();
@@ -190,15 +196,10 @@ bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes,
     in += flagSize;
     const std::size_t width = isTimed ? shape.timedWidth : shape.plainWidth;
     if (static_cast<std::size_t>(end - in) < width) return false;
-    if (!isTimed) {
-      decodePlain(in, shape.kind, width, *cell);
+    if (isTimed) {
+      decodeTimed(in, shape, timed, *cell);
     } else {
-      cell->tempRule = timedRuleAt(timedFile, getInt32(in), maxStates);
-      if (cell->tempRule != nullptr) {
-        cell->value = cell->tempRule->valueAt(now);
-      } else {
-        cell->value = shape.kind == ValueKind::integer ? std::string_view("0") : missingValue;
-      }
+      decodePlain(in, shape.kind, width, *cell);
     }
     in += width;
     ++cell;
@@ -212,6 +213,7 @@ std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths w
     CellShape shape;
     shape.kind = valueKind(column.type);
     shape.canBeTimed = column.maxStates >= 1;
+    shape.isIdentity = column.type == "ApexInt";
     const std::size_t plain = plainWidth(column, shape.kind, widths);
     shape.timedWidth = timedWidth(plain);
     const bool isWide = widths == CellWidths::whole && shape.canBeTimed;

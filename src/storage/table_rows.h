@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "../table.h"
+#include "timed_file.h"
 
 namespace velmora {
 
@@ -25,6 +26,7 @@ enum class CellWidths : std::uint8_t { written, declared, whole };
 struct CellShape {
   ValueKind kind = ValueKind::unknown;
   bool canBeTimed = false;
+  bool isIdentity = false;
   std::size_t plainWidth = 0;  // bytes of a plain value, without a flag byte
   std::size_t timedWidth = 0;  // bytes of a timed value's slot with its padding
 };
@@ -37,28 +39,27 @@ std::int32_t largestMaxStates(const std::vector<Column>& columns);
 bool rowsAreShifted(const std::vector<Column>& columns);
 // Bytes of a row in the whole-row file.
 std::size_t wholeRowSize(const std::vector<Column>& columns);
-// A bound of the bytes that one row takes or is read from, by any widths.
-std::size_t largestRowSize(const std::vector<Column>& columns);
+// The most bytes that a row of such columns can take by these widths.
+std::size_t longestRow(const std::vector<Column>& columns, CellWidths widths);
 
 // Where each column's cell begins in a row of whole widths; in a table whose rows are not shifted,
 // so it does in the row file.
 std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns);
 
 // Writes a row's cells in these shapes, of written or whole widths, at out, which has room for
-// largestRowSize; returns the end. slots holds the slot of each timed cell at its column's place.
-// Throws std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does not
-// convert; in a deleted row, which nobody reads, such a text is written as zero bytes.
+// longestRow; returns the end. slots holds the slot of each timed cell at its column's
+// place. Throws std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does
+// not convert; in a deleted row, which nobody reads, such a text is written as zero bytes.
 char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
                 std::span<const std::int32_t> slots);
 
-// The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is no timed
-// cell, or none of the slots that the timed-value file holds.
-std::int32_t slotAt(std::string_view row, std::size_t offset, std::int64_t slotCount);
+// The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is none.
+std::int32_t slotAt(std::string_view row, std::size_t offset);
 
 // Reads one row's cells of these shapes from the start of the bytes; false if the bytes end within
-// a cell. Timed values come from timedFile, a timed-value file's bytes; one that cannot be read
-// leaves its cell without a value.
-bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes,
-               const std::string& timedFile, std::int32_t maxStates, std::int64_t now, Row& row);
+// a cell. A timed value that cannot be read leaves its cell without a value; an identity stays
+// timed, with the one state 0, so that it is still told from a number that the row was given.
+bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
+               Row& row);
 
 }  // namespace velmora

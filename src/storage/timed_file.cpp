@@ -1,24 +1,14 @@
-// <table>.tmp: the timed values of a table, one fixed-size record a slot.
-//
-// With S the largest states limit of the table's columns, slot k starts at k * (29 + 68 * S):
-//
-//   OFFSET  SIZE    MEANING
-//        0     4    row number, a label
-//        4     4    column index, a label
-//        8     1    1 if the states cycle
-//        9     8    start time, seconds since the epoch
-//       17     8    length of one pass, seconds
-//       25     4    number of states c
-//       29  68 * S  the states: 8 bytes duration in seconds, 60 bytes value; zeros from c on
-//
-// Slots are never freed: a cell that is written again rewrites its slot.
+// See timed_file.h.
 #include "timed_file.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "../record_io.h"
-#include "storage.h"
+#include "file_names.h"
 
 namespace velmora {
 namespace {
@@ -27,6 +17,15 @@ constexpr std::size_t fixedSize = 29;
 constexpr std::size_t valueWidth = 60;
 constexpr std::size_t stateSize = 8 + valueWidth;
 static_assert(fixedSize == 4 + 4 + 1 + 8 + 8 + 4 && stateSize == 68);
+
+// How many whole slots the file has; none when it is not there. What a torn record left at the end
+// is no slot.
+std::size_t slotsIn(File& file, std::int32_t maxStates) {
+  if (!file.isOpen() && errno == ENOENT) return 0;
+  const auto size = file.size();
+  if (!size) throwUnreadable(file.name());
+  return static_cast<std::size_t>(*size) / timedRecordSize(maxStates);
+}
 
 }  // namespace
 
@@ -41,29 +40,37 @@ std::int32_t slotBehind(std::int64_t count) {
   return static_cast<std::int32_t>(count);
 }
 
-std::string timedRecord(std::int32_t row, std::int32_t column, const TempRule& rule,
-                        std::int32_t maxStates) {
-  RecordWriter record;
-  record.int32(row).int32(column).byte(rule.repeat).int64(rule.startTime).int64(rule.cycleLength);
-  record.int32(static_cast<std::int32_t>(rule.states.size()));
-  for (std::size_t i = 0; i < static_cast<std::size_t>(maxStates); ++i) {
-    if (i < rule.states.size()) {
-      record.int64(rule.states[i].duration).text(rule.states[i].value, valueWidth);
-    } else {
-      record.zeros(stateSize);
-    }
+TimedReader::TimedReader(const Directory& directory, const std::string& fileName,
+                         std::int32_t maxStates)
+    : maxStates_(maxStates),
+      file_(directory, fileName, File::Mode::read),
+      reader_(file_),
+      // One more: a record that is cut off behind its states is read all the same.
+      isClaimed_(slotsIn(file_, maxStates) + 1) {}
+
+std::unique_ptr<TempRule> TimedReader::claim(std::int32_t slot) {
+  if (slot < 0 || static_cast<std::size_t>(slot) >= isClaimed_.size()) return nullptr;
+  if (disputed_.contains(slot)) return nullptr;
+  if (isClaimed_[static_cast<std::size_t>(slot)]) {
+    isDisputeNew_ = true;
+    disputed_.insert(slot);
+    return nullptr;
   }
-  return record.bytes();
+  isClaimed_[static_cast<std::size_t>(slot)] = true;
+  return read(slot);
 }
 
-std::unique_ptr<TempRule> timedRuleAt(std::string_view file, std::int32_t slot,
-                                      std::int32_t maxStates) {
-  const std::size_t size = timedRecordSize(maxStates);
-  const auto index = static_cast<std::size_t>(slot);
-  if (slot < 0 || index >= file.size() / size + 1) return nullptr;
-  const std::size_t start = index * size;
-  if (start > file.size() || file.size() - start < fixedSize) return nullptr;
-  RecordReader record(file.substr(start));
+bool TimedReader::hasNewDispute() {
+  isClaimed_.assign(isClaimed_.size(), false);
+  return std::exchange(isDisputeNew_, false);
+}
+
+std::unique_ptr<TempRule> TimedReader::read(std::int32_t slot) {
+  if (!file_.isOpen()) return nullptr;
+  const std::int64_t start = slot * static_cast<std::int64_t>(timedRecordSize(maxStates_));
+  const std::string_view fixed = reader_.at(start, fixedSize);
+  if (fixed.size() < fixedSize) return nullptr;
+  RecordReader record(fixed);
   record.int32();
   record.int32();
   auto rule = std::make_unique<TempRule>();
@@ -71,34 +78,70 @@ std::unique_ptr<TempRule> timedRuleAt(std::string_view file, std::int32_t slot,
   rule->startTime = record.int64();
   rule->cycleLength = record.int64();
   const std::int32_t count = record.int32();
-  if (count < 1 || count > maxStates) return nullptr;
-  if (static_cast<std::size_t>(count) > record.remaining() / stateSize) return nullptr;
+  if (count < 1 || count > maxStates_) return nullptr;
+  const std::size_t statesSize = static_cast<std::size_t>(count) * stateSize;
+  const std::string_view states =
+      reader_.at(start + static_cast<std::int64_t>(fixedSize), statesSize);
+  if (states.size() < statesSize) return nullptr;
+  RecordReader stateReader(states);
   for (std::int32_t i = 0; i < count; ++i) {
     TempState state;
-    state.duration = record.int64();
-    state.value = record.text(valueWidth);
+    state.duration = stateReader.int64();
+    state.value = stateReader.text(valueWidth);
     rule->states.push_back(std::move(state));
   }
   return rule;
 }
 
-std::int32_t Storage::writeTempRule(const std::string& tableName, std::int32_t row,
-                                    std::int32_t column, const TempRule* rule,
-                                    std::int32_t maxStates, std::int32_t slot,
-                                    const Directory& directory) {
-  File file(directory, tableName + ".tmp", File::Mode::create);
-  const auto size = static_cast<std::int64_t>(timedRecordSize(maxStates));
-  // What a torn record left at the end is no slot, and is overwritten.
-  if (slot == -1) slot = slotBehind(file.size().value_or(0) / size);
-  file.writeAt(slot * size, timedRecord(row, column, *rule, maxStates));
+TimedWriter::TimedWriter(const Directory& directory, const std::string& fileName,
+                         std::int32_t maxStates)
+    : directory_(directory), fileName_(fileName), maxStates_(maxStates) {}
+
+void TimedWriter::begin() {
+  file_.emplace(directory_, checkpointName(fileName_));
+  File old(directory_, fileName_, File::Mode::read);
+  isTaken_.resize(slotsIn(old, maxStates_));
+  slotCount_ = static_cast<std::int64_t>(isTaken_.size());
+  const auto end = slotCount_ * static_cast<std::int64_t>(timedRecordSize(maxStates_));
+  BlockReader reader(old);
+  constexpr std::int64_t blockSize = 64 * 1024;
+  for (std::int64_t offset = 0; offset < end; offset += blockSize) {
+    const std::int64_t size = std::min(blockSize, end - offset);
+    const std::string_view block = reader.at(offset, static_cast<std::size_t>(size));
+    if (isAllZero(block)) {
+      file_->seek(offset + size);
+    } else {
+      file_->write(block);
+    }
+  }
+}
+
+std::int32_t TimedWriter::put(std::int32_t oldSlot, std::int32_t row, std::int32_t column,
+                              const TempRule& rule) {
+  if (!file_) begin();
+  const auto old = static_cast<std::size_t>(oldSlot);
+  std::int32_t slot = oldSlot;
+  if (oldSlot >= 0 && old < isTaken_.size() && !isTaken_[old]) {
+    isTaken_[old] = true;
+  } else {
+    slot = slotBehind(slotCount_++);
+  }
+  RecordWriter record;
+  record.int32(row).int32(column);
+  record.byte(rule.repeat).int64(rule.startTime).int64(rule.cycleLength);
+  record.int32(static_cast<std::int32_t>(rule.states.size()));
+  for (const TempState& state : rule.states) {
+    record.int64(state.duration).text(state.value, valueWidth);
+  }
+  record.zeros(timedRecordSize(maxStates_) - record.bytes().size());
+  file_->seek(slot * static_cast<std::int64_t>(timedRecordSize(maxStates_)));
+  file_->write(record.bytes());
   return slot;
 }
 
-std::unique_ptr<TempRule> Storage::readTempRule(const std::string& tableName, std::int32_t slot,
-                                                std::int32_t maxStates,
-                                                const Directory& directory) {
-  const auto file = readFile(directory, tableName + ".tmp");
-  return file ? timedRuleAt(*file, slot, maxStates) : nullptr;
+bool TimedWriter::finish() {
+  if (file_) file_->finish();
+  return file_.has_value();
 }
 
 }  // namespace velmora

@@ -10,10 +10,12 @@
 //       30    15  table name
 //       45    15  column name
 //       60    25  the value the cell takes, cut at 25
+#include <cerrno>
 #include <limits>
 #include <stdexcept>
 
 #include "../record_io.h"
+#include "block_io.h"
 #include "storage.h"
 
 namespace velmora {
@@ -21,7 +23,6 @@ namespace {
 
 constexpr std::size_t valueWidth = 25;
 constexpr std::size_t recordSize = 85;
-constexpr std::int32_t fireTimeOffset = 1;
 static_assert(recordSize == 1 + 8 + 8 + 4 + 1 + 8 + 2 * nameWidth + valueWidth);
 
 void putTask(RecordWriter& record, const WebhookTask& task) {
@@ -33,9 +34,8 @@ void putTask(RecordWriter& record, const WebhookTask& task) {
 
 }  // namespace
 
-void Storage::appendWebhooks(std::vector<WebhookTask>& tasks, const Directory& directory) {
-  File file(directory, webhooksFileName, File::Mode::create);
-  const auto end = file.size();
+void Storage::appendWebhooks(std::vector<WebhookTask>& tasks, AppendFile& file) {
+  const auto end = file.end();
   if (!end) return;
   const auto added = static_cast<std::int64_t>(tasks.size() * recordSize);
   if (*end > std::numeric_limits<std::int32_t>::max() - added) {
@@ -43,43 +43,32 @@ void Storage::appendWebhooks(std::vector<WebhookTask>& tasks, const Directory& d
   }
   RecordWriter records;
   for (const WebhookTask& task : tasks) putTask(records, task);
-  if (!file.writeAt(*end, records.bytes())) {
-    file.truncate(*end);
-    return;
-  }
-  for (std::size_t i = 0; i < tasks.size(); ++i) {
-    tasks[i].filePosition =
-        static_cast<std::int32_t>(*end + static_cast<std::int64_t>(i * recordSize));
+  if (!file.append(records.bytes())) return;
+  auto position = static_cast<std::int32_t>(*end);
+  for (WebhookTask& task : tasks) {
+    task.filePosition = position;
+    position += static_cast<std::int32_t>(recordSize);
   }
 }
 
-std::int32_t Storage::appendWebhook(const WebhookTask& task, const Directory& directory) {
-  std::vector<WebhookTask> tasks{task};
-  appendWebhooks(tasks, directory);
-  return tasks.front().filePosition;
-}
-
-void Storage::markWebhookFired(std::int32_t position, const Directory& directory) {
-  File file(directory, webhooksFileName, File::Mode::readWrite);
-  if (file.isOpen()) file.writeAt(position, std::string_view("\1", 1));
-}
-
-void Storage::updateCycleTime(std::int32_t position, std::int64_t fireTime,
-                              const Directory& directory) {
-  RecordWriter time;
-  time.int64(fireTime);
-  File file(directory, webhooksFileName, File::Mode::readWrite);
-  if (file.isOpen()) file.writeAt(position + fireTimeOffset, time.bytes());
-}
-
-std::optional<std::vector<WebhookTask>> Storage::readWebhooks(const Directory& directory) {
-  const auto bytes = readFile(directory, webhooksFileName);
-  if (!bytes) return std::nullopt;
-  std::vector<WebhookTask> tasks;
-  RecordReader record(*bytes);
-  while (record.remaining() >= recordSize) {
+std::optional<StoredRecords> Storage::readWebhooks(const std::function<void(WebhookTask)>& use,
+                                                   const Directory& directory) {
+  File file(directory, webhooksFileName, File::Mode::read);
+  if (!file.isOpen() && errno == ENOENT) return std::nullopt;
+  const auto fileSize = file.size();
+  const auto end = file.contentEnd();
+  if (!fileSize || !end) throwUnreadable(webhooksFileName);
+  StoredRecords read{0, *fileSize};
+  BlockReader reader(file);
+  constexpr auto step = static_cast<std::int64_t>(recordSize);
+  for (std::int64_t offset = 0; offset + step <= *end; offset += step) {
+    const std::string_view bytes = reader.at(offset, recordSize);
+    if (bytes.size() < recordSize) break;
+    if (isAllZero(bytes)) continue;  // no task has a table without a name
+    read.completeSize = offset + step;
+    RecordReader record(bytes);
     WebhookTask task;
-    task.filePosition = static_cast<std::int32_t>(record.position());
+    task.filePosition = static_cast<std::int32_t>(offset);
     const bool isFired = record.byte();
     task.fireTime = record.int64();
     task.startTime = record.int64();
@@ -89,15 +78,9 @@ std::optional<std::vector<WebhookTask>> Storage::readWebhooks(const Directory& d
     task.tableName = record.text(nameWidth);
     task.column = record.text(nameWidth);
     task.value = record.text(valueWidth);
-    if (!isFired) tasks.push_back(std::move(task));
+    if (!isFired) use(std::move(task));
   }
-  if (record.remaining() > 0) {
-    File file(directory, webhooksFileName, File::Mode::readWrite);
-    if (!file.truncate(static_cast<std::int64_t>(record.position()))) {
-      throw std::runtime_error(std::string("Failed to repair file: ") + webhooksFileName);
-    }
-  }
-  return tasks;
+  return read;
 }
 
 }  // namespace velmora

@@ -76,8 +76,8 @@ bool isCounted(FileOperation operation) {
   }
 }
 
-int beforeFileOperation(FileOperation operation, const char* /*name*/) {
-  if (!isCounted(operation)) return 0;
+int beforeFileOperation(const FileEvent& event) {
+  if (!isCounted(event.operation)) return 0;
   ++operationCount;
   const bool isItsTurn = operationCount == activeFault.operation;
   switch (activeFault.kind) {

@@ -29,7 +29,7 @@ struct Plan {
 };
 Plan plan;
 
-int failAsPlanned(FileOperation, const char*) {
+int failAsPlanned(const FileEvent&) {
   ++plan.count;
   if (plan.number == 0) return 0;
   return plan.count == plan.number || (plan.goesOn && plan.count > plan.number) ? plan.result : 0;
@@ -62,10 +62,10 @@ void forEveryFailure(const std::function<void()>& prepare, const std::function<v
 using FileFailureTest = FaultTest;
 
 // An append to the log that fails half-way and cannot be taken back at once.
-int tornLogAppend(FileOperation operation, const char* name) {
-  if (std::strcmp(name, "velmora.wal") != 0) return 0;
-  if (operation == FileOperation::write) return shortWrite;
-  return operation == FileOperation::truncate ? EIO : 0;
+int tornLogAppend(const FileEvent& event) {
+  if (std::strcmp(event.name, "velmora.wal") != 0) return 0;
+  if (event.operation == FileOperation::write) return shortWrite;
+  return event.operation == FileOperation::truncate ? EIO : 0;
 }
 
 class TornAppendTest : public FaultTest {
@@ -100,105 +100,6 @@ TEST_F(TornAppendTest, isForgottenWhenTheEngineIsStartedAnew) {
   ASSERT_EQ(start(), "");
   runAll({"INSERT INTO t a = 3"});
   EXPECT_EQ(bytesOf("velmora.wal"), "INSERT INTO t a = 3 #TIME# 1700000000\n");
-}
-
-// An engine that writes row changes to the table files at once. (A row added to the shifted table
-// needs three files to agree, which only a checkpoint can promise.)
-class DirectWriteTest : public FaultTest {
- protected:
-  static constexpr const char* tables[] = {"plain", "shifted"};
-
-  // A Database on the current directory, which FaultTest's exported functions leave alone.
-  struct Engine {
-    Database database;
-    Parser parser{&database};
-
-    Engine() {
-      const Silence silence;
-      database.loadFromDisk();
-      database.walMode = false;
-      parser.isReplaying = true;  // nothing is logged
-    }
-    std::string run(const std::string& command) {
-      try {
-        return std::string(renderJson(parser.handleCommand(command)).view());
-      } catch (const std::exception& error) {
-        return std::string("throws ") + error.what();
-      }
-    }
-    std::string shown() {
-      std::string all;
-      for (const char* const table : tables) {
-        all += run(std::string("SELECT * FROM ") + table + " WHERE id <= 2") + "\n";
-      }
-      return all;
-    }
-  };
-
-  void prepare() {
-    Engine engine;
-    for (const char* const command :
-         {"CREATE TABLE plain id ApexInt name string 2 worth float",
-          "CREATE TABLE shifted id ApexInt name string ( 20 ) 2 lit bool 2",
-          "INSERT INTO plain name = 'one' worth = 1.5",
-          "INSERT INTO plain name = 'two' --> 'three' @ 5 s worth = 2.5",
-          "INSERT INTO shifted name = 'one' lit = true",
-          "INSERT INTO shifted name = 'two' --> 'three' @ 5 s c lit = true --> false @ 1 m"}) {
-      ASSERT_TRUE(succeeded(engine.run(command))) << command;
-    }
-    prepared_ = files();
-    expected_ = engine.shown();
-    ASSERT_EQ(Engine().shown(), expected_);
-  }
-
-  // The first two rows of each table stay as they are, in memory and on disk.
-  void checkCommands(const std::vector<std::string>& commands) {
-    std::unique_ptr<Engine> engine;
-    forEveryFailure(
-        [&] {
-          replaceFiles(prepared_);
-          engine = std::make_unique<Engine>();
-        },
-        [&] {
-          for (const std::string& command : commands) engine->run(command);
-        },
-        [&] {
-          EXPECT_EQ(engine->shown(), expected_);
-          EXPECT_EQ(Engine().shown(), expected_) << "after a restart";
-        });
-  }
-
-  Files prepared_;
-  std::string expected_;
-};
-
-TEST_F(DirectWriteTest, anInsertThatFailsLeavesTheRowsBefore) {
-  ASSERT_NO_FATAL_FAILURE(prepare());
-  checkCommands({"INSERT INTO plain name = 'new' --> 'newer' @ 5 s worth = 7"});
-}
-
-TEST_F(DirectWriteTest, aCommitThatFailsLeavesTheRowsBefore) {
-  ASSERT_NO_FATAL_FAILURE(prepare());
-  checkCommands({"BEGIN", "INSERT INTO plain name = 'new' worth = 7",
-                 "UPDATE plain SET worth = 8 WHERE id = 3", "DELETE FROM plain WHERE id = 3",
-                 "COMMIT"});
-}
-
-TEST_F(DirectWriteTest, aDeleteThatFailsLeavesTheOtherRows) {
-  ASSERT_NO_FATAL_FAILURE(prepare());
-  checkCommands({"INSERT INTO plain name = 'new'", "DELETE FROM plain WHERE id = 3"});
-}
-
-TEST_F(DirectWriteTest, anUpdateThatFailsLeavesTheOtherRows) {
-  ASSERT_NO_FATAL_FAILURE(prepare());
-  {
-    Engine engine;
-    engine.run("INSERT INTO plain name = 'third' worth = 3");
-    engine.run("INSERT INTO shifted name = 'third' lit = true");
-    prepared_ = files();
-  }
-  checkCommands({"UPDATE plain SET name = 'x' --> 'y' @ 1 s worth = 9 WHERE id = 3",
-                 "UPDATE shifted SET lit = false --> true @ 1 s WHERE id = 3"});
 }
 
 // Files that only grow: a record that could not be written whole leaves nothing behind.
@@ -245,8 +146,10 @@ struct Refusal {
 };
 Refusal refusal;
 
-int refuse(FileOperation operation, const char* name) {
-  return operation == refusal.operation && std::strcmp(name, refusal.fileName) == 0 ? EIO : 0;
+int refuse(const FileEvent& event) {
+  const bool isIt =
+      event.operation == refusal.operation && std::strcmp(event.name, refusal.fileName) == 0;
+  return isIt ? EIO : 0;
 }
 
 TEST_F(FileFailureTest, aStartThatCannotReadOrRepairAFileSaysWhichAndCanBeRepeated) {
@@ -292,10 +195,11 @@ TEST_F(FileFailureTest, aTableOrMarkerThatCannotBeWrittenIsRefused) {
            "\",\n  \"rows_affected\": 0\n}";
   };
   ASSERT_EQ(start(), "");
-  refusal = {FileOperation::write, "t.bin"};
+  refusal = {FileOperation::write, "t.bin.unfinished"};
   setFileHook(refuse);
   EXPECT_EQ(run("CREATE TABLE t a int"), failure("Failed to write file: t.bin"));
-  EXPECT_EQ(bytesOf("t.bin"), "");
+  EXPECT_FALSE(files().contains("t.bin"));
+  EXPECT_FALSE(files().contains("t.bin.unfinished"));
   setFileHook(nullptr);
   runAll({"DROP TABLE t", "CREATE TABLE t a int", "INSERT INTO t a = 1"});
 

@@ -1,4 +1,4 @@
-// Cells: reading, comparing by the column's type, and copies that share nothing with their
+// Cells: reading, the order of values by type, and copies that share nothing with their
 // original.
 
 #include "cell.h"
@@ -9,23 +9,19 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "clock.h"
 #include "text.h"
 
 namespace velmora {
 namespace {
 
-Cell cell(const std::string& type, const std::string& value, const std::string& name = "c") {
-  return {Text(value), ColumnHeading(name, type)};
-}
+Cell cell(const std::string& value) { return Cell(Text(value)); }
 
 // A cell whose single state lasts for ever.
-Cell timedCell(const std::string& type, const std::string& value) {
-  Cell made = cell(type, "stored");
+Cell timedCell(const std::string& value) {
+  Cell made = cell("stored");
   made.tempRule = std::make_unique<TempRule>();
   made.tempRule->states.push_back({Text(value), 10});
   return made;
@@ -39,22 +35,16 @@ struct Ordering {
   bool isGreater;
 };
 
-class CellOrder : public testing::TestWithParam<Ordering> {};
+class ValueOrder : public testing::TestWithParam<Ordering> {};
 
-TEST_P(CellOrder, followsTheLeftCellsType) {
+TEST_P(ValueOrder, followsTheType) {
   const auto& [type, a, b, isLess, isGreater] = GetParam();
-  // The right cell's type is not looked at.
-  for (const char* const other : {"int", "float", "bool", "string", "nothing"}) {
-    EXPECT_EQ(cell(type, a) < cell(other, b), isLess) << type << ' ' << a << " < " << b;
-    EXPECT_EQ(cell(type, a) > cell(other, b), isGreater) << type << ' ' << a << " > " << b;
-  }
-  // A timed cell orders by its current state.
-  EXPECT_EQ(timedCell(type, a) < timedCell(type, b), isLess);
-  EXPECT_EQ(timedCell(type, a) > cell(type, b), isGreater);
+  EXPECT_EQ(comesBefore(valueKind(type), a, b), isLess) << type << ' ' << a << " < " << b;
+  EXPECT_EQ(comesBefore(valueKind(type), b, a), isGreater) << type << ' ' << a << " > " << b;
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Types, CellOrder,
+    Types, ValueOrder,
     testing::Values(
         Ordering{"int", "10", "9", false, true}, Ordering{"int", "9", "10", true, false},
         Ordering{"int", "5", "05", false, false}, Ordering{"int", "-1", "0", true, false},
@@ -77,60 +67,42 @@ INSTANTIATE_TEST_SUITE_P(
         Ordering{"INT", "1", "2", false, false}, Ordering{"", "a", "b", false, false}));
 
 template <typename Error>
-std::string failureOf(const Cell& a, const Cell& b) {
+std::string failureOf(ValueKind kind, const std::string& a, const std::string& b) {
   try {
-    static_cast<void>(a < b);
+    static_cast<void>(comesBefore(kind, a, b));
   } catch (const Error& error) {
     return error.what();
   }
   return "no failure";
 }
 
-TEST(CellOrder, failsWhenANumberDoesNotConvert) {
-  const Cell one = cell("int", "1");
-  EXPECT_EQ(failureOf<std::invalid_argument>(cell("int", "abc"), one), "stoi");
-  EXPECT_EQ(failureOf<std::invalid_argument>(one, cell("string", "abc")), "stoi");
-  EXPECT_EQ(failureOf<std::invalid_argument>(cell("ApexInt", ""), one), "stoi");
-  EXPECT_EQ(failureOf<std::out_of_range>(cell("int", "2147483648"), one), "stoi");
-  EXPECT_EQ(failureOf<std::out_of_range>(one, cell("int", "-2147483649")), "stoi");
-  EXPECT_EQ(failureOf<std::invalid_argument>(cell("float", "abc"), one), "stof");
-  EXPECT_EQ(failureOf<std::out_of_range>(cell("float", "1e39"), one), "stof");
-  EXPECT_EQ(failureOf<std::invalid_argument>(cell("float", "#/#?"), one), "stof");
-  EXPECT_THROW(static_cast<void>(cell("int", "abc") > one), std::invalid_argument);
-}
-
-TEST(CellEquality, isOfColumnNameAndText) {
-  EXPECT_TRUE(cell("int", "5") == cell("int", "5"));
-  EXPECT_FALSE(cell("int", "5") == cell("int", "05"));
-  EXPECT_FALSE(cell("float", "1.0") == cell("float", "1"));
-  EXPECT_FALSE(cell("int", "5", "a") == cell("int", "5", "b"));
-  EXPECT_FALSE(cell("int", "5", "a") == cell("int", "5", "A"));
-  EXPECT_TRUE(cell("int", "5") == cell("string", "5"));
-  EXPECT_TRUE(timedCell("int", "5") == cell("int", "5"));
-  EXPECT_FALSE(timedCell("int", "5") == cell("int", "stored"));
-  EXPECT_TRUE(cell("int", "abc") == cell("int", "abc"));
+TEST(ValueOrder, failsWhenANumberDoesNotConvert) {
+  EXPECT_EQ(failureOf<std::invalid_argument>(ValueKind::integer, "abc", "1"), "stoi");
+  EXPECT_EQ(failureOf<std::invalid_argument>(ValueKind::integer, "1", "abc"), "stoi");
+  EXPECT_EQ(failureOf<std::invalid_argument>(ValueKind::integer, "", "1"), "stoi");
+  EXPECT_EQ(failureOf<std::out_of_range>(ValueKind::integer, "2147483648", "1"), "stoi");
+  EXPECT_EQ(failureOf<std::out_of_range>(ValueKind::integer, "1", "-2147483649"), "stoi");
+  EXPECT_EQ(failureOf<std::invalid_argument>(ValueKind::real, "abc", "1"), "stof");
+  EXPECT_EQ(failureOf<std::out_of_range>(ValueKind::real, "1e39", "1"), "stof");
+  EXPECT_EQ(failureOf<std::invalid_argument>(ValueKind::real, "#/#?", "1"), "stof");
 }
 
 TEST(Cell, readsItsTextOrItsCurrentState) {
-  EXPECT_EQ(cell("string", "x").getVal(), "x");
-  EXPECT_EQ(cell("string", "").getVal(), "");
-  EXPECT_EQ(timedCell("string", "state").getVal(), "state");
-  EXPECT_EQ(Cell().getVal(), "");
-  EXPECT_EQ(Cell().columnName(), "");
-  EXPECT_EQ(Cell().type(), "");
+  EXPECT_EQ(cell("x").valueAt(0), "x");
+  EXPECT_EQ(cell("").valueAt(0), "");
+  EXPECT_EQ(timedCell("state").valueAt(0), "state");
+  EXPECT_EQ(Cell().valueAt(0), "");
 }
 
 TEST(Cell, withARuleWithoutStatesFailsOnEveryRead) {
-  Cell empty = cell("string", "x");
+  Cell empty = cell("x");
   empty.tempRule = std::make_unique<TempRule>();
-  EXPECT_THROW(empty.getVal(), std::out_of_range);
-  EXPECT_THROW(static_cast<void>(empty == empty), std::out_of_range);
+  EXPECT_THROW(static_cast<void>(empty.valueAt(0)), std::out_of_range);
   EXPECT_EQ(empty.tempRule->currentIndex, 0);
 }
 
 Cell fullCell() {
-  Cell made = cell("string", "a text that is too long for sixteen bytes", "column");
-  made.tag = -7;
+  Cell made = cell("a text that is too long for sixteen bytes");
   made.tempRule = std::make_unique<TempRule>();
   made.tempRule->states = {{Text("first"), 10}, {Text("a second state with a long text"), 20}};
   made.tempRule->startTime = 1000;
@@ -142,9 +114,6 @@ Cell fullCell() {
 
 void expectFull(const Cell& actual) {
   EXPECT_EQ(actual.value.view(), "a text that is too long for sixteen bytes");
-  EXPECT_EQ(actual.columnName(), "column");
-  EXPECT_EQ(actual.type(), "string");
-  EXPECT_EQ(actual.tag, -7);
   ASSERT_NE(actual.tempRule, nullptr);
   const TempRule& rule = *actual.tempRule;
   ASSERT_EQ(rule.states.size(), 2U);
@@ -160,7 +129,6 @@ void expectFull(const Cell& actual) {
 
 void change(Cell& victim) {
   victim.value = Text("changed");
-  victim.tag = 1;
   victim.tempRule->states[1].value = Text("changed");
   victim.tempRule->states.pop_back();
   victim.tempRule->startTime = 5;
@@ -176,9 +144,9 @@ TEST(CellCopy, isDeepWhenConstructed) {
 
 TEST(CellCopy, isDeepWhenAssigned) {
   Cell original = fullCell();
-  Cell plain = cell("int", "5");
+  Cell plain = cell("5");
   plain = original;
-  Cell timed = timedCell("int", "5");
+  Cell timed = timedCell("5");
   timed = original;
   change(original);
   expectFull(plain);
@@ -187,11 +155,9 @@ TEST(CellCopy, isDeepWhenAssigned) {
 
 TEST(CellCopy, ofAPlainCellEndsTheTargetsRule) {
   Cell timed = fullCell();
-  timed = cell("int", "5");
+  timed = cell("5");
   EXPECT_EQ(timed.tempRule, nullptr);
-  EXPECT_EQ(timed.getVal(), "5");
-  EXPECT_EQ(timed.type(), "int");
-  EXPECT_EQ(timed.tag, 0);
+  EXPECT_EQ(timed.valueAt(0), "5");
 }
 
 TEST(CellCopy, ofItselfChangesNothing) {
@@ -214,7 +180,7 @@ TEST(CellMove, takesEverythingAndCannotThrow) {
   Cell original = fullCell();
   Cell moved(std::move(original));
   expectFull(moved);
-  Cell assigned = timedCell("int", "5");
+  Cell assigned = timedCell("5");
   assigned = std::move(moved);
   expectFull(assigned);
 }
@@ -227,8 +193,8 @@ TEST(KeyTexts, areTheOnesThatCanStillBeShown) {
     return texts;
   };
   using Texts = std::vector<std::string>;
-  EXPECT_EQ(keyTexts(cell("int", "5"), 0), Texts{"5"});
-  Cell timed = cell("int", "5");
+  EXPECT_EQ(keyTexts(cell("5"), 0), Texts{"5"});
+  Cell timed = cell("5");
   timed.tempRule = std::make_unique<TempRule>();
   timed.tempRule->states = {{Text("1"), 10}, {Text("2"), 10}, {Text("3"), 10}};
   timed.tempRule->cycleLength = 30;
@@ -259,34 +225,6 @@ TEST(BoolTexts, countAsTrueInTwoSpellings) {
   EXPECT_TRUE(isTrueText("1"));
   for (const char* const text : {"false", "0", "yes", "TRUE", "True", "", "11", "true "}) {
     EXPECT_FALSE(isTrueText(text)) << text;
-  }
-}
-
-TEST(ColumnHeadings, areSharedByNameAndType) {
-  const ColumnHeading a("name", "int");
-  EXPECT_EQ(a, ColumnHeading("name", "int"));
-  EXPECT_NE(a, ColumnHeading("name", "string"));
-  EXPECT_NE(a, ColumnHeading("Name", "int"));
-  EXPECT_EQ(a.name(), "name");
-  EXPECT_EQ(a.type(), "int");
-  EXPECT_EQ(ColumnHeading(), ColumnHeading("", ""));
-}
-
-TEST(ColumnHeadings, areFoundByManyThreadsAtOnce) {
-  constexpr int threadCount = 4;
-  constexpr int nameCount = 3000;
-  std::vector<std::vector<ColumnHeading>> found(threadCount);
-  std::vector<std::thread> threads;
-  for (std::vector<ColumnHeading>& mine : found) {
-    threads.emplace_back([&mine] {
-      for (int i = 0; i < nameCount; ++i) mine.emplace_back("many" + std::to_string(i), "int");
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (int i = 0; i < nameCount; ++i) {
-    const auto index = static_cast<std::size_t>(i);
-    EXPECT_EQ(found[0][index].name(), "many" + std::to_string(i));
-    for (const std::vector<ColumnHeading>& other : found) EXPECT_EQ(other[index], found[0][index]);
   }
 }
 

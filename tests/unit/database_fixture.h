@@ -46,24 +46,24 @@ class DatabaseTest : public testing::Test {
 
   ResultSet insert(const std::string& table, const Values& values) {
     std::vector<GivenValue> given = givenValues(table, values);
-    return database.insertInto(table, given);
+    return database.insertInto(table, given, second);
   }
   ResultSet insertTimed(const std::string& table, const std::string& column, const TempRule& rule,
                         const Values& others = {}) {
     std::vector<GivenValue> given = givenValues(table, others);
     given.push_back(timedValue(table, column, rule));
-    return database.insertInto(table, given);
+    return database.insertInto(table, given, second);
   }
   ResultSet update(const std::string& table, const Values& values,
                    const std::vector<Condition>& conditions = {}) {
     std::vector<GivenValue> given = givenValues(table, values);
-    return database.update(table, given, conditions);
+    return database.update(table, given, conditions, second);
   }
   ResultSet updateTimed(const std::string& table, const std::string& column, const TempRule& rule,
                         const std::vector<Condition>& conditions = {}) {
     std::vector<GivenValue> given;
     given.push_back(timedValue(table, column, rule));
-    return database.update(table, given, conditions);
+    return database.update(table, given, conditions, second);
   }
 
   static std::vector<Condition> where(const std::string& column, const std::string& value) {
@@ -89,7 +89,7 @@ class DatabaseTest : public testing::Test {
     const Table& source = database.getTable(table);
     const std::size_t position = source.columnPosition(column);
     for (std::size_t i = 0; i < source.rows.size(); ++i) {
-      texts.push_back(source.rows[i].cells()[position].getVal());
+      texts.emplace_back(source.rows[i].cells()[position].valueAt(second));
     }
     return texts;
   }
@@ -106,7 +106,7 @@ class DatabaseTest : public testing::Test {
   }
 
   Indices matching(const std::string& table, const std::vector<Condition>& conditions = {}) {
-    return database.getRequestedRows(conditions, database.getTable(table));
+    return database.getRequestedRows(conditions, database.getTable(table), second);
   }
 
   const Row& rowOf(const std::string& table, std::size_t index) {
@@ -155,7 +155,7 @@ class DatabaseTest : public testing::Test {
     for (const auto& [column, text] : values) {
       const Table& table = database.getTable(tableName);
       const std::size_t position = table.columnPosition(column);
-      given.push_back({position, Cell(Text(text), table.heading(position))});
+      given.push_back({position, Cell(Text(text))});
     }
     return given;
   }

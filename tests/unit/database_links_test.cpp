@@ -46,8 +46,8 @@ TEST_F(LinkTest, LinkRecordsExistingRowsWithTheirParents) {
   insert("kid", {{"pid", "2"}});
   insert("kid", {{"pid", "1"}});
   insert("kid", {{"pid", "7"}});
-  database.deleteRows("kid", where("pid", "7"));
-  database.link("kid", "pid", "p", "id");
+  database.deleteRows("kid", where("pid", "7"), second);
+  database.link("kid", "pid", "p", "id", second);
   EXPECT_EQ(dependents(0), Texts({"kid.pid: 0 2"}));
   EXPECT_EQ(dependents(1), Texts({"kid.pid: 1"}));
   EXPECT_EQ(dependents(2), Texts());
@@ -57,9 +57,9 @@ TEST_F(LinkTest, LinkRecordsExistingRowsWithTheirParents) {
 }
 
 TEST_F(LinkTest, TheChildTableHoldsOneRecordForEachLink) {
-  database.link("kid", "pid", "p", "id");
-  database.link("kid", "qid", "q", "id");
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
+  database.link("kid", "qid", "q", "id", second);
+  database.link("kid", "pid", "p", "id", second);
   const std::vector<LinkRecord> expected = {{"pid", "p", "id"}, {"qid", "q", "id"}};
   EXPECT_EQ(database.getTable("kid").links, expected);
   EXPECT_TRUE(database.getTable("p").links.empty());
@@ -68,7 +68,7 @@ TEST_F(LinkTest, TheChildTableHoldsOneRecordForEachLink) {
 TEST_F(LinkTest, ARefusedLinkRecordsNothing) {
   insert("kid", {{"pid", "1"}});
   insert("kid", {{"pid", "9"}});
-  EXPECT_EQ(failureOf([&] { database.link("kid", "pid", "p", "id"); }),
+  EXPECT_EQ(failureOf([&] { database.link("kid", "pid", "p", "id", second); }),
             "CRITICAL CORRUPTION: Missing active parent key: 9");
   EXPECT_TRUE(database.getTable("kid").links.empty());
   EXPECT_EQ(dependents(0), Texts());
@@ -76,7 +76,7 @@ TEST_F(LinkTest, ARefusedLinkRecordsNothing) {
 }
 
 TEST_F(LinkTest, InsertAndUpdateRecordTheRowWithItsParent) {
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   insert("kid", {{"pid", "1"}});
   EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
   update("kid", {{"pid", "2"}});
@@ -87,7 +87,7 @@ TEST_F(LinkTest, InsertAndUpdateRecordTheRowWithItsParent) {
 }
 
 TEST_F(LinkTest, ATimedKeyIsRecordedWithAllItsComingParents) {
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   insertTimed("kid", "pid", timed({{"1", 10}, {"3", 10}}));
   EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
   EXPECT_EQ(dependents(1), Texts());
@@ -95,8 +95,8 @@ TEST_F(LinkTest, ATimedKeyIsRecordedWithAllItsComingParents) {
 }
 
 TEST_F(LinkTest, EveryLinkIsCheckedBeforeAnyIsRecorded) {
-  database.link("kid", "pid", "p", "id");
-  database.link("kid", "qid", "q", "id");
+  database.link("kid", "pid", "p", "id", second);
+  database.link("kid", "qid", "q", "id", second);
   EXPECT_EQ(failureOf([&] {
               insert("kid", {{"pid", "1"}, {"qid", "9"}});
             }),
@@ -119,41 +119,41 @@ TEST_F(LinkTest, EveryLinkIsCheckedBeforeAnyIsRecorded) {
 }
 
 TEST_F(LinkTest, IsActivelyRestrictedAsksLiveChildrenForTheKey) {
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   insert("kid", {{"pid", "1"}});
   Row& parent = database.getTable("p").rows.at(0);
-  EXPECT_TRUE(database.isActivelyRestricted(parent, "1"));
-  EXPECT_FALSE(database.isActivelyRestricted(parent, "01"));
-  EXPECT_FALSE(database.isActivelyRestricted(parent, "2"));
+  EXPECT_TRUE(database.isActivelyRestricted(parent, "1", second));
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "01", second));
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "2", second));
   EXPECT_TRUE(parent.isReferenced);
-  database.deleteRows("kid", {});
-  EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
+  database.deleteRows("kid", {}, second);
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "1", second));
 }
 
 TEST_F(LinkTest, IsActivelyRestrictedClearsTheMarkOfARowWithoutDependents) {
   Row& parent = database.getTable("p").rows.at(0);
   parent.isReferenced = true;
-  EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "1", second));
   EXPECT_FALSE(parent.isReferenced);
 }
 
 TEST_F(LinkTest, IsActivelyRestrictedCountsTheStatesStillToCome) {
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   insertTimed("kid", "pid", timed({{"1", 10}, {"2", 10}}));
   Row& first = database.getTable("p").rows.at(0);
   Row& next = database.getTable("p").rows.at(1);
   second = startSecond + 9;
-  EXPECT_TRUE(database.isActivelyRestricted(first, "1"));
-  EXPECT_TRUE(database.isActivelyRestricted(next, "2"));
+  EXPECT_TRUE(database.isActivelyRestricted(first, "1", second));
+  EXPECT_TRUE(database.isActivelyRestricted(next, "2", second));
   second = startSecond + 10;
-  EXPECT_FALSE(database.isActivelyRestricted(first, "1"));
-  EXPECT_TRUE(database.isActivelyRestricted(next, "2"));
+  EXPECT_FALSE(database.isActivelyRestricted(first, "1", second));
+  EXPECT_TRUE(database.isActivelyRestricted(next, "2", second));
 }
 
 TEST_F(LinkTest, DroppingTheChildTableMakesParentsForgetIt) {
   database.createTable("other", {{"pid", "int"}});
-  database.link("kid", "pid", "p", "id");
-  database.link("other", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
+  database.link("other", "pid", "p", "id", second);
   insert("kid", {{"pid", "1"}});
   insert("other", {{"pid", "1"}});
   database.dropTable("kid");
@@ -164,12 +164,12 @@ TEST_F(LinkTest, DroppingTheChildTableMakesParentsForgetIt) {
 
 TEST_F(LinkTest, ReplacingTheChildTableMakesItsParentsForgetIt) {
   insert("kid", {{"pid", "1"}});
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   const auto create = [&] { database.createTable("kid", {{"pid", "int"}}); };
   EXPECT_EQ(failureOf(create), "Column size error");
   insert("kid", {{"pid", "1"}});
   EXPECT_EQ(dependents(0), Texts());
-  EXPECT_EQ(database.deleteRows("p", where("id", "1")).rowsAffected, 1);
+  EXPECT_EQ(database.deleteRows("p", where("id", "1"), second).rowsAffected, 1);
 }
 
 TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
@@ -183,29 +183,29 @@ TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
   add("gone", "pid", {0});
   add("kid", "nosuch", {0});
   add("kid", "pid", {0, 99});
-  EXPECT_FALSE(database.isActivelyRestricted(parent, "1"));
-  EXPECT_EQ(database.deleteRows("p", where("id", "1")).rowsAffected, 1);
+  EXPECT_FALSE(database.isActivelyRestricted(parent, "1", second));
+  EXPECT_EQ(database.deleteRows("p", where("id", "1"), second).rowsAffected, 1);
 }
 
 TEST_F(LinkTest, RollbackOfAnInsertLetsTheParentGo) {
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   insert("kid", {{"pid", "1"}});
   database.beginTransaction();
   insert("kid", {{"pid", "1"}});
   EXPECT_EQ(dependents(0), Texts({"kid.pid: 0 1"}));
-  database.rollbackTransaction();
+  database.rollbackTransaction(second);
   EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
 }
 
 TEST_F(LinkTest, RollbackOfAnUpdateRecordsTheOldParentAgain) {
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", second);
   insert("kid", {{"pid", "1"}});
   database.beginTransaction();
   update("kid", {{"pid", "2"}});
-  database.rollbackTransaction();
+  database.rollbackTransaction(second);
   EXPECT_EQ(dependents(0), Texts({"kid.pid: 0"}));
-  EXPECT_TRUE(database.isActivelyRestricted(database.getTable("p").rows.at(0), "1"));
-  EXPECT_FALSE(database.isActivelyRestricted(database.getTable("p").rows.at(1), "2"));
+  EXPECT_TRUE(database.isActivelyRestricted(database.getTable("p").rows.at(0), "1", second));
+  EXPECT_FALSE(database.isActivelyRestricted(database.getTable("p").rows.at(1), "2", second));
 }
 
 }  // namespace

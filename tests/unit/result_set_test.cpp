@@ -202,7 +202,7 @@ class CellReading : public testing::TestWithParam<Reading> {};
 
 TEST_P(CellReading, followsTheColumnsType) {
   const auto& [type, text, json] = GetParam();
-  const Cell cell{Text(text), ColumnHeading("c", type)};
+  const Cell cell{Text(text)};
   ResultSet result = rowsOf({"c"}, {});
   result.rows.add(cell, valueKind(type), 0);
   EXPECT_EQ(memberIn(std::move(result)), json) << type << ' ' << text;
@@ -254,7 +254,7 @@ TEST(CellReading, takesOverOnlyTextsThatPrintSo) {
     for (std::size_t size = random() % 10; size > 0; --size) {
       text += alphabet[random() % (round % 4 == 0 ? alphabet.size() : 14)];
     }
-    const Cell cell{Text(text), ColumnHeading("c", "int")};
+    const Cell cell{Text(text)};
     for (const ValueKind kind : {ValueKind::integer, ValueKind::real}) {
       ASSERT_EQ(outcomeOf([&](JsonRows& rows) { rows.add(cell, kind, 0); }),
                 outcomeOf([&](JsonRows& rows) { rows.add(resultValueOf(cell, kind, 0)); }))
@@ -264,7 +264,7 @@ TEST(CellReading, takesOverOnlyTextsThatPrintSo) {
 }
 
 TEST(CellReading, readsATimedCellAtTheSecond) {
-  Cell cell{Text("stored"), ColumnHeading("c", "int")};
+  Cell cell(Text("stored"));
   cell.tempRule = std::make_unique<TempRule>();
   cell.tempRule->states = {{Text("1"), 10}, {Text("#/#?"), 10}};
   cell.tempRule->cycleLength = 20;

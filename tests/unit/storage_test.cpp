@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "storage/block_io.h"
 #include "storage/timed_file.h"
 #include "storage_fixture.h"
 
@@ -25,13 +26,22 @@ namespace fs = std::filesystem;
 
 class StorageFilesTest : public StorageTest {
  protected:
-  // A one-row write of the given texts through Storage::insertRow, and what a load makes of it.
+  // Writes tables as a checkpoint does.
+  void save(Tables& tables) { Storage::saveCheckpoint(tables, 0, directory_, log_); }
+  void save(Table table) {
+    Tables tables;
+    tables.emplace("t", std::move(table));
+    save(tables);
+  }
+  Table load() { return std::move(*Storage::loadTable("t.bin", directory_)); }
+
+  // What a load makes of one row that was written with these texts.
   std::vector<std::string> roundTrip(const std::vector<Column>& columns,
                                      const std::vector<std::string>& values) {
     Table table("t", columns);
-    Storage::saveTable("t.bin", table, directory_);
-    Storage::insertRow(table, addRow(table, values), 0, std::ios::end, directory_);
-    return valuesOf(Storage::loadTable("t.bin", directory_)->rows.at(0));
+    addRow(table, values);
+    save(std::move(table));
+    return valuesOf(load().rows.at(0));
   }
 
   static Row& addRow(Table& table, const std::vector<std::string>& values) {
@@ -41,9 +51,25 @@ class StorageFilesTest : public StorageTest {
   }
   static std::vector<std::string> valuesOf(const Row& row) {
     std::vector<std::string> values;
-    for (const Cell& cell : row.cells()) values.push_back(cell.getVal());
+    for (const Cell& cell : row.cells()) values.emplace_back(cell.valueAt(0));
     return values;
   }
+  // The timed value in a slot of a table with this largest states limit.
+  std::unique_ptr<TempRule> ruleIn(std::int32_t slot, std::int32_t maxStates) const {
+    return TimedReader(directory_, "t.tmp", maxStates).claim(slot);
+  }
+  // Writes timed values of one table, each into a new slot.
+  void writeRules(std::int32_t maxStates, const std::vector<TempRule>& rules) const {
+    TimedWriter writer(directory_, "t.tmp", maxStates);
+    for (std::size_t i = 0; i < rules.size(); ++i) {
+      EXPECT_EQ(writer.put(-1, static_cast<std::int32_t>(i) + 11, 3, rules[i]),
+                static_cast<int>(i));
+    }
+    EXPECT_TRUE(writer.finish());
+    fs::rename(path_ / "t.tmp.checkpoint", path_ / "t.tmp");
+  }
+
+  Log log_{directory_};
 };
 
 std::string zeros(std::size_t count) { return std::string(count, '\0'); }
@@ -105,25 +131,26 @@ TEST_F(StorageFilesTest, aColumnIsAsWideAsItsTypeOrItsDeclaredTextAndAFlagByte) 
   EXPECT_EQ(Storage::headerSize(2), 135);
 }
 
-TEST_F(StorageFilesTest, aNewTableGetsItsHeaderAndOneLiveMarkARow) {
-  Table table("users", {{"id", "ApexInt", 0, 60}, {"name", "string", 12, 30}});
-  addRow(table, {"1", "a"});
-  addRow(table, {"2", "b"});
-  Storage::saveTable("users.bin", table, directory_);
+TEST_F(StorageFilesTest, aNewTableGetsItsHeaderAndADeletionFile) {
+  write("users.del", "stale");
+  write("users.row", "stale");
+  const Table table("users", {{"id", "ApexInt", 0, 60}, {"name", "string", 12, 30}});
+  Storage::saveTable(table, directory_);
   EXPECT_EQ(bytesOf("users.bin"), padded("users", 15) + padded("ApexInt", 15) +
                                       padded("string", 15) + padded("id", 15) + padded("name", 15) +
                                       padded("0", 15) + padded("12", 15) + padded("60", 15) +
                                       padded("30", 15));
-  EXPECT_EQ(bytesOf("users.del"), zeros(2));
+  EXPECT_TRUE(exists("users.del"));
+  EXPECT_EQ(bytesOf("users.del"), "");
+  EXPECT_FALSE(exists("users.row"));
+  EXPECT_FALSE(exists("users.bin.unfinished"));
 }
 
 TEST_F(StorageFilesTest, aFileThatHoldsColumnsIsNotOverwritten) {
-  const Table table("t", {{"id", "int", 0, 60}});
-  Storage::saveTable("t.bin", table, directory_);
+  Storage::saveTable(Table("t", {{"id", "int", 0, 60}}), directory_);
   const std::string before = bytesOf("t.bin");
-  const Table other("t", {{"other", "string", 0, 60}});
   try {
-    Storage::saveTable("t.bin", other, directory_);
+    Storage::saveTable(Table("t", {{"other", "string", 0, 60}}), directory_);
     FAIL() << "the file was overwritten";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "Column size error");
@@ -132,9 +159,8 @@ TEST_F(StorageFilesTest, aFileThatHoldsColumnsIsNotOverwritten) {
 }
 
 TEST_F(StorageFilesTest, aFileThatCannotBeCreatedIsNamed) {
-  const Table table("t", {{"id", "int", 0, 60}});
   try {
-    Storage::saveTable("missing/t.bin", table, directory_);
+    Storage::saveTable(Table("missing/t", {{"id", "int", 0, 60}}), directory_);
     FAIL() << "there is no such directory";
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "Failed to open file: missing/t.bin");
@@ -162,12 +188,16 @@ TEST_F(StorageFilesTest, aMissingFloatIsAQuietNaNAndReadsBackAsMissing) {
   EXPECT_EQ(bytesOf("t.bin").substr(75), std::string("\0\0\xc0\x7f", 4));
 }
 
-TEST_F(StorageFilesTest, aValueThatDoesNotConvertThrowsAndWritesNothingOfTheRow) {
-  Table table("t", {{"s", "string", 0, 60}, {"i", "int", 0, 60}, {"f", "float", 0, 60}});
-  Storage::saveTable("t.bin", table, directory_);
+TEST_F(StorageFilesTest, aValueThatDoesNotConvertThrowsAndLeavesTheFilesAlone) {
+  const std::vector<Column> columns = {
+      {"s", "string", 0, 60}, {"i", "int", 0, 60}, {"f", "float", 0, 60}};
+  Storage::saveTable(Table("t", columns), directory_);
+  const std::string before = bytesOf("t.bin");
   const auto messageOf = [&](const std::vector<std::string>& values) -> std::string {
+    Table table("t", columns);
+    addRow(table, values);
     try {
-      Storage::insertRow(table, addRow(table, values), 0, std::ios::end, directory_);
+      save(std::move(table));
     } catch (const std::invalid_argument& error) {
       return std::string("invalid_argument ") + error.what();
     } catch (const std::out_of_range& error) {
@@ -179,92 +209,73 @@ TEST_F(StorageFilesTest, aValueThatDoesNotConvertThrowsAndWritesNothingOfTheRow)
   EXPECT_EQ(messageOf({"a", "2147483648", "1"}), "out_of_range stoi");
   EXPECT_EQ(messageOf({"a", "1", "x"}), "invalid_argument stof");
   EXPECT_EQ(messageOf({"a", "1", "1e99"}), "out_of_range stof");
-  EXPECT_EQ(bytesOf("t.bin").size(), 195U);
+  EXPECT_EQ(bytesOf("t.bin"), before);
 }
 
-TEST_F(StorageFilesTest, aRowIsAppendedWithItsMarkOrWrittenOverAnother) {
-  Table table("t", {{"i", "int", 0, 60}});
-  Storage::saveTable("t.bin", table, directory_);
-  for (const char* value : {"1", "2", "3"}) {
-    Storage::insertRow(table, addRow(table, {value}), 0, std::ios::end, directory_);
-  }
-  EXPECT_EQ(bytesOf("t.bin").substr(75), int32Bytes(1) + int32Bytes(2) + int32Bytes(3));
-  EXPECT_EQ(bytesOf("t.del"), zeros(3));
-  table.rows[0].cells()[0].value = Text("8");
-  table.rows[2].cells()[0].value = Text("9");
-  Storage::insertRow(table, table.rows[2], 83, std::ios::beg, directory_);
-  EXPECT_EQ(bytesOf("t.bin").substr(75), int32Bytes(1) + int32Bytes(2) + int32Bytes(9));
-  EXPECT_EQ(bytesOf("t.del"), zeros(3));
-  Storage::update(table, {0}, directory_);
-  EXPECT_EQ(bytesOf("t.bin").substr(75), int32Bytes(8) + int32Bytes(2) + int32Bytes(9));
-}
-
-TEST_F(StorageFilesTest, aRowFileThatIsMissingIsNotMade) {
-  Table table("t", {{"i", "int", 0, 60}});
-  Storage::insertRow(table, addRow(table, {"1"}), 75, std::ios::beg, directory_);
-  Storage::update(table, {0}, directory_);
-  EXPECT_FALSE(exists("t.bin"));
-}
-
-TEST_F(StorageFilesTest, anAppendedTimedCellIsLabelledWithTheRowCount) {
-  Table table("t", {{"n", "int", 2, 60}});
-  Storage::saveTable("t.bin", table, directory_);
-  addRow(table, {"0"});
-  Row& row = addRow(table, {"1"});
-  row.cells()[0].tempRule = std::make_unique<TempRule>(rule(1000, false, {"1", "2"}, 5));
-  Storage::insertRow(table, row, 0, std::ios::end, directory_);
-  EXPECT_EQ(bytesOf("t.bin").substr(75), "\1" + int32Bytes(0));
-  EXPECT_EQ(bytesOf("t.tmp").substr(0, 8), int32Bytes(2) + int32Bytes(0));
-}
-
-TEST_F(StorageFilesTest, aTimedCellWrittenInPlaceKeepsItsSlot) {
+TEST_F(StorageFilesTest, aTimedCellThatIsWrittenAgainKeepsItsSlot) {
   Table table("t", {{"n", "int", 2, 60}, {"s", "string", 1, 60}});
-  Storage::saveTable("t.bin", table, directory_);
   for (int i = 0; i < 2; ++i) {
     Row& row = addRow(table, {"1", "text"});
     row.cells()[0].tempRule = std::make_unique<TempRule>(rule(1000 + i, false, {"1", "2"}, 5));
-    Storage::insertRow(table, row, 0, std::ios::end, directory_);
   }
+  Tables tables;
+  tables.emplace("t", std::move(table));
+  save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 2 * 165U);
-  table.rows[0].cells()[0].tempRule->startTime = 5000;
-  Storage::update(table, {0}, directory_);
+  tables.at("t").rows[0].cells()[0].tempRule->startTime = 5000;
+  save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 2 * 165U);
-  EXPECT_EQ(Storage::readTempRule("t", 0, 2, directory_)->startTime, 5000);
-  EXPECT_EQ(Storage::readTempRule("t", 1, 2, directory_)->startTime, 1001);
+  EXPECT_EQ(ruleIn(0, 2)->startTime, 5000);
+  EXPECT_EQ(ruleIn(1, 2)->startTime, 1001);
   EXPECT_EQ(bytesOf("t.bin").substr(135, 5), "\1" + int32Bytes(0));
-  // In place the label is the row's offset divided by the column's width.
+  // The label is the row's offset divided by the column's width.
   EXPECT_EQ(bytesOf("t.tmp").substr(0, 8), int32Bytes(135 / 5) + int32Bytes(0));
+  EXPECT_EQ(bytesOf("t.tmp").substr(165, 8), int32Bytes((135 + 66) / 5) + int32Bytes(0));
 }
 
-TEST_F(StorageFilesTest, deletingFlipsOneByteARow) {
-  Table table("t", {{"i", "int", 0, 60}});
-  Storage::saveTable("t.bin", table, directory_);
-  for (int i = 0; i < 5; ++i) {
-    Storage::insertRow(table, addRow(table, {"1"}), 0, std::ios::end, directory_);
+// What a damaged file of timed values could lead to: one cell's value read as another's.
+TEST_F(StorageFilesTest, aSlotThatTwoCellsNameBelongsToNeither) {
+  Table table("t", {{"id", "ApexInt", 2, 60}, {"n", "int", 2, 60}});
+  for (int i = 0; i < 3; ++i) {
+    Row& row = addRow(table, {"1", "0"});
+    row.cells()[1].tempRule = std::make_unique<TempRule>(rule(0, true, {"5", "6"}, 5));
   }
-  const std::string rows = bytesOf("t.bin");
-  Storage::deleteAt("t", 2, directory_);
-  EXPECT_EQ(bytesOf("t.del"), std::string("\0\0\1\0\0", 5));
-  Storage::deleteBatch("t", {0, 4}, directory_);
-  EXPECT_EQ(bytesOf("t.del"), std::string("\1\0\1\0\1", 5));
-  Storage::deleteBatch("t", {}, directory_);
-  EXPECT_EQ(bytesOf("t.del"), std::string("\1\0\1\0\1", 5));
-  EXPECT_EQ(bytesOf("t.bin"), rows);
+  table.rows[2].cells()[0].tempRule = std::make_unique<TempRule>(rule(0, true, {"7", "8"}, 5));
+  save(std::move(table));
+  const std::string good = bytesOf("t.bin");
+  const std::size_t rowSize = 10;
+  // Row 2's identity names the slot of row 0's number.
+  std::string bad = good;
+  ASSERT_EQ(bad.substr(135 + 2 * rowSize, 5), "\1" + int32Bytes(2));
+  bad.replace(135 + 2 * rowSize + 1, 4, int32Bytes(0));
+  write("t.bin", bad);
+  const Table loaded = load();
+  EXPECT_EQ(valuesOf(loaded.rows.at(0)), (std::vector<std::string>{"1", "0"}));
+  EXPECT_EQ(loaded.rows.at(0).cells()[1].tempRule, nullptr);
+  EXPECT_EQ(valuesOf(loaded.rows.at(1)), (std::vector<std::string>{"1", "5"}));
+  EXPECT_EQ(valuesOf(loaded.rows.at(2)), (std::vector<std::string>{"0", "5"}));
+  // An identity stays a timed one.
+  EXPECT_NE(loaded.rows.at(2).cells()[0].tempRule, nullptr);
 }
 
-TEST_F(StorageFilesTest, deletingInATableWithoutDeletionFileMakesNone) {
-  Storage::deleteAt("t", 0, directory_);
-  Storage::deleteBatch("t", {0, 1}, directory_);
-  EXPECT_FALSE(exists("t.del"));
-}
-
-TEST_F(StorageFilesTest, aFieldIsReadUpToItsFirstZeroByte) {
-  write("f", padded("one", 15) + padded("exactly-fifteen", 15) + "cut");
-  File file(directory_, "f", File::Mode::read);
-  EXPECT_EQ(Storage::read(file, 0), "one");
-  EXPECT_EQ(Storage::read(file, 15), "exactly-fifteen");
-  EXPECT_EQ(Storage::read(file, 1, 4), "ne");
-  EXPECT_EQ(Storage::read(file, 1000), "");
+TEST_F(StorageFilesTest, cellsDoNotComeToShareASlotAfterTheFileOfTimedValuesWasCut) {
+  Table table("t", {{"n", "int", 2, 60}});
+  for (int i = 0; i < 4; ++i) {
+    addRow(table, {"1"}).cells()[0].tempRule =
+        std::make_unique<TempRule>(rule(i, false, {"1", "2"}, 5));
+  }
+  Tables tables;
+  tables.emplace("t", std::move(table));
+  save(tables);
+  fs::resize_file(path_ / "t.tmp", 165);
+  save(tables);
+  EXPECT_EQ(bytesOf("t.tmp").size(), 4 * 165U);
+  const Table loaded = load();
+  for (int i = 0; i < 4; ++i) {
+    const Cell& cell = loaded.rows.at(static_cast<std::size_t>(i)).cells()[0];
+    ASSERT_NE(cell.tempRule, nullptr) << i;
+    EXPECT_EQ(cell.tempRule->startTime, i);
+  }
 }
 
 TEST_F(StorageFilesTest, namesAreListedByExtensionAndRegularFilesOnly) {
@@ -278,31 +289,31 @@ TEST_F(StorageFilesTest, namesAreListedByExtensionAndRegularFilesOnly) {
 
 TEST_F(StorageFilesTest, timedValuesLieInSlotsOfTheTablesRecordSize) {
   const TempRule two = rule(1000, true, {"a", "b"}, 5);
-  EXPECT_EQ(Storage::writeTempRule("t", 11, 3, &two, 3, -1, directory_), 0);
-  EXPECT_EQ(Storage::writeTempRule("t", 12, 3, &two, 3, -1, directory_), 1);
-  EXPECT_EQ(Storage::writeTempRule("t", 13, 4, &two, 3, -1, directory_), 2);
+  writeRules(3, {two, two, two});
   const std::string bytes = bytesOf("t.tmp");
   ASSERT_EQ(bytes.size(), 3 * 233U);
   const std::string state = int32Bytes(5) + int32Bytes(0);
-  EXPECT_EQ(bytes.substr(466), int32Bytes(13) + int32Bytes(4) + "\1" + int32Bytes(1000) +
+  EXPECT_EQ(bytes.substr(466), int32Bytes(13) + int32Bytes(3) + "\1" + int32Bytes(1000) +
                                    int32Bytes(0) + int32Bytes(10) + int32Bytes(0) + int32Bytes(2) +
                                    state + padded("a", 60) + state + padded("b", 60) + zeros(68));
 }
 
 TEST_F(StorageFilesTest, rewritingASlotLeavesTheOthersAndTheFilesLength) {
   const TempRule first = rule(1000, true, {"a", "b"}, 5);
-  const TempRule second = rule(-7, false, {"c"}, 9);
-  for (int i = 0; i < 3; ++i) Storage::writeTempRule("t", 0, 0, &first, 2, -1, directory_);
-  EXPECT_EQ(Storage::writeTempRule("t", 0, 0, &second, 2, 1, directory_), 1);
+  writeRules(2, {first, first, first});
+  TimedWriter writer(directory_, "t.tmp", 2);
+  EXPECT_EQ(writer.put(1, 0, 0, rule(-7, false, {"c"}, 9)), 1);
+  EXPECT_TRUE(writer.finish());
+  fs::rename(path_ / "t.tmp.checkpoint", path_ / "t.tmp");
   EXPECT_EQ(bytesOf("t.tmp").size(), 3 * 165U);
-  const auto read = Storage::readTempRule("t", 1, 2, directory_);
+  const auto read = ruleIn(1, 2);
   EXPECT_EQ(read->startTime, -7);
   EXPECT_EQ(read->cycleLength, 9);
   EXPECT_FALSE(read->repeat);
   ASSERT_EQ(read->states.size(), 1U);
   EXPECT_EQ(read->states[0].value.view(), "c");
   EXPECT_EQ(read->states[0].duration, 9);
-  EXPECT_EQ(Storage::readTempRule("t", 2, 2, directory_)->startTime, 1000);
+  EXPECT_EQ(ruleIn(2, 2)->startTime, 1000);
 }
 
 TEST_F(StorageFilesTest, slotNumbersEndBeforeTheyWrap) {
@@ -317,27 +328,25 @@ TEST_F(StorageFilesTest, slotNumbersEndBeforeTheyWrap) {
 }
 
 TEST_F(StorageFilesTest, aStatesTextIsCutAtSixtyBytes) {
-  const TempRule longText = rule(0, false, {std::string(61, 'y')}, 1);
-  Storage::writeTempRule("t", 0, 0, &longText, 1, -1, directory_);
-  EXPECT_EQ(Storage::readTempRule("t", 0, 1, directory_)->states[0].value.view(),
-            std::string(60, 'y'));
+  writeRules(1, {rule(0, false, {std::string(61, 'y')}, 1)});
+  EXPECT_EQ(ruleIn(0, 1)->states[0].value.view(), std::string(60, 'y'));
 }
 
 TEST_F(StorageFilesTest, timedValuesThatCannotBeReadAreNone) {
-  EXPECT_EQ(Storage::readTempRule("t", 0, 2, directory_), nullptr);
-  const TempRule good = rule(0, false, {"a", "b"}, 1);
-  Storage::writeTempRule("t", 0, 0, &good, 2, -1, directory_);
-  EXPECT_EQ(Storage::readTempRule("t", 1, 2, directory_), nullptr);
-  EXPECT_EQ(Storage::readTempRule("t", -1, 2, directory_), nullptr);
-  EXPECT_EQ(Storage::readTempRule("t", 2147483647, 2, directory_), nullptr);
+  EXPECT_EQ(ruleIn(0, 2), nullptr);
+  writeRules(2, {rule(0, false, {"a", "b"}, 1)});
+  EXPECT_NE(ruleIn(0, 2), nullptr);
+  EXPECT_EQ(ruleIn(1, 2), nullptr);
+  EXPECT_EQ(ruleIn(-1, 2), nullptr);
+  EXPECT_EQ(ruleIn(2147483647, 2), nullptr);
   const std::string whole = bytesOf("t.tmp");
   for (std::size_t size = 0; size < whole.size(); ++size) {
     write("t.tmp", whole.substr(0, size));
-    EXPECT_EQ(Storage::readTempRule("t", 0, 2, directory_), nullptr) << size;
+    EXPECT_EQ(ruleIn(0, 2), nullptr) << size;
   }
   for (const std::int32_t count : {-1, -2147483647, 1000000, 2147483647}) {
     write("t.tmp", whole.substr(0, 25) + int32Bytes(count) + whole.substr(29));
-    EXPECT_EQ(Storage::readTempRule("t", 0, 2, directory_), nullptr) << count;
+    EXPECT_EQ(ruleIn(0, 2), nullptr) << count;
   }
 }
 
@@ -345,7 +354,7 @@ TEST_F(StorageFilesTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
   Table parents("customers", {{"id", "int", 0, 60}});
   addRow(parents, {"7"});
   addRow(parents, {"8"});
-  parents.setUpPrimaryKeyMap("id");
+  parents.setUpPrimaryKeyMap("id", 0);
   Table children("orders", {{"item", "string", 0, 60}, {"cust", "int", 0, 60}});
   addRow(children, {"pen", "8"});
   addRow(children, {"ink", "7"});
@@ -353,7 +362,8 @@ TEST_F(StorageFilesTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
   addRow(children, {"cap", "99"});
   addRow(children, {"nib", "07"});
   addRow(children, {"box", "unreadable"});
-  Storage::linkTables(children, parents, "cust", directory_);
+  Storage::writeRelation(children, parents, "cust", 0, directory_);
+  putInPlace(directory_, "orders-cust_customers-id.rel");
   // Keys compare as numbers; a deleted row, one without a partner and no number at all have none.
   EXPECT_EQ(bytesOf("orders-cust_customers-id.rel"),
             padded("orders", 15) + padded("customers", 15) + padded("cust", 15) + padded("id", 15) +
@@ -366,41 +376,99 @@ TEST_F(StorageFilesTest, aRelationFileNamesBothSidesAndEveryRowsPartner) {
   EXPECT_EQ(relation->parentColumn, "id");
 }
 
-TEST_F(StorageFilesTest, listenerRecordsGrowWithTheirConditions) {
-  Storage::saveListener("t", "INSERT", "hook", {}, directory_);
-  EXPECT_EQ(bytesOf("listeners.bin").size(), 134U);
-  const Condition first = {"", "age", "18", ">=", 'o'};
-  const Condition second = {"", "name", "Bob", "=", 'a'};
-  Storage::saveListener("t", "UPDATE", std::string(120, 'h'), {first, second}, directory_);
-  EXPECT_EQ(bytesOf("listeners.bin").substr(134),
-            padded("t", 15) + padded("UPDATE", 15) + std::string(100, 'h') + int32Bytes(2) +
-                padded("age", 15) + padded("18", 25) + padded(">=", 3) + "o" + padded("name", 15) +
-                padded("Bob", 25) + padded("=", 3) + "a");
-  EXPECT_EQ(bytesOf("listeners.bin").size(), 134U + 222U);
-  const auto records = Storage::readListeners(directory_);
-  ASSERT_TRUE(records.has_value());
-  ASSERT_EQ(records->size(), 2U);
-  EXPECT_EQ((*records)[1].event, "UPDATE");
-  EXPECT_EQ((*records)[1].target, std::string(100, 'h'));
-  EXPECT_EQ((*records)[1].conditions, (std::vector<Condition>{first, second}));
-}
-
-TEST_F(StorageFilesTest, aTornListenerRecordIsCutOffWhereverItEnds) {
-  EXPECT_FALSE(Storage::readListeners(directory_).has_value());
-  Storage::saveListener("t", "INSERT", "one", {}, directory_);
-  Storage::saveListener("t", "INSERT", "two", {{"", "a", "1", "=", 'o'}}, directory_);
-  const std::string whole = bytesOf("listeners.bin");
-  for (std::size_t size = 134; size < whole.size(); ++size) {
-    write("listeners.bin", whole.substr(0, size));
-    EXPECT_EQ(Storage::readListeners(directory_)->size(), 1U) << size;
-    EXPECT_EQ(bytesOf("listeners.bin").size(), 134U) << size;
+TEST_F(StorageFilesTest, aRelationFileStaysInItsDirectory) {
+  try {
+    Storage::relationFileName({"t", "u", "/../../x/pwn", "id"});
+    FAIL() << "a name outside of the directory";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "Forbidden relation name");
   }
 }
 
-TEST_F(StorageFilesTest, scheduledChangesAreRecordsOfEightyFiveBytes) {
-  EXPECT_EQ(Storage::appendWebhook(task(1010, "red"), directory_), 0);
-  EXPECT_EQ(Storage::appendWebhook(task(1020, std::string(30, 'v')), directory_), 85);
-  EXPECT_EQ(Storage::appendWebhook(task(1030, "green"), directory_), 170);
+class RecordFilesTest : public StorageFilesTest {
+ protected:
+  struct ReadListeners {
+    std::vector<Listener> listeners;
+    std::int64_t completeSize;
+  };
+  ReadListeners readListeners() const {
+    ReadListeners result;
+    const auto read = Storage::readListeners(
+        [&](Listener listener) { result.listeners.push_back(std::move(listener)); }, directory_);
+    result.completeSize = read.value().completeSize;
+    EXPECT_EQ(read->fileSize, static_cast<std::int64_t>(bytesOf("listeners.bin").size()));
+    return result;
+  }
+  struct ReadTasks {
+    std::vector<WebhookTask> tasks;
+    std::int64_t completeSize;
+  };
+  ReadTasks readTasks() const {
+    ReadTasks result;
+    const auto read = Storage::readWebhooks(
+        [&](WebhookTask task) { result.tasks.push_back(std::move(task)); }, directory_);
+    result.completeSize = read.value().completeSize;
+    return result;
+  }
+  std::int32_t append(const WebhookTask& one) {
+    std::vector<WebhookTask> tasks{one};
+    webhooks_.check();
+    Storage::appendWebhooks(tasks, webhooks_);
+    return tasks.front().filePosition;
+  }
+
+  AppendFile webhooks_{directory_, webhooksFileName};
+};
+
+const Listener plain = {"t", "INSERT", "hook", {}};
+
+TEST_F(RecordFilesTest, listenerRecordsGrowWithTheirConditions) {
+  EXPECT_EQ(Storage::listenerRecord(plain).size(), 134U);
+  const Condition first = {"", "age", "18", ">=", 'o'};
+  const Condition second = {"", "name", "Bob", "=", 'a'};
+  const std::string record =
+      Storage::listenerRecord({"t", "UPDATE", std::string(120, 'h'), {first, second}});
+  EXPECT_EQ(record, padded("t", 15) + padded("UPDATE", 15) + std::string(100, 'h') + int32Bytes(2) +
+                        padded("age", 15) + padded("18", 25) + padded(">=", 3) + "o" +
+                        padded("name", 15) + padded("Bob", 25) + padded("=", 3) + "a");
+  write("listeners.bin", Storage::listenerRecord(plain) + record);
+  EXPECT_EQ(
+      readListeners().listeners,
+      (std::vector<Listener>{plain, {"t", "UPDATE", std::string(100, 'h'), {first, second}}}));
+}
+
+TEST_F(RecordFilesTest, aTornListenerRecordIsToldWhereverItEnds) {
+  EXPECT_FALSE(Storage::readListeners([](const Listener&) {}, directory_).has_value());
+  const std::string whole =
+      Storage::listenerRecord(plain) +
+      Storage::listenerRecord({"t", "INSERT", "two", {{"", "a", "1", "=", 'o'}}});
+  for (std::size_t size = 134; size < whole.size(); ++size) {
+    write("listeners.bin", whole.substr(0, size));
+    EXPECT_EQ(readListeners().listeners, std::vector<Listener>{plain}) << size;
+    EXPECT_EQ(readListeners().completeSize, 134) << size;
+  }
+}
+
+TEST_F(RecordFilesTest, aListenerWithANegativeCountHidesNoOther) {
+  std::string damaged = Storage::listenerRecord({"t", "INSERT", "damaged", {}});
+  damaged.replace(130, 4, int32Bytes(-1));
+  write("listeners.bin", damaged + Storage::listenerRecord(plain));
+  EXPECT_EQ(readListeners().listeners, std::vector<Listener>{plain});
+  EXPECT_EQ(readListeners().completeSize, 268);
+}
+
+TEST_F(RecordFilesTest, conditionsWithoutAColumnAreNone) {
+  std::string damaged = Storage::listenerRecord({"t", "INSERT", "damaged", {}});
+  damaged.replace(130, 4, int32Bytes(3));
+  write("listeners.bin", damaged + zeros(132) + Storage::listenerRecord(plain) + zeros(500));
+  EXPECT_EQ(readListeners().listeners, std::vector<Listener>{plain});
+  EXPECT_EQ(readListeners().completeSize, 134 + 132 + 134);
+}
+
+TEST_F(RecordFilesTest, scheduledChangesAreRecordsOfEightyFiveBytes) {
+  EXPECT_EQ(append(task(1010, "red")), 0);
+  EXPECT_EQ(append(task(1020, std::string(30, 'v'))), 85);
+  EXPECT_EQ(append(task(1030, "green")), 170);
   const std::string bytes = bytesOf("webhooks.bin");
   ASSERT_EQ(bytes.size(), 255U);
   EXPECT_EQ(bytes.substr(85, 85), zeros(1) + int32Bytes(1020) + zeros(4) + int32Bytes(1000) +
@@ -409,49 +477,42 @@ TEST_F(StorageFilesTest, scheduledChangesAreRecordsOfEightyFiveBytes) {
                                       std::string(25, 'v'));
 }
 
-TEST_F(StorageFilesTest, aFiredChangeIsNotRevivedAndStaysInTheFile) {
-  for (const std::int64_t second : {1010, 1020, 1030}) {
-    Storage::appendWebhook(task(second, "x"), directory_);
-  }
-  const std::string before = bytesOf("webhooks.bin");
-  Storage::markWebhookFired(85, directory_);
-  std::string after = before;
-  after[85] = '\1';
-  EXPECT_EQ(bytesOf("webhooks.bin"), after);
-  const auto tasks = Storage::readWebhooks(directory_);
-  ASSERT_TRUE(tasks.has_value());
-  ASSERT_EQ(tasks->size(), 2U);
-  EXPECT_EQ((*tasks)[0].filePosition, 0);
-  EXPECT_EQ((*tasks)[1].filePosition, 170);
-  EXPECT_EQ((*tasks)[1].fireTime, 1030);
-  EXPECT_EQ((*tasks)[1].tableName, "t");
-  EXPECT_EQ((*tasks)[1].rowIndex, 7);
-  EXPECT_EQ((*tasks)[1].column, "status");
-  EXPECT_EQ((*tasks)[1].value, "x");
-  EXPECT_TRUE((*tasks)[1].repeat);
-  EXPECT_EQ((*tasks)[1].totalDuration, 30);
-  EXPECT_EQ((*tasks)[1].startTime, 1000);
+TEST_F(RecordFilesTest, aFiredChangeIsNotRevived) {
+  for (const std::int64_t second : {1010, 1020, 1030}) append(task(second, "x"));
+  std::string marked = bytesOf("webhooks.bin");
+  marked[85] = '\1';
+  write("webhooks.bin", marked);
+  const std::vector<WebhookTask> tasks = readTasks().tasks;
+  ASSERT_EQ(tasks.size(), 2U);
+  EXPECT_EQ(tasks[0].filePosition, 0);
+  EXPECT_EQ(tasks[1].filePosition, 170);
+  EXPECT_EQ(tasks[1].fireTime, 1030);
+  EXPECT_EQ(tasks[1].tableName, "t");
+  EXPECT_EQ(tasks[1].rowIndex, 7);
+  EXPECT_EQ(tasks[1].column, "status");
+  EXPECT_EQ(tasks[1].value, "x");
+  EXPECT_TRUE(tasks[1].repeat);
+  EXPECT_EQ(tasks[1].totalDuration, 30);
+  EXPECT_EQ(tasks[1].startTime, 1000);
 }
 
-TEST_F(StorageFilesTest, aCyclingChangeGetsANewFireTimeInPlace) {
-  Storage::appendWebhook(task(1010, "x"), directory_);
-  Storage::appendWebhook(task(1020, "y"), directory_);
-  std::string expected = bytesOf("webhooks.bin");
-  Storage::updateCycleTime(85, 0x0102030405060708, directory_);
-  expected.replace(86, 8, "\x08\x07\x06\x05\x04\x03\x02\x01");
-  EXPECT_EQ(bytesOf("webhooks.bin"), expected);
-}
-
-TEST_F(StorageFilesTest, aTornChangeIsCutOffWhereverItEnds) {
-  EXPECT_FALSE(Storage::readWebhooks(directory_).has_value());
-  Storage::appendWebhook(task(1010, "x"), directory_);
-  Storage::appendWebhook(task(1020, "y"), directory_);
+TEST_F(RecordFilesTest, aTornChangeIsToldWhereverItEnds) {
+  EXPECT_FALSE(Storage::readWebhooks([](const WebhookTask&) {}, directory_).has_value());
+  append(task(1010, "x"));
+  append(task(1020, "y"));
   const std::string whole = bytesOf("webhooks.bin");
   for (std::size_t size = 85; size < whole.size(); ++size) {
     write("webhooks.bin", whole.substr(0, size));
-    EXPECT_EQ(Storage::readWebhooks(directory_)->size(), 1U) << size;
-    EXPECT_EQ(bytesOf("webhooks.bin").size(), 85U) << size;
+    EXPECT_EQ(readTasks().tasks.size(), 1U) << size;
+    EXPECT_EQ(readTasks().completeSize, 85) << size;
   }
+}
+
+TEST_F(RecordFilesTest, zeroBytesAreNoChange) {
+  append(task(1010, "x"));
+  write("webhooks.bin", bytesOf("webhooks.bin") + zeros(1000));
+  EXPECT_EQ(readTasks().tasks.size(), 1U);
+  EXPECT_EQ(readTasks().completeSize, 85);
 }
 
 }  // namespace

@@ -70,14 +70,16 @@ TEST_F(ThreadTest, SelectsOfTimedValuesBesideEachOther) {
   }
   runTogether(times(threadCount, [&] {
     for (int i = 0; i < rounds; ++i) {
-      const Texts all = rowsOf(database.select("light", {"v", "n"}, {}));
+      const Texts all = rowsOf(database.select("light", {"v", "n"}, {}, clock::now()));
       EXPECT_EQ(all.size(), 20U);
       for (const std::string& row : all) EXPECT_TRUE(known.contains(row)) << row;
-      EXPECT_EQ(database.select("light", {"id"}, where("id", "7")).rowsAffected, 1);
-      const auto count = database.select("light", {"id"}, where("v", "red")).rowsAffected;
+      EXPECT_EQ(database.select("light", {"id"}, where("id", "7"), clock::now()).rowsAffected, 1);
+      const auto count =
+          database.select("light", {"id"}, where("v", "red"), clock::now()).rowsAffected;
       EXPECT_TRUE(count == 0 || count == 20) << count;
-      const ResultSet pairs = database.selectJoin("light", "colour", {"light", "v"},
-                                                  {"colour", "name"}, {{"colour", "name"}}, {});
+      const ResultSet pairs =
+          database.selectJoin("light", "colour", {"light", "v"}, {"colour", "name"},
+                              {{"colour", "name"}}, {}, clock::now());
       EXPECT_EQ(pairs.rowsAffected, 20);
     }
   }));
@@ -97,14 +99,16 @@ TEST_F(ThreadTest, FirstScansOfAFreshOrChangedTableBesideEachOther) {
     const auto read = [&] {
       for (int round = 0; round < 3; ++round) {
         const auto countOf = [&](const Condition& condition) {
-          return database.select(name, {"n"}, {condition}).rowsAffected;
+          return database.select(name, {"n"}, {condition}, clock::now()).rowsAffected;
         };
         EXPECT_EQ(countOf({"", "n", "4", ">", 'o'}), 250);
         EXPECT_EQ(countOf({"", "n", "07", "=", 'o'}) + countOf({"", "n", "7", "=", 'o'}), 10);
         EXPECT_EQ(countOf({"", "s", "x5", "=", 'o'}), 10);
         EXPECT_EQ(countOf({"", "f", "#/#?", "=", 'o'}), 300);
         EXPECT_EQ(countOf({"", "v", "0", ">", 'o'}), 300);
-        EXPECT_EQ(database.selectJoin(name, name, {"", "s"}, {"", "s"}, {}, {}).rowsAffected, 3000);
+        EXPECT_EQ(database.selectJoin(name, name, {"", "s"}, {"", "s"}, {}, {}, clock::now())
+                      .rowsAffected,
+                  3000);
       }
     };
     runTogether(times(threadCount, read));
@@ -119,11 +123,11 @@ TEST_F(ThreadTest, CreatingAccessesBesideEachOther) {
   runTogether(times(threadCount, [&] {
     for (int i = 0; i < rounds; ++i) {
       const std::string name = "ghost" + std::to_string(i % 50);
-      EXPECT_EQ(failureOf([&] { return database.select(name, {"a"}, {}); }),
+      EXPECT_EQ(failureOf([&] { return database.select(name, {"a"}, {}, clock::now()); }),
                 "Requested column not found");
-      EXPECT_EQ(database.select(name, {}, {}).rowsAffected, 0);
-      EXPECT_EQ(database.select("t", {"a"}, where("nosuch", "1")).rowsAffected, 0);
-      EXPECT_EQ(database.select("t", {"a"}, {}).rowsAffected, 1);
+      EXPECT_EQ(database.select(name, {}, {}, clock::now()).rowsAffected, 0);
+      EXPECT_EQ(database.select("t", {"a"}, where("nosuch", "1"), clock::now()).rowsAffected, 0);
+      EXPECT_EQ(database.select("t", {"a"}, {}, clock::now()).rowsAffected, 1);
     }
   }));
   for (int i = 0; i < 50; ++i) {
@@ -134,9 +138,10 @@ TEST_F(ThreadTest, CreatingAccessesBesideEachOther) {
 TEST_F(ThreadTest, CreatingAccessesBesideDrops) {
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      EXPECT_EQ(database.select("ghost", {}, {}).rowsAffected, 0);
+      EXPECT_EQ(database.select("ghost", {}, {}, clock::now()).rowsAffected, 0);
       EXPECT_EQ(failureOf([&] {
-                  return database.selectJoin("ghost", "ghost2", {"", "x"}, {"", "y"}, {}, {});
+                  return database.selectJoin("ghost", "ghost2", {"", "x"}, {"", "y"}, {}, {},
+                                             clock::now());
                 }),
                 "Column 'x' not found in either table.");
     }
@@ -170,7 +175,7 @@ TEST_F(ThreadTest, SelectsSeeWholeUpdates) {
   }
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      const Texts rows = rowsOf(database.select("t", {"a", "b"}, {}));
+      const Texts rows = rowsOf(database.select("t", {"a", "b"}, {}, clock::now()));
       EXPECT_EQ(rows.size(), 30U);
       EXPECT_TRUE(whole.contains(rows.front())) << rows.front();
       EXPECT_EQ(rows, Texts(30, rows.front()));
@@ -186,13 +191,14 @@ TEST_F(ThreadTest, SelectsBesideInsertsAndDeletes) {
     for (int i = 0; i < rounds; ++i) {
       insertTimed("t", "v", timed({{"x", 2}, {"y", 2}}, true), {{"mark", mark}});
       if (i % 3 == 0) {
-        EXPECT_EQ(database.deleteRows("t", where("mark", mark)).rowsAffected, i == 0 ? 1 : 3);
+        EXPECT_EQ(database.deleteRows("t", where("mark", mark), clock::now()).rowsAffected,
+                  i == 0 ? 1 : 3);
       }
     }
   };
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      const Texts rows = rowsOf(database.select("t", {"id", "v"}, {}));
+      const Texts rows = rowsOf(database.select("t", {"id", "v"}, {}, clock::now()));
       // At most three rows of a mark are alive at a time.
       EXPECT_LE(rows.size(), 6U);
       int last = 0;
@@ -201,7 +207,9 @@ TEST_F(ThreadTest, SelectsBesideInsertsAndDeletes) {
         EXPECT_GT(id, last);
         last = id;
       }
-      EXPECT_LE(database.select("t", {"id"}, {{"", "id", "100", ">=", 'o'}}).rowsAffected, 6);
+      EXPECT_LE(
+          database.select("t", {"id"}, {{"", "id", "100", ">=", 'o'}}, clock::now()).rowsAffected,
+          6);
     }
   };
   runTogether({[&] { write("one"); }, [&] { write("two"); }, read, read});
@@ -218,16 +226,17 @@ TEST_F(ThreadTest, ListenersCheckpointsAndTablesBesideSelects) {
   }
   const auto listen = [&] {
     for (int i = 0; i < rounds; ++i) {
-      database.addListener("t", "INSERT", "hook" + std::to_string(i % 10), {}, false);
+      database.addListener({"t", "INSERT", "hook" + std::to_string(i % 10), {}}, false);
     }
   };
   const auto checkpoint = [&] {
-    for (int i = 0; i < 15; ++i) database.checkpoint();
+    for (int i = 0; i < 15; ++i) database.checkpoint(clock::now());
   };
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      EXPECT_EQ(database.select("t", {"id", "v", "f"}, {}).rowsAffected, 20);
-      EXPECT_EQ(database.select("t", {"id"}, {{"", "f", "1", ">", 'o'}}).rowsAffected, 20);
+      EXPECT_EQ(database.select("t", {"id", "v", "f"}, {}, clock::now()).rowsAffected, 20);
+      EXPECT_EQ(database.select("t", {"id"}, {{"", "f", "1", ">", 'o'}}, clock::now()).rowsAffected,
+                20);
     }
   };
   const auto define = [&] {
@@ -257,26 +266,27 @@ TEST_F(ThreadTest, UpdatesListenersAndCheckpointsBesideSelects) {
   };
   const auto listen = [&] {
     for (int i = 0; i < rounds; ++i) {
-      database.addListener("t", "UPDATE", "hook" + std::to_string(i % 5), {}, false);
+      database.addListener({"t", "UPDATE", "hook" + std::to_string(i % 5), {}}, false);
     }
   };
   const auto checkpoint = [&] {
-    for (int i = 0; i < 15; ++i) database.checkpoint();
+    for (int i = 0; i < 15; ++i) database.checkpoint(clock::now());
   };
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      const Texts rows = rowsOf(database.select("t", {"a", "b"}, {}));
+      const Texts rows = rowsOf(database.select("t", {"a", "b"}, {}, clock::now()));
       EXPECT_EQ(rows, Texts(20, rows.front()));
-      EXPECT_EQ(database.select("t", {"v"}, {{"", "id", "1", ">=", 'o'}}).rowsAffected, 20);
+      EXPECT_EQ(
+          database.select("t", {"v"}, {{"", "id", "1", ">=", 'o'}}, clock::now()).rowsAffected, 20);
     }
   };
   runTogether({write, listen, checkpoint, checkpoint, read, read});
-  database.checkpoint();
+  database.checkpoint(clock::now());
   const std::string last = std::to_string(rounds - 1);
-  EXPECT_EQ(database.select("t", {"id"}, where("a", last)).rowsAffected, 20);
+  EXPECT_EQ(database.select("t", {"id"}, where("a", last), clock::now()).rowsAffected, 20);
   Database loaded(database.directory);
   loaded.loadFromDisk();
-  EXPECT_EQ(rowsOf(loaded.select("t", {"a", "b"}, {})),
+  EXPECT_EQ(rowsOf(loaded.select("t", {"a", "b"}, {}, clock::now())),
             Texts(20, R"({"a": )" + last + R"(, "b": )" + last + "}"));
   EXPECT_EQ(loaded.listeners.at("t").size(), 5U);
 }
@@ -294,13 +304,15 @@ TEST_F(ThreadTest, LinksHoldBesideWriters) {
   };
   const auto removeChildren = [&] {
     for (int i = 0; i < rounds; ++i) {
-      database.deleteRows("kid", where("pid", std::to_string(1 + i % 10)));
+      database.deleteRows("kid", where("pid", std::to_string(1 + i % 10)), clock::now());
     }
   };
   const auto removeParents = [&] {
     for (int i = 0; i < rounds; ++i) {
       // Refused while children refer to it.
-      failureOf([&] { return database.deleteRows("p", where("id", std::to_string(1 + i % 7))); });
+      failureOf([&] {
+        return database.deleteRows("p", where("id", std::to_string(1 + i % 7)), clock::now());
+      });
     }
   };
   std::set<std::string> truePairs;
@@ -311,16 +323,17 @@ TEST_F(ThreadTest, LinksHoldBesideWriters) {
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
       ResultSet pairs = database.selectJoin("kid", "p", {"kid", "pid"}, {"p", "id"},
-                                            {{"kid", "pid"}, {"p", "id"}}, {});
+                                            {{"kid", "pid"}, {"p", "id"}}, {}, clock::now());
       for (const std::string& row : rowsOf(std::move(pairs)))
         EXPECT_TRUE(truePairs.contains(row)) << row;
     }
   };
-  database.link("kid", "pid", "p", "id");
+  database.link("kid", "pid", "p", "id", clock::now());
   runTogether({addChildren, removeChildren, removeParents, read});
-  const auto children = database.select("kid", {"pid"}, {}).rowsAffected;
-  EXPECT_EQ(database.selectJoin("kid", "p", {"", "pid"}, {"", "id"}, {}, {}).rowsAffected,
-            children);
+  const auto children = database.select("kid", {"pid"}, {}, clock::now()).rowsAffected;
+  EXPECT_EQ(
+      database.selectJoin("kid", "p", {"", "pid"}, {"", "id"}, {}, {}, clock::now()).rowsAffected,
+      children);
 }
 
 TEST_F(ThreadTest, TransactionsBesideSelects) {
@@ -331,31 +344,18 @@ TEST_F(ThreadTest, TransactionsBesideSelects) {
       database.beginTransaction();
       update("t", {{"a", "1"}});
       insert("t", {{"a", "1"}});
-      database.deleteRows("t", where("id", "3"));
-      database.rollbackTransaction();
+      database.deleteRows("t", where("id", "3"), clock::now());
+      database.rollbackTransaction(clock::now());
     }
   };
   const auto read = [&] {
     for (int i = 0; i < rounds; ++i) {
-      const auto count = database.select("t", {"a"}, {}).rowsAffected;
+      const auto count = database.select("t", {"a"}, {}, clock::now()).rowsAffected;
       EXPECT_TRUE(count == 10 || count == 11) << count;
     }
   };
   runTogether({write, read, read});
-  EXPECT_EQ(database.select("t", {"a"}, where("a", "0")).rowsAffected, 10);
-}
-
-// The log is one for the whole process, and appended to outside of the database's lock.
-TEST_F(ThreadTest, AppendsToTheLogDoNotMix) {
-  runTogether(times(threadCount, [&] {
-    for (int i = 0; i < rounds; ++i) {
-      Storage::appendToWAL("INSERT INTO t a = 1", startSecond, database.directory);
-    }
-  }));
-  const std::string line = "INSERT INTO t a = 1 #TIME# 1700000000\n";
-  std::string expected;
-  for (std::size_t i = 0; i < threadCount * rounds; ++i) expected += line;
-  EXPECT_EQ(bytesOf("velmora.wal"), expected);
+  EXPECT_EQ(database.select("t", {"a"}, where("a", "0"), clock::now()).rowsAffected, 10);
 }
 
 // The exported functions, in a directory that is the process's current one for the test.

@@ -9,11 +9,9 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "cell.h"
-#include "clock.h"
 
 namespace velmora {
 namespace {
@@ -21,21 +19,9 @@ namespace {
 constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
 
-std::int64_t secondOfTest = 0;
-
-// The engine's clock stands where the test puts it, for as long as a test runs.
-class TimedValue : public testing::Test {
- protected:
-  TimedValue() {
-    clock::setSource([] { return secondOfTest; });
-  }
-  ~TimedValue() override { clock::setSource(nullptr); }
-
-  static std::string valueAt(const Cell& cell, std::int64_t second) {
-    secondOfTest = second;
-    return cell.getVal();
-  }
-};
+std::string valueAt(const Cell& cell, std::int64_t second) {
+  return std::string(cell.valueAt(second));
+}
 
 struct State {
   std::string value;
@@ -44,7 +30,7 @@ struct State {
 
 Cell timedCell(const std::vector<State>& states, bool repeat, std::int64_t startTime,
                std::int64_t cycleLength) {
-  Cell cell(Text("stored"), ColumnHeading("c", "string"));
+  Cell cell(Text("stored"));
   cell.tempRule = std::make_unique<TempRule>();
   for (const State& state : states) {
     cell.tempRule->states.push_back({Text(state.value), state.duration});
@@ -70,7 +56,7 @@ struct Case {
 
 void PrintTo(const Case& tried, std::ostream* out) { *out << tried.name; }
 
-class TimedValueCases : public TimedValue, public testing::WithParamInterface<Case> {};
+class TimedValueCases : public testing::TestWithParam<Case> {};
 
 TEST_P(TimedValueCases, showTheStateOfTheSecond) {
   const Case& tried = GetParam();
@@ -132,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
              35,
              {{-6, "a"}, {-5, "b"}, {0, "b"}, {14, "b"}, {15, "c"}, {34, "c"}, {35, "b"}}}));
 
-TEST_F(TimedValue, wrapsInsteadOfOverflowing) {
+TEST(TimedValue, wrapsInsteadOfOverflowing) {
   // Two states as long as can be: their sum is -2.
   EXPECT_EQ(valueAt(timedCell({{"a", most}, {"b", most}}, true, 0, -2), 5), "a");
   EXPECT_EQ(valueAt(timedCell({{"a", most}, {"b", most}}, false, 0, -2), 5), "b");
@@ -162,7 +148,7 @@ std::size_t expectedIndex(const std::vector<State>& states, bool repeat, std::in
   return states.size() - 1;
 }
 
-TEST_F(TimedValue, followsItsRuleOnRandomStates) {
+TEST(TimedValue, followsItsRuleOnRandomStates) {
   std::mt19937 random(1);
   const auto within = [&](int low, int high) {
     return low + static_cast<int>(random() % static_cast<unsigned>(high - low + 1));
@@ -187,61 +173,29 @@ TEST_F(TimedValue, followsItsRuleOnRandomStates) {
   }
 }
 
-TEST_F(TimedValue, keepsTheIndexLastFound) {
+TEST(TimedValue, keepsTheIndexLastFound) {
   const Cell cell = timedCell(twoStates, true, 0, 30);
   EXPECT_EQ(cell.tempRule->currentIndex, 0);
-  secondOfTest = 10;
-  EXPECT_EQ(cell.tempRule->currentIndex, 0);
-  EXPECT_EQ(cell.tempRule->calculateIndex(), 1);
-  EXPECT_EQ(cell.tempRule->currentIndex, 1);
-  secondOfTest = 30;
-  EXPECT_EQ(cell.tempRule->calculateIndex(), 0);
   EXPECT_EQ(cell.tempRule->calculateIndex(10), 1);
-  EXPECT_EQ(cell.getVal(), "a");
+  EXPECT_EQ(cell.tempRule->currentIndex, 1);
+  EXPECT_EQ(cell.tempRule->calculateIndex(30), 0);
+  EXPECT_EQ(cell.tempRule->currentIndex, 0);
 }
 
-TEST_F(TimedValue, withoutStatesLeavesTheIndexAndFailsOnRead) {
+TEST(TimedValue, withoutStatesLeavesTheIndexAndFailsOnRead) {
   TempRule rule;
   rule.currentIndex = 3;
-  EXPECT_EQ(rule.calculateIndex(), 3);
+  EXPECT_EQ(rule.calculateIndex(0), 3);
   EXPECT_EQ(rule.currentIndex, 3);
   EXPECT_THROW(static_cast<void>(rule.valueAt(0)), std::out_of_range);
 }
 
-TEST_F(TimedValue, comparesByTheStateInForce) {
-  const Cell timed = timedCell({{"5", 10}, {"50", 10}}, false, 0, 20);
-  Cell seven(Text("7"), ColumnHeading("c", "int"));
-  secondOfTest = 9;
-  EXPECT_TRUE(seven > timed);
-  EXPECT_FALSE(seven < timed);
-  secondOfTest = 10;
-  EXPECT_TRUE(seven < timed);
-  EXPECT_FALSE(seven > timed);
-  EXPECT_TRUE(timed == Cell(Text("50"), ColumnHeading("c", "int")));
-  EXPECT_FALSE(timed == Cell(Text("5"), ColumnHeading("c", "int")));
-}
-
-TEST_F(TimedValue, copiesGoOnByThemselves) {
+TEST(TimedValue, copiesGoOnByThemselves) {
   Cell original = timedCell(twoStates, true, 0, 30);
   const Cell copy = original;
   original.tempRule->startTime = 10;
   EXPECT_EQ(valueAt(copy, 10), "b");
   EXPECT_EQ(valueAt(original, 10), "a");
-}
-
-TEST_F(TimedValue, readsAFrozenClockInItsThreadOnly) {
-  const Cell cell = timedCell(twoStates, false, 0, 30);
-  secondOfTest = 0;
-  {
-    const clock::Frozen frozen(10);
-    EXPECT_EQ(clock::now(), 10);
-    EXPECT_EQ(cell.getVal(), "b");
-    std::string elsewhere;
-    std::thread([&] { elsewhere = cell.getVal(); }).join();
-    EXPECT_EQ(elsewhere, "a");
-  }
-  EXPECT_EQ(clock::now(), 0);
-  EXPECT_EQ(cell.getVal(), "a");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
 
 #include "database_fixture.h"
 
@@ -113,7 +114,7 @@ TEST_F(WebhookQueueTest, UpdateSchedulesForEveryMatchedRowAndKeepsEarlierTasks) 
 TEST_F(WebhookQueueTest, PlainValuesScheduleNothing) {
   insert("t", {{"v", "x"}});
   update("t", {{"v", "y"}});
-  database.deleteRows("t", {});
+  database.deleteRows("t", {}, second);
   EXPECT_TRUE(database.pendingWebhooks.empty());
   EXPECT_FALSE(exists("webhooks.bin"));
 }
@@ -134,7 +135,7 @@ TEST_F(WebhookQueueTest, TransactionsScheduleAtOnce) {
 
 TEST_F(WebhookQueueTest, ARefusedRowSchedulesNothing) {
   database.createTable("p", {{"id", "ApexInt"}});
-  database.link("t", "n", "p", "id");
+  database.link("t", "n", "p", "id", second);
   insert("p", {});
   const TempRule rule = timed({{"1", 10}, {"2", 10}});
   EXPECT_NE(failureOf([&] { return insertTimed("t", "n", rule); }), "");
@@ -156,13 +157,13 @@ TEST_F(WebhookQueueTest, FireTimesWrap) {
 
 // Listeners.
 
-TEST_F(WebhookQueueTest, ListenersAreKeptByTableInOrder) {
+TEST_F(WebhookQueueTest, ListenersAreKeptByTable) {
   const std::vector<Condition> conditions = {{"", "n", "1", ">", 'o'}, {"", "v", "x", "=", 'a'}};
-  database.addListener("t", "INSERT", "hook", {}, false);
-  database.addListener("t", "UPDATE", "hook", conditions, false);
-  database.addListener("u", "INSERT", "hook", {}, false);
-  const std::vector<WebhookListener> expected = {{"INSERT", "hook", {}},
-                                                 {"UPDATE", "hook", conditions}};
+  database.addListener({"t", "INSERT", "hook", {}}, false);
+  database.addListener({"t", "UPDATE", "hook", conditions}, false);
+  database.addListener({"u", "INSERT", "hook", {}}, false);
+  const std::set<Listener> expected = {{"t", "INSERT", "hook", {}},
+                                       {"t", "UPDATE", "hook", conditions}};
   EXPECT_EQ(database.listeners.at("t"), expected);
   EXPECT_EQ(database.listeners.at("u").size(), 1U);
   EXPECT_EQ(bytesOf("listeners.bin").size(), 134U + 222U + 134U);
@@ -170,7 +171,7 @@ TEST_F(WebhookQueueTest, ListenersAreKeptByTableInOrder) {
 
 TEST_F(WebhookQueueTest, AListenerRegisteredTwiceIsKeptOnce) {
   for (int i = 0; i < 3; ++i) {
-    database.addListener("t", "INSERT", "hook", {{"", "n", "1", ">", 'o'}}, false);
+    database.addListener({"t", "INSERT", "hook", {{"", "n", "1", ">", 'o'}}}, false);
   }
   EXPECT_EQ(database.listeners.at("t").size(), 1U);
   EXPECT_EQ(bytesOf("listeners.bin").size(), 178U);
@@ -186,19 +187,38 @@ TEST_F(WebhookQueueTest, AListenerThatDiffersInOneFieldIsAnotherOne) {
   variants.push_back(base);
   variants.back()[1].logic = 'o';
   for (const std::vector<Condition>& conditions : variants) {
-    database.addListener("t", "INSERT", "hook", conditions, false);
+    database.addListener({"t", "INSERT", "hook", conditions}, false);
   }
-  database.addListener("t", "INSERT", "hook2", base, false);
-  database.addListener("t", "DELETE", "hook", base, false);
+  database.addListener({"t", "INSERT", "hook2", base}, false);
+  database.addListener({"t", "DELETE", "hook", base}, false);
   EXPECT_EQ(database.listeners.at("t").size(), variants.size() + 2);
 }
 
 TEST_F(WebhookQueueTest, AListenerFromTheFileIsNotSavedAgain) {
-  database.addListener("t", "INSERT", "hook", {}, true);
+  database.addListener({"t", "INSERT", "hook", {}}, true);
   EXPECT_EQ(database.listeners.at("t").size(), 1U);
   EXPECT_FALSE(exists("listeners.bin"));
-  database.addListener("t", "INSERT", "hook", {}, false);
+  database.addListener({"t", "INSERT", "hook", {}}, false);
   EXPECT_FALSE(exists("listeners.bin"));
+}
+
+TEST_F(WebhookQueueTest, AListenerWhoseTextsTheFileCutsIsNotSavedAgain) {
+  const Listener wide = {
+      "t", "INSERT", std::string(120, 'h'), {{"t", "n", std::string(40, '1'), ">", 'o'}}};
+  database.addListener(wide, false);
+  const std::string saved = bytesOf("listeners.bin");
+  EXPECT_EQ(saved.size(), 178U);
+  Database later(database.directory);
+  const auto read = Storage::readListeners(
+      [&](const Listener& listener) { later.addListener(listener, true); }, later.directory);
+  ASSERT_TRUE(read.has_value());
+  later.addListener(wide, false);
+  EXPECT_EQ(bytesOf("listeners.bin"), saved);
+  // One that differs within the file's widths is another one.
+  Listener other = wide;
+  other.target[99] = 'x';
+  later.addListener(other, false);
+  EXPECT_EQ(bytesOf("listeners.bin").size(), 2 * 178U);
 }
 
 }  // namespace

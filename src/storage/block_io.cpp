@@ -1,0 +1,93 @@
+// See block_io.h.
+#include "block_io.h"
+
+#include <algorithm>
+
+#include "../text.h"
+#include "file_names.h"
+
+namespace velmora {
+
+std::string_view BlockReader::at(std::int64_t offset, std::size_t count) {
+  const std::int64_t end = start_ + static_cast<std::int64_t>(held_);
+  if (offset < start_ || offset + static_cast<std::int64_t>(count) > end) fill(offset, count);
+  const auto skipped = static_cast<std::size_t>(offset - start_);
+  if (skipped >= held_) return {};
+  return {buffer_.data() + skipped, std::min(count, held_ - skipped)};
+}
+
+void BlockReader::fill(std::int64_t offset, std::size_t count) {
+  const std::int64_t end = start_ + static_cast<std::int64_t>(held_);
+  const bool goesOn = offset >= start_ && offset <= end + static_cast<std::int64_t>(blockSize);
+  const std::size_t wanted = goesOn ? std::max(count, blockSize) : count;
+  if (buffer_.size() < wanted) buffer_.resize(wanted);
+  held_ = 0;
+  const auto read = file_.readAt(offset, buffer_.data(), wanted);
+  if (!read) throwUnreadable(file_.name());
+  start_ = offset;
+  held_ = *read;
+}
+
+NewFile::NewFile(const Directory& directory, const std::string& fileName)
+    : file_(directory, fileName, File::Mode::create) {
+  if (!file_.isOpen()) throw CreateFailure("cannot create " + printable(fileName));
+}
+
+void NewFile::makeRoom(std::size_t count) {
+  flush();
+  if (buffer_.size() < count) buffer_.resize(std::max(count, blockSize));
+}
+
+void NewFile::write(std::string_view bytes) {
+  if (bytes.size() < blockSize) {
+    char* const out = room(bytes.size());
+    written(std::copy(bytes.begin(), bytes.end(), out));
+    return;
+  }
+  flush();
+  writeThrough(bytes);
+}
+
+void NewFile::seek(std::int64_t offset) {
+  if (offset == position()) return;
+  flush();
+  start_ = offset;
+  reached_ = std::max(reached_, start_);
+}
+
+void NewFile::finish() {
+  flush();
+  const auto size = file_.size();
+  if (!size || (*size < reached_ && !file_.truncate(reached_))) {
+    throw WriteFailure("cannot write " + printable(file_.name()));
+  }
+  if (!file_.sync()) throw WriteFailure("cannot sync " + printable(file_.name()));
+}
+
+void NewFile::flush() {
+  const std::size_t size = used_;
+  used_ = 0;
+  if (size > 0) writeThrough({buffer_.data(), size});
+}
+
+void NewFile::writeThrough(std::string_view bytes) {
+  if (!file_.writeAt(start_, bytes)) {
+    throw WriteFailure("cannot write " + printable(file_.name()));
+  }
+  start_ += static_cast<std::int64_t>(bytes.size());
+  reached_ = std::max(reached_, start_);
+}
+
+void writeBeside(const Directory& directory, const std::string& fileName, std::string_view bytes) {
+  NewFile file(directory, unfinishedName(fileName));
+  file.write(bytes);
+  file.finish();
+}
+
+void putInPlace(const Directory& directory, const std::string& fileName) {
+  if (!renameFile(directory, unfinishedName(fileName), fileName)) {
+    throw WriteFailure("cannot replace " + printable(fileName));
+  }
+}
+
+}  // namespace velmora

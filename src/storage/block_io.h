@@ -1,0 +1,83 @@
+// Reading and writing files in blocks, so that what a start or a checkpoint needs beside the tables
+// does not grow with the files.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "files.h"
+
+namespace velmora {
+
+// Bytes of a file, read in large blocks as long as each place asked for is near the one before.
+class BlockReader {
+ public:
+  explicit BlockReader(File& file) : file_(file) {}
+
+  // The `count` bytes from the offset on, or as many as the file has; until the next call. Throws
+  // std::runtime_error "Failed to read file: NAME".
+  std::string_view at(std::int64_t offset, std::size_t count);
+
+ private:
+  static constexpr std::size_t blockSize = 256 * 1024;
+
+  void fill(std::int64_t offset, std::size_t count);
+
+  File& file_;
+  std::vector<char> buffer_;
+  std::int64_t start_ = 0;  // of what is held
+  std::size_t held_ = 0;
+};
+
+// A file that could not be created, written or synced; the text says which.
+struct WriteFailure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+struct CreateFailure : WriteFailure {
+  using WriteFailure::WriteFailure;
+};
+
+// A new file, written in blocks. Every function but the destructor throws WriteFailure ("cannot
+// create NAME", which is a CreateFailure, "cannot write NAME", "cannot sync NAME") and
+// NotRegularFile.
+class NewFile {
+ public:
+  NewFile(const Directory& directory, const std::string& fileName);
+
+  // Room for `count` bytes, of which written() then takes what was used.
+  char* room(std::size_t count) {
+    if (buffer_.size() < used_ + count) makeRoom(count);
+    return buffer_.data() + used_;
+  }
+  void written(const char* end) { used_ = static_cast<std::size_t>(end - buffer_.data()); }
+  void write(std::string_view bytes);
+  // Goes on writing there. What is passed over and never written is zero bytes.
+  void seek(std::int64_t offset);
+  std::int64_t position() const noexcept { return start_ + static_cast<std::int64_t>(used_); }
+  // Makes all that was written durable.
+  void finish();
+
+ private:
+  // Small enough to stay in the processor's cache, and for the system to keep it in small pieces of
+  // memory: larger blocks took up to ten times as long when it had to make room for large ones.
+  static constexpr std::size_t blockSize = 32 * 1024;
+
+  void makeRoom(std::size_t count);
+  void flush();
+  void writeThrough(std::string_view bytes);
+
+  File file_;
+  std::vector<char> buffer_;
+  std::size_t used_ = 0;
+  std::int64_t start_ = 0;    // where in the file the buffer's first byte belongs
+  std::int64_t reached_ = 0;  // the size that the file is to have, but for the buffer
+};
+
+// Makes a file in one step, whole and durable, under the name that putInPlace takes it from.
+void writeBeside(const Directory& directory, const std::string& fileName, std::string_view bytes);
+// Puts the file that was made under unfinishedName in its place.
+void putInPlace(const Directory& directory, const std::string& fileName);
+
+}  // namespace velmora
