@@ -60,10 +60,10 @@ ResultSet notStarted() {
   return result;
 }
 
-ResultSet runCommand(const std::string& command) {
+ResultSet runCommand(const BoundCommand& command) {
   const std::lock_guard lock(engine_mutex);
   if (global_parser == nullptr) return notStarted();
-  return global_parser->handleCommand(command, {JsonStyle::valid});
+  return global_parser->handleCommand(command.text, {JsonStyle::valid}, command.floats);
 }
 
 // What the command that makeCommand() gives is answered; its failures are answers too.
@@ -133,7 +133,7 @@ int velmora_start(char** message) {
 int velmora_stop(char** message) { return velmora::statusOf(velmora::stopEngine, message); }
 
 char* velmora_query(const char* text) {
-  return velmora::answerTo([=] { return velmora::requiredText(text); });
+  return velmora::answerTo([=] { return velmora::BoundCommand{velmora::requiredText(text), {}}; });
 }
 
 char* velmora_query_bound(const char* text, const velmora_value* values, size_t count) {

@@ -156,7 +156,11 @@ char* velmora_query(const char* text);
  * - a text with both kinds of quotes, with a zero byte, or with a clock marker that digits follow
  *   (" #TIME# 5"), which the engine looks for everywhere;
  * - an integer outside 32 bits;
- * - a float that is not finite, or that is too large or too small for the engine to read it back.
+ * - a float that is not finite, or that is too large or too small for the engine to read it back;
+ * - a float for an int or ApexInt column, also as a state of a timed value, unless it is a whole
+ *   number of 32 bits: 5.0 is stored as 5, 2.5 and 3e9 are refused ("Error: Parameter 2 is a float
+ *   that int column 'n' cannot hold"). Numbers written in the command are not held to that, and a
+ *   filter may compare an int column with any float.
  * So it is when there are not as many values as places ("Error: Command has 1 placeholder for 2
  * values").
  */

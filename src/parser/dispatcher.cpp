@@ -67,8 +67,10 @@ std::span<const Parser::Rule> Parser::rules() {
   return table;
 }
 
-ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target) {
+ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target,
+                                std::span<const BoundFloat> floats) {
   target_ = &target;
+  floats_ = floats;
   ResultSet result = run(command);
   result.rows.offerMemory(std::move(target.memory));
   return result;

@@ -45,6 +45,13 @@ velmora_value text(const std::string& value) {
   return bound;
 }
 
+velmora_value real(double value) {
+  velmora_value bound = {};
+  bound.type = VELMORA_FLOAT;
+  bound.real = value;
+  return bound;
+}
+
 std::string answer(bool success, const std::string& message, int rows) {
   return std::string("{\n  \"success\": ") + (success ? "true" : "false") + ",\n  \"message\": \"" +
          message + "\",\n  \"rows_affected\": " + std::to_string(rows) + "\n}";
@@ -228,13 +235,10 @@ TEST_F(GuardedTest, ColumnNamesAndMessagesAreEscaped) {
 TEST_F(GuardedTest, ValuesAreBound) {
   start();
   query("CREATE TABLE users id ApexInt name string admin bool score float 2");
-  velmora_value score = {};
-  score.type = VELMORA_FLOAT;
-  score.real = 2.5;
   velmora_value no = {};
   no.type = VELMORA_BOOL;
   const std::string name = "x' admin = true y = '";
-  EXPECT_EQ(query("INSERT INTO users name = ? admin = ? score = ?", {text(name), no, score}),
+  EXPECT_EQ(query("INSERT INTO users name = ? admin = ? score = ?", {text(name), no, real(2.5)}),
             answer(true, "success!", 1));
   EXPECT_EQ(query("SELECT * FROM users WHERE name = ?", {text(name)}),
             rowAnswer("{\"id\": 1, \"name\": \"x' admin = true y = '\", \"admin\": false, "
@@ -250,6 +254,74 @@ TEST_F(GuardedTest, RefusedValuesRunNothing) {
   EXPECT_EQ(query("INSERT INTO t s = ?", {}),
             refusal("Error: Command has 1 placeholder for 0 values"));
   EXPECT_EQ(query("SELECT s FROM t"), answer(true, "", 0));
+}
+
+TEST_F(GuardedTest, AnIntColumnTakesWholeFloatsOnly) {
+  start();
+  query("CREATE TABLE t id ApexInt s string n int f float");
+  for (const double value : {5.0, -0.0, -2147483648.0, 2147483520.0, 2.0000000001}) {
+    EXPECT_EQ(query("INSERT INTO t n = ?", {real(value)}), answer(true, "success!", 1)) << value;
+  }
+  EXPECT_EQ(query("SELECT n FROM t WHERE id = 1"), rowAnswer("{\"n\": 5}"));
+  EXPECT_EQ(query("SELECT n FROM t WHERE id = 3"), rowAnswer("{\"n\": -2147483648}"));
+  const std::string refused =
+      refusal("Error: Parameter 2 is a float that int column 'n' cannot hold");
+  // The last is below 2147483648, but no longer as a float of 32 bits.
+  for (const double value : {2.5, -0.5, 2767891499.0, -2147483904.0, 1e30, 2147483647.0}) {
+    EXPECT_EQ(query("INSERT INTO t s = ? n = ?", {text("x"), real(value)}), refused) << value;
+    EXPECT_EQ(query("UPDATE t SET s = ? n = ?", {text("x"), real(value)}), refused) << value;
+  }
+  EXPECT_EQ(query("INSERT INTO t id = ?", {real(2.5)}),
+            refusal("Error: Parameter 1 is a float that ApexInt column 'id' cannot hold"));
+  EXPECT_EQ(query("SELECT id FROM t WHERE s = 'x'"), answer(true, "", 0));
+  EXPECT_EQ(query("INSERT INTO t f = ?", {real(2767891499.0)}), answer(true, "success!", 1));
+  EXPECT_EQ(velmora_stop(nullptr), 0);
+}
+
+TEST_F(GuardedTest, StatesOfAnIntColumnAreWholeFloatsOnly) {
+  start();
+  query("CREATE TABLE t n int 3");
+  const std::string command = "INSERT INTO t n = (? --> ? @ ? h --> ? @ 1 h)";
+  const std::string message = " is a float that int column 'n' cannot hold";
+  EXPECT_EQ(query(command, {real(0.5), real(2), real(1), real(3)}),
+            refusal("Error: Parameter 1" + message));
+  EXPECT_EQ(query(command, {real(1), real(2.5), real(1), real(3)}),
+            refusal("Error: Parameter 2" + message));
+  EXPECT_EQ(query(command, {real(1), real(2), real(1), real(3e9)}),
+            refusal("Error: Parameter 4" + message));
+  EXPECT_EQ(query("SELECT n FROM t"), answer(true, "", 0));
+  EXPECT_EQ(query(command, {real(1), real(2), real(1.5), real(3)}), answer(true, "success!", 1))
+      << "a duration is no value of the column";
+  EXPECT_EQ(query("SELECT n FROM t"), rowAnswer("{\"n\": 1}"));
+}
+
+// What is typed is stored as it is, and a float may be compared with any number.
+TEST_F(GuardedTest, OnlyBoundFloatsAreHeldToTheColumn) {
+  start();
+  query("CREATE TABLE t n int");
+  EXPECT_EQ(query("INSERT INTO t n = 2.5"), answer(true, "success!", 1));
+  EXPECT_EQ(query("INSERT INTO t n = 2.5", {}), answer(true, "success!", 1));
+  EXPECT_EQ(query("UPDATE t SET n = 7.5 WHERE n = ?", {real(2.5)}), answer(true, "success!", 2));
+  EXPECT_EQ(query("SELECT n FROM t WHERE n > ? && n < ?", {real(6.5), real(8.5)}).substr(0, 19),
+            "{\n  \"success\": true");
+  EXPECT_EQ(query("UPDATE t SET n = ?", {real(2.5)}),
+            refusal("Error: Parameter 1 is a float that int column 'n' cannot hold"));
+  EXPECT_EQ(query("UPDATE t SET n = 2.5"), answer(true, "success!", 2))
+      << "values of an earlier command are forgotten";
+  EXPECT_STREQ(ExecuteQuery("UPDATE t SET n = 3.5"), answer(true, "success!", 2).c_str());
+}
+
+// The log has the digits; what they were bound from is not asked in a replay.
+TEST_F(GuardedTest, BoundFloatsAreLoggedAsDigits) {
+  start();
+  query("CREATE TABLE t n int f float");
+  query("INSERT INTO t n = ? f = ?", {real(5), real(2767891499.0)});
+  query("INSERT INTO t n = ? f = ?", {real(2.5), real(1)});
+  std::ifstream log("velmora.wal");
+  std::ostringstream lines;
+  lines << log.rdbuf();
+  EXPECT_NE(lines.str().find("INSERT INTO t n = 5 f = 2767891456 #TIME# "), std::string::npos);
+  EXPECT_EQ(lines.str().find("2.5"), std::string::npos);
 }
 
 TEST_F(GuardedTest, AClockMayBeBound) {
