@@ -1,7 +1,8 @@
 // The guarded exported functions, for hosts that cannot catch C++ exceptions or share one answer
 // between threads: the plain functions' engine, with every failure told, every answer a copy and
-// every answer valid JSON. Binding values and escaping texts are left to value_binding.h and
-// json_text.h.
+// every answer valid JSON, and a number that does not convert named with its place. Binding values
+// and escaping texts are left to value_binding.h and json_text.h.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -11,6 +12,7 @@
 #include <string_view>
 
 #include "engine.h"
+#include "number.h"
 #include "value_binding.h"
 #include "velmora/velmora.h"
 
@@ -33,8 +35,37 @@ char* copyOf(std::string_view text) noexcept {
   return copy;
 }
 
-bool isConversion(std::string_view text) {
-  return text == "stoi" || text == "stof" || text == "stoll";
+// A text or a name for a message: cut when it is long, its control bytes in hexadecimal.
+std::string quoted(std::string_view text) {
+  constexpr std::size_t mostBytes = 60;
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::size_t size = std::min(text.size(), mostBytes);
+  const auto isInCharacter = [&] {
+    return (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80;
+  };
+  while (size > 0 && size < text.size() && isInCharacter()) --size;
+  std::string out = "'";
+  for (const char c : text.substr(0, size)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= ' ' && byte != 0x7f) {
+      out += c;
+    } else {
+      out += {'\\', 'x', digits[byte / 16], digits[byte % 16]};
+    }
+  }
+  return out += size < text.size() ? "...'" : "'";
+}
+
+// The message of a failed conversion: what failed, with the text, and where that stands.
+std::string told(std::string_view what, const FailedConversion& failure) {
+  std::string message(what);
+  message += ": ";
+  message += failure.text == missingValue ? "null" : quoted(failure.text);
+  if (failure.table.empty()) return message;
+  message += failure.row ? " in" : " for";
+  message += " table " + quoted(failure.table) + ", column " + quoted(failure.column);
+  if (failure.row) message += ", row " + std::to_string(*failure.row);
+  return message;
 }
 
 // The text of the exception being handled; lets std::bad_alloc pass.
@@ -43,11 +74,12 @@ std::string textOfFailure() {
     throw;
   } catch (const std::bad_alloc&) {
     throw;
+  } catch (const InvalidNumber& error) {
+    return told("Text cannot be read as a number", error);
+  } catch (const NumberOutOfRange& error) {
+    return told("Number is out of range", error);
   } catch (const std::exception& error) {
-    // What a failed conversion says is the name of the function that failed.
-    const bool isRange = dynamic_cast<const std::out_of_range*>(&error) != nullptr;
-    if (!isConversion(error.what())) return error.what();
-    return isRange ? "Number is out of range" : "Text cannot be read as a number";
+    return error.what();
   } catch (...) {
     return "Unknown failure";
   }

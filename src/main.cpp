@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "database/database.h"
+#include "number.h"
 #include "parser/parser.h"
 
 namespace {
@@ -71,9 +72,11 @@ int main() {
   if (lock == nullptr) return 1;
   Database db(lock->directory());
   Parser parser(&db);
-  db.loadFromDisk();
-  printBanner();
-  runShell(parser);
-  db.checkpoint();
+  velmora::withStandardExceptions([&] {
+    db.loadFromDisk();
+    printBanner();
+    runShell(parser);
+    db.checkpoint();
+  });
   return 0;
 }

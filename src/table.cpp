@@ -70,7 +70,8 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, bool preferLive) {
     if (cell.tempRule != nullptr) cell.value = cell.valueAt(now);
     const std::string_view key = cell.value;
     const auto row = static_cast<std::int32_t>(i);
-    const std::int32_t holder = primaryKeyMap.findOrAdd(key, row);
+    const std::int32_t holder =
+        atPlace(*this, position, i, [&] { return primaryKeyMap.findOrAdd(key, row); });
     if (holder == PrimaryKeyMap::noRow) continue;
     const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(i);
     if (!preferLive || bothLive) {
@@ -79,6 +80,14 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, bool preferLive) {
     }
     if (isLive(i)) primaryKeyMap.assign(key, row);
   }
+}
+
+void tellPlace(FailedConversion& failure, const Table& table, std::size_t column,
+               std::optional<std::size_t> row) {
+  if (!failure.table.empty()) return;
+  failure.table = table.tableName;
+  failure.column = table.columns[column].name;
+  failure.row = row;
 }
 
 void Table::display() const {

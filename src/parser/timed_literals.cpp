@@ -5,6 +5,7 @@
 // The duration behind an "@" belongs to the value before its arrow; the last value repeats the last
 // duration.
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "../number.h"
@@ -112,7 +113,8 @@ void Parser::assignedValue(TokenCursor& cursor, const Table& table, std::size_t 
   cell.heading = table.heading(column);
   cell.tempRule.reset();
   if (cursor.nextIs(TokenType::OPERATOR, "-->")) {
-    timedLiteral(cursor, table.columns[column], cell);
+    atPlace(table, column, std::nullopt,
+            [&] { timedLiteral(cursor, table.columns[column], cell); });
   }
 }
 

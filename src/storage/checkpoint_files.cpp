@@ -154,6 +154,18 @@ class TimedValues {
   std::size_t oldRowsStart_ = 0;
 };
 
+// encodeRow for row i of a table.
+char* encoded(char* out, const Table& table, std::size_t i, std::span<const CellShape> shapes,
+              std::span<const std::int32_t> slots) {
+  try {
+    return encodeRow(out, table.rows[i], shapes, slots);
+  } catch (FailedConversion& failure) {
+    failure.table = table.tableName;
+    failure.row = i;
+    throw;
+  }
+}
+
 // Writes the rows of a table whose rows fit: one after the other.
 void writeFittingRows(const Table& table, TimedValues& timed, const Directory& directory) {
   NewFile file(directory, table.tableName + ".bin");
@@ -164,7 +176,7 @@ void writeFittingRows(const Table& table, TimedValues& timed, const Directory& d
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
     char* const out = file.room(largest);
-    file.written(encodeRow(out, row, shapes, slots));
+    file.written(encoded(out, table, i, shapes, slots));
   }
   file.finish();
 }
@@ -188,7 +200,7 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
-    const char* const writtenEnd = encodeRow(written.data(), row, shapes, slots);
+    const char* const writtenEnd = encoded(written.data(), table, i, shapes, slots);
     const auto size = static_cast<std::size_t>(writtenEnd - written.data());
     const std::size_t start = header.size() + i * rowSize;
     image.resize(std::max(image.size(), start + size));
