@@ -194,7 +194,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text(rest.substr(0, rest.find('\0')));
   const std::vector<std::size_t> places = placesOf(text);
   try {
-    const std::string bound = bindValues(text, values);
+    const std::string bound = bindValues(text, values).text;
     require(places.size() == values.size(), "Bound with another number of values than places");
     checkBound(text, places, values, bound);
   } catch (const std::runtime_error& error) {

@@ -1,7 +1,8 @@
 // The guarded exported functions, for hosts that cannot catch C++ exceptions or share one answer
 // between threads: the plain functions' engine, with every failure told, every answer a copy and
-// every answer valid JSON. Binding values and escaping texts are left to value_binding.h and
-// json_text.h.
+// every answer valid JSON, and a number that does not convert named with its place. Binding values
+// and escaping texts are left to value_binding.h and json_text.h.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -11,6 +12,8 @@
 #include <string_view>
 
 #include "engine.h"
+#include "number.h"
+#include "text.h"
 #include "value_binding.h"
 #include "velmora/velmora.h"
 
@@ -33,8 +36,28 @@ char* copyOf(std::string_view text) noexcept {
   return copy;
 }
 
-bool isConversion(std::string_view text) {
-  return text == "stoi" || text == "stof" || text == "stoll";
+// A text or a name for a message: cut when it is long, its control bytes in hexadecimal.
+std::string quoted(std::string_view text) {
+  constexpr std::size_t mostBytes = 60;
+  std::size_t size = std::min(text.size(), mostBytes);
+  const auto isInCharacter = [&] {
+    return (static_cast<unsigned char>(text[size]) & 0xC0) == 0x80;
+  };
+  while (size > 0 && size < text.size() && isInCharacter()) --size;
+  const std::string shown = "'" + printable(text.substr(0, size));
+  return shown + (size < text.size() ? "...'" : "'");
+}
+
+// The message of a failed conversion: what failed, with the text, and where that stands.
+std::string told(std::string_view what, const FailedConversion& failure) {
+  std::string message(what);
+  message += ": ";
+  message += failure.text == missingValue ? "null" : quoted(failure.text);
+  if (failure.table.empty()) return message;
+  message += failure.row ? " in" : " for";
+  message += " table " + quoted(failure.table) + ", column " + quoted(failure.column);
+  if (failure.row) message += ", row " + std::to_string(*failure.row);
+  return message;
 }
 
 // The text of the exception being handled; lets std::bad_alloc pass.
@@ -43,11 +66,12 @@ std::string textOfFailure() {
     throw;
   } catch (const std::bad_alloc&) {
     throw;
+  } catch (const InvalidNumber& error) {
+    return told("Text cannot be read as a number", error);
+  } catch (const NumberOutOfRange& error) {
+    return told("Number is out of range", error);
   } catch (const std::exception& error) {
-    // What a failed conversion says is the name of the function that failed.
-    const bool isRange = dynamic_cast<const std::out_of_range*>(&error) != nullptr;
-    if (!isConversion(error.what())) return error.what();
-    return isRange ? "Number is out of range" : "Text cannot be read as a number";
+    return error.what();
   } catch (...) {
     return "Unknown failure";
   }
@@ -60,10 +84,10 @@ ResultSet notStarted() {
   return result;
 }
 
-ResultSet runCommand(const std::string& command) {
+ResultSet runCommand(const BoundCommand& command) {
   const std::lock_guard lock(engine_mutex);
   if (global_parser == nullptr) return notStarted();
-  return global_parser->handleCommand(command, {JsonStyle::valid});
+  return global_parser->handleCommand(command.text, {JsonStyle::valid}, command.floats);
 }
 
 // What the command that makeCommand() gives is answered; its failures are answers too.
@@ -133,7 +157,7 @@ int velmora_start(char** message) {
 int velmora_stop(char** message) { return velmora::statusOf(velmora::stopEngine, message); }
 
 char* velmora_query(const char* text) {
-  return velmora::answerTo([=] { return velmora::requiredText(text); });
+  return velmora::answerTo([=] { return velmora::BoundCommand{velmora::requiredText(text), {}}; });
 }
 
 char* velmora_query_bound(const char* text, const velmora_value* values, size_t count) {

@@ -13,6 +13,7 @@
 
 #include "clock.h"
 #include "database/database.h"
+#include "number.h"
 #include "parser/parser.h"
 
 namespace {
@@ -72,9 +73,11 @@ int main() {
   if (lock == nullptr) return 1;
   Database db(lock->directory());
   Parser parser(&db);
-  db.loadFromDisk();
-  printBanner();
-  runShell(parser);
-  db.checkpoint(velmora::clock::now());
+  velmora::withStandardExceptions([&] {
+    db.loadFromDisk();
+    printBanner();
+    runShell(parser);
+    db.checkpoint(velmora::clock::now());
+  });
   return 0;
 }

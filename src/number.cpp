@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <stdexcept>
 
 namespace velmora {
 namespace {
@@ -158,26 +157,26 @@ Conversion convertFloat(std::string_view text, float& result) {
   return convertFloatSlowly(text, result);
 }
 
-void requireConverted(Conversion conversion, const char* name) {
-  if (conversion == Conversion::invalid) throw std::invalid_argument(name);
-  if (conversion == Conversion::outOfRange) throw std::out_of_range(name);
+void requireConverted(Conversion conversion, const char* name, std::string_view text) {
+  if (conversion == Conversion::invalid) throw InvalidNumber(name, text);
+  if (conversion == Conversion::outOfRange) throw NumberOutOfRange(name, text);
 }
 
 std::int32_t parseInt(std::string_view text) {
   std::int32_t value = 0;
-  requireConverted(convertInt(text, value), "stoi");
+  requireConverted(convertInt(text, value), "stoi", text);
   return value;
 }
 
 float parseFloat(std::string_view text) {
   float value = 0;
-  requireConverted(convertFloat(text, value), "stof");
+  requireConverted(convertFloat(text, value), "stof", text);
   return value;
 }
 
 std::int64_t parseLong(std::string_view text) {
   std::int64_t value = 0;
-  requireConverted(convertLong(text, value), "stoll");
+  requireConverted(convertLong(text, value), "stoll", text);
   return value;
 }
 

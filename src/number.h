@@ -1,13 +1,14 @@
 // Conversions between texts and numbers.
 //
 // Reading accepts what the standard functions std::stoi, std::stof and std::stoll accept in the C
-// locale (leading blanks, a sign, trailing text ignored) and fails with their exception types and
-// texts, but neither asks the host's locale nor allocates. Writing gives what printf gives in the
-// C locale for %d, %g and %f.
+// locale (leading blanks, a sign, trailing text ignored) and fails with their exceptions, which
+// know a little more here, but neither asks the host's locale nor allocates. Writing gives what
+// printf gives in the C locale for %d, %g and %f.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -21,14 +22,44 @@ Conversion convertLong(std::string_view text, std::int64_t& result) noexcept;
 // Reads a float as strtof does: decimal or hexadecimal, with exponent, infinities and NaN.
 Conversion convertFloat(std::string_view text, float& result);
 
-// The same, throwing std::invalid_argument or std::out_of_range with the text "stoi", "stof" or
-// "stoll".
+// What a failed conversion knows beside its standard exception. The conversion gives the text; the
+// place is filled in on the way out, by those who know it.
+struct FailedConversion {
+  std::string text;
+  std::string table;  // empty: not known
+  std::string column;
+  std::optional<std::size_t> row;  // none: the text is the command's, for that column
+};
+struct InvalidNumber : std::invalid_argument, FailedConversion {
+  InvalidNumber(const char* name, std::string_view unread)
+      : std::invalid_argument(name), FailedConversion{std::string(unread), {}, {}, {}} {}
+};
+struct NumberOutOfRange : std::out_of_range, FailedConversion {
+  NumberOutOfRange(const char* name, std::string_view unread)
+      : std::out_of_range(name), FailedConversion{std::string(unread), {}, {}, {}} {}
+};
+
+// The same, throwing InvalidNumber or NumberOutOfRange with "stoi", "stof" or "stoll" as what().
 std::int32_t parseInt(std::string_view text);
 float parseFloat(std::string_view text);
 std::int64_t parseLong(std::string_view text);
 
-// Throws for a conversion that was not ok, with the function's name as text; returns if it was.
-void requireConverted(Conversion conversion, const char* name);
+// Throws for a conversion of the text that was not ok, with the function's name as what(); returns
+// if it was.
+void requireConverted(Conversion conversion, const char* name, std::string_view text);
+
+// Runs the function and lets failed conversions out as the standard types themselves, for hosts:
+// the runtime names the type of an exception that nobody catches.
+template <typename Run>
+void withStandardExceptions(Run run) {
+  try {
+    run();
+  } catch (const InvalidNumber& error) {
+    throw std::invalid_argument(error);
+  } catch (const NumberOutOfRange& error) {
+    throw std::out_of_range(error);
+  }
+}
 
 // strtol's reading: no digits give 0, and a number outside 64 bits gives the nearest limit.
 std::int64_t saturatedLong(std::string_view text) noexcept;

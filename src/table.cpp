@@ -68,9 +68,11 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
 }
 
 void Table::fileKey(std::size_t row, bool isLoad) {
-  const std::string_view key = rows[row].cells()[static_cast<std::size_t>(primaryKeyIndex)].value;
+  const auto column = static_cast<std::size_t>(primaryKeyIndex);
+  const std::string_view key = rows[row].cells()[column].value;
   const auto index = static_cast<std::int32_t>(row);
-  const std::int32_t holder = primaryKeyMap.findOrAdd(key, index);
+  const std::int32_t holder =
+      atPlace(*this, column, row, [&] { return primaryKeyMap.findOrAdd(key, index); });
   if (holder == PrimaryKeyMap::noRow) return;
   const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(row);
   if (!isLoad || bothLive) {
@@ -78,6 +80,14 @@ void Table::fileKey(std::size_t row, bool isLoad) {
                              "' already exists in column");
   }
   if (isLive(row)) primaryKeyMap.assign(key, index);
+}
+
+void tellPlace(FailedConversion& failure, const Table& table, std::size_t column,
+               std::optional<std::size_t> row) {
+  if (!failure.table.empty()) return;
+  failure.table = table.tableName;
+  failure.column = table.columns[column].name;
+  failure.row = row;
 }
 
 void Table::fileTimedKeys() {

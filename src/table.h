@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,6 +14,7 @@
 #include "cell.h"
 #include "column_mirror.h"
 #include "key_map.h"
+#include "number.h"
 #include "rows.h"
 
 namespace velmora {
@@ -112,5 +114,22 @@ struct Table {
   std::unique_ptr<ColumnMirrors> mirrors_;
   std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>> positions_;
 };
+
+// Fills in where the text of a failed conversion stands, unless that is known already: in the
+// column of a row, or, without a row, in the command, for this column.
+void tellPlace(FailedConversion& failure, const Table& table, std::size_t column,
+               std::optional<std::size_t> row);
+
+// What convert() gives; a conversion that fails in it tells this place.
+template <typename Convert>
+auto atPlace(const Table& table, std::size_t column, std::optional<std::size_t> row,
+             Convert convert) -> decltype(convert()) {
+  try {
+    return convert();
+  } catch (FailedConversion& failure) {
+    tellPlace(failure, table, column, row);
+    throw;
+  }
+}
 
 }  // namespace velmora

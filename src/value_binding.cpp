@@ -11,7 +11,6 @@
 #include <stdexcept>
 
 #include "number.h"
-#include "parser/parser.h"
 
 namespace velmora {
 namespace {
@@ -57,12 +56,16 @@ void appendText(std::string& out, std::string_view text) {
   out += quote;
 }
 
-void appendValue(std::string& out, const velmora_value& value) {
-  // A host may have put any number there, which must not be read as an enumeration.
+// A host may have put any number there, which must not be read as an enumeration.
+int typeOf(const velmora_value& value) {
   int type = 0;
   static_assert(sizeof type == sizeof value.type);
   std::memcpy(&type, &value.type, sizeof type);
-  switch (type) {
+  return type;
+}
+
+void appendValue(std::string& out, const velmora_value& value) {
+  switch (typeOf(value)) {
     case VELMORA_INTEGER:
       return appendInteger(out, value.integer);
     case VELMORA_FLOAT:
@@ -100,8 +103,9 @@ std::string counted(std::size_t count, std::string_view what) {
 
 }  // namespace
 
-std::string bindValues(std::string_view text, std::span<const velmora_value> values) {
-  std::string bound;
+BoundCommand bindValues(std::string_view text, std::span<const velmora_value> values) {
+  BoundCommand command;
+  std::string& bound = command.text;
   bound.reserve(text.size() + 16 * values.size());
   std::size_t count = 0;
   for (std::size_t i = 0; i < text.size();) {
@@ -115,15 +119,17 @@ std::string bindValues(std::string_view text, std::span<const velmora_value> val
     ++i;
     if (count++ >= values.size()) continue;  // only to be counted
     if (!bound.empty() && isPartOfToken(bound.back())) bound += ' ';
+    const velmora_value& value = values[count - 1];
+    if (typeOf(value) == VELMORA_FLOAT) command.floats.push_back({bound.size(), count});
     try {
-      appendValue(bound, values[count - 1]);
+      appendValue(bound, value);
     } catch (const std::runtime_error& error) {
       throw std::runtime_error("Parameter " + std::to_string(count) + " " + error.what());
     }
     if (i < text.size() && isPartOfToken(text[i])) bound += ' ';
   }
   if (count != values.size()) throwWrongCount(count, values.size());
-  return bound;
+  return command;
 }
 
 }  // namespace velmora

@@ -11,6 +11,7 @@
 #include "clock.h"
 #include "database/database.h"
 #include "engine.h"
+#include "number.h"
 
 namespace velmora {
 
@@ -74,7 +75,7 @@ extern "C" {
 
 void StartEngine(void) {
   const std::lock_guard lock(velmora::engine_mutex);
-  velmora::startEngine();
+  velmora::withStandardExceptions(velmora::startEngine);
 }
 
 const char* ExecuteQuery(const char* query) {
@@ -83,14 +84,14 @@ const char* ExecuteQuery(const char* query) {
   if (global_parser == nullptr) {
     setResult(notStarted);
   } else {
-    runCommand(query);
+    withStandardExceptions([=] { runCommand(query); });
   }
   return last_result_buffer.terminated();
 }
 
 void StopEngine(void) {
   const std::lock_guard lock(velmora::engine_mutex);
-  velmora::stopEngine();
+  velmora::withStandardExceptions(velmora::stopEngine);
 }
 
 }  // extern "C"

@@ -133,6 +133,20 @@ int velmora_stop(char** message);
  * and messages are escaped, bytes that are not UTF-8 replaced by U+FFFD, and floats that are not
  * finite are null.
  *
+ * Where ExecuteQuery lets out a conversion of a number, the message begins "Error: Text cannot be
+ * read as a number: " or "Error: Number is out of range: ", and names the text and its place:
+ *
+ *     'TEXT' in table 'T', column 'C', row N    a value of a row. N counts the table's rows in the
+ *                                               order in which they were inserted, deleted ones
+ *                                               included, from 0; a row that is being inserted has
+ *                                               the number that it would have got
+ *     'TEXT' for table 'T', column 'C'          a literal of the command: what the column is
+ *                                               compared with, a duration, a string's length
+ *
+ * Texts are cut to 60 bytes, with "..." behind them, control characters stand as \xNN, and null
+ * stands for a value that was never given. velmora_start and velmora_stop have the same messages,
+ * without the "Error: ".
+ *
  * The text of ExecuteQuery's last answer stays as it is.
  */
 char* velmora_query(const char* text);
@@ -156,7 +170,11 @@ char* velmora_query(const char* text);
  * - a text with both kinds of quotes, with a zero byte, or with a clock marker that digits follow
  *   (" #TIME# 5"), which the engine looks for everywhere;
  * - an integer outside 32 bits;
- * - a float that is not finite, or that is too large or too small for the engine to read it back.
+ * - a float that is not finite, or that is too large or too small for the engine to read it back;
+ * - a float for an int or ApexInt column, also as a state of a timed value, unless it is a whole
+ *   number of 32 bits: 5.0 is stored as 5, 2.5 and 3e9 are refused ("Error: Parameter 2 is a float
+ *   that int column 'n' cannot hold"). Numbers written in the command are not held to that, and a
+ *   filter may compare an int column with any float.
  * So it is when there are not as many values as places ("Error: Command has 1 placeholder for 2
  * values").
  */

@@ -10,8 +10,8 @@
 // answered, scheduled and logged is all of that second.
 //
 // Failures leave as std::runtime_error with the message that the user sees; conversions of texts
-// let std::invalid_argument and std::out_of_range out. What stays changed after a failure is said
-// at each operation; where nothing is said, nothing stays.
+// let InvalidNumber and NumberOutOfRange out, which name the place (../number.h). What stays
+// changed after a failure is said at each operation; where nothing is said, nothing stays.
 #pragma once
 
 #include <cstdint>

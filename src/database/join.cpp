@@ -297,8 +297,10 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     }
     for (const Pair& pair : pairs) {
       for (const Output& output : outputs) {
-        const Cell& cell = output.table->rows[output.rowOf(pair)].cells()[output.column];
-        result.rows.add(cell, output.kind, now);
+        const std::size_t row = output.rowOf(pair);
+        const Cell& cell = output.table->rows[row].cells()[output.column];
+        atPlace(*output.table, output.column, row,
+                [&] { result.rows.add(cell, output.kind, now); });
       }
     }
     constexpr auto mostRows = std::numeric_limits<std::int32_t>::max();

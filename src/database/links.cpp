@@ -60,14 +60,22 @@ bool fileIsTaken(const Tables& tables, const Relation& relation) {
   return false;
 }
 
-// Calls use(row) for the index of every live row whose parent column shows the key's text; false
-// when there is none. dbMutex held.
+// Where a child's key stands.
+struct ChildCell {
+  const Table& table;
+  std::size_t column;
+  std::size_t row;
+};
+
+// Calls use(row) for the index of every live row whose parent column shows the text of the child's
+// key; false when there is none. dbMutex held.
 template <typename Use>
-bool forEachParent(const Database& database, const Table& parent, std::size_t parentColumn,
-                   std::string_view key, std::int64_t now, Use use) {
+bool forEachParent(const Database& database, const ChildCell& child, const Table& parent,
+                   std::size_t parentColumn, std::string_view key, std::int64_t now, Use use) {
   if (parentColumn == noColumn) return false;
   if (static_cast<std::int32_t>(parentColumn) == parent.primaryKeyIndex) {
-    const std::int32_t row = parent.findLive(key, now);
+    const std::int32_t row =
+        atPlace(child.table, child.column, child.row, [&] { return parent.findLive(key, now); });
     if (row != PrimaryKeyMap::noRow) use(row);
     return row != PrimaryKeyMap::noRow;
   }
@@ -116,9 +124,10 @@ void Database::link(const std::string& childTable, const std::string& childColum
   std::vector<Pair> pairs;
   for (std::size_t i = 0; i < child.rows.size(); ++i) {
     if (!child.isLive(i)) continue;
+    const ChildCell childCell{child, childPosition, i};
     forEachKeyText(child.rows[i].cells()[childPosition], now, [&](std::string_view key) {
       const bool isThere =
-          forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t row) {
+          forEachParent(*this, childCell, parent, parentPosition, key, now, [&](std::int32_t row) {
             pairs.push_back({static_cast<std::int32_t>(i), row});
           });
       if (!isThere) {
@@ -185,10 +194,12 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t n
     }
     Table& parent = parentEntry->second;
     const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
-    const Cell& cell = row.cells()[table.columnPosition(link.column)];
+    const ChildCell child{table, table.columnPosition(link.column),
+                          static_cast<std::size_t>(rowIndex)};
+    const Cell& cell = row.cells()[child.column];
     forEachKeyText(cell, now, [&](std::string_view key) {
       const bool isThere =
-          forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t index) {
+          forEachParent(*this, child, parent, parentPosition, key, now, [&](std::int32_t index) {
             found.push_back({&link, &parent.rows[static_cast<std::size_t>(index)]});
           });
       if (!isThere) {
@@ -231,9 +242,11 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t
     if (parentEntry == tables.end()) continue;
     Table& parent = parentEntry->second;
     const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
-    const Cell& cell = row.cells()[table.columnPosition(link.column)];
+    const ChildCell child{table, table.columnPosition(link.column),
+                          static_cast<std::size_t>(rowIndex)};
+    const Cell& cell = row.cells()[child.column];
     forEachKeyText(cell, now, [&](std::string_view key) {
-      forEachParent(*this, parent, parentPosition, key, now, [&](std::int32_t index) {
+      forEachParent(*this, child, parent, parentPosition, key, now, [&](std::int32_t index) {
         Row& parentRow = parent.rows[static_cast<std::size_t>(index)];
         for (Dependents* linked = parentRow.links.get(); linked != nullptr;
              linked = linked->next.get()) {

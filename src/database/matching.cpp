@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory_resource>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -50,7 +51,8 @@ struct Block {
 class Predicate {
  public:
   Predicate(const Condition& condition, const Table& table)
-      : comparison_(comparisonOf(condition.op)),
+      : table_(&table),
+        comparison_(comparisonOf(condition.op)),
         column_(table.columnPosition(condition.column, likelyColumn(table))),
         literal_(condition.value) {
     if (column_ == noColumn) return;
@@ -63,8 +65,9 @@ class Predicate {
   Comparison comparison() const noexcept { return comparison_; }
   std::string_view literal() const noexcept { return literal_; }
 
-  // Throws what the conversion of the cell's text throws, or else the literal's.
-  bool holds(const Row& row, std::int64_t now) const {
+  // Whether the row of this index satisfies the condition. Throws what the conversion of the cell's
+  // text throws, or else the literal's.
+  bool holds(const Row& row, std::size_t index, std::int64_t now) const {
     if (column_ == noColumn) return false;
     const std::string_view text = row.cells()[column_].valueAt(now);
     switch (comparison_) {
@@ -73,13 +76,13 @@ class Predicate {
       case Comparison::notEqual:
         return text != literal_;
       case Comparison::less:
-        return isLess(text);
+        return isLess(text, index);
       case Comparison::greater:
-        return isGreater(text);
+        return isGreater(text, index);
       case Comparison::lessOrEqual:
-        return isLess(text) || text == literal_;
+        return isLess(text, index) || text == literal_;
       case Comparison::greaterOrEqual:
-        return isGreater(text) || text == literal_;
+        return isGreater(text, index) || text == literal_;
       case Comparison::never:
         break;
     }
@@ -88,8 +91,8 @@ class Predicate {
 
   // The same for a row whose key cell is plain and filed under this key, of whose column the
   // condition is. Only equality needs the text.
-  bool holdsForKey(std::int32_t key, const Row& row, std::int64_t now) const {
-    if (key == integer_) return holds(row, now);
+  bool holdsForKey(std::int32_t key, const Row& row, std::size_t index, std::int64_t now) const {
+    if (key == integer_) return holds(row, index, now);
     switch (comparison_) {
       case Comparison::less:
       case Comparison::lessOrEqual:
@@ -98,11 +101,12 @@ class Predicate {
       case Comparison::greaterOrEqual:
         return key > integer_;
       default:
-        return holds(row, now);
+        return holds(row, index, now);
     }
   }
-  bool holdsForKey(std::string_view /*key*/, const Row& row, std::int64_t now) const {
-    return holds(row, now);
+  bool holdsForKey(std::string_view /*key*/, const Row& row, std::size_t index,
+                   std::int64_t now) const {
+    return holds(row, index, now);
   }
 
   // Whether a mirror can decide this condition for all rows but the exceptions.
@@ -120,37 +124,46 @@ class Predicate {
   static std::size_t likelyColumn(const Table& table) {
     return table.hasPrimaryKey() ? static_cast<std::size_t>(table.primaryKeyIndex) : 0;
   }
-  bool isLess(std::string_view text) const {
+  bool isLess(std::string_view text, std::size_t index) const {
     switch (kind_) {
       case ValueKind::integer:
-        return cellInt(text) < integer_;
+        return cellInt(text, index) < integer_;
       case ValueKind::real:
-        return cellFloat(text) < real_;
+        return cellFloat(text, index) < real_;
       default:
         return comesBefore(kind_, text, literal_);
     }
   }
-  bool isGreater(std::string_view text) const {
+  bool isGreater(std::string_view text, std::size_t index) const {
     switch (kind_) {
       case ValueKind::integer:
-        return cellInt(text) > integer_;
+        return cellInt(text, index) > integer_;
       case ValueKind::real:
-        return cellFloat(text) > real_;
+        return cellFloat(text, index) > real_;
       default:
         return comesBefore(kind_, literal_, text);
     }
   }
-  std::int32_t cellInt(std::string_view text) const {
-    const std::int32_t value = parseInt(text);
-    requireConverted(conversion_, "stoi");
+  std::int32_t cellInt(std::string_view text, std::size_t index) const {
+    std::int32_t value = 0;
+    require(convertInt(text, value), "stoi", text, index);
+    require(conversion_, "stoi", literal_, std::nullopt);
     return value;
   }
-  float cellFloat(std::string_view text) const {
-    const float value = parseFloat(text);
-    requireConverted(conversion_, "stof");
+  float cellFloat(std::string_view text, std::size_t index) const {
+    float value = 0;
+    require(convertFloat(text, value), "stof", text, index);
+    require(conversion_, "stof", literal_, std::nullopt);
     return value;
   }
+  void require(Conversion conversion, const char* name, std::string_view text,
+               std::optional<std::size_t> row) const {
+    if (conversion != Conversion::ok) fail(conversion, name, text, row);
+  }
+  void fail(Conversion conversion, const char* name, std::string_view text,
+            std::optional<std::size_t> row) const;
 
+  const Table* table_;
   Comparison comparison_;
   ValueKind kind_ = ValueKind::unknown;
   Conversion conversion_ = Conversion::ok;  // of the literal; asked only when a row is compared
@@ -159,6 +172,12 @@ class Predicate {
   std::int32_t integer_ = 0;
   float real_ = 0;
 };
+
+// Out of line, since the loops over rows are to stay small.
+void Predicate::fail(Conversion conversion, const char* name, std::string_view text,
+                     std::optional<std::size_t> row) const {
+  atPlace(*table_, column_, row, [&] { requireConverted(conversion, name, text); });
+}
 
 // Narrows the block by matches(value) over an array; exceptions stay, unsure, and so do rows of
 // which isClose(value) says that their code is not enough. A row that an earlier condition left
@@ -244,13 +263,15 @@ void Predicate::decideBlock(const ColumnMirror& mirror, std::size_t start, Block
 
 using Group = std::span<const Predicate>;
 
-bool allHold(Group group, const Row& row, std::int64_t now) {
+bool allHold(Group group, const Table& table, std::size_t index, std::int64_t now) {
+  const Row& row = table.rows[index];
   return std::all_of(group.begin(), group.end(),
-                     [&](const Predicate& predicate) { return predicate.holds(row, now); });
+                     [&](const Predicate& predicate) { return predicate.holds(row, index, now); });
 }
 
 // Narrows the range by every condition on the primary key; false when the group can match nothing.
-bool narrowByKey(Group group, std::size_t keyColumn, PrimaryKeyMap::Range& range) {
+bool narrowByKey(Group group, const Table& table, PrimaryKeyMap::Range& range) {
+  const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
   using Bound = PrimaryKeyMap::Bound;
   const Predicate* equality = nullptr;
   for (const Predicate& predicate : group) {
@@ -277,7 +298,9 @@ bool narrowByKey(Group group, std::size_t keyColumn, PrimaryKeyMap::Range& range
       case Comparison::never:
         continue;
     }
-    if (!range.narrow(bound, predicate.literal())) return false;
+    const bool isEmpty = !atPlace(table, keyColumn, std::nullopt,
+                                  [&] { return range.narrow(bound, predicate.literal()); });
+    if (isEmpty) return false;
   }
   return true;
 }
@@ -308,7 +331,7 @@ void scanMirrors(Group group, std::size_t mirrored, const Table& table, std::int
       }
       if (block.mayMatch[i] == 0) continue;
       const Group open = block.isUnsure[i] != 0 ? group : unmirrored;
-      if (open.empty() || allHold(open, table.rows[start + i], now)) {
+      if (open.empty() || allHold(open, table, start + i, now)) {
         matched.push_back(static_cast<std::int32_t>(start + i));
       }
     }
@@ -326,17 +349,19 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
                        });
   if (usesKey) {
     PrimaryKeyMap::Range range(table.primaryKeyMap);
-    if (!narrowByKey(group, keyColumn, range)) return;
-    range.forEachRow([&](std::int32_t index, const auto& key) {
-      const Row& row = table.rows.at(static_cast<std::size_t>(index));
-      table.rows.prefetch(static_cast<std::size_t>(index), table.columns.size() - 1);
+    if (!narrowByKey(group, table, range)) return;
+    range.forEachRow([&](std::int32_t found, const auto& key) {
+      const auto index = static_cast<std::size_t>(found);
+      const Row& row = table.rows.at(index);
+      table.rows.prefetch(index, table.columns.size() - 1);
       if (row.isDeleted) return;
       const bool isPlain = row.cells()[keyColumn].tempRule == nullptr;
       const bool matches = std::all_of(group.begin(), group.end(), [&](const Predicate& predicate) {
-        return isPlain && predicate.column() == keyColumn ? predicate.holdsForKey(key, row, now)
-                                                          : predicate.holds(row, now);
+        return isPlain && predicate.column() == keyColumn
+                   ? predicate.holdsForKey(key, row, index, now)
+                   : predicate.holds(row, index, now);
       });
-      if (matches) matched.push_back(index);
+      if (matches) matched.push_back(found);
     });
     if (!std::is_sorted(matched.begin() + first, matched.end())) {
       std::sort(matched.begin() + first, matched.end());
@@ -355,7 +380,7 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
   }
   if (group.empty()) matched.reserve(table.rows.size());
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
-    if (table.isLive(i) && (group.empty() || allHold(group, table.rows[i], now))) {
+    if (table.isLive(i) && (group.empty() || allHold(group, table, i, now))) {
       matched.push_back(static_cast<std::int32_t>(i));
     }
   }
@@ -385,7 +410,9 @@ std::vector<std::int32_t> Database::getRequestedRows(const std::vector<Condition
                                                      const Table& table, std::int64_t now) const {
   std::vector<std::int32_t> matched;
   if (conditions.size() == 1 && asksForKey(conditions.front(), table)) {
-    const std::int32_t row = table.findLive(conditions.front().value, now);
+    const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
+    const std::int32_t row = atPlace(table, keyColumn, std::nullopt,
+                                     [&] { return table.findLive(conditions.front().value, now); });
     if (row != PrimaryKeyMap::noRow) matched.push_back(row);
     return matched;
   }

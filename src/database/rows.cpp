@@ -29,11 +29,19 @@ bool isTaken(const Table& table, std::int32_t holder, std::int32_t rowIndex) {
          table.isLive(static_cast<std::size_t>(holder));
 }
 
+// The row that a key names, which this row is about to bear.
+std::int32_t rowOfKey(const Table& table, std::string_view key, std::int32_t bearer) {
+  return atPlace(table, static_cast<std::size_t>(table.primaryKeyIndex),
+                 static_cast<std::size_t>(bearer), [&] { return table.primaryKeyMap.find(key); });
+}
+
 // The number of a new row: one more than the last row's, deleted or not, or 1.
 std::int32_t nextIdentity(const Table& table, std::size_t column, std::int64_t now) {
   if (table.rows.size() < 2) return 1;
-  const Row& previous = table.rows[table.rows.size() - 2];
-  const std::int32_t last = parseInt(previous.cells()[column].valueAt(now));
+  const std::size_t previous = table.rows.size() - 2;
+  const Cell& cell = table.rows[previous].cells()[column];
+  const std::int32_t last =
+      atPlace(table, column, previous, [&] { return parseInt(cell.valueAt(now)); });
   if (last == std::numeric_limits<std::int32_t>::max()) {
     throw std::runtime_error("ApexInt is exhausted");
   }
@@ -76,7 +84,7 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
       // The row is filed under the text that its key cell shows now.
       Cell& keyCell = row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)];
       if (keyCell.tempRule != nullptr) keyCell.value = keyCell.valueAt(now);
-      displaced = table.primaryKeyMap.find(keyCell.value);
+      displaced = rowOfKey(table, keyCell.value, rowIndex);
       if (isTaken(table, displaced, rowIndex)) throwDuplicate(keyCell.value);
     }
     linkRow(table, rowIndex, now);
@@ -164,7 +172,7 @@ void Database::moveKey(Table& table, std::int32_t rowIndex, std::string_view new
         "Cannot update a primary key that is referenced by an active foreign table");
   }
   PrimaryKeyMap& keys = table.primaryKeyMap;
-  if (isTaken(table, keys.find(newKey), rowIndex)) throwDuplicate(newKey);
+  if (isTaken(table, rowOfKey(table, newKey, rowIndex), rowIndex)) throwDuplicate(newKey);
   keys.assign(newKey, rowIndex);
   const std::string_view filed = cell.value;
   const KeyComparator& comesFirst = keys.comparator();

@@ -34,9 +34,11 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
       const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
       for (const std::size_t position : positions) table.rows.prefetch(coming, position);
     }
-    const auto cells = table.rows[static_cast<std::size_t>(matched[i])].cells();
+    const auto row = static_cast<std::size_t>(matched[i]);
+    const auto cells = table.rows[row].cells();
     for (const std::size_t position : positions) {
-      result.rows.add(cells[position], table.kind(position), now);
+      atPlace(table, position, row,
+              [&] { result.rows.add(cells[position], table.kind(position), now); });
     }
   }
   return result;

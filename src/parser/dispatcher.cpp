@@ -65,8 +65,10 @@ std::span<const Parser::Rule> Parser::rules() {
   return table;
 }
 
-ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target) {
+ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target,
+                                std::span<const BoundFloat> floats) {
   target_ = &target;
+  floats_ = floats;
   ResultSet result = run(command, clock::now());
   result.rows.offerMemory(std::move(target.memory));
   return result;

@@ -15,7 +15,7 @@ constexpr std::int64_t largestLimit = 65535;
 std::string textOf(const Token& token) { return std::string(token.value); }
 
 // name type ["(" [length] ")"] [states], each parenthesis optional; the length only for "string".
-Column columnDefinition(TokenCursor& cursor) {
+Column columnDefinition(TokenCursor& cursor, const std::string& tableName) {
   Column column;
   column.name = textOf(cursor.take("Mismatched column name and type"));
   column.type = textOf(cursor.take("Mismatched column name and type"));
@@ -25,7 +25,13 @@ Column columnDefinition(TokenCursor& cursor) {
   if (column.type == "string" && cursor.nextIs("(")) {
     ++cursor.position;
     if (nextIsNumber()) {
-      column.stringSize = parseInt(cursor.peek()->value);
+      try {
+        column.stringSize = parseInt(cursor.peek()->value);
+      } catch (FailedConversion& failure) {
+        failure.table = tableName;
+        failure.column = column.name;
+        throw;
+      }
       ++cursor.position;
     }
   }
@@ -62,7 +68,7 @@ ResultSet Parser::createTable(const std::vector<Token>& tokens) {
   }
   std::vector<Column> columns;
   for (TokenCursor cursor(tokens, 3); !cursor.atEnd();) {
-    columns.push_back(columnDefinition(cursor));
+    columns.push_back(columnDefinition(cursor, name));
   }
   checkStorable(columns);
   const auto existing = db_->tables.find(name);

@@ -65,6 +65,13 @@ class TokenCursor {
   const std::vector<Token>* tokens_;
 };
 
+// A float that was bound to a command: where its digits begin in the text, and its number among the
+// values, counted from 1.
+struct BoundFloat {
+  std::size_t offset = 0;
+  std::size_t parameter = 0;
+};
+
 class Parser {
  public:
   // The database is not owned and must outlive the parser.
@@ -72,8 +79,11 @@ class Parser {
 
   // Runs one command, at the second that the clock shows. Every std::runtime_error becomes an
   // answer with success false and the message "Error: " + its text; other exceptions pass. The
-  // answer's rows hold the target's memory. Callers run one command at a time.
-  ResultSet handleCommand(const std::string& command, JsonTarget&& target = {});
+  // answer's rows hold the target's memory. Callers run one command at a time. The floats, in
+  // ascending order, are refused where an integer column cannot hold them; numbers that were typed
+  // are not.
+  ResultSet handleCommand(const std::string& command, JsonTarget&& target = {},
+                          std::span<const BoundFloat> floats = {});
   // The same for a command of the log, at the second at which it first ran. Nothing is logged, a
   // CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which no log of the
   // engine's own holds, does nothing: it would empty the log that is being read.
@@ -136,6 +146,8 @@ class Parser {
                                        bool mayEndAtWhere);
   // Reads the value of one assignment to a column of the table.
   void assignedValue(TokenCursor& cursor, const Table& table, std::size_t column, Cell& cell) const;
+  // Refuses a token that is no value for the column, or a bound float that it cannot hold.
+  void checkValue(const Token& token, const Column& column, ValueKind kind) const;
   // Reads the states that follow the first value, if any, and gives the cell its rule.
   void timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const;
 
@@ -144,6 +156,7 @@ class Parser {
   std::vector<Condition> conditions_;     // the same
   std::vector<GivenValue> values_;        // the same
   const std::string* command_ = nullptr;  // the text of the command being run
+  std::span<const BoundFloat> floats_;    // those of this command
   std::int64_t now_ = 0;                  // the second at which it runs
   std::int64_t timedStart_ = 0;           // the second at which its timed values start
   bool isReplaying_ = false;

@@ -4,6 +4,8 @@
 //
 // The duration behind an "@" belongs to the value before its arrow; the last value repeats the last
 // duration.
+#include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "../number.h"
@@ -25,6 +27,12 @@ bool matchesKind(const Token& token, ValueKind kind) {
     default:
       return false;
   }
+}
+
+// Whether a number's token is an integer of 32 bits to its last digit.
+bool isWholeInt(std::string_view number) {
+  std::int32_t value = 0;
+  return number.find('.') == std::string_view::npos && convertInt(number, value) == Conversion::ok;
 }
 
 // The seconds of a unit, or 0 for none.
@@ -100,12 +108,23 @@ std::vector<GivenValue>& Parser::assignments(TokenCursor& cursor, std::string_vi
 void Parser::assignedValue(TokenCursor& cursor, const Table& table, std::size_t column,
                            Cell& cell) const {
   const Token& token = cursor.take("Expected value");
-  if (!matchesKind(token, table.kind(column))) throwUnmatchingType();
+  checkValue(token, table.columns[column], table.kind(column));
   cell.value = token.value;
   cell.tempRule.reset();
   if (cursor.nextIs(TokenType::OPERATOR, "-->")) {
-    timedLiteral(cursor, table.columns[column], cell);
+    atPlace(table, column, std::nullopt,
+            [&] { timedLiteral(cursor, table.columns[column], cell); });
   }
+}
+
+void Parser::checkValue(const Token& token, const Column& column, ValueKind kind) const {
+  if (!matchesKind(token, kind)) throwUnmatchingType();
+  if (kind != ValueKind::integer || floats_.empty()) return;
+  const auto offset = static_cast<std::size_t>(token.value.data() - command_->data());
+  const auto found = std::ranges::lower_bound(floats_, offset, {}, &BoundFloat::offset);
+  if (found == floats_.end() || found->offset != offset || isWholeInt(token.value)) return;
+  throw std::runtime_error("Parameter " + std::to_string(found->parameter) + " is a float that " +
+                           column.type + " column '" + column.name + "' cannot hold");
 }
 
 void Parser::timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const {
@@ -117,7 +136,7 @@ void Parser::timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell)
   while (cursor.nextIs("-->")) {
     ++cursor.position;
     const Token& next = cursor.take("Expected value after -->");
-    if (!matchesKind(next, kind)) throwUnmatchingType();
+    checkValue(next, column, kind);
     cursor.expect("@", "Expected '@'");
     seconds = duration(cursor);
     rule->states.push_back({std::move(pending), seconds});

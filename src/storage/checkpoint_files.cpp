@@ -86,6 +86,18 @@ class TimedValues {
   std::vector<std::int32_t> slots_;
 };
 
+// encodeRow for row i of a table.
+char* encoded(char* out, const Table& table, std::size_t i, std::span<const CellShape> shapes,
+              std::span<const std::int32_t> slots) {
+  try {
+    return encodeRow(out, table.rows[i], shapes, slots);
+  } catch (FailedConversion& failure) {
+    failure.table = table.tableName;
+    failure.row = i;
+    throw;
+  }
+}
+
 // Writes the rows of a table whose rows fit: one after the other.
 void writeFittingRows(const Table& table, TimedValues& timed, const Directory& directory) {
   NewFile file(directory, checkpointName(fileNameOf(table.tableName, tableExtension)));
@@ -96,7 +108,7 @@ void writeFittingRows(const Table& table, TimedValues& timed, const Directory& d
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
     char* const out = file.room(longest);
-    file.written(encodeRow(out, row, shapes, slots));
+    file.written(encoded(out, table, i, shapes, slots));
   }
   file.finish();
 }
@@ -161,7 +173,7 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const Row& row = table.rows[i];
     const auto slots = timed.slotsOf(i, row);
-    const char* const end = encodeRow(written.data(), row, shapes, slots);
+    const char* const end = encoded(written.data(), table, i, shapes, slots);
     file.put(offset, {written.data(), static_cast<std::size_t>(end - written.data())});
     offset += Storage::rowSize(table.columns);
     char* const out = whole.room(longest);

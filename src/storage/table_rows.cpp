@@ -172,7 +172,12 @@ char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
       out = putText(out, {}, shape.timedWidth - slotWidth);
     } else {
       char* const end = out + shape.plainWidth;
-      out = encodePlain(out, shape, cell.value, row.isDeleted);
+      try {
+        out = encodePlain(out, shape, cell.value, row.isDeleted);
+      } catch (FailedConversion& failure) {
+        failure.column = shape.name;
+        throw;
+      }
       if (out < end) out = putText(out, {}, static_cast<std::size_t>(end - out));
     }
   }
@@ -211,6 +216,7 @@ std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths w
   std::vector<CellShape> shapes;
   for (const Column& column : columns) {
     CellShape shape;
+    shape.name = column.name;
     shape.kind = valueKind(column.type);
     shape.canBeTimed = column.maxStates >= 1;
     shape.isIdentity = column.type == "ApexInt";

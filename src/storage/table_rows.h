@@ -24,6 +24,7 @@ enum class CellWidths : std::uint8_t { written, declared, whole };
 
 // What has to be known of each column, worked out once a table.
 struct CellShape {
+  std::string_view name;  // of the column, which has to stay
   ValueKind kind = ValueKind::unknown;
   bool canBeTimed = false;
   bool isIdentity = false;

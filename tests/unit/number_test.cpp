@@ -19,6 +19,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 namespace velmora {
 namespace {
@@ -288,7 +289,28 @@ TEST(NumberFromText, throwsWhatTheStandardThrows) {
   EXPECT_EQ(outcomeOf<long long>([] { return parseLong("abc"); }), "invalid_argument stoll");
   EXPECT_EQ(outcomeOf<long long>([] { return parseLong("99999999999999999999"); }),
             "out_of_range stoll");
-  EXPECT_NO_THROW(requireConverted(Conversion::ok, "stoi"));
+  EXPECT_NO_THROW(requireConverted(Conversion::ok, "stoi", "5"));
+}
+
+TEST(NumberFromText, failuresKnowTheTextAndCanBeMadeStandard) {
+  try {
+    parseInt("abc");
+    FAIL();
+  } catch (const FailedConversion& failure) {
+    EXPECT_EQ(failure.text, "abc");
+    EXPECT_EQ(failure.table, "");
+    EXPECT_FALSE(failure.row.has_value());
+  }
+  const auto typeOf = [](const char* text) -> const std::type_info& {
+    try {
+      withStandardExceptions([=] { parseInt(text); });
+    } catch (const std::logic_error& error) {
+      return typeid(error);
+    }
+    return typeid(void);
+  };
+  EXPECT_EQ(typeOf("abc"), typeid(std::invalid_argument));
+  EXPECT_EQ(typeOf("99999999999"), typeid(std::out_of_range));
 }
 
 TEST(CanonicalInt, isANumberInItsShortestForm) {

@@ -488,7 +488,8 @@ TEST_F(ExportedThreadTest, GuardedCommandsBesideStartsAndStopsAndPlainOnes) {
     }
   };
   const auto fail = [&] {
-    const std::string unreadable = failed("Error: Text cannot be read as a number");
+    const std::string unreadable =
+        failed("Error: Text cannot be read as a number: 'abc' for table 't', column 'id'");
     for (int i = 0; i < rounds; ++i) {
       const std::string answer = taken(velmora_query("SELECT * FROM t WHERE id = abc"));
       EXPECT_TRUE(answer == unreadable || answer == notStarted) << answer;

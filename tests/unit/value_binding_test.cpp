@@ -51,7 +51,7 @@ velmora_value text(std::string_view value) {
 }
 
 std::string bind(std::string_view command, const std::vector<velmora_value>& values) {
-  return bindValues(command, values);
+  return bindValues(command, values).text;
 }
 
 std::string refusalOf(std::string_view command, const std::vector<velmora_value>& values) {
@@ -147,6 +147,18 @@ TEST(BoundValues, WriteFloatsAsPlainDecimals) {
   EXPECT_EQ(literalOf(real(-1e-5)), "-0.00001");
   EXPECT_EQ(literalOf(real(static_cast<double>(FLT_MAX))),
             "340282346638528859811704183484516925440");
+}
+
+TEST(BoundValues, TellWhereFloatsStand) {
+  const BoundCommand bound =
+      bindValues("a=? b = '?' c = ? d=1? e = ?",
+                 std::vector<velmora_value>{integer(1), real(-2.5), real(3), text("4.5")});
+  EXPECT_EQ(bound.text, "a=1 b = '?' c = -2.5 d=1 3 e = '4.5'");
+  ASSERT_EQ(bound.floats.size(), 2U);
+  EXPECT_EQ(bound.text.substr(bound.floats[0].offset, 4), "-2.5");
+  EXPECT_EQ(bound.floats[0].parameter, 2U);
+  EXPECT_EQ(bound.text.substr(bound.floats[1].offset, 2), "3 ");
+  EXPECT_EQ(bound.floats[1].parameter, 3U);
 }
 
 TEST(BoundValues, RefuseFloatsThatCannotBeReadBack) {

@@ -126,7 +126,8 @@ TEST_F(WrapperTest, FailuresToStopAreTold) {
   Engine engine;
   engine.run("CREATE TABLE t a int");
   engine.run("INSERT INTO t a = 99999999999");
-  EXPECT_EQ(failureOf([&] { engine.stop(); }), "Number is out of range");
+  EXPECT_EQ(failureOf([&] { engine.stop(); }),
+            "Number is out of range: '99999999999' in table 't', column 'a', row 0");
   engine.run("DELETE FROM t");
   engine.run("DROP TABLE t");
   engine.stop();

@@ -163,6 +163,8 @@ withEngine('refusals name the parameter, and nothing is run', (engine) => {
     assert.throws(() => engine.query('INSERT INTO t n = ? s = ?', 1, value),
       failure(`Error: Parameter 2 ${refusal}`));
   }
+  assert.throws(() => engine.query('INSERT INTO t n = ?', 2.5),
+    failure("Error: Parameter 1 is a float that int column 'n' cannot hold"));
   assert.throws(() => engine.query('INSERT INTO t n = ?'),
     failure('Error: Command has 1 placeholder for 0 values'));
   assert.throws(() => engine.query('INSERT INTO t n = 1', 1),
@@ -197,7 +199,7 @@ withEngine("a failed command throws the engine's message", (engine) => {
   engine.query('CREATE TABLE t n int');
   engine.query('INSERT INTO t n = 1');
   assert.throws(() => engine.query('SELECT n FROM t WHERE n > many'),
-    failure('Error: Text cannot be read as a number'));
+    failure("Error: Text cannot be read as a number: 'many' for table 't', column 'n'"));
   assert.deepEqual(engine.query('SELECT n FROM t').rows, [{ n: 1 }]);
 });
 
@@ -274,7 +276,8 @@ inDirectory('a stop that cannot save throws and leaves it started', (directory) 
   const engine = new Engine(directory).start();
   engine.query('CREATE TABLE t id ApexInt n int');
   engine.query('INSERT INTO t n = 99999999999');
-  assert.throws(() => engine.stop(), failure('Number is out of range'));
+  assert.throws(() => engine.stop(),
+    failure("Number is out of range: '99999999999' in table 't', column 'n', row 0"));
   engine.query('UPDATE t SET n = 0 WHERE id = 1');
   engine.stop();
 });

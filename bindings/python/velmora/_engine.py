@@ -121,8 +121,9 @@ class Engine:
         Raises Error with the engine's message when the command failed. A value that no command can
         carry is refused with "Error: Parameter N ..." and nothing is run: a text with both kinds of
         quotes, with a NUL or with a clock marker and digits, an integer outside 32 bits, a float
-        that is not finite or that the engine could not read back. A value of another type raises
-        TypeError; a text that has no UTF-8, or a NUL in the command, ValueError.
+        that is not finite or that the engine could not read back, a float for an int column that
+        is no whole number of 32 bits. A value of another type raises TypeError; a text that has no
+        UTF-8, or a NUL in the command, ValueError.
         """
         library = self._library
         if library is None:
