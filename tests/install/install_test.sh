@@ -70,7 +70,8 @@ soname)
     if grep -E 'RPATH|RUNPATH' dynamic; then exit 1; fi
     ;;
 cmake)
-    configure consumer -DVELMORA_VERSION="$VERSION"
+    # Whatever the compiler's own default is: the targets ask for what the wrapper needs.
+    configure consumer -DVELMORA_VERSION="$VERSION" -DCMAKE_CXX_STANDARD=17
     build
     printf "north's 40 2.5 1\n%s %s\n" "$VERSION" "$VERSION" >expected
     prints build/consumer_velmora expected
@@ -83,7 +84,8 @@ cmake)
 cmake-c)
     configure plain_c -DHELLO="$hello"
     build
-    prints build/hello hello.expected
+    prints build/hello_velmora hello.expected
+    prints build/hello_static hello.expected
     ;;
 pkg-config)
     [ "$(pkg-config --modversion velmora)" = "$VERSION" ]
@@ -101,10 +103,19 @@ pkg-config-static)
     ;;
 subdirectory)
     # Names that do not exist end the configuration; to build the engine again would prove no more.
-    configure consumer -DVELMORA_SOURCE="$SOURCE"
+    configure consumer -DVELMORA_SOURCE="$SOURCE" -DCMAKE_CXX_STANDARD=17 \
+        -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+    grep 'consumer\.cpp' build/compile_commands.json | grep -E -- '-std=(gnu|c)\+\+20 ' >compiled
+    [ "$(wc -l <compiled)" -eq 2 ]
     # What a host installs is the host's own affair.
     "$CMAKE" --install build --prefix "$work/host" >/dev/null
     [ ! -e host ]
+    ;;
+subdirectory-c)
+    configure plain_c -DHELLO="$hello" -DVELMORA_SOURCE="$SOURCE"
+    ;;
+standard)
+    "$SOURCE/tests/wrapper_standard.sh" "$prefix/include"
     ;;
 *)
     echo "install_test.sh: unknown check '$1'" >&2
