@@ -20,7 +20,7 @@ write_basic_package_version_file(velmora-config-version.cmake COMPATIBILITY Same
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmora-config-version.cmake
   DESTINATION ${velmora_package_dir} COMPONENT development)
 
-# velmora.pc names its directories from where it lies, so that an installation can be moved.
+# velmora.pc, for an installation, names its directories from where it lies, so that an installation can be moved.
 file(RELATIVE_PATH velmora_pc_prefix
      ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH velmora_pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
@@ -30,15 +30,32 @@ list(JOIN velmora_pc_private " " velmora_pc_private)
 configure_file(packaging/velmora.pc.in velmora.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmora.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+# For a host that is built against the tree; pkg-config prefers it where it finds both.
+configure_file(packaging/velmora-uninstalled.pc.in velmora-uninstalled.pc @ONLY)
 
 install(FILES man/velmora.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES man/velmora.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES man/velmora-commands.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT runtime)
-install(FILES README.md CHANGELOG.md LICENSE
+
+# The documents lie to each other, to the examples and to the packages for other languages as they do
+# in the source tree, so that one link is right in both places. The headers are reached by a link of
+# the file system; what else a document names of the sources it does not link to.
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
   FILES_MATCHING PATTERN *.md PATTERN *.svg)
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+# They need the shared library and no header.
+install(DIRECTORY bindings DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
+  PATTERN tests EXCLUDE PATTERN test EXCLUDE PATTERN package-lock.json EXCLUDE
+  PATTERN .npmrc EXCLUDE PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+  PATTERN __pycache__ EXCLUDE)
+file(RELATIVE_PATH velmora_headers ${CMAKE_INSTALL_FULL_DOCDIR}/include
+     ${CMAKE_INSTALL_FULL_INCLUDEDIR}/velmora)
+file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/documents/include)
+file(CREATE_LINK ${velmora_headers} ${CMAKE_CURRENT_BINARY_DIR}/documents/include/velmora SYMBOLIC)
+install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/documents/include
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
 # The Debian packages, made by `cpack`.
 set(CPACK_GENERATOR DEB)
