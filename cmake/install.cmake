@@ -20,7 +20,7 @@ write_basic_package_version_file(velmora-config-version.cmake COMPATIBILITY Same
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmora-config-version.cmake
   DESTINATION ${velmora_package_dir} COMPONENT development)
 
-# velmora.pc, for an installation, names its directories from where it lies, so that an installation can be moved.
+# velmora.pc names its directories from where it lies, so that an installation can be moved.
 file(RELATIVE_PATH velmora_pc_prefix
      ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 file(RELATIVE_PATH velmora_pc_libdir ${CMAKE_INSTALL_PREFIX} ${CMAKE_INSTALL_FULL_LIBDIR})
@@ -37,8 +37,8 @@ install(FILES man/velmora.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT r
 install(FILES man/velmora.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES man/velmora-commands.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT runtime)
 
-# The documents lie to each other, to the examples and to the packages for other languages as they do
-# in the source tree, so that one link is right in both places. The headers are reached by a link of
+# The documents lie to each other, to the examples and to the packages for other languages as in
+# the source tree, so that one link is right in both places. The headers are reached by a link of
 # the file system; what else a document names of the sources it does not link to.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
@@ -80,8 +80,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS rlwrap)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "A small relational database engine that lives inside a program, keeps its
-tables in memory, makes every change durable, and lets a cell hold a timed
-value: a sequence of states that the clock moves through.
+tables in memory, logs every change before it is answered, and lets a cell hold
+a timed value: a sequence of states that the clock moves through.
 .
 This package holds the shared library, the interactive shell velmora(1), the
 manual of the command language, velmora-commands(7), and the documents.")
@@ -91,8 +91,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "velmora (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "A small relational database engine that lives inside a program, keeps its
-tables in memory, makes every change durable, and lets a cell hold a timed
-value: a sequence of states that the clock moves through.
+tables in memory, logs every change before it is answered, and lets a cell hold
+a timed value: a sequence of states that the clock moves through.
 .
 This package holds the headers for C and C++, the static library, the files
 for CMake and pkg-config, the manual velmora(3), and examples.")
