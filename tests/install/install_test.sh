@@ -193,7 +193,8 @@ examples-javascript)
     for example in "$SOURCE"/examples/*.mjs; do
         example=${example##*/}
         lines_print_example directory "$example" "$preparation
-            $npm --no-audit --no-fund --fetch-retries=1 >npm.log 2>&1 || {
+            $npm --no-audit --no-fund --fetch-retries=1 --fetch-retry-mintimeout=1000 \
+                >npm.log 2>&1 || {
                 cat npm.log >&2
                 ! grep -Eq 'code (EAI_AGAIN|ENOTFOUND|ECONN|ETIMEDOUT|ENETUNREACH)' npm.log ||
                     exit 77
