@@ -30,15 +30,32 @@ list(JOIN velmora_pc_private " " velmora_pc_private)
 configure_file(packaging/velmora.pc.in velmora.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/velmora.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+# For a host that is built against the tree; pkg-config prefers it where it finds both.
+configure_file(packaging/velmora-uninstalled.pc.in velmora-uninstalled.pc @ONLY)
 
 install(FILES man/velmora.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
 install(FILES man/velmora.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES man/velmora-commands.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT runtime)
-install(FILES README.md CHANGELOG.md LICENSE
+
+# The documents lie to each other, to the examples and to the packages for other languages as in
+# the source tree, so that one link is right in both places. The headers are reached by a link of
+# the file system; what else a document names of the sources it does not link to.
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
   FILES_MATCHING PATTERN *.md PATTERN *.svg)
-install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+# They need the shared library and no header.
+install(DIRECTORY bindings DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
+  PATTERN tests EXCLUDE PATTERN test EXCLUDE PATTERN package-lock.json EXCLUDE
+  PATTERN .npmrc EXCLUDE PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+  PATTERN __pycache__ EXCLUDE)
+file(RELATIVE_PATH velmora_headers ${CMAKE_INSTALL_FULL_DOCDIR}/include
+     ${CMAKE_INSTALL_FULL_INCLUDEDIR}/velmora)
+file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/documents/include)
+file(CREATE_LINK ${velmora_headers} ${CMAKE_CURRENT_BINARY_DIR}/documents/include/velmora SYMBOLIC)
+install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/documents/include
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
 # The Debian packages, made by `cpack`.
 set(CPACK_GENERATOR DEB)
@@ -63,8 +80,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS rlwrap)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "A small relational database engine that lives inside a program, keeps its
-tables in memory, makes every change durable, and lets a cell hold a timed
-value: a sequence of states that the clock moves through.
+tables in memory, logs every change before it is answered, and lets a cell hold
+a timed value: a sequence of states that the clock moves through.
 .
 This package holds the shared library, the interactive shell velmora(1), the
 manual of the command language, velmora-commands(7), and the documents.")
@@ -74,8 +91,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "velmora (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "A small relational database engine that lives inside a program, keeps its
-tables in memory, makes every change durable, and lets a cell hold a timed
-value: a sequence of states that the clock moves through.
+tables in memory, logs every change before it is answered, and lets a cell hold
+a timed value: a sequence of states that the clock moves through.
 .
 This package holds the headers for C and C++, the static library, the files
 for CMake and pkg-config, the manual velmora(3), and examples.")

@@ -3,7 +3,9 @@
  * the service only ever asks what is the case now. Every name comes from outside and is bound to
  * its command, so no name can say more than itself.
  *
- *   cc -std=c99 feature_flags.c -lvelmora && ./a.out
+ *   cc -std=c99 feature_flags.c -o flags $(pkg-config --cflags --libs velmora) && ./flags
+ *
+ * Where velmora is built but not installed, PKG_CONFIG_PATH has to name the build directory.
  */
 #include <stdio.h>
 #include <stdlib.h>

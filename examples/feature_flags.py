@@ -2,7 +2,9 @@
 the service only ever asks what is the case now. Every name comes from outside and is bound to its
 command, so no name can say more than itself.
 
-    PYTHONPATH=bindings/python python3 feature_flags.py
+    python3 feature_flags.py
+
+docs/examples.md says what PYTHONPATH and VELMORA_LIBRARY have to name where nothing is installed.
 """
 
 import time

@@ -1,4 +1,8 @@
-/* The smallest host, in plain C: cc hello.c -lvelmora
+/* The smallest host, in plain C:
+ *
+ *     cc hello.c -o hello $(pkg-config --cflags --libs velmora) && ./hello
+ *
+ * Where velmora is built but not installed, PKG_CONFIG_PATH has to name the build directory.
  *
  * Each answer is printed before the next command replaces it.
  */

@@ -1,4 +1,8 @@
-// The smallest careful host in C++: c++ -std=c++20 hello.cpp -lvelmora
+// The smallest careful host in C++:
+//
+//   c++ -std=c++20 hello.cpp -o hello $(pkg-config --cflags --libs velmora) && ./hello
+//
+// Where velmora is built but not installed, PKG_CONFIG_PATH has to name the build directory.
 //
 // What a command does wrong comes back in its answer; what the engine cannot put into an answer, or
 // cannot do at a start or a stop, leaves it as an exception.

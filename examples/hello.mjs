@@ -1,4 +1,7 @@
-// The smallest program in JavaScript.
+// The smallest program in JavaScript: node hello.mjs
+//
+// bindings/node/README.md says how the package gets here; where the library is built but not
+// installed, VELMORA_LIBRARY has to name it.
 import { Engine } from 'velmora';
 
 const engine = new Engine().start();

@@ -1,4 +1,7 @@
-"""The smallest program in Python."""
+"""The smallest program in Python: python3 hello.py
+
+docs/examples.md says what PYTHONPATH and VELMORA_LIBRARY have to name where nothing is installed.
+"""
 
 import velmora
 

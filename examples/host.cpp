@@ -4,7 +4,9 @@
 //
 // It needs the public header and the library, nothing else:
 //
-//   c++ -std=c++20 host.cpp -lvelmora
+//   c++ -std=c++20 host.cpp -o host $(pkg-config --cflags --libs velmora) && ./host
+//
+// Where velmora is built but not installed, PKG_CONFIG_PATH has to name the build directory.
 #include <cstdio>
 #include <exception>
 #include <string>

@@ -1,7 +1,9 @@
 // A shop: orders whose status moves on by itself, linked to the customers who gave them. Names and
 // items come from outside and are bound to their commands.
 //
-//   c++ -std=c++20 shop.cpp -lvelmora && ./a.out
+//   c++ -std=c++20 shop.cpp -o shop $(pkg-config --cflags --libs velmora) && ./shop
+//
+// Where velmora is built but not installed, PKG_CONFIG_PATH has to name the build directory.
 #include <ctime>
 #include <iostream>
 #include <string>

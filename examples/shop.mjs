@@ -1,7 +1,10 @@
 // A shop: orders whose status moves on by itself, linked to the customers who gave them. Names and
 // items come from outside and are bound to their commands.
 //
-//   VELMORA_LIBRARY=build/release/libvelmora.so node shop.mjs
+//   node shop.mjs
+//
+// bindings/node/README.md says how the package gets here; where the library is built but not
+// installed, VELMORA_LIBRARY has to name it.
 import { Engine, VelmoraError } from 'velmora';
 
 const hour = 3600;

@@ -1,7 +1,9 @@
 // Traffic lights that change by themselves: each is one row whose colour cycles, and the program
 // only ever reads. Given a number, it goes on watching for so many seconds.
 //
-//   c++ -std=c++20 traffic_light.cpp -lvelmora && ./a.out 10
+//   c++ -std=c++20 traffic_light.cpp -o lights $(pkg-config --cflags --libs velmora) && ./lights
+//
+// Where velmora is built but not installed, PKG_CONFIG_PATH has to name the build directory.
 #include <chrono>
 #include <cstdlib>
 #include <ctime>

@@ -37,6 +37,8 @@ check_group() {
         ;;
     bindings)
         needs_command python3 python3
+        # Debian has what a virtual environment begins with in a package of its own.
+        python3 -c 'import ensurepip' >/dev/null 2>&1 || missing="$missing python3-venv"
         needs_command node nodejs
         needs_command npm npm
         ;;

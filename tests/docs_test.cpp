@@ -248,9 +248,10 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
   std::string name;
   stream >> language >> kind >> name;
   if (language != "velmora") {
-    // What an example prints is compared where it is run, by example.sh. Another language with a
-    // path behind it shows that file of the project.
-    if (kind.empty() || language == "output") return std::nullopt;
+    // What an example prints is compared where it is run, by example.sh, and lines for a shell are
+    // run by install_test.sh. Another language with a path behind it shows that file of the
+    // project.
+    if (kind.empty() || language == "output" || language == "sh") return std::nullopt;
     return splitLines(readFile(root / kind));
   }
   if (kind == "files") return session.files();

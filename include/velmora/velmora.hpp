@@ -14,6 +14,12 @@
 #ifndef VELMORA_VELMORA_HPP
 #define VELMORA_VELMORA_HPP
 
+// Before anything that an older standard could stumble over, so that this is all that it says.
+// gcc 10, whose C++20 is enough, still gives a number between those of C++17 and C++20.
+#if !defined(__cplusplus) || __cplusplus <= 201703L
+#error "velmora.hpp needs C++20: compile with -std=c++20"
+#else
+
 #include <array>
 #include <atomic>
 #include <charconv>
@@ -368,5 +374,7 @@ class Engine {
 
 }  // namespace host
 }  // namespace velmora
+
+#endif  // C++20
 
 #endif

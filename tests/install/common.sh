@@ -22,6 +22,26 @@ present_files() {  # DIRECTORY
     (cd "$1" && find . ! -type d) | sed 's,^\./,,'
 }
 
+# Every relative link of every document has to lead to a file of the same installation.
+links_lead_to_files() {  # PREFIX
+    top=$(readlink -e "$1")
+    find "$top" -name '*.md' >documents
+    [ -s documents ]
+    while read -r document; do
+        { grep -oE '\]\([^)#:]+(#[^)]*)?\)' "$document" || true; } |
+            sed 's/^](//; s/[)#].*//' >links
+        while read -r link; do
+            file=$(readlink -e "${document%/*}/$link") || file=nowhere
+            case "$file" in
+            "$top"/*) ;;
+            *) echo "${document#"$top/"} links to $link" ;;
+            esac
+        done <links
+    done <documents >dead
+    cat dead
+    [ ! -s dead ]
+}
+
 # Both name what differs and fail, unless they hold the same.
 same_lines() {  # FILE FILE
     LC_ALL=C sort -o "$1" "$1"

@@ -31,6 +31,51 @@ build() {
     "$CMAKE" --build "$work/build" >build.log 2>&1 || { cat build.log; exit 1; }
 }
 
+# The lines that a document shows for a shell under this name.
+shown_lines() {  # DOCUMENT NAME
+    awk -v mark="\`\`\`sh $2" '
+        $0 == mark { inside = 1; next }
+        inside && $0 == "```" { inside = 0 }
+        inside { print }
+    ' "$SOURCE/$1" >lines
+    [ -s lines ] || { echo "$1 has no lines '$2'"; exit 1; }
+    # Documents speak of an installation below /usr or $HOME/velmora, with its libraries in lib.
+    sed "s,/usr/share,$prefix/share,g; s,\$HOME/velmora/lib,$prefix/$LIBDIR,g
+         s,\$HOME/velmora,$prefix,g" lines
+}
+
+# A source tree with what is built of it in "build".
+make_tree() {
+    mkdir -p tree/build
+    cp -R "$SOURCE/include" "$SOURCE/examples" "$SOURCE/bindings" tree
+    ln -s "$BUILD"/libvelmora.* "$BUILD/velmora-uninstalled.pc" tree/build
+}
+
+# Runs lines of a shell in a new directory, or a new tree, as a reader would, and compares what they
+# print with what the documents show of the example.
+lines_print_example() {  # PLACE EXAMPLE LINES
+    rm -rf tree directory
+    make_tree
+    mkdir directory
+    "$SOURCE/tests/example.sh" "examples/$2" sh -euc "cd '$work/$1'; $3"
+}
+
+# The line of an example's opening comment that builds and runs it.
+own_line() {  # EXAMPLE
+    head -n 12 "$SOURCE/examples/$1" |
+        grep -oE '(cc|c\+\+) .*\$\(pkg-config .*|(python3|node) [a-z_]+\.(py|mjs)$'
+}
+
+# Every example but those in JavaScript, by its own line behind those that say where velmora is.
+each_example_runs() {  # PLACE NAME
+    preparation=$(shown_lines docs/examples.md "$2")
+    for example in "$SOURCE"/examples/*.c "$SOURCE"/examples/*.cpp "$SOURCE"/examples/*.py; do
+        example=${example##*/}
+        lines_print_example "$1" "$example" "$preparation
+            $(own_line "$example")"
+    done
+}
+
 cat >hello.expected <<'END'
 {
   "success": true,
@@ -59,6 +104,9 @@ files)
     present_files prefix >present
     same_lines expected present
     ;;
+links)
+    links_lead_to_files "$prefix"
+    ;;
 soname)
     cd "prefix/$LIBDIR"
     [ "$(readlink libvelmora.so)" = "libvelmora.so.$SOVERSION" ]
@@ -70,7 +118,8 @@ soname)
     if grep -E 'RPATH|RUNPATH' dynamic; then exit 1; fi
     ;;
 cmake)
-    configure consumer -DVELMORA_VERSION="$VERSION"
+    # Whatever the compiler's own default is: the targets ask for what the wrapper needs.
+    configure consumer -DVELMORA_VERSION="$VERSION" -DCMAKE_CXX_STANDARD=17
     build
     printf "north's 40 2.5 1\n%s %s\n" "$VERSION" "$VERSION" >expected
     prints build/consumer_velmora expected
@@ -83,7 +132,8 @@ cmake)
 cmake-c)
     configure plain_c -DHELLO="$hello"
     build
-    prints build/hello hello.expected
+    prints build/hello_velmora hello.expected
+    prints build/hello_static hello.expected
     ;;
 pkg-config)
     [ "$(pkg-config --modversion velmora)" = "$VERSION" ]
@@ -99,12 +149,90 @@ pkg-config-static)
     "$CC" -static "$hello" -o hello $(pkg-config --static --cflags --libs velmora)
     prints hello hello.expected
     ;;
+pkg-config-shown)
+    cp "$prefix"/share/doc/velmora/examples/* .
+    shown_lines README.md host >script
+    sh -eu script
+    prints hello_static hello.expected
+    export LD_LIBRARY_PATH="$prefix/$LIBDIR"
+    prints hello hello.expected
+    "$SOURCE/tests/example.sh" examples/shop.cpp "$work/shop"
+    ;;
+tree)
+    unset PKG_CONFIG_PATH
+    make_tree
+    shown_lines README.md tree >script
+    (cd tree && sh -eu ../script)
+    prints tree/build/hello_c hello.expected
+    prints tree/build/hello_static hello.expected
+    "$SOURCE/tests/example.sh" examples/hello.cpp "$work/tree/build/hello"
+    ;;
+examples-tree)
+    unset PKG_CONFIG_PATH
+    each_example_runs tree tree
+    # What the document shows for all of them are the lines of some.
+    shown_lines docs/examples.md anywhere >script
+    while read -r line; do
+        grep -qF -- "$line" "$SOURCE"/examples/*
+    done <script
+    ;;
+examples-installed)
+    export LD_LIBRARY_PATH="$prefix/$LIBDIR"
+    each_example_runs directory installed
+    ;;
+examples-elsewhere)
+    unset PKG_CONFIG_PATH
+    each_example_runs directory elsewhere
+    ;;
+examples-javascript)
+    # Those who have read the package's README write its place for PATH/TO.
+    preparation=$(shown_lines docs/examples.md installed)
+    npm=$(sed -n 's/^ *\(npm install .*\)/\1/p' "$SOURCE/bindings/node/README.md")
+    npm=$(echo "$npm" | sed "s,PATH/TO,$prefix/share/doc/velmora,")
+    export LD_LIBRARY_PATH="$prefix/$LIBDIR"
+    for example in "$SOURCE"/examples/*.mjs; do
+        example=${example##*/}
+        lines_print_example directory "$example" "$preparation
+            $npm --no-audit --no-fund --fetch-retries=1 --fetch-retry-mintimeout=1000 \
+                >npm.log 2>&1 || {
+                cat npm.log >&2
+                ! grep -Eq 'code (EAI_AGAIN|ENOTFOUND|ECONN|ETIMEDOUT|ENETUNREACH)' npm.log ||
+                    exit 77
+                exit 1
+            }
+            $(own_line "$example")"
+    done
+    ;;
+python)
+    # The lines of the package's README into virtual environments, without any index of packages.
+    export PIP_NO_INDEX=1 PIP_FIND_LINKS='' PIP_CONFIG_FILE=/dev/null PIP_QUIET=1
+    export PIP_DISABLE_PIP_VERSION_CHECK=1
+    lines_print_example tree hello.py "$(shown_lines bindings/python/README.md tree)"
+    tree/build/env/bin/python -c "
+import importlib.metadata, velmora
+assert velmora.__file__.startswith('$work/tree/build/env/'), velmora.__file__
+assert importlib.metadata.version('velmora') == '$VERSION'
+"
+    export LD_LIBRARY_PATH="$prefix/$LIBDIR"
+    chmod -R a-w "$prefix/share"
+    lines_print_example directory hello.py "$(shown_lines bindings/python/README.md installed)"
+    chmod -R u+w "$prefix/share"
+    ;;
 subdirectory)
     # Names that do not exist end the configuration; to build the engine again would prove no more.
-    configure consumer -DVELMORA_SOURCE="$SOURCE"
+    configure consumer -DVELMORA_SOURCE="$SOURCE" -DCMAKE_CXX_STANDARD=17 \
+        -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+    grep 'consumer\.cpp' build/compile_commands.json | grep -E -- '-std=(gnu|c)\+\+20 ' >compiled
+    [ "$(wc -l <compiled)" -eq 2 ]
     # What a host installs is the host's own affair.
     "$CMAKE" --install build --prefix "$work/host" >/dev/null
     [ ! -e host ]
+    ;;
+subdirectory-c)
+    configure plain_c -DHELLO="$hello" -DVELMORA_SOURCE="$SOURCE"
+    ;;
+standard)
+    "$SOURCE/tests/wrapper_standard.sh" "$prefix/include"
     ;;
 *)
     echo "install_test.sh: unknown check '$1'" >&2

@@ -49,6 +49,12 @@ for page in "$SOURCE"/man/*; do
     gzip -dc ./*/usr/share/man/man*/"${page##*/}.gz" | diff "$page" -
 done
 
+echo "== links of the documents"
+for package in "$runtime" "$development"; do
+    dpkg-deb -x "$package" "$work/both"
+done
+links_lead_to_files "$work/both"
+
 echo "== licence"
 copyright=runtime/usr/share/doc/velmora/copyright
 grep -qx "Copyright: $(sed -n 's/^Copyright (c) //p' "$SOURCE/LICENSE")" $copyright
