@@ -107,7 +107,7 @@ void loadTables(Database& db, const std::vector<RelationFile>& relations, std::i
     for (const Column& column : table->columns) {
       if (column.type != "ApexInt") continue;
       const std::string name = column.name;
-      table->setUpPrimaryKeyMap(name, now, true);
+      table->setUpPrimaryKeyMap(name, now, KeyRule::liveFirstTimedLast);
       break;
     }
     const std::string name = table->tableName;

@@ -53,21 +53,22 @@ void Table::removeLastRow() noexcept {
   mirrors_->truncate(rows.size());
 }
 
-void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, bool isLoad) {
+void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, KeyRule rule) {
   const std::size_t position = columnPosition(columnName);
   if (position == noColumn) throw std::runtime_error("Primary key not found");
   primaryKeyColumn = columnName;
   primaryKeyIndex = static_cast<std::int32_t>(position);
   primaryKeyMap = PrimaryKeyMap(columns[position].type);
+  const bool isTimedLast = rule == KeyRule::liveFirstTimedLast;
   for (std::size_t i = 0; i < rows.size(); ++i) {
     Cell& cell = rows[i].cells()[position];
     if (cell.tempRule != nullptr) cell.value = cell.valueAt(now);
-    if (cell.tempRule == nullptr || !isLoad) fileKey(i, isLoad);
+    if (cell.tempRule == nullptr || !isTimedLast) fileKey(i, rule);
   }
-  if (isLoad && columns[position].maxStates > 0) fileTimedKeys();
+  if (isTimedLast && columns[position].maxStates > 0) fileTimedKeys();
 }
 
-void Table::fileKey(std::size_t row, bool isLoad) {
+void Table::fileKey(std::size_t row, KeyRule rule) {
   const auto column = static_cast<std::size_t>(primaryKeyIndex);
   const std::string_view key = rows[row].cells()[column].value;
   const auto index = static_cast<std::int32_t>(row);
@@ -75,7 +76,7 @@ void Table::fileKey(std::size_t row, bool isLoad) {
       atPlace(*this, column, row, [&] { return primaryKeyMap.findOrAdd(key, index); });
   if (holder == PrimaryKeyMap::noRow) return;
   const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(row);
-  if (!isLoad || bothLive) {
+  if (rule == KeyRule::noDuplicates || bothLive) {
     throw std::runtime_error("Cannot create Primary Key: Duplicate value '" + std::string(key) +
                              "' already exists in column");
   }
@@ -95,7 +96,7 @@ void Table::fileTimedKeys() {
     const Cell& cell = rows[i].cells()[static_cast<std::size_t>(primaryKeyIndex)];
     if (cell.tempRule == nullptr) continue;
     try {
-      fileKey(i, true);
+      fileKey(i, KeyRule::liveFirst);
     } catch (const std::bad_alloc&) {
       throw;
     } catch (const std::exception&) {

@@ -48,6 +48,17 @@ struct TextHash {
 
 inline constexpr std::size_t noColumn = static_cast<std::size_t>(-1);
 
+// What becomes of a key that two rows show when a key map is built.
+enum class KeyRule : std::uint8_t {
+  noDuplicates,
+  // A live row wins over a deleted one: rows that come from a file may have reused a key rightly.
+  liveFirst,
+  // The same, and timed keys come last: one that shows another row's key at this second, or no
+  // number, has no entry, and its row is found by scans only. What the clock makes of an identity
+  // must not end a start.
+  liveFirstTimedLast,
+};
+
 struct Table {
   std::string tableName;
   std::vector<Column> columns;
@@ -100,14 +111,12 @@ struct Table {
   // value 'KEY' already exists in column"; std::invalid_argument or std::out_of_range ("stoi") for
   // an integer key that does not convert. After a failure the column is the key and the map holds
   // the rows before the failing one.
-  // With isLoad the rows come from a file, where reusing a deleted row's key was right: a live row
-  // wins a key over a deleted one instead. Timed keys then come last, and one that shows another
-  // row's key at this second, or no number, has no entry: its row is found by scans only.
-  void setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, bool isLoad = false);
+  void setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now,
+                          KeyRule rule = KeyRule::noDuplicates);
 
  private:
   std::size_t searchColumn(std::string_view name) const;
-  void fileKey(std::size_t row, bool isLoad);
+  void fileKey(std::size_t row, KeyRule rule);
   void fileTimedKeys();
 
   std::vector<ValueKind> kinds_;

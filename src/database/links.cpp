@@ -167,7 +167,7 @@ void Database::saveRelation(const std::string& childTable, const std::string& ch
 void Database::makePrimaryKey(Table& parent, const std::string& column, std::int64_t now) {
   try {
     // What was loaded or is replayed may have reused a deleted row's key since the link was made.
-    parent.setUpPrimaryKeyMap(column, now, deferred_.has_value());
+    parent.setUpPrimaryKeyMap(column, now, deferred_ ? KeyRule::liveFirst : KeyRule::noDuplicates);
   } catch (...) {
     // A half-built map must not be taken for the rows' keys.
     parent.primaryKeyColumn.clear();

@@ -337,9 +337,8 @@ TEST_F(GuardedTest, AnIdentityThatIsNoNumberIsNamed) {
   EXPECT_EQ(query("INSERT INTO t a = 2"), outOfRange(named));
   EXPECT_EQ(query("SELECT id FROM t"), outOfRange(named));
   ASSERT_EQ(velmora_stop(nullptr), 0);
-  char* message = nullptr;
-  EXPECT_NE(velmora_start(&message), 0);
-  EXPECT_EQ(taken(message), "Number is out of range: " + named);
+  ASSERT_EQ(velmora_start(nullptr), 0);
+  EXPECT_EQ(query("SELECT id FROM t"), outOfRange(named));
 }
 
 TEST_F(GuardedTest, TextsInMessagesAreShortAndPrintable) {
@@ -381,12 +380,6 @@ TEST_F(GuardedTest, ThePlainFunctionsLetOutTheStandardTypesThemselves) {
   EXPECT_EQ(typeOf([] { ExecuteQuery("CHECKPOINT"); }), "stoi out_of_range");
   EXPECT_EQ(typeOf([] { StopEngine(); }), "stoi out_of_range");
   query("DELETE FROM t");
-  TestClock::set(1'700'000'000);
-  query("CREATE TABLE u id ApexInt 2");
-  query("INSERT INTO u id = 1 --> 99999999999 @ 1 h");
-  StopEngine();
-  TestClock::set(1'700'003'600);
-  EXPECT_EQ(typeOf([] { StartEngine(); }), "stoi out_of_range");
 }
 
 TEST_F(GuardedTest, AFailedStopIsAStatusAndTheEngineStays) {

@@ -28,9 +28,10 @@ Row& add(Table& table, const std::vector<std::string>& values) {
   return row;
 }
 
-std::string failureOf(Table& table, const std::string& keyColumn, bool isLoad = false) {
+std::string failureOf(Table& table, const std::string& keyColumn,
+                      KeyRule rule = KeyRule::noDuplicates) {
   try {
-    table.setUpPrimaryKeyMap(keyColumn, 0, isLoad);
+    table.setUpPrimaryKeyMap(keyColumn, 0, rule);
   } catch (const std::runtime_error& error) {
     return error.what();
   }
@@ -142,14 +143,14 @@ TEST(Table, countsDeletedRowsAmongEqualKeys) {
   table.setDeleted(0, true);
   EXPECT_EQ(failureOf(table, "key"),
             "Cannot create Primary Key: Duplicate value '5' already exists in column");
-  EXPECT_EQ(failureOf(table, "key", true), "no failure");
+  EXPECT_EQ(failureOf(table, "key", KeyRule::liveFirst), "no failure");
   EXPECT_EQ(table.primaryKeyMap.find("5"), 1);
   table.setDeleted(0, false);
   table.setDeleted(1, true);
-  EXPECT_EQ(failureOf(table, "key", true), "no failure");
+  EXPECT_EQ(failureOf(table, "key", KeyRule::liveFirst), "no failure");
   EXPECT_EQ(table.primaryKeyMap.find("5"), 0);
   table.setDeleted(1, false);
-  EXPECT_EQ(failureOf(table, "key", true),
+  EXPECT_EQ(failureOf(table, "key", KeyRule::liveFirst),
             "Cannot create Primary Key: Duplicate value '5' already exists in column");
 }
 
@@ -188,14 +189,14 @@ TEST(Table, keysARowThatIsLoadedByItsOwnKeyBeforeATimedOne) {
   add(table, {"5", ""});
   table.setDeleted(4, true);
   addTimed({"1", "5"});
-  table.setUpPrimaryKeyMap("key", 10, true);
+  table.setUpPrimaryKeyMap("key", 10, KeyRule::liveFirstTimedLast);
   EXPECT_EQ(table.primaryKeyMap.keys(), (std::vector<std::string>{"2", "5"}));
   EXPECT_EQ(table.primaryKeyMap.find("2"), 1);
   EXPECT_EQ(table.primaryKeyMap.find("5"), 5);
   EXPECT_EQ(table.findLive("2", 10), 1);
   EXPECT_THROW(table.setUpPrimaryKeyMap("key", 10), std::runtime_error);
   // Of two timed ones the first is found.
-  table.setUpPrimaryKeyMap("key", 0, true);
+  table.setUpPrimaryKeyMap("key", 0, KeyRule::liveFirstTimedLast);
   EXPECT_EQ(table.primaryKeyMap.find("1"), 0);
   EXPECT_EQ(table.primaryKeyMap.find("3"), 3);
 }
@@ -204,7 +205,7 @@ TEST(Table, stillRefusesTwoLoadedRowsWithOneKeyOfTheirOwn) {
   Table table = keyedTable("int");
   add(table, {"1", ""});
   add(table, {"1", ""});
-  EXPECT_THROW(table.setUpPrimaryKeyMap("key", 0, true), std::runtime_error);
+  EXPECT_THROW(table.setUpPrimaryKeyMap("key", 0, KeyRule::liveFirstTimedLast), std::runtime_error);
 }
 
 TEST(Table, setsItsKeyMapUpAnew) {
