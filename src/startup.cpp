@@ -180,7 +180,6 @@ void restoreLinksLeftToLog(Database& db, const std::vector<RelationFile>& left, 
 }
 
 std::optional<StoredRecords> loadListeners(Database& db) {
-  requireRegular(db.directory, listenersFileName);
   if (!identityOf(db.directory, listenersFileName)) return std::nullopt;
   std::cout << "[STORAGE] Reloading Webhook Listeners...\n";
   return Storage::readListeners([&](const Listener& listener) { db.addListener(listener, true); },
@@ -188,7 +187,6 @@ std::optional<StoredRecords> loadListeners(Database& db) {
 }
 
 std::optional<StoredRecords> loadWebhooks(Database& db) {
-  requireRegular(db.directory, webhooksFileName);
   if (!identityOf(db.directory, webhooksFileName)) return std::nullopt;
   std::cout << "[STORAGE] Sweeping webhooks.bin for pending events...\n";
   const std::lock_guard lock(db.webhookMutex);
@@ -222,6 +220,9 @@ void replayLog(Database& db, LogReader& reader) {
 void Database::loadFromDisk() {
   const std::int64_t now = clock::now();
   Storage::checkLeftOvers(directory);
+  for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
+    requireRegular(directory, name);
+  }
   const auto awaited = Storage::awaitedFiles(directory);
   directory.awaited = &awaited;
   deferred_.emplace();

@@ -151,6 +151,12 @@ class ScriptRun {
       if (fs::remove_all(path) == 0) throw std::runtime_error("no such file");
     } else if (verb == "mkdir") {
       fs::create_directory(path);
+    } else if (verb == "symlink") {
+      fs::create_symlink(word(1), path);
+    } else if (verb == "hardlink") {
+      fs::create_hard_link(database_ / word(1), path);
+    } else if (verb == "pipe") {
+      if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no pipe");
     } else {
       throw std::runtime_error("unknown directive");
     }
