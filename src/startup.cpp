@@ -70,11 +70,6 @@ std::vector<RelationFile> relationFiles(const Directory& directory) {
   return files;
 }
 
-std::int64_t sizeOf(const Directory& directory, const std::string& fileName) {
-  const File file(directory, fileName, File::Mode::read);
-  return file.size().value_or(0);
-}
-
 // Whether a file without a header was a table's: other files show it. An empty deletion file shows
 // it only beside what may be the beginning of a header, since commands leave one behind for every
 // name that they were given for a table.

@@ -235,6 +235,14 @@ std::optional<std::string> readFile(const Directory& directory, const std::strin
   return bytes;
 }
 
+std::int64_t sizeOf(const Directory& directory, const std::string& name) {
+  const File file(directory, name, File::Mode::read);
+  if (!file.isOpen() && errno == ENOENT) return 0;
+  const auto size = file.size();
+  if (!size) throwUnreadable(name);
+  return *size;
+}
+
 void requireRegular(const Directory& directory, const std::string& name) {
   const auto found = identityOf(directory, name.c_str());
   if (found && found->isForeign()) throw NotRegularFile(name);

@@ -113,6 +113,9 @@ class File {
 std::optional<std::string> readFile(const Directory& directory, const std::string& name);
 [[noreturn]] void throwUnreadable(std::string_view name);
 
+// The file's size, 0 when there is none. Throws as readFile does.
+std::int64_t sizeOf(const Directory& directory, const std::string& name);
+
 // Throws NotRegularFile when the name leads to a link, a pipe, a socket or a device.
 void requireRegular(const Directory& directory, const std::string& name);
 

@@ -58,15 +58,8 @@ struct RowSource {
   std::int64_t rowSize;
   CellWidths widths;
   std::int64_t rowLimit;
+  bool isCounted = false;  // their number is known: a row is one though the file ends within it
 };
-
-std::int64_t sizeOf(const Directory& directory, const std::string& fileName) {
-  File file(directory, fileName, File::Mode::read);
-  if (!file.isOpen() && errno == ENOENT) return 0;
-  const auto size = file.size();
-  if (!size) throwUnreadable(fileName);
-  return *size;
-}
 
 // Rows that overlap are read from the whole-row file if that holds whole rows only, unless it was
 // cut: the other two files of the table agree on more rows then. Without it their number is that of
@@ -88,6 +81,7 @@ RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64
   }
   RowSource source = rowFile;
   source.rowLimit = std::max(markCount, begunRows);
+  source.isCounted = true;
   return source;
 }
 
@@ -101,9 +95,12 @@ void readRows(const RowSource& source, TimedReader* timed, const Directory& dire
   table.rows.setHugePages(false);
   std::int64_t offset = source.firstOffset;
   for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
-    const std::string_view bytes = reader.at(offset, piece);
+    const std::string_view bytes = reader.at(offset, source.isCounted ? 1 : piece);
     if (bytes.empty()) break;
-    if (!decodeRow(bytes, shapes, timed, table.appendRow())) {
+    Row& row = table.appendRow();
+    if (source.isCounted) {
+      decodeWideRow(reader, offset, shapes, timed, row);
+    } else if (!decodeRow(bytes, shapes, timed, row)) {
       table.removeLastRow();
       break;
     }

@@ -117,6 +117,25 @@ void decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Cel
   cell.tempRule->states.push_back({cell.value, 0});
 }
 
+bool isTimedCell(std::string_view bytes, const CellShape& shape) {
+  return shape.canBeTimed && !bytes.empty() && bytes.front() == '\1';
+}
+
+// Bytes of the cell of this shape that begins there.
+std::size_t cellSize(std::string_view bytes, const CellShape& shape) {
+  const std::size_t flagSize = shape.canBeTimed ? 1 : 0;
+  return flagSize + (isTimedCell(bytes, shape) ? shape.timedWidth : shape.plainWidth);
+}
+
+void decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* timed, Cell& cell) {
+  const char* const value = bytes.data() + (shape.canBeTimed ? 1 : 0);
+  if (isTimedCell(bytes, shape)) {
+    decodeTimed(value, shape, timed, cell);
+  } else {
+    decodePlain(value, shape.kind, shape.plainWidth, cell);
+  }
+}
+
 }  // namespace
 
 std::int32_t largestMaxStates(const std::vector<Column>& columns) {
@@ -191,25 +210,27 @@ std::int32_t slotAt(std::string_view row, std::size_t offset) {
 
 bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
                Row& row) {
-  const char* in = bytes.data();
-  const char* const end = in + bytes.size();
   Cell* cell = row.cells().data();
   for (const CellShape& shape : shapes) {
-    const std::size_t flagSize = shape.canBeTimed ? 1 : 0;
-    if (static_cast<std::size_t>(end - in) < flagSize) return false;
-    const bool isTimed = shape.canBeTimed && *in == '\1';
-    in += flagSize;
-    const std::size_t width = isTimed ? shape.timedWidth : shape.plainWidth;
-    if (static_cast<std::size_t>(end - in) < width) return false;
-    if (isTimed) {
-      decodeTimed(in, shape, timed, *cell);
-    } else {
-      decodePlain(in, shape.kind, width, *cell);
-    }
-    in += width;
-    ++cell;
+    const std::size_t size = cellSize(bytes, shape);
+    if (bytes.size() < size) return false;
+    decodeCell(bytes, shape, timed, *cell++);
+    bytes.remove_prefix(size);
   }
   return true;
+}
+
+void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,
+                   TimedReader* timed, Row& row) {
+  Cell* cell = row.cells().data();
+  std::string bytes;
+  for (const CellShape& shape : shapes) {
+    const std::size_t longest = 1 + std::max(shape.plainWidth, shape.timedWidth);
+    bytes = reader.at(offset, longest);
+    bytes.resize(longest);
+    decodeCell(bytes, shape, timed, *cell++);
+    offset += static_cast<std::int64_t>(cellSize(bytes, shape));
+  }
 }
 
 std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths) {

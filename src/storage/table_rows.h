@@ -62,5 +62,9 @@ std::int32_t slotAt(std::string_view row, std::size_t offset);
 // timed, with the one state 0, so that it is still told from a number that the row was given.
 bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
                Row& row);
+// The same for a row that may be very wide, cell by cell, and that counts as a row though the file
+// ends within it: what is missing is zero bytes.
+void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,
+                   TimedReader* timed, Row& row);
 
 }  // namespace velmora
