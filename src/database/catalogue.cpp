@@ -31,6 +31,7 @@ bool Database::checkTypes(const std::vector<Column>& columns) {
 
 void Database::createTable(const std::string& name, const std::vector<Column>& columns) {
   const std::unique_lock lock(dbMutex);
+  checkLog();
   if (!deferred_) requireRegularFiles(directory, name);
   Table created(name, columns);
   if (!checkTypes(columns)) throw std::runtime_error("Unknown type");

@@ -213,6 +213,11 @@ class Database {
   // Makes a column the primary key of a table that has none. dbMutex held.
   void makePrimaryKey(Table& parent, const std::string& column, std::int64_t now);
 
+  // Looks at the log that the command will be appended to, before anything changes. Throws
+  // NotRegularFile.
+  void checkLog() {
+    if (!isReplaying) log.check();
+  }
   // Looks at the file that a command with timed values will append to, before anything changes.
   // Throws NotRegularFile.
   void checkSchedule(const std::vector<GivenValue>& values);

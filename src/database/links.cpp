@@ -115,7 +115,10 @@ void Database::link(const std::string& childTable, const std::string& childColum
   if (fileIsTaken(tables, relation)) {
     throw std::runtime_error("Relation file name is taken by another link");
   }
-  if (!deferred_) requireRegular(directory, Storage::relationFileName(relation));
+  if (!deferred_) {
+    checkLog();
+    requireRegular(directory, Storage::relationFileName(relation));
+  }
   if (parent.primaryKeyColumn != parentColumn) {
     if (parent.hasPrimaryKey()) throw std::runtime_error("Can't have two primary keys at once");
     makePrimaryKey(parent, parentColumn, now);

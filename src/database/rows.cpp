@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "../number.h"
 #include "database.h"
@@ -73,6 +74,7 @@ void fillCells(const Table& table, Row& row, std::vector<GivenValue>& values, st
 ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenValue>& values,
                                std::int64_t now) {
   const std::unique_lock lock(dbMutex);
+  checkLog();
   checkSchedule(values);
   Table& table = tableOrNew(tableName);
   const auto rowIndex = static_cast<std::int32_t>(table.rows.size());
@@ -110,6 +112,7 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
 ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>& newValues,
                            const std::vector<Condition>& conditions, std::int64_t now) {
   const std::unique_lock lock(dbMutex);
+  checkLog();
   checkSchedule(newValues);
   Table& table = tableOrNew(tableName);
   const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
@@ -185,6 +188,12 @@ ResultSet Database::deleteRows(const std::string& tableName,
   Table& table = tableOrNew(tableName);
   const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   if (inTransaction) makeRoom(transactionLog, matched.size());
+  // A refusal is asked for often, and must not wait for the system; so the log is looked at once
+  // the first row may go.
+  bool isLogChecked = false;
+  const auto checkLogOnce = [&] {
+    if (!std::exchange(isLogChecked, true)) checkLog();
+  };
   for (const std::int32_t index : matched) {
     Row& row = table.rows[static_cast<std::size_t>(index)];
     if (row.isReferenced) {
@@ -196,8 +205,10 @@ ResultSet Database::deleteRows(const std::string& tableName,
         return refused("Foreign key points at rows that were meant for deletion");
       }
     }
+    checkLogOnce();
     table.setDeleted(static_cast<std::size_t>(index), true);
   }
+  checkLogOnce();
   if (inTransaction) {
     for (const std::int32_t index : matched) {
       transactionLog.push_back({"DELETE", tableName, index, {}, PrimaryKeyMap::noRow});

@@ -110,7 +110,6 @@ void Parser::readTokens() {
 
 ResultSet Parser::dispatch() {
   const Rule& rule = ruleFor(tokens_);
-  if (rule.isLogged && !isReplaying_) db_->log.check();
   ResultSet result = (this->*rule.handle)(tokens_);
   if (result.success && rule.isLogged) logCommand(rule);
   return result;

@@ -69,8 +69,8 @@ class Log {
  public:
   explicit Log(const Directory& directory);
 
-  // To be called before a command that will be logged is run. Throws NotRegularFile: nothing must
-  // have changed then. A log that cannot be opened otherwise goes unreported.
+  // To be called before a command that will be logged changes anything. Throws NotRegularFile. A
+  // log that cannot be opened otherwise goes unreported.
   void check();
   // Appends one command with its clock marker. When the log cannot be written the line is lost,
   // what had been written of it is taken back, and the answer is false.
