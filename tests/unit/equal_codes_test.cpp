@@ -155,5 +155,58 @@ TEST_F(EqualCodes, JoinsOfNumbersAndTextsCompareTexts) {
             (Texts{"300 100", "100 200", "300 400"}));
 }
 
+// Different numbers that the join keeps in one bucket: spread numbers meet in one, small ones do
+// not.
+TEST_F(EqualCodes, JoinsTellSpreadNumbersApart) {
+  constexpr unsigned step = 7'919'017;
+  constexpr unsigned most = 2'000'000'011;
+  constexpr unsigned count = 900;
+  for (const char* const table : {"t", "u"}) run(std::string("CREATE TABLE ") + table + " v int");
+  Texts shared;
+  for (unsigned i = 0; i < count; ++i) {
+    const std::string number = std::to_string(std::uint64_t{i} * step % most);
+    if (i % 3 != 0) run("INSERT INTO t v = " + number);
+    if (i % 3 != 1) run("INSERT INTO u v = " + number);
+    if (i % 3 == 2) shared.push_back(number + ' ' + number);
+  }
+  EXPECT_EQ(rows("SELECT t.v, u.v FROM t JOIN u ON t.v = u.v"), shared);
+  EXPECT_EQ(rows("SELECT t.v, u.v FROM u JOIN t ON t.v = u.v"), shared);
+}
+
+// The limit of an order that admits equality: equal numbers may be unequal texts.
+TEST_F(EqualCodes, LimitsAreEqualByTheirTexts) {
+  fill("t", "int", "9", {"007", "7", "6", "8"});
+  EXPECT_EQ(numbersWhere("v <= 7"), (Texts{"200", "300"}));
+  EXPECT_EQ(numbersWhere("v <= 007"), (Texts{"100", "300"}));
+  EXPECT_EQ(numbersWhere("v >= 7 && v < 9"), (Texts{"200", "400"}));
+  EXPECT_EQ(numbersWhere("v >= 007 && v < 9"), (Texts{"100", "400"}));
+  EXPECT_EQ(numbersWhere("v < 007"), Texts{"300"});
+  run("DROP TABLE t");
+  fill("t", "float", "9.5", {"7.50", "7.5", "6.5", "8.5"});
+  EXPECT_EQ(numbersWhere("v <= 7.5"), (Texts{"200", "300"}));
+  EXPECT_EQ(numbersWhere("v <= 7.50"), (Texts{"100", "300"}));
+  EXPECT_EQ(numbersWhere("v >= 7.5 && v < 9"), (Texts{"200", "400"}));
+  EXPECT_EQ(numbersWhere("v >= 7.500 && v < 9"), Texts{"400"});
+  EXPECT_EQ(numbersWhere("v > 7.50 && v < 9"), Texts{"400"});
+}
+
+// A literal that is no number of its column's kind fails in a large table as in a small one.
+TEST_F(EqualCodes, LimitsThatDoNotConvertFail) {
+  run("CREATE TABLE few v int w float");
+  run("INSERT INTO few v = 1 w = 1.5");
+  run("CREATE TABLE t v int w float");
+  for (std::size_t i = 0; i <= leastMirroredRows; ++i) run("INSERT INTO t v = 1 w = 1.5");
+  constexpr const char* unreadable = "Error: Text cannot be read as a number";
+  for (const char* const table : {"few", "t"}) {
+    const std::string read = std::string("SELECT v FROM ") + table + " WHERE ";
+    EXPECT_EQ(messageOf(read + "v < 99999999999"), "Error: Number is out of range");
+    EXPECT_EQ(messageOf(read + "v >= 'x'"), unreadable);
+    EXPECT_EQ(messageOf(read + "w > 'x'"), unreadable);
+    EXPECT_EQ(messageOf(read + "w <= 'x'"), unreadable);
+  }
+  EXPECT_EQ(rows("SELECT v FROM t WHERE v = 99999999999"), Texts());
+  EXPECT_EQ(rows("SELECT v FROM t WHERE w != 'x' && v > 1"), Texts());
+}
+
 }  // namespace
 }  // namespace velmora
