@@ -41,8 +41,6 @@ struct TransactionAction {
   // The row's cells before an UPDATE; else none, since the row stays where it is. Its links are not
   // kept: they only say which children to ask, and nothing that undoes a change may forget one.
   std::vector<Cell> cells;
-  // For "INSERT": the row that the new row's key had named before, or PrimaryKeyMap::noRow.
-  std::int32_t displacedRow = PrimaryKeyMap::noRow;
 };
 
 // The value a command gives to a column.

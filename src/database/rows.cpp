@@ -78,7 +78,6 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
   checkSchedule(values);
   Table& table = tableOrNew(tableName);
   const auto rowIndex = static_cast<std::int32_t>(table.rows.size());
-  std::int32_t displaced = PrimaryKeyMap::noRow;
   Row& row = table.appendRow();
   try {
     fillCells(table, row, values, now);
@@ -86,8 +85,8 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
       // The row is filed under the text that its key cell shows now.
       Cell& keyCell = row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)];
       if (keyCell.tempRule != nullptr) keyCell.value = keyCell.valueAt(now);
-      displaced = rowOfKey(table, keyCell.value, rowIndex);
-      if (isTaken(table, displaced, rowIndex)) throwDuplicate(keyCell.value);
+      const std::int32_t holder = rowOfKey(table, keyCell.value, rowIndex);
+      if (isTaken(table, holder, rowIndex)) throwDuplicate(keyCell.value);
     }
     linkRow(table, rowIndex, now);
     if (inTransaction) makeRoom(transactionLog, 1);
@@ -99,7 +98,7 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
     table.removeLastRow();
     throw;
   }
-  if (inTransaction) transactionLog.push_back({"INSERT", tableName, rowIndex, {}, displaced});
+  if (inTransaction) transactionLog.push_back({"INSERT", tableName, rowIndex, {}});
   if (!isReplaying) {
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
       const TempRule* const rule = row.cells()[i].tempRule.get();
@@ -121,8 +120,7 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
     for (const std::int32_t index : matched) {
       const Row& row = table.rows[static_cast<std::size_t>(index)];
       const auto cells = row.cells();
-      transactionLog.push_back(
-          {"UPDATE", tableName, index, {cells.begin(), cells.end()}, PrimaryKeyMap::noRow});
+      transactionLog.push_back({"UPDATE", tableName, index, {cells.begin(), cells.end()}});
     }
   }
   for (const GivenValue& given : newValues) {
@@ -211,7 +209,7 @@ ResultSet Database::deleteRows(const std::string& tableName,
   checkLogOnce();
   if (inTransaction) {
     for (const std::int32_t index : matched) {
-      transactionLog.push_back({"DELETE", tableName, index, {}, PrimaryKeyMap::noRow});
+      transactionLog.push_back({"DELETE", tableName, index, {}});
     }
   }
   return successful("success!", static_cast<std::int32_t>(matched.size()));

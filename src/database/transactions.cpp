@@ -57,11 +57,6 @@ void Database::undo(const TransactionAction& action, std::int64_t now) {
     asFarAsPossible([&] { unlinkRow(table, action.rowIndex, now); });
     if (table.hasPrimaryKey()) {
       asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
-      if (action.displacedRow != PrimaryKeyMap::noRow) {
-        const Row& displaced = table.rows.at(static_cast<std::size_t>(action.displacedRow));
-        asFarAsPossible(
-            [&] { keys.assign(displaced.cells()[keyColumn].value, action.displacedRow); });
-      }
     }
     table.removeLastRow();
     return;

@@ -184,6 +184,12 @@ TEST_F(LinkTest, DependentsThatPointNowhereRestrictNothing) {
   add("kid", "nosuch", {0});
   add("kid", "pid", {0, 99});
   EXPECT_FALSE(database.isActivelyRestricted(parent, "1", second));
+  // Those behind them are asked all the same.
+  insert("kid", {{"pid", "1"}});
+  add("kid", "nosuch", {0});
+  add("gone", "pid", {0});
+  EXPECT_TRUE(database.isActivelyRestricted(parent, "1", second));
+  database.deleteRows("kid", {}, second);
   EXPECT_EQ(database.deleteRows("p", where("id", "1"), second).rowsAffected, 1);
 }
 

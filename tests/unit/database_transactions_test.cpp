@@ -72,7 +72,7 @@ TEST_F(TransactionTest, WrongStatesAreRefusedAndChangeNothing) {
 }
 
 TEST_F(TransactionTest, BeginEmptiesWhatWasLeftInTheLog) {
-  database.transactionLog.push_back({"INSERT", "t", 0, {}, PrimaryKeyMap::noRow});
+  database.transactionLog.push_back({"INSERT", "t", 0, {}});
   database.beginTransaction();
   EXPECT_TRUE(database.transactionLog.empty());
 }

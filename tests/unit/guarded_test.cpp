@@ -606,6 +606,8 @@ TEST(JsonText, KeepsUtf8AndReplacesTheRest) {
   EXPECT_EQ(jsonText("\xed\xa0\x80"), bad + bad + bad) << "a surrogate";
   EXPECT_EQ(jsonText("\xf4\x90\x80\x80"), bad + bad + bad + bad) << "past U+10FFFF";
   EXPECT_EQ(jsonText("\xf5x"), bad + "x");
+  EXPECT_EQ(jsonText("\xf5\x80\x80\x80"), bad + bad + bad + bad) << "no UTF-8 begins so";
+  EXPECT_EQ(jsonText("\xc1\x80"), bad + bad) << "an overlong form";
   EXPECT_EQ(jsonText("\xe2\x82"), bad) << "cut off by the end";
   EXPECT_EQ(jsonText("\xe2\x82z"), bad + "z") << "cut off by another character";
   EXPECT_EQ(jsonText("\xf0\x9f\x98\xc3\xa4"), bad + "\xc3\xa4");

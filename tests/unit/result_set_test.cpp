@@ -192,6 +192,22 @@ TEST(Json, growsToManyRows) {
   EXPECT_EQ(render(std::move(result)), streamed(result, values));
 }
 
+// Whatever the length of what is put in front of the rows, and of a value before there is memory.
+TEST(Json, holdsMessagesAndValuesOfAnyLength) {
+  for (std::size_t length = 0; length < 1500; ++length) {
+    const std::string text(length, 'x');
+    ASSERT_EQ(member(Text(text)), '"' + text + '"');
+    ASSERT_EQ(render(refused(text)), "{\n  \"success\": false,\n  \"message\": \"Error: " + text +
+                                         "\",\n  \"rows_affected\": 0\n}");
+    ResultSet both = rowsOf({"a"}, {7, Text(text)});
+    both.message = text;
+    ASSERT_EQ(render(std::move(both)),
+              "{\n  \"success\": true,\n  \"message\": \"" + text +
+                  "\",\n  \"rows_affected\": 0,\n  \"data\": [\n    {\"a\": 7},\n    {\"a\": \"" +
+                  text + "\"}\n  ]\n}");
+  }
+}
+
 struct Reading {
   std::string type;
   std::string text;
