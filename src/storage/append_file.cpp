@@ -53,8 +53,7 @@ bool AppendFile::cutTear() {
 }
 
 void AppendFile::cutTo(std::int64_t completeSize) {
-  close();
-  tear_.reset();
+  forget();
   File file(directory_, name_, File::Mode::change);
   const auto size = file.size();
   if (!size || (*size > completeSize && !file.truncate(completeSize))) {
@@ -62,10 +61,15 @@ void AppendFile::cutTo(std::int64_t completeSize) {
   }
 }
 
-void AppendFile::rename(std::string name) {
+void AppendFile::setName(const std::string& name) {
+  if (name == name_) return;
+  forget();
+  name_ = name;
+}
+
+void AppendFile::forget() {
   close();
   tear_.reset();
-  name_ = std::move(name);
 }
 
 void AppendFile::close() {

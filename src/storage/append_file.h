@@ -33,12 +33,13 @@ class AppendFile {
   void cutTo(std::int64_t completeSize);
 
   // The name that the next append goes to.
-  void rename(std::string name);
-  // Closes the file; the next append opens it again.
-  void close();
+  void setName(const std::string& name);
+  // Forgets the file that the name led to, its torn end included: another one has taken its place.
+  void forget();
 
  private:
   bool open();
+  void close();
   bool cutTear();
 
   Directory directory_;

@@ -75,6 +75,7 @@ bool replaceByCopy(const Directory& directory, const std::string& name) {
   {
     File source(directory, name, File::Mode::read);
     File copy(directory, copyName, File::Mode::create);
+    if (!copy.takeModeOf(source)) return false;
     std::string block(64 * 1024, '\0');
     std::int64_t offset = 0;
     while (true) {
@@ -208,6 +209,12 @@ std::optional<std::int64_t> File::contentEnd() const {
 
 std::optional<FileIdentity> File::identity() const {
   return identityAt(descriptor_, "", AT_EMPTY_PATH);
+}
+
+bool File::takeModeOf(const File& other) {
+  constexpr unsigned permissions = 07777;
+  const auto from = other.identity();
+  return from && fchmod(descriptor_, from->mode & permissions) == 0;
 }
 
 bool File::truncate(std::int64_t size) {

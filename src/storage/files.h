@@ -96,6 +96,8 @@ class File {
   // until it is read.
   std::optional<std::int64_t> contentEnd() const;
   std::optional<FileIdentity> identity() const;
+  // Gives the file the permissions of another.
+  bool takeModeOf(const File& other);
   bool truncate(std::int64_t size);
   bool sync();
 

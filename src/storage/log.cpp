@@ -80,7 +80,7 @@ Log::Log(const Directory& directory) : directory_(directory), file_(directory, l
 void Log::check() {
   if (isNewExpected_) {
     const std::string newName = checkpointName(logFileName);
-    file_.rename(identityOf(directory_, newName.c_str()) ? newName : logFileName);
+    file_.setName(identityOf(directory_, newName.c_str()) ? newName : logFileName);
   }
   file_.check();
 }
@@ -101,7 +101,8 @@ bool Log::append(const std::string& command, std::int64_t second) {
 
 void Log::expectNew(bool isExpected) {
   isNewExpected_ = isExpected;
-  file_.rename(logFileName);
+  file_.forget();
+  file_.setName(logFileName);
 }
 
 void Log::repair(const LogReader& reader) {

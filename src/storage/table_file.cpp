@@ -276,7 +276,8 @@ std::vector<std::string> Storage::getBinFiles(const Directory& directory) {
   }
   if (directory.awaited != nullptr) {
     for (const std::string& name : *directory.awaited) {
-      if (name.ends_with(tableExtension)) names.insert(name);
+      const bool isThere = identityOf(directory, checkpointName(name).c_str()).has_value();
+      if (isThere && name.ends_with(tableExtension)) names.insert(name);
     }
   }
   return {names.begin(), names.end()};

@@ -111,8 +111,11 @@ TEST_F(LogFileTest, aLineForALogThatCannotBeOpenedIsLostAndTheNextIsNot) {
 // A snapshot made of second names is left as it was.
 TEST_F(LogFileTest, aLogThatGetsASecondNameGoesOnInACopy) {
   EXPECT_TRUE(append("DELETE FROM a"));
+  fs::permissions(path_ / "velmora.wal", fs::perms::owner_read | fs::perms::owner_write);
   fs::create_hard_link(path_ / "velmora.wal", path_ / "snapshot");
   EXPECT_TRUE(append("DELETE FROM b"));
+  EXPECT_EQ(fs::status(path_ / "velmora.wal").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_EQ(bytesOf("snapshot"), "DELETE FROM a #TIME# 1700000000\n");
   EXPECT_EQ(bytesOf("velmora.wal"),
             "DELETE FROM a #TIME# 1700000000\nDELETE FROM b #TIME# 1700000000\n");
