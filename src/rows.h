@@ -57,7 +57,6 @@ struct Row {
   std::unique_ptr<Dependents> links;  // null while nothing has been linked to this row
   std::uint32_t cellCount = 0;
   bool isReferenced = false;  // set when a child row was linked; tells deletes to look at links
-  bool isDeleted = false;
 
   std::span<Cell> cells() noexcept { return {reinterpret_cast<Cell*>(this + 1), cellCount}; }
   std::span<const Cell> cells() const noexcept {

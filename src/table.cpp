@@ -29,12 +29,8 @@ std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
   const Row& row = rows[static_cast<std::size_t>(index)];
   // "7" and "07" are one key, but two texts.
   const Cell& cell = row.cells()[static_cast<std::size_t>(primaryKeyIndex)];
-  return !row.isDeleted && cell.valueAt(now) == key ? index : PrimaryKeyMap::noRow;
-}
-
-void Table::setDeleted(std::size_t row, bool isDeleted) {
-  rows[row].isDeleted = isDeleted;
-  deletedRows[row] = isDeleted ? 1 : 0;
+  const bool isFound = isLive(static_cast<std::size_t>(index)) && cell.valueAt(now) == key;
+  return isFound ? index : PrimaryKeyMap::noRow;
 }
 
 Row& Table::appendRow() {

@@ -66,7 +66,7 @@ struct Table {
   // but for a table whose creation failed half-way.
   std::size_t typedColumns = 0;
   Rows rows;
-  std::vector<std::uint8_t> deletedRows;  // 1 or 0 a row; always the same as the row's own mark
+  std::vector<std::uint8_t> deletedRows;  // 1 or 0 a row
   std::string primaryKeyColumn;           // empty when the table has none
   std::int32_t primaryKeyIndex = -1;
   PrimaryKeyMap primaryKeyMap;
@@ -92,7 +92,7 @@ struct Table {
   // table has a primary key. Throws as PrimaryKeyMap::find does.
   std::int32_t findLive(std::string_view key, std::int64_t now) const;
   bool isLive(std::size_t row) const { return deletedRows[row] == 0; }
-  void setDeleted(std::size_t row, bool isDeleted);
+  void setDeleted(std::size_t row, bool isDeleted) { deletedRows[row] = isDeleted ? 1 : 0; }
 
   // Appends a row whose cells have no values. It does not touch the key map.
   Row& appendRow();

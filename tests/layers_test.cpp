@@ -116,6 +116,18 @@ TEST(Layers, includesFormNoCycle) {
   }
 }
 
+// What a header needs it includes itself: its source shows that by including it before all else.
+TEST(Layers, sourcesIncludeTheirOwnHeaderFirst) {
+  for (const fs::path& source : sourcesUnder(fs::weakly_canonical(root / "src"))) {
+    fs::path header = source;
+    header.replace_extension(".h");
+    if (source.extension() != ".cpp" || !fs::exists(header)) continue;
+    const std::vector<fs::path> includes = includesOf(source);
+    ASSERT_FALSE(includes.empty()) << nameOf(source);
+    EXPECT_EQ(includes.front(), header) << nameOf(source);
+  }
+}
+
 std::size_t columnsOf(const std::string& line) {
   return static_cast<std::size_t>(std::count_if(line.begin(), line.end(), [](char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;  // not the rest of a UTF-8 character

@@ -354,7 +354,7 @@ void matchGroup(Group group, const Table& table, std::int64_t now,
       const auto index = static_cast<std::size_t>(found);
       const Row& row = table.rows.at(index);
       table.rows.prefetch(index, table.columns.size() - 1);
-      if (row.isDeleted) return;
+      if (!table.isLive(index)) return;
       const bool isPlain = row.cells()[keyColumn].tempRule == nullptr;
       const bool matches = std::all_of(group.begin(), group.end(), [&](const Predicate& predicate) {
         return isPlain && predicate.column() == keyColumn

@@ -67,51 +67,47 @@ std::span<const Parser::Rule> Parser::rules() {
 
 ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target,
                                 std::span<const BoundFloat> floats) {
-  target_ = &target;
-  floats_ = floats;
-  ResultSet result = run(command, clock::now());
+  ResultSet result = run({command, tokens_, clock::now(), 0, floats, target, false});
   result.rows.offerMemory(std::move(target.memory));
   return result;
 }
 
 ResultSet Parser::replay(const std::string& command, std::int64_t second) {
   JsonTarget target;
-  target_ = &target;
-  isReplaying_ = true;
-  return run(command, second);
+  return run({command, tokens_, second, 0, {}, target, true});
 }
 
-ResultSet Parser::run(const std::string& command, std::int64_t second) {
+ResultSet Parser::run(Command command) {
   try {
-    command_ = &command;
-    now_ = second;
-    readTokens();
+    readTokens(command);
     if (tokens_.empty()) return failed("Empty command");
     if (tokens_.back().type == TokenType::ERROR) return failed("Lexer Error");
-    return dispatch();
+    return dispatch(command);
   } catch (const std::runtime_error& error) {
     return refused(error.what());
   }
 }
 
-void Parser::readTokens() {
-  timedStart_ = now_;
-  std::string_view text = *command_;
+void Parser::readTokens(Command& command) {
+  command.timedStart = command.second;
+  std::string_view text = command.text;
   const std::size_t marker = findClockMarker(text);
   if (marker != std::string_view::npos) {
     const std::string_view clockText = text.substr(marker + clockMarker.size());
-    if (convertLong(clockText, timedStart_) != Conversion::ok) throwInvalidClock();
-    if (!isReplaying_ && hasTextOnFurtherLine(clockText)) throwInvalidClock();
+    if (convertLong(clockText, command.timedStart) != Conversion::ok) throwInvalidClock();
+    if (!command.isReplayed && hasTextOnFurtherLine(clockText)) throwInvalidClock();
     text = text.substr(0, marker);
   }
   // The message of an ERROR goes with the lexer; nobody asks for it.
   Lexer(text).tokenize(tokens_);
 }
 
-ResultSet Parser::dispatch() {
-  const Rule& rule = ruleFor(tokens_);
-  ResultSet result = (this->*rule.handle)(tokens_);
-  if (result.success && rule.isLogged) logCommand(rule);
+ResultSet Parser::dispatch(const Command& command) {
+  const Rule& rule = ruleFor(command.tokens);
+  ResultSet result = (this->*rule.handle)(command);
+  if (!result.success || !rule.isLogged) return result;
+  const bool isInLog = command.isReplayed || db_->log.append(command.text, command.second);
+  if (isInLog && rule.afterLog != nullptr) (this->*rule.afterLog)(command);
   return result;
 }
 
@@ -124,11 +120,6 @@ const Parser::Rule& Parser::ruleFor(const std::vector<Token>& tokens) {
     if (rule.secondToken.empty() || tokens[1].value == rule.secondToken) return rule;
   }
   throw std::runtime_error("Unknown command or missing parameters");
-}
-
-void Parser::logCommand(const Rule& rule) {
-  const bool isLogged = isReplaying_ || db_->log.append(*command_, now_);
-  if (isLogged && rule.afterLog != nullptr) (this->*rule.afterLog)(tokens_);
 }
 
 }  // namespace velmora

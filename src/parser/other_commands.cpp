@@ -61,7 +61,8 @@ void checkStorable(const std::vector<Column>& columns) {
 }  // namespace
 
 // "CREATE" "TABLE" name {column}
-ResultSet Parser::createTable(const std::vector<Token>& tokens) {
+ResultSet Parser::createTable(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   const std::string name = textOf(tokens[2]);
   if (name == "webhooks" || name == "listeners" || !Storage::isStorableName(name)) {
     throw std::runtime_error("Forbidden table name");
@@ -72,7 +73,7 @@ ResultSet Parser::createTable(const std::vector<Token>& tokens) {
   }
   checkStorable(columns);
   const auto existing = db_->tables.find(name);
-  if (!isReplaying_ && existing != db_->tables.end() && !existing->second.columns.empty()) {
+  if (!command.isReplayed && existing != db_->tables.end() && !existing->second.columns.empty()) {
     // Hosts give their CREATE TABLE at every start; what is there must survive that.
     throw std::runtime_error("Column size error");
   }
@@ -81,35 +82,40 @@ ResultSet Parser::createTable(const std::vector<Token>& tokens) {
 }
 
 // "DROP" "TABLE" name
-ResultSet Parser::dropTable(const std::vector<Token>& tokens) {
+ResultSet Parser::dropTable(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   const std::string name = textOf(tokens[2]);
   db_->dropTable(name);
   return successful("success! Table " + name + " dropped from disk.");
 }
 
 // "CHECKPOINT"
-ResultSet Parser::checkpoint(const std::vector<Token>&) {
-  if (!isReplaying_) db_->checkpoint(now_);
+ResultSet Parser::checkpoint(const Command& command) {
+  if (!command.isReplayed) db_->checkpoint(command.second);
   return successful("success! Engine frozen. WAL flushed securely to disk.");
 }
 
 // "LINK" table any column "-->" table any column. Deliberate: what stands in a dot's place is not
 // looked at.
-ResultSet Parser::link(const std::vector<Token>& tokens) {
+ResultSet Parser::link(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   if (tokens[4].value != "-->") throw std::runtime_error("Expected -->");
-  db_->link(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), textOf(tokens[7]), now_);
+  db_->link(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), textOf(tokens[7]),
+            command.second);
   return successful("success!");
 }
 
 // Writes the link's file, behind its line in the log, and not without it: a file without its
 // command would at the next start hold for the rows that were logged before it. The next checkpoint
 // writes what is missing.
-void Parser::saveRelation(const std::vector<Token>& tokens) {
-  db_->saveRelation(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), now_);
+void Parser::saveRelation(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
+  db_->saveRelation(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), command.second);
 }
 
 // "LISTEN" table "." event "-->" target ["WHERE" filter]
-ResultSet Parser::listen(const std::vector<Token>& tokens) {
+ResultSet Parser::listen(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   if (tokens[2].value != ".") throw std::runtime_error("Expected '.'");
   if (tokens[4].value != "-->") throw std::runtime_error("Expected '-->'");
   const std::string tableName = textOf(tokens[1]);
@@ -120,20 +126,20 @@ ResultSet Parser::listen(const std::vector<Token>& tokens) {
 }
 
 // "BEGIN"
-ResultSet Parser::begin(const std::vector<Token>&) {
+ResultSet Parser::begin(const Command& /*command*/) {
   db_->beginTransaction();
   return successful("Transaction Started. Sandbox active.");
 }
 
 // "COMMIT"
-ResultSet Parser::commit(const std::vector<Token>&) {
+ResultSet Parser::commit(const Command& /*command*/) {
   db_->commitTransaction();
   return successful("success! Transaction permanently written to disk.");
 }
 
 // "ROLLBACK"
-ResultSet Parser::rollback(const std::vector<Token>&) {
-  db_->rollbackTransaction(now_);
+ResultSet Parser::rollback(const Command& command) {
+  db_->rollbackTransaction(command.second);
   return successful("Disaster Averted. Memory restored.");
 }
 

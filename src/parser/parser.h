@@ -72,6 +72,17 @@ struct BoundFloat {
   std::size_t parameter = 0;
 };
 
+// One command on its way through the parser.
+struct Command {
+  const std::string& text;           // as it was given
+  const std::vector<Token>& tokens;  // of what stands in front of its clock marker
+  std::int64_t second = 0;           // at which it runs
+  std::int64_t timedStart = 0;       // at which its timed values start
+  std::span<const BoundFloat> floats;
+  JsonTarget& target;       // of its answer
+  bool isReplayed = false;  // comes from the log, and does not go there
+};
+
 class Parser {
  public:
   // The database is not owned and must outlive the parser.
@@ -98,39 +109,38 @@ class Parser {
     std::string_view word;
     std::size_t leastTokens;
     std::string_view secondToken;  // empty: any
-    ResultSet (Parser::*handle)(const std::vector<Token>& tokens);
+    ResultSet (Parser::*handle)(const Command& command);
     bool isLogged;
     // What is done only once the command stands in the log.
-    void (Parser::*afterLog)(const std::vector<Token>& tokens) = nullptr;
+    void (Parser::*afterLog)(const Command& command) = nullptr;
   };
   static std::span<const Rule> rules();
 
-  // What handleCommand does, but for the memory of an answer without rows.
-  ResultSet run(const std::string& command, std::int64_t second);
-  // Reads the command's clock, and its text in front of the marker as tokens.
-  void readTokens();
+  // Runs the command whose tokens and start are still to be read.
+  ResultSet run(Command command);
+  // Reads the command's clock marker, and its text in front of that as tokens.
+  void readTokens(Command& command);
   // Runs the command that the tokens are, and logs it if it has changed something.
-  ResultSet dispatch();
+  ResultSet dispatch(const Command& command);
   // The rule for the tokens; throws if there is none.
   static const Rule& ruleFor(const std::vector<Token>& tokens);
-  // Appends the command being run to the log, unless that is what is being replayed.
-  void logCommand(const Rule& rule);
 
   // One function a command; each is called with enough tokens for its rule.
-  ResultSet createTable(const std::vector<Token>& tokens);
-  ResultSet dropTable(const std::vector<Token>& tokens);
-  ResultSet checkpoint(const std::vector<Token>& tokens);
-  ResultSet insertInto(const std::vector<Token>& tokens);
-  ResultSet select(const std::vector<Token>& tokens);
-  ResultSet selectJoin(TokenCursor cursor, const std::string& leftTable, std::size_t listEnd);
-  ResultSet update(const std::vector<Token>& tokens);
-  ResultSet deleteFrom(const std::vector<Token>& tokens);
-  ResultSet link(const std::vector<Token>& tokens);
-  void saveRelation(const std::vector<Token>& tokens);
-  ResultSet listen(const std::vector<Token>& tokens);
-  ResultSet begin(const std::vector<Token>& tokens);
-  ResultSet commit(const std::vector<Token>& tokens);
-  ResultSet rollback(const std::vector<Token>& tokens);
+  ResultSet createTable(const Command& command);
+  ResultSet dropTable(const Command& command);
+  ResultSet checkpoint(const Command& command);
+  ResultSet insertInto(const Command& command);
+  ResultSet select(const Command& command);
+  ResultSet selectJoin(const Command& command, TokenCursor cursor, const std::string& leftTable,
+                       std::size_t listEnd);
+  ResultSet update(const Command& command);
+  ResultSet deleteFrom(const Command& command);
+  ResultSet link(const Command& command);
+  void saveRelation(const Command& command);
+  ResultSet listen(const Command& command);
+  ResultSet begin(const Command& command);
+  ResultSet commit(const Command& command);
+  ResultSet rollback(const Command& command);
 
   // When the command ends in a filter that asks for one value, has the row that it may name brought
   // into the cache while the rest of the command is read: waiting for it takes as long as that.
@@ -142,25 +152,14 @@ class Parser {
   const std::vector<Condition>& optionalFilter(const TokenCursor& cursor);
   // Reads "column = value" up to the end, or up to a WHERE if that may follow; the values are there
   // until the next call.
-  std::vector<GivenValue>& assignments(TokenCursor& cursor, std::string_view tableName,
-                                       bool mayEndAtWhere);
-  // Reads the value of one assignment to a column of the table.
-  void assignedValue(TokenCursor& cursor, const Table& table, std::size_t column, Cell& cell) const;
-  // Refuses a token that is no value for the column, or a bound float that it cannot hold.
-  void checkValue(const Token& token, const Column& column, ValueKind kind) const;
-  // Reads the states that follow the first value, if any, and gives the cell its rule.
-  void timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const;
+  std::vector<GivenValue>& assignments(const Command& command, TokenCursor& cursor,
+                                       std::string_view tableName, bool mayEndAtWhere);
 
   Database* db_;
-  std::vector<Token> tokens_;             // of the command being run; keeps its memory for the next
-  std::vector<Condition> conditions_;     // the same
-  std::vector<GivenValue> values_;        // the same
-  const std::string* command_ = nullptr;  // the text of the command being run
-  std::span<const BoundFloat> floats_;    // those of this command
-  std::int64_t now_ = 0;                  // the second at which it runs
-  std::int64_t timedStart_ = 0;           // the second at which its timed values start
-  bool isReplaying_ = false;
-  JsonTarget* target_ = nullptr;  // of this command's answer
+  // Of the command being run; they keep their memory for the next.
+  std::vector<Token> tokens_;
+  std::vector<Condition> conditions_;
+  std::vector<GivenValue> values_;
 };
 
 // The position of a command text's first clock marker that digits follow, or npos. What stands

@@ -52,32 +52,36 @@ ColumnReference columnReference(TokenCursor& cursor) {
 }  // namespace
 
 // "INSERT" "INTO" table {column "=" value}
-ResultSet Parser::insertInto(const std::vector<Token>& tokens) {
+ResultSet Parser::insertInto(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   const std::string tableName = textOf(tokens[2]);
   TokenCursor cursor(tokens, 3);
-  std::vector<GivenValue>& values = assignments(cursor, tableName, false);
-  return db_->insertInto(tableName, values, now_);
+  std::vector<GivenValue>& values = assignments(command, cursor, tableName, false);
+  return db_->insertInto(tableName, values, command.second);
 }
 
 // "UPDATE" table "SET" {column "=" value} ["WHERE" filter]
-ResultSet Parser::update(const std::vector<Token>& tokens) {
+ResultSet Parser::update(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   prefetchRow(tokens, tokens[1].value);
   const std::string tableName = textOf(tokens[1]);
   TokenCursor cursor(tokens, 2);
   cursor.expect("SET", "Expected SET");
-  std::vector<GivenValue>& values = assignments(cursor, tableName, true);
+  std::vector<GivenValue>& values = assignments(command, cursor, tableName, true);
   const std::vector<Condition>& conditions = optionalFilter(cursor);
-  return db_->update(tableName, values, conditions, now_);
+  return db_->update(tableName, values, conditions, command.second);
 }
 
 // "DELETE" "FROM" table ["WHERE" filter]
-ResultSet Parser::deleteFrom(const std::vector<Token>& tokens) {
+ResultSet Parser::deleteFrom(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   prefetchRow(tokens, tokens[2].value);
-  return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)), now_);
+  return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)), command.second);
 }
 
 // "SELECT" ("*" | columns) "FROM" table ["JOIN" table "ON" column "=" column] ["WHERE" filter]
-ResultSet Parser::select(const std::vector<Token>& tokens) {
+ResultSet Parser::select(const Command& command) {
+  const std::vector<Token>& tokens = command.tokens;
   const bool isStar = tokens[1].value == "*";
   std::size_t listEnd = 2;
   std::vector<std::string> columns;
@@ -93,14 +97,14 @@ ResultSet Parser::select(const std::vector<Token>& tokens) {
   cursor.expect("FROM", "Expected FROM");
   const std::string tableName = textOf(cursor.take(missingParameters));
   prefetchRow(tokens, tableName);
-  if (cursor.nextIs("JOIN")) return selectJoin(cursor, tableName, listEnd);
+  if (cursor.nextIs("JOIN")) return selectJoin(command, cursor, tableName, listEnd);
   if (!isStar) columns = bareColumns(tokens, listEnd);
-  return db_->select(tableName, std::move(columns), optionalFilter(cursor), now_,
-                     std::move(*target_));
+  return db_->select(tableName, std::move(columns), optionalFilter(cursor), command.second,
+                     std::move(command.target));
 }
 
-ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
-                             std::size_t listEnd) {
+ResultSet Parser::selectJoin(const Command& command, TokenCursor cursor,
+                             const std::string& leftTable, std::size_t listEnd) {
   constexpr const char* expectedTable = "Expected table name after JOIN";
   cursor.expect("JOIN", expectedTable);
   if (cursor.nextIs(TokenType::KEYWORD, "ON")) throw std::runtime_error(expectedTable);
@@ -119,7 +123,7 @@ ResultSet Parser::selectJoin(TokenCursor cursor, const std::string& leftTable,
     columns = joinedColumns(cursor.tokens(), listEnd);
   }
   return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor),
-                         now_, std::move(*target_));
+                         command.second, std::move(command.target));
 }
 
 }  // namespace velmora

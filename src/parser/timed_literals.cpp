@@ -76,67 +76,28 @@ class PlaceOfColumn {
   std::vector<std::size_t> places_;
 };
 
-}  // namespace
-
-std::vector<GivenValue>& Parser::assignments(TokenCursor& cursor, std::string_view tableName,
-                                             bool mayEndAtWhere) {
-  values_.clear();
-  PlaceOfColumn places;
-  const Table* table = nullptr;
-  std::size_t column = noColumn;
-  while (!cursor.atEnd() && !(mayEndAtWhere && isWhere(cursor.peek()->value))) {
-    const Token& name = cursor.take(TokenType::IDENTIFIER, "Expected column name");
-    cursor.expect("=", "Expected '='");
-    if (cursor.atEnd()) throw std::runtime_error("Expected value");
-    const bool isWrapped = cursor.peek()->type == TokenType::SYMBOL;
-    if (isWrapped) ++cursor.position;
-    if (cursor.atEnd()) throw std::runtime_error("Expected value");
-
-    if (table == nullptr) table = &db_->getTable(tableName);
-    column = table->columnPosition(name.value, column + 1);
-    if (column == noColumn || column >= table->typedColumns) throwUnmatchingType();
-    GivenValue& given = places.place(values_, column, table->columns.size());
-    given.column = column;
-    assignedValue(cursor, *table, column, given.cell);
-    if ((isWrapped || given.cell.tempRule != nullptr) && cursor.nextIs(TokenType::SYMBOL, ")")) {
-      ++cursor.position;
-    }
-  }
-  return values_;
-}
-
-void Parser::assignedValue(TokenCursor& cursor, const Table& table, std::size_t column,
-                           Cell& cell) const {
-  const Token& token = cursor.take("Expected value");
-  checkValue(token, table.columns[column], table.kind(column));
-  cell.value = token.value;
-  cell.tempRule.reset();
-  if (cursor.nextIs(TokenType::OPERATOR, "-->")) {
-    atPlace(table, column, std::nullopt,
-            [&] { timedLiteral(cursor, table.columns[column], cell); });
-  }
-}
-
-void Parser::checkValue(const Token& token, const Column& column, ValueKind kind) const {
+// Refuses a token that is no value for the column, or a bound float that it cannot hold.
+void checkValue(const Command& command, const Token& token, const Column& column, ValueKind kind) {
   if (!matchesKind(token, kind)) throwUnmatchingType();
-  if (kind != ValueKind::integer || floats_.empty()) return;
-  const auto offset = static_cast<std::size_t>(token.value.data() - command_->data());
-  const auto found = std::ranges::lower_bound(floats_, offset, {}, &BoundFloat::offset);
-  if (found == floats_.end() || found->offset != offset || isWholeInt(token.value)) return;
+  if (kind != ValueKind::integer || command.floats.empty()) return;
+  const auto offset = static_cast<std::size_t>(token.value.data() - command.text.data());
+  const auto found = std::ranges::lower_bound(command.floats, offset, {}, &BoundFloat::offset);
+  if (found == command.floats.end() || found->offset != offset || isWholeInt(token.value)) return;
   throw std::runtime_error("Parameter " + std::to_string(found->parameter) + " is a float that " +
                            column.type + " column '" + column.name + "' cannot hold");
 }
 
-void Parser::timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell) const {
+// Reads the states that follow the first value, and gives the cell its rule.
+void readStates(const Command& command, TokenCursor& cursor, const Column& column, Cell& cell) {
   const ValueKind kind = valueKind(column.type);
   auto rule = std::make_unique<TempRule>();
-  rule->startTime = timedStart_;
+  rule->startTime = command.timedStart;
   Text pending = cell.value;
   std::int64_t seconds = 0;
   while (cursor.nextIs("-->")) {
     ++cursor.position;
     const Token& next = cursor.take("Expected value after -->");
-    checkValue(next, column, kind);
+    checkValue(command, next, column, kind);
     cursor.expect("@", "Expected '@'");
     seconds = duration(cursor);
     rule->states.push_back({std::move(pending), seconds});
@@ -156,6 +117,48 @@ void Parser::timedLiteral(TokenCursor& cursor, const Column& column, Cell& cell)
                              std::to_string(column.maxStates));
   }
   cell.tempRule = std::move(rule);
+}
+
+// Reads the value of one assignment to a column of the table.
+void readValue(const Command& command, TokenCursor& cursor, const Table& table, std::size_t column,
+               Cell& cell) {
+  const Token& token = cursor.take("Expected value");
+  checkValue(command, token, table.columns[column], table.kind(column));
+  cell.value = token.value;
+  cell.tempRule.reset();
+  if (cursor.nextIs(TokenType::OPERATOR, "-->")) {
+    atPlace(table, column, std::nullopt,
+            [&] { readStates(command, cursor, table.columns[column], cell); });
+  }
+}
+
+}  // namespace
+
+std::vector<GivenValue>& Parser::assignments(const Command& command, TokenCursor& cursor,
+                                             std::string_view tableName, bool mayEndAtWhere) {
+  values_.clear();
+  PlaceOfColumn places;
+  const Table* table = nullptr;
+  std::size_t column = noColumn;
+  while (!cursor.atEnd() && !(mayEndAtWhere && isWhere(cursor.peek()->value))) {
+    const Token& name = cursor.take(TokenType::IDENTIFIER, "Expected column name");
+    cursor.expect("=", "Expected '='");
+    if (cursor.atEnd()) throw std::runtime_error("Expected value");
+    const bool isWrapped = cursor.peek()->type == TokenType::SYMBOL;
+    if (isWrapped) ++cursor.position;
+    if (cursor.atEnd()) throw std::runtime_error("Expected value");
+
+    if (table == nullptr) table = &db_->getTable(tableName);
+    column = table->columnPosition(name.value, column + 1);
+    if (column == noColumn || column >= table->typedColumns) throwUnmatchingType();
+    GivenValue& given = places.place(values_, column, table->columns.size());
+    given.column = column;
+    readValue(command, cursor, *table, column, given.cell);
+    if ((isWrapped || given.cell.tempRule != nullptr) && cursor.nextIs(TokenType::SYMBOL, ")")) {
+      ++cursor.position;
+    }
+  }
+  return values_;
 }
 
 }  // namespace velmora

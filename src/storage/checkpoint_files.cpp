@@ -90,7 +90,7 @@ class TimedValues {
 char* encoded(char* out, const Table& table, std::size_t i, std::span<const CellShape> shapes,
               std::span<const std::int32_t> slots) {
   try {
-    return encodeRow(out, table.rows[i], shapes, slots);
+    return encodeRow(out, table.rows[i], table.isLive(i), shapes, slots);
   } catch (FailedConversion& failure) {
     failure.table = table.tableName;
     failure.row = i;
@@ -177,7 +177,7 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
     file.put(offset, {written.data(), static_cast<std::size_t>(end - written.data())});
     offset += Storage::rowSize(table.columns);
     char* const out = whole.room(longest);
-    whole.written(encodeRow(out, row, wholeShapes, slots));
+    whole.written(encodeRow(out, row, table.isLive(i), wholeShapes, slots));
   }
   whole.finish();
   file.finish();

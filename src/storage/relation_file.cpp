@@ -45,9 +45,8 @@ void Storage::writeRelation(const Table& linking, const Table& referenced,
   file.write(names.bytes());
   const std::size_t position = linking.columnPosition(column);
   for (std::size_t i = 0; position != noColumn && i < linking.rows.size(); ++i) {
-    const Row& row = linking.rows[i];
-    const std::int32_t parent =
-        row.isDeleted ? -1 : rowOfKey(referenced, row.cells()[position].valueAt(now));
+    const Cell& cell = linking.rows[i].cells()[position];
+    const std::int32_t parent = linking.isLive(i) ? rowOfKey(referenced, cell.valueAt(now)) : -1;
     file.written(putInt32(file.room(rowWidth), parent));
   }
   file.finish();

@@ -38,8 +38,8 @@ bool isTrueInLowerCase(std::string_view text) {
 
 // Calls convert(); what it throws for a text that does not convert is dropped in a deleted row.
 template <typename Convert>
-auto converted(bool isDeleted, Convert convert) -> decltype(convert()) {
-  if (!isDeleted) return convert();
+auto converted(bool isLive, Convert convert) -> decltype(convert()) {
+  if (isLive) return convert();
   try {
     return convert();
   } catch (const std::logic_error&) {
@@ -61,14 +61,14 @@ float getFloat(const char* in) {
   return value;
 }
 
-char* encodePlain(char* out, const CellShape& shape, std::string_view text, bool isDeleted) {
+char* encodePlain(char* out, const CellShape& shape, std::string_view text, bool isLive) {
   switch (shape.kind) {
     case ValueKind::integer:
-      return putInt32(out, converted(isDeleted, [&] { return parseInt(text); }));
+      return putInt32(out, converted(isLive, [&] { return parseInt(text); }));
     case ValueKind::real:
       // A value that nobody gave has no number; NaN says so, and comes back as no value.
       if (text == missingValue) return putFloat(out, std::numeric_limits<float>::quiet_NaN());
-      return putFloat(out, converted(isDeleted, [&] { return parseFloat(text); }));
+      return putFloat(out, converted(isLive, [&] { return parseFloat(text); }));
     case ValueKind::boolean:
       // Deliberate: only columns that cannot hold timed values take TRUE in capitals for true.
       *out++ = (shape.canBeTimed ? isTrueText(text) : isTrueInLowerCase(text)) ? '\1' : '\0';
@@ -178,7 +178,7 @@ std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns) {
   return offsets;
 }
 
-char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
+char* encodeRow(char* out, const Row& row, bool isLive, std::span<const CellShape> shapes,
                 std::span<const std::int32_t> slots) {
   for (std::size_t i = 0; i < shapes.size(); ++i) {
     const CellShape& shape = shapes[i];
@@ -192,7 +192,7 @@ char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
     } else {
       char* const end = out + shape.plainWidth;
       try {
-        out = encodePlain(out, shape, cell.value, row.isDeleted);
+        out = encodePlain(out, shape, cell.value, isLive);
       } catch (FailedConversion& failure) {
         failure.column = shape.name;
         throw;

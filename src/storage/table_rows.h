@@ -50,8 +50,8 @@ std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns);
 // Writes a row's cells in these shapes, of written or whole widths, at out, which has room for
 // longestRow; returns the end. slots holds the slot of each timed cell at its column's
 // place. Throws std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does
-// not convert; in a deleted row, which nobody reads, such a text is written as zero bytes.
-char* encodeRow(char* out, const Row& row, std::span<const CellShape> shapes,
+// not convert; in a row that is not live, which nobody reads, such a text is written as zero bytes.
+char* encodeRow(char* out, const Row& row, bool isLive, std::span<const CellShape> shapes,
                 std::span<const std::int32_t> slots);
 
 // The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is none.

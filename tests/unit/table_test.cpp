@@ -70,30 +70,26 @@ TEST(Table, appendsRowsWithoutValues) {
   Row& row = table.appendRow();
   ASSERT_EQ(row.cells().size(), 2U);
   EXPECT_EQ(row.cells()[1].value.view(), "");
-  EXPECT_FALSE(row.isDeleted);
   EXPECT_FALSE(row.isReferenced);
   EXPECT_EQ(row.links, nullptr);
   EXPECT_TRUE(table.isLive(0));
   EXPECT_EQ(table.primaryKeyMap.size(), 0U);
 }
 
-TEST(Table, keepsBothMarksOfDeletion) {
+TEST(Table, marksDeletedRows) {
   Table table = keyedTable("int");
   add(table, {"1", "a"});
   add(table, {"2", "b"});
   table.setDeleted(0, true);
   EXPECT_FALSE(table.isLive(0));
-  EXPECT_TRUE(table.rows[0].isDeleted);
   EXPECT_TRUE(table.isLive(1));
   table.setDeleted(0, false);
   EXPECT_TRUE(table.isLive(0));
-  EXPECT_FALSE(table.rows[0].isDeleted);
   table.setDeleted(1, true);
   table.removeLastRow();
   EXPECT_EQ(table.rows.size(), 1U);
   add(table, {"3", "c"});
   EXPECT_TRUE(table.isLive(1));
-  EXPECT_FALSE(table.rows[1].isDeleted);
 }
 
 TEST(Table, buildsItsKeyMapInKeyOrder) {
