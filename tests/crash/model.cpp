@@ -273,7 +273,7 @@ Effect Model::run(const Command& command) {
       sandbox_.reset();
       return {true, 0, 0};
     case Kind::listen:
-      listeners.insert(command.column);
+      listeners.emplace(command.column, command.conditions);
       return {true, 0, 0};
     default:
       break;

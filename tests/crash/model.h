@@ -98,7 +98,7 @@ class Model {
   std::size_t logSize() const { return log_.size(); }
 
   std::int64_t pendingChanges = 0;
-  std::set<std::string> listeners;
+  std::map<std::string, int> listeners;  // by target, with the number of conditions
 
  private:
   State live_;
