@@ -78,6 +78,8 @@ class Log {
   // Appends one command with its clock marker. When the log cannot be written the line is lost,
   // what had been written of it is taken back, and the answer is false.
   bool append(const std::string& command, std::int64_t second);
+  // Makes what was appended durable.
+  bool sync() { return file_.sync(); }
 
   // Tells whether a checkpoint has a new log ready that still has to be put in the old one's place:
   // commands logged meanwhile belong there.

@@ -148,6 +148,11 @@ std::string CrashTest::difference(EngineProcess& engine, const State& state, std
                                        : (answer->succeeded() ? plan.name + " is there\n" : "");
     if (!wrong.empty()) return wrong;
   }
+  return differenceOfRefusals(engine, state, second);
+}
+
+std::string CrashTest::differenceOfRefusals(EngineProcess& engine, const State& state,
+                                            std::int64_t second) {
   for (const Command& command : refusedCommands(state)) {
     const auto answer = engine.execute(command.text(), second);
     if (!answer || answer->succeeded()) return "not refused: " + command.text() + "\n";

@@ -75,14 +75,13 @@ Value phases(int count) {
   return value;
 }
 
-std::vector<Command> preparation() {
-  std::vector<Command> commands = {
+std::vector<Command> smallPreparation() {
+  return {
       schemaCommand(Kind::createTable, "people"),
       schemaCommand(Kind::createTable, "orders"),
       schemaCommand(Kind::createTable, "codes"),
       schemaCommand(Kind::createTable, "uses"),
       schemaCommand(Kind::createTable, "scratch"),
-      schemaCommand(Kind::createTable, "many"),
       schemaCommand(Kind::createTable, "slow"),
       insertInto("people", {{"name", plain("Ann")}, {"weight", plain("60.5")}}),
       insertInto("people", {{"name", plain("Bob")}}),
@@ -96,10 +95,10 @@ std::vector<Command> preparation() {
       insertInto("slow", {{"n", plain("1")}, {"phase", phases(70)}}),
       listenTo("first", 0),
   };
-  addManyRows(commands);
-  commands.push_back(commandOf(manyLink("owner"), 0));
-  const std::vector<Command> logged = {
-      checkpointCommand(),
+}
+
+std::vector<Command> loggedPreparation() {
+  return {
       insertInto("uses", {{"code", plain("b")}, {"lamp", timed("true", "false", true)}}),
       insertInto("codes", {{"code", plain("b")}}),
       updateOf("orders", {"item", timed("cap", "hat", false)}, {"person", "1"}),
@@ -107,6 +106,15 @@ std::vector<Command> preparation() {
       insertInto("people", {{"name", plain("Cid")}}),
       insertInto("slow", {{"n", plain("2")}, {"phase", phases(3)}}),
   };
+}
+
+std::vector<Command> preparation() {
+  std::vector<Command> commands = smallPreparation();
+  commands.push_back(schemaCommand(Kind::createTable, "many"));
+  addManyRows(commands);
+  commands.push_back(commandOf(manyLink("owner"), 0));
+  commands.push_back(checkpointCommand());
+  const std::vector<Command> logged = loggedPreparation();
   commands.insert(commands.end(), logged.begin(), logged.end());
   return commands;
 }

@@ -30,6 +30,9 @@ Value phases(int count);
 
 // Every kind of file, with old rows and slots, and a log whose order a link would not allow.
 std::vector<Command> preparation();
+// The same with small tables only, before the checkpoint and behind it.
+std::vector<Command> smallPreparation();
+std::vector<Command> loggedPreparation();
 // What the log does not know: only a checkpoint makes it durable.
 std::vector<Command> rolledBackChanges();
 // What an engine is told afterwards.

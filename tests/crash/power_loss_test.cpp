@@ -1,0 +1,34 @@
+// The power fails at any step of what an engine does: of what was done to the directory since it
+// was last synced, and of what was written to files since they were, any part may be lost. A start
+// over what is left finds the last checkpoint that was answered and the first of the commands that
+// were logged behind it, however many.
+
+#include <gtest/gtest.h>
+
+#include "power_loss_fixture.h"
+#include "random_commands.h"
+
+namespace velmora::crash {
+namespace {
+
+Value plain(const std::string& text) { return Value::plain(text); }
+
+TEST_F(PowerLossTest, leavesTheLastCheckpointAndTheFirstCommandsBehindIt) {
+  Scene scene = newScene();
+  startTrying(scene);
+  runTrying(scene, smallPreparation());
+  runTrying(scene, checkpointCommand());
+  runTrying(scene, loggedPreparation());
+  runTrying(scene,
+            {commandOf(codesLink(), 0), listenTo("second", 100),
+             schemaCommand(Kind::createTable, "broad"), schemaCommand(Kind::createTable, "spare"),
+             insertInto("broad", {{"c0", plain("1")}, {"c99", plain("2")}}),
+             insertInto("slow", {{"phase", phases(70)}})});
+  runTrying(scene, rolledBackChanges());
+  runTrying(scene, checkpointCommand());
+  runTrying(scene, laterCommands());
+  stopTrying(scene);
+}
+
+}  // namespace
+}  // namespace velmora::crash
