@@ -372,4 +372,20 @@ std::vector<std::string> Storage::filesOfTable(const std::string& tableName) {
   return names;
 }
 
+void Storage::removeTable(const std::vector<std::string>& files, const Directory& directory) {
+  const auto isTableFile = [](const std::string& name) {
+    for (const std::string_view suffix : {std::string_view(), checkpointSuffix, unfinishedSuffix}) {
+      if (name.ends_with(std::string(tableExtension).append(suffix))) return true;
+    }
+    return false;
+  };
+  for (const std::string& name : files) {
+    if (isTableFile(name)) removeFile(directory, name);
+  }
+  syncDirectory(directory);
+  for (const std::string& name : files) {
+    if (!isTableFile(name)) removeFile(directory, name);
+  }
+}
+
 }  // namespace velmora

@@ -30,5 +30,35 @@ TEST_F(PowerLossTest, leavesTheLastCheckpointAndTheFirstCommandsBehindIt) {
   stopTrying(scene);
 }
 
+TEST_F(PowerLossTest, leavesADroppedTableWholeOrNotAtAll) {
+  Scene scene = newScene();
+  startTrying(scene);
+  const auto fill = [&](const std::string& text) {
+    std::vector<Command> commands;
+    for (int i = 0; i < 3; ++i) {
+      const std::string number = std::to_string(i);
+      commands.push_back(insertInto("spare", {{"n", plain(number)}, {"wide", plain(text)}}));
+      commands.push_back(
+          insertInto("scratch", {{"n", plain(number)}, {"mark", timed(text, "y", true)}}));
+    }
+    commands.push_back(eraseFrom("spare", {"n", "1"}));
+    commands.push_back(eraseFrom("scratch", {"n", "1"}));
+    return commands;
+  };
+  const std::vector<Command> creation = {schemaCommand(Kind::createTable, "spare"),
+                                         schemaCommand(Kind::createTable, "scratch")};
+  const std::vector<Command> drop = {schemaCommand(Kind::dropTable, "scratch"),
+                                     schemaCommand(Kind::dropTable, "spare")};
+  run(scene, creation);
+  run(scene, fill("old"));
+  runTrying(scene, checkpointCommand());
+  runTrying(scene, drop);
+  runTrying(scene, creation);
+  runTrying(scene, fill("new"));
+  runTrying(scene, checkpointCommand());
+  runTrying(scene, drop);
+  runTrying(scene, checkpointCommand());
+}
+
 }  // namespace
 }  // namespace velmora::crash
