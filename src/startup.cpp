@@ -264,7 +264,7 @@ void Database::load(std::int64_t now) {
   std::vector<std::string> unfinished;
   for (const std::string& name : changes.relations) unfinished.push_back(unfinishedName(name));
   Storage::sweepLeftOvers(unfinished, directory);
-  for (const std::string& name : changes.removals) removeFile(directory, name);
+  if (!changes.removals.empty()) Storage::removeTable(changes.removals, directory);
   // Nor is a link's file to outlive its command in a power failure.
   if (hasLog && !changes.relations.empty() && !logFile.sync()) {
     throw WriteFailure(std::string("cannot sync ") + logFileName);

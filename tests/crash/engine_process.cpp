@@ -74,6 +74,8 @@ bool isCounted(FileOperation operation) {
     case Fault::Kind::shortWrite:
     case Fault::Kind::diskFullFromThen:
       return operation == FileOperation::write;
+    case Fault::Kind::syncErrorFromThen:
+      return operation == FileOperation::sync;
     default:
       return true;
   }
@@ -99,6 +101,8 @@ int wishFor(const FileEvent& event) {
       return isItsTurn ? shortWrite : 0;
     case Fault::Kind::diskFullFromThen:
       return operationCount >= activeFault.operation ? shortWrite : 0;
+    case Fault::Kind::syncErrorFromThen:
+      return operationCount >= activeFault.operation ? EIO : 0;
   }
   return 0;
 }

@@ -37,6 +37,7 @@ struct Fault {
     ioErrorOfChange,   // counts what may change something
     shortWrite,        // counts writes
     diskFullFromThen,  // counts writes
+    syncErrorFromThen,  // counts syncs
   };
   Kind kind = Kind::none;
   int operation = 0;  // counted from 1

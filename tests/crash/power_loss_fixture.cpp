@@ -1,6 +1,7 @@
 // See power_loss_fixture.h.
 #include "power_loss_fixture.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -141,7 +142,7 @@ std::vector<Model> PowerLossTest::withAndWithout(const std::vector<Model>& model
   return all;
 }
 
-std::vector<DiskStep> PowerLossTest::run(Scene& scene, Command command) {
+std::vector<DiskStep> PowerLossTest::perform(Scene& scene, Command command) {
   command.second = ++second_;
   const auto answer = scene.engine->execute(command.text(), second_);
   for (Model& model : scene.models) {
@@ -152,7 +153,24 @@ std::vector<DiskStep> PowerLossTest::run(Scene& scene, Command command) {
 }
 
 void PowerLossTest::run(Scene& scene, const std::vector<Command>& commands) {
-  for (const Command& command : commands) apply(scene, run(scene, command));
+  for (const Command& command : commands) {
+    apply(scene, perform(scene, command));
+    settle(scene, command);
+  }
+}
+
+// A checkpoint that was answered is all that there is.
+void PowerLossTest::settle(Scene& scene, const Command& command) {
+  if (command.kind != Kind::checkpoint) return;
+  for (const auto& [name, bytes] : scene.disk.current()) scene.durableSizes[name] = bytes.size();
+  scene.models.resize(1);
+}
+
+SimulatedDisk PowerLossTest::failed(const SimulatedDisk& disk) {
+  const std::set<Files> states = disk.afterPowerFailure(most_, random_);
+  std::vector<Files> one;
+  std::sample(states.begin(), states.end(), std::back_inserter(one), 1, random_);
+  return SimulatedDisk(one.at(0));
 }
 
 void PowerLossTest::startTrying(Scene& scene) {
@@ -166,11 +184,10 @@ void PowerLossTest::runTrying(Scene& scene, Command command) {
   SCOPED_TRACE(command.text().substr(0, 200));
   command.second = second_ + 1;
   const std::vector<Model> possible = withAndWithout(scene.models, command);
-  const std::vector<DiskStep> steps = run(scene, command);
+  const std::vector<DiskStep> steps = perform(scene, command);
   tryEach(scene, steps, expectationOf(possible));
   if (command.kind != Kind::checkpoint) return;
-  for (const auto& [name, bytes] : scene.disk.current()) scene.durableSizes[name] = bytes.size();
-  scene.models.resize(1);
+  settle(scene, command);
   tried_.clear();
   tryNow(scene, expectationOf(scene.models));
 }
@@ -196,7 +213,8 @@ void PowerLossTest::tryEach(Scene& scene, const std::vector<DiskStep>& steps,
   for (const DiskStep& step : steps) {
     ++number;
     const bool hasChanged = scene.disk.apply(step);
-    if (!hasChanged || HasFailure()) continue;
+    const bool isTried = stride_ == 1 || random_() % stride_ == 0;
+    if (!hasChanged || !isTried || HasFailure()) continue;
     SCOPED_TRACE("power failure behind step " + std::to_string(number) + " of " +
                  std::to_string(steps.size()) + ", of " + step.name);
     tryNow(scene, expectation);

@@ -50,10 +50,11 @@ class PowerLossTest : public CrashTest {
   void runTrying(Scene& scene, Command command);
   void runTrying(Scene& scene, const std::vector<Command>& commands);
   void stopTrying(Scene& scene);
-  // The same without power failures. The steps are for the disk to take.
-  std::vector<DiskStep> run(Scene& scene, Command command);
+  // The same without power failures.
   void run(Scene& scene, const std::vector<Command>& commands);
   static void apply(Scene& scene, const std::vector<DiskStep>& steps);
+  // A disk as some power failure may leave it.
+  SimulatedDisk failed(const SimulatedDisk& disk);
 
   Expectation expectationOf(const std::vector<Model>& models) const;
   // The power fails at each of the steps.
@@ -63,9 +64,13 @@ class PowerLossTest : public CrashTest {
                                            const Command& command);
 
   std::int64_t second_ = firstSecond;
-  std::size_t most_;  // states for each step
+  std::size_t most_;        // states for each step that is tried
+  std::size_t stride_ = 1;  // steps of which one is tried
 
  private:
+  // What the engine does, for the disk to take.
+  std::vector<DiskStep> perform(Scene& scene, Command command);
+  static void settle(Scene& scene, const Command& command);
   void tryNow(const Scene& scene, const Expectation& expectation);
   void tryState(const Files& files, const Scene& scene, const Expectation& expectation);
   std::string differenceAfterStart(EngineProcess& engine, const std::filesystem::path& directory,

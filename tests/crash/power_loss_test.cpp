@@ -60,5 +60,98 @@ TEST_F(PowerLossTest, leavesADroppedTableWholeOrNotAtAll) {
   runTrying(scene, checkpointCommand());
 }
 
+class CheckpointPowerLossTest : public PowerLossTest {
+ protected:
+  // An engine with a log behind a checkpoint, and the steps of another checkpoint.
+  void prepare() {
+    scene_ = newScene();
+    startTrying(scene_);
+    run(scene_, smallPreparation());
+    run(scene_, {checkpointCommand()});
+    run(scene_, loggedPreparation());
+    run(scene_, {commandOf(codesLink(), 0), listenTo("second", 1)});
+    run(scene_, rolledBackChanges());
+    Scene checkpointed = sceneAgain();
+    ASSERT_TRUE(checkpointed.engine->execute("CHECKPOINT", second_)->succeeded());
+    steps_ = checkpointed.engine->steps();
+    while (steps_[marker_].name != "velmora.ckpt") ++marker_;
+  }
+
+  // A started engine over the same files, as a kill leaves them.
+  Scene sceneAgain() {
+    Scene scene = sceneOver(scene_.disk, scene_);
+    EXPECT_EQ(scene.engine->start(second_)->kind, Answer::Kind::answer);
+    apply(scene, scene.engine->steps());
+    for (Model& model : scene.models) model.restart(second_);
+    return scene;
+  }
+
+  // Unless there is more time than usual, most of what is far from the marker is left out.
+  bool isTried(std::size_t step) const {
+    constexpr std::size_t usualStep = 6;
+    constexpr std::size_t near = 6;
+    const bool isMaking = step + 2 >= marker_ && step < marker_ + near;
+    return isThorough() || isMaking || step + near >= steps_.size() || step % usualStep == 0;
+  }
+
+  // The power fails during a checkpoint with a fault, and during what the engine is told then.
+  void fail(const Fault& fault) {
+    Scene scene = sceneAgain();
+    scene.engine->setFault(fault);
+    const std::vector<Model> possible = withAndWithout(scene.models, checkpointCommand());
+    const auto answer = scene.engine->execute("CHECKPOINT", second_);
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_GE(scene.engine->operations(), fault.operation);
+    scene.engine->setFault({});
+    tryEach(scene, scene.engine->steps(), expectationOf(possible));
+    scene.models = possible;
+    if (HasFailure()) return;
+    Scene restarted = sceneOver(scene.disk, scene);
+    startTrying(restarted);
+    if (!HasFailure()) discard(restarted.directory);
+    runTrying(scene, laterCommands());
+    runTrying(scene, checkpointCommand());
+    if (!HasFailure()) discard(scene.directory);
+  }
+
+  Scene scene_;
+  std::vector<DiskStep> steps_;
+  std::size_t marker_ = 0;  // the step that begins to make the marker
+};
+
+TEST_F(CheckpointPowerLossTest, inAStartOverAnInterruptedOneLeavesItWholeOrNot) {
+  prepare();
+  const Scene before = sceneAgain();
+  SimulatedDisk disk = before.disk;
+  most_ = isThorough() ? 32 : 4;
+  for (std::size_t step = 0; step < steps_.size() && !HasFailure(); ++step) {
+    if (!disk.apply(steps_[step]) || !isTried(step)) continue;
+    SCOPED_TRACE("interrupted behind step " + std::to_string(step));
+    for (const bool isKill : {true, false}) {
+      Scene interrupted = sceneOver(isKill ? disk : failed(disk), before);
+      interrupted.models = withAndWithout(before.models, checkpointCommand());
+      startTrying(interrupted);
+      if (!HasFailure()) discard(interrupted.directory);
+    }
+  }
+}
+
+TEST_F(CheckpointPowerLossTest, behindOneThatFailedLeavesItWholeOrNot) {
+  prepare();
+  most_ = isThorough() ? 8 : 3;
+  stride_ = isThorough() ? 2 : 6;
+  for (const auto kind : {Fault::Kind::ioErrorOfChange, Fault::Kind::syncErrorFromThen}) {
+    int syncs = 0;
+    for (std::size_t step = 0; step < steps_.size() && !HasFailure(); ++step) {
+      const bool isSync = steps_[step].operation == FileOperation::sync;
+      if (isSync) ++syncs;
+      if (!isTried(step) || (kind == Fault::Kind::syncErrorFromThen && !isSync)) continue;
+      const bool countsAll = kind == Fault::Kind::ioErrorOfChange;
+      SCOPED_TRACE((countsAll ? "failed at step " : "no sync from step ") + std::to_string(step));
+      fail({kind, countsAll ? static_cast<int>(step) + 1 : syncs});
+    }
+  }
+}
+
 }  // namespace
 }  // namespace velmora::crash

@@ -92,7 +92,8 @@ std::map<SimulatedDisk::FileNumber, std::vector<std::string>> SimulatedDisk::var
     if (bytes == synced) continue;
     std::vector<std::string>& variants = all[file];
     variants = {bytes, synced};
-    const std::size_t old = bytes.starts_with(synced) ? synced.size() : 0;
+    const auto differing = std::mismatch(bytes.begin(), bytes.end(), synced.begin(), synced.end());
+    const auto old = static_cast<std::size_t>(differing.first - bytes.begin());
     if (old >= bytes.size()) continue;
     std::string zeros = bytes;
     std::fill(zeros.begin() + static_cast<std::ptrdiff_t>(old), zeros.end(), '\0');
