@@ -266,7 +266,8 @@ void Database::load(std::int64_t now) {
   Storage::sweepLeftOvers(unfinished, directory);
   if (!changes.removals.empty()) Storage::removeTable(changes.removals, directory);
   // Nor is a link's file to outlive its command in a power failure.
-  if (hasLog && !changes.relations.empty() && !logFile.sync()) {
+  if (hasLog && !changes.relations.empty() &&
+      !File(directory, logFileName, File::Mode::read).sync()) {
     throw WriteFailure(std::string("cannot sync ") + logFileName);
   }
   for (const std::string& name : changes.relations) putInPlace(directory, name);
