@@ -74,7 +74,10 @@ class CheckpointPowerLossTest : public PowerLossTest {
     Scene checkpointed = sceneAgain();
     ASSERT_TRUE(checkpointed.engine->execute("CHECKPOINT", second_)->succeeded());
     steps_ = checkpointed.engine->steps();
-    while (steps_[marker_].name != "velmora.ckpt") ++marker_;
+    const auto isMarker = [](const DiskStep& step) {
+      return step.operation == FileOperation::open && step.name == "velmora.ckpt" && step.isThere;
+    };
+    while (!isMarker(steps_.at(marker_))) ++marker_;
   }
 
   // A started engine over the same files, as a kill leaves them.
@@ -118,6 +121,32 @@ class CheckpointPowerLossTest : public PowerLossTest {
   std::vector<DiskStep> steps_;
   std::size_t marker_ = 0;  // the step that begins to make the marker
 };
+
+// A start puts in place what commands have left undone.
+TEST_F(CheckpointPowerLossTest, inAStartBehindAKillLeavesTheFirstCommands) {
+  prepare();
+  // What a link would have refused is logged before it.
+  run(scene_, {insertInto("scratch", {{"n", plain("77")}}), eraseFrom("scratch", {"n", "77"})});
+  for (Command command :
+       {commandOf({"scratch", "n", "people", "id"}, second_),
+        schemaCommand(Kind::createTable, "spare"), schemaCommand(Kind::dropTable, "uses"),
+        insertInto("slow", {{"phase", phases(70)}}), listenTo("third", 100)}) {
+    SCOPED_TRACE(command.text().substr(0, 200));
+    command.second = second_;
+    Scene scene = sceneAgain();
+    SimulatedDisk disk = scene.disk;
+    scene.models = withAndWithout(scene.models, command);
+    ASSERT_EQ(scene.models.back().logSize() - scene.models.front().logSize(),
+              command.isLogged() ? 1U : 0U);
+    ASSERT_TRUE(scene.engine->execute(command.text(), second_)->succeeded());
+    for (const DiskStep& step : scene.engine->steps()) {
+      if (!disk.apply(step)) continue;
+      Scene killed = sceneOver(disk, scene);
+      startTrying(killed);
+      if (!HasFailure()) discard(killed.directory);
+    }
+  }
+}
 
 TEST_F(CheckpointPowerLossTest, inAStartOverAnInterruptedOneLeavesItWholeOrNot) {
   prepare();
