@@ -260,7 +260,12 @@ void Database::load(std::int64_t now) {
   std::vector<std::string> unfinished;
   for (const std::string& name : changes.relations) unfinished.push_back(unfinishedName(name));
   Storage::sweepLeftOvers(unfinished, directory);
-  for (const std::string& name : changes.removals) removeFile(directory, name);
+  if (!changes.removals.empty()) Storage::removeTable(changes.removals, directory);
+  // Nor is a link's file to outlive its command in a power failure.
+  if (hasLog && !changes.relations.empty() &&
+      !File(directory, logFileName, File::Mode::read).sync()) {
+    throw WriteFailure(std::string("cannot sync ") + logFileName);
+  }
   for (const std::string& name : changes.relations) putInPlace(directory, name);
   for (const std::string& name : changes.tables) saveTableIfMissing(name);
   if (storedListeners && storedListeners->hasTornTail()) {

@@ -86,7 +86,7 @@ void Database::dropTable(const std::string& name) {
   if (deferred_) {
     deferred_->removals.insert(deferred_->removals.end(), files.begin(), files.end());
   } else {
-    for (const std::string& file : files) removeFile(directory, file);
+    Storage::removeTable(files, directory);
   }
 }
 

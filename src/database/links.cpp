@@ -160,6 +160,8 @@ void Database::saveRelation(const std::string& childTable, const std::string& ch
     if (deferred_) {
       deferred_->relations.push_back(fileName);
     } else {
+      // After a power failure, too, the file must not be there without its command.
+      if (!log.sync()) throw WriteFailure("cannot sync the log");
       putInPlace(directory, fileName);
     }
   } catch (const WriteFailure&) {

@@ -37,6 +37,8 @@ bool AppendFile::append(std::string_view bytes) {
   return false;
 }
 
+bool AppendFile::sync() { return isCurrent_ && file_->sync(); }
+
 std::optional<std::int64_t> AppendFile::end() {
   if (!open()) return std::nullopt;
   if (tear_ && tear_->inode == identity_->inode) return tear_->size;

@@ -25,6 +25,8 @@ class AppendFile {
   void check();
   // Appends the bytes, to a new file when there is none; false when they could not be written.
   bool append(std::string_view bytes);
+  // Makes what was appended durable; false when the file is not open.
+  bool sync();
   // Where the next append's bytes will begin; nothing when the file cannot be opened.
   std::optional<std::int64_t> end();
 

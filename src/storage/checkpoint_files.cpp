@@ -253,6 +253,12 @@ std::optional<std::vector<std::string>> readMarker(const Directory& directory) {
   return names;
 }
 
+void removeMarker(const Directory& directory) {
+  if (!removeFile(directory, markerFileName)) {
+    throw WriteFailure(std::string("cannot remove ") + markerFileName);
+  }
+}
+
 // Takes a checkpoint back that came as far as its marker at the most.
 void abandon(const std::vector<std::string>& names, bool isMarked, const Directory& directory,
              Log& log) {
@@ -296,7 +302,8 @@ void Storage::saveCheckpoint(const Tables& tables, std::int64_t now, const Direc
   std::vector<std::string> names;
   bool isMarked = false;
   try {
-    // The removal of an earlier marker is durable before a file is called as one that it named.
+    // An earlier marker is durably gone before a file is called as one that it named.
+    removeMarker(directory);
     requireSync(directory);
     for (const auto& [name, table] : tables) {
       if (isStorableName(name)) writeTable(table, directory, names);
@@ -346,9 +353,7 @@ void Storage::finishCheckpoint(const Directory& directory, Log& log) {
     }
     log.expectNew(false);
     requireSync(directory);
-    if (!removeFile(directory, markerFileName)) {
-      throw WriteFailure(std::string("cannot remove ") + markerFileName);
-    }
+    removeMarker(directory);
     requireSync(directory);
   } catch (const WriteFailure& failure) {
     throwFailed(failure.what());
@@ -362,7 +367,11 @@ void Storage::checkLeftOvers(const Directory& directory) {
 }
 
 void Storage::sweepLeftOvers(const std::vector<std::string>& kept, const Directory& directory) {
-  removeFile(directory, markerFileName);
+  if (identityOf(directory, markerFileName)) {
+    // One that was emptied and could not be synced must not come back for half of its files.
+    removeMarker(directory);
+    requireSync(directory);
+  }
   for (const DirectoryEntry& entry : leftOvers(directory)) {
     const bool isKept = std::find(kept.begin(), kept.end(), entry.name) != kept.end();
     if (!isKept) removeFile(directory, entry.name);
@@ -382,6 +391,22 @@ std::vector<std::string> Storage::filesOfTable(const std::string& tableName) {
     names.push_back(unfinishedName(name));
   }
   return names;
+}
+
+void Storage::removeTable(const std::vector<std::string>& files, const Directory& directory) {
+  const auto isTableFile = [](const std::string& name) {
+    for (const std::string_view suffix : {std::string_view(), checkpointSuffix, unfinishedSuffix}) {
+      if (name.ends_with(std::string(tableExtension).append(suffix))) return true;
+    }
+    return false;
+  };
+  for (const std::string& name : files) {
+    if (isTableFile(name)) removeFile(directory, name);
+  }
+  syncDirectory(directory);
+  for (const std::string& name : files) {
+    if (!isTableFile(name)) removeFile(directory, name);
+  }
 }
 
 }  // namespace velmora

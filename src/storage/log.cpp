@@ -94,9 +94,15 @@ bool Log::append(const std::string& command, std::int64_t second) {
     secondOfEnd_ = second;
   }
   line_ = command;
-  if (wouldBeCut(line_)) joinLines(line_);
+  if (wouldBeCut(line_) || isFirstOverLines(line_)) joinLines(line_);
   line_ += recordEnd_;
-  return file_.append(line_);
+  const bool isWritten = file_.append(line_);
+  hasSeconds_ = hasSeconds_ || isWritten;
+  return isWritten;
+}
+
+bool Log::isFirstOverLines(std::string_view command) {
+  return command.find('\n') != std::string_view::npos && (!hasSeconds_ || file_.end() == 0);
 }
 
 void Log::expectNew(bool isExpected) {
@@ -106,6 +112,7 @@ void Log::expectNew(bool isExpected) {
 }
 
 void Log::repair(const LogReader& reader) {
+  hasSeconds_ = reader.hasSeconds();
   if (reader.hasTornTail()) {
     file_.cutTo(reader.completeSize());
   } else if (reader.lacksLineFeed()) {

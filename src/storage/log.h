@@ -10,7 +10,8 @@
 // so that logs written by hand, one command a line and without markers, work too, and nothing
 // inside a literal is ever taken for a command. A command with a line that would be read as another
 // record ("DELETE FROM t\nINSERT INTO t a = 1" is one command, whose further words are ignored)
-// is logged with blanks in the place of the line feeds between its words.
+// is logged with blanks in the place of the line feeds between its words. So is one over lines that
+// is the first to bear its second: cut behind a line feed it would be one of a log without seconds.
 //
 // A crash may have cut the last record off. It has not been acknowledged, and half a command may be
 // another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run.
@@ -39,6 +40,8 @@ class LogReader {
   // that lacks its line feed.
   std::int64_t completeSize() const noexcept { return completeSize_; }
   bool lacksLineFeed() const noexcept { return lacksLineFeed_; }
+  // Whether some record bears its second.
+  bool hasSeconds() const noexcept { return hasSeconds_; }
   // Whether there is something behind the last complete record.
   bool hasTornTail() const noexcept { return completeSize_ < fileSize_; }
 
@@ -59,7 +62,7 @@ class LogReader {
   std::size_t recordStart_ = 0;   // of the record to come, in the buffer
   std::size_t lineStart_ = 0;     // of the line to come, in the buffer
   char quote_ = '\0';             // the quote that is open there
-  bool hasSeconds_ = false;       // some record bears its second
+  bool hasSeconds_ = false;
   std::int64_t completeSize_ = 0;
   bool lacksLineFeed_ = false;
 };
@@ -75,6 +78,8 @@ class Log {
   // Appends one command with its clock marker. When the log cannot be written the line is lost,
   // what had been written of it is taken back, and the answer is false.
   bool append(const std::string& command, std::int64_t second);
+  // Makes what was appended durable.
+  bool sync() { return file_.sync(); }
 
   // Tells whether a checkpoint has a new log ready that still has to be put in the old one's place:
   // commands logged meanwhile belong there.
@@ -84,9 +89,12 @@ class Log {
   void repair(const LogReader& reader);
 
  private:
+  bool isFirstOverLines(std::string_view command);
+
   Directory directory_;
   AppendFile file_;
   bool isNewExpected_ = false;
+  bool hasSeconds_ = false;  // some record of the log bears its second, unless the log is empty
   // Both keep their memory from one command to the next, and many commands run in one second.
   std::string line_;
   std::string recordEnd_;

@@ -88,6 +88,9 @@ class Storage {
   // The files that a table can have, those of a checkpoint under way included; none for a name that
   // no file can have.
   static std::vector<std::string> filesOfTable(const std::string& tableName);
+  // Removes those files and others of the table, as far as they can be: the table file first and
+  // durably, since it would be half a table without the others.
+  static void removeTable(const std::vector<std::string>& files, const Directory& directory);
 
   // Writes the relation file of the link from the column of the linking table to the key of the
   // referenced one, beside its place: putInPlace puts it there. Throws WriteFailure.

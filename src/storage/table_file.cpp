@@ -181,9 +181,13 @@ void Storage::saveTable(const Table& table, const Directory& directory) {
   const std::string fileName = fileNameOf(table.tableName, tableExtension);
   if (hasTable(table.tableName, directory)) throw std::runtime_error("Column size error");
   try {
-    // What an earlier table of this name may have left would be taken for rows of this one.
+    // What an earlier table of this name may have left would be taken for rows of this one, also
+    // when a power failure brings it back.
     const std::string rows = fileNameOf(table.tableName, wholeRowExtension);
     if (!removeFile(directory, rows)) throw WriteFailure("cannot remove " + printable(rows));
+    if (rowsAreShifted(table.columns) && !syncDirectory(directory)) {
+      throw WriteFailure("cannot sync the directory");
+    }
     const File marks(directory, fileNameOf(table.tableName, deletionExtension), File::Mode::create);
     // The header comes whole or not at all: half a header would bar every later start.
     writeBeside(directory, fileName, tableFileHeader(table));

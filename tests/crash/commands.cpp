@@ -25,7 +25,8 @@ std::string literal(const std::string& type, const Value& value) {
 std::string filter(const Command& command) {
   if (!command.where) return "";
   const ColumnPlan& column = columnOf(command.table, command.where->column);
-  return " WHERE " + column.name + " = " + literal(column.type, command.where->value);
+  return command.beforeWhere + "WHERE " + column.name + " = " +
+         literal(column.type, command.where->value);
 }
 
 std::string definitions(const TablePlan& plan) {
@@ -36,6 +37,20 @@ std::string definitions(const TablePlan& plan) {
     if (column.maxStates > 0) text += " " + std::to_string(column.maxStates);
   }
   return text;
+}
+
+// The conditions of a listener, which hold for every row.
+std::string conditions(int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i) text += (i == 0 ? " WHERE" : " &&") + std::string(" id > 0");
+  return text;
+}
+
+std::vector<ColumnPlan> broadColumns() {
+  constexpr int count = 100;
+  std::vector<ColumnPlan> columns;
+  for (int i = 0; i < count; ++i) columns.push_back({"c" + std::to_string(i), "int"});
+  return columns;
 }
 
 std::string assignments(const Command& command) {
@@ -94,7 +109,7 @@ std::string Command::text() const {
     case Kind::link:
       return "LINK " + table + "." + column + " --> " + parent + "." + parentColumn;
     case Kind::listen:
-      return "LISTEN " + table + ".INSERT --> '" + column + "'";
+      return "LISTEN " + table + ".INSERT --> '" + column + "'" + crash::conditions(conditions);
     case Kind::begin:
       return "BEGIN";
     case Kind::commit:
@@ -108,7 +123,8 @@ std::string Command::text() const {
 }
 
 // Two pairs of linked tables, by an identity and by a text that only the link makes a key; timed
-// keys; one table whose rows overlap in its row file; and two that come and go.
+// keys; one table whose rows overlap in its row file; and two that come and go. Then those whose
+// files take several pages: by their rows, by their states, and by their columns.
 const std::vector<TablePlan>& tablePlans() {
   static const std::vector<TablePlan> plans = {
       {"people", {{"id", "ApexInt"}, {"name", "string"}, {"weight", "float"}}},
@@ -117,6 +133,9 @@ const std::vector<TablePlan>& tablePlans() {
       {"uses", {{"code", "string", 2}, {"note", "string", 0, 12}, {"lamp", "bool", 2}}},
       {"scratch", {{"n", "int"}, {"mark", "string", 3}}},
       {"spare", {{"n", "int", 2}, {"wide", "string", 0, 200}}},
+      {"many", {{"owner", "int"}, {"buyer", "int"}}},
+      {"slow", {{"n", "int"}, {"phase", "string", 70}}},
+      {"broad", broadColumns()},
   };
   return plans;
 }

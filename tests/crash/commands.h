@@ -57,6 +57,8 @@ struct Command {
   std::string table;
   std::vector<std::pair<std::string, Value>> values;  // of insert, and the one of update
   std::optional<Comparison> where;                    // equality; none means every row
+  std::string beforeWhere = " ";                      // what stands in front of WHERE
+  int conditions = 0;                                 // of listen
   std::string column;                                 // of link; the target of listen
   std::string parent;
   std::string parentColumn;
@@ -66,7 +68,8 @@ struct Command {
   std::string text() const;
 };
 
-// The tables of the tests: name, columns as CREATE TABLE writes them.
+// The tables of the tests: name, columns as CREATE TABLE writes them. The first ones are small.
+inline constexpr std::size_t smallTables = 6;
 struct ColumnPlan {
   std::string name;
   std::string type;

@@ -52,6 +52,12 @@ class CrashTest : public testing::Test {
                                  std::int64_t second);
   // Whether the running engine's tables, keys and links are the state's; else what differs.
   static std::string difference(EngineProcess& engine, const State& state, std::int64_t second);
+  // The same of the links and keys alone, which commands that they refuse show; and of the links'
+  // files and what a start has printed of them.
+  static std::string differenceOfRefusals(EngineProcess& engine, const State& state,
+                                          std::int64_t second);
+  static std::string differenceOfLinks(const std::filesystem::path& directory,
+                                       const std::string& output, const State& state);
   // Gives the command to engine and model; the answers must agree.
   static void runAlike(Running& running, const Command& command);
 
@@ -65,8 +71,6 @@ class CrashTest : public testing::Test {
   static std::string differenceOfFiles(const std::filesystem::path& directory,
                                        const std::string& output, const Possibility& possibility,
                                        const Possibility& most);
-  static std::string differenceOfLinks(const std::filesystem::path& directory,
-                                       const std::string& output, const State& state);
 
   std::filesystem::path root_;
   int directories_ = 0;

@@ -15,6 +15,7 @@
 #include <stdexcept>
 
 #include "clock.h"
+#include "disk_journal.h"
 #include "storage/files.h"
 #include "velmora/velmora.h"
 
@@ -61,6 +62,8 @@ std::string message(char kind, std::int64_t number, const std::string& text) {
 std::int64_t injectedSecond = 0;
 Fault activeFault;
 int operationCount = 0;
+bool isRecording = false;
+DiskJournal journal;
 constexpr const char* outputName = "../output";
 
 bool isCounted(FileOperation operation) {
@@ -71,12 +74,15 @@ bool isCounted(FileOperation operation) {
     case Fault::Kind::shortWrite:
     case Fault::Kind::diskFullFromThen:
       return operation == FileOperation::write;
+    case Fault::Kind::syncErrorFromThen:
+      return operation == FileOperation::sync;
     default:
       return true;
   }
 }
 
-int beforeFileOperation(const FileEvent& event) {
+// What the fault has the operation come to.
+int wishFor(const FileEvent& event) {
   if (!isCounted(event.operation)) return 0;
   ++operationCount;
   const bool isItsTurn = operationCount == activeFault.operation;
@@ -95,8 +101,18 @@ int beforeFileOperation(const FileEvent& event) {
       return isItsTurn ? shortWrite : 0;
     case Fault::Kind::diskFullFromThen:
       return operationCount >= activeFault.operation ? shortWrite : 0;
+    case Fault::Kind::syncErrorFromThen:
+      return operationCount >= activeFault.operation ? EIO : 0;
   }
   return 0;
+}
+
+int beforeFileOperation(const FileEvent& event) {
+  const int wish = wishFor(event);
+  const bool isReading =
+      event.operation == FileOperation::read || event.operation == FileOperation::list;
+  if (isRecording && !isReading) journal.add(event, wish);
+  return wish;
 }
 
 // Standard output goes to a file; what is new in it is handed over with the start's answer.
@@ -129,6 +145,9 @@ std::string perform(char kind, std::int64_t number, const std::string& text) {
       activeFault = {static_cast<Fault::Kind>(text[0]), static_cast<int>(number)};
       operationCount = 0;
       return "";
+    case 'j':
+      isRecording = true;
+      return journal.take();
     case 'n':
       return std::to_string(operationCount);
     default:
@@ -194,6 +213,11 @@ void EngineProcess::setFault(const Fault& fault) {
 int EngineProcess::operations() {
   const auto answer = request('n', 0, "");
   return answer ? std::stoi(answer->text) : -1;
+}
+
+std::vector<DiskStep> EngineProcess::steps() {
+  const auto answer = request('j', 0, "");
+  return answer ? DiskJournal::read(answer->text) : std::vector<DiskStep>();
 }
 
 std::optional<Answer> EngineProcess::request(char kind, std::int64_t number,

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "disk_journal.h"
+
 namespace velmora::crash {
 
 struct Answer {
@@ -35,6 +37,7 @@ struct Fault {
     ioErrorOfChange,   // counts what may change something
     shortWrite,        // counts writes
     diskFullFromThen,  // counts writes
+    syncErrorFromThen,  // counts syncs
   };
   Kind kind = Kind::none;
   int operation = 0;  // counted from 1
@@ -58,6 +61,8 @@ class EngineProcess {
   void setFault(const Fault& fault);
   // How many operations have been counted since the fault was set.
   int operations();
+  // What has been done to the files since the last call; the first one begins to take it down.
+  std::vector<DiskStep> steps();
 
   // Sends requests without waiting and kills the process after a while, in whatever it is doing.
   // The answers that it had given.

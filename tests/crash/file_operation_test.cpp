@@ -7,133 +7,12 @@
 #include <functional>
 
 #include "crash_fixture.h"
-#include "random_commands.h"
+#include "operations.h"
 
 namespace velmora::crash {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::int64_t firstSecond = 1'700'000'000;
-
-Command schemaCommand(Kind kind, const std::string& table) {
-  Command command;
-  command.kind = kind;
-  command.table = table;
-  return command;
-}
-
-using Assignment = std::pair<std::string, Value>;
-
-Command insertInto(const std::string& table, const std::vector<Assignment>& values) {
-  Command command = schemaCommand(Kind::insert, table);
-  command.values = values;
-  return command;
-}
-
-Command updateOf(const std::string& table, const Assignment& value, const Comparison& where) {
-  Command command = schemaCommand(Kind::update, table);
-  command.values = {value};
-  command.where = where;
-  return command;
-}
-
-Command eraseFrom(const std::string& table, const Comparison& where) {
-  Command command = schemaCommand(Kind::erase, table);
-  command.where = where;
-  return command;
-}
-
-Command listenTo(const std::string& target) {
-  Command command = schemaCommand(Kind::listen, "people");
-  command.column = target;
-  return command;
-}
-
-Value plain(const std::string& text) { return Value::plain(text); }
-
-Value timed(const std::string& first, const std::string& second, bool repeats) {
-  return {{{first, 20}, {second, 20}}, repeats, 0};
-}
-
-// Every kind of file, with old rows and slots, and a log whose order a link would not allow.
-std::vector<Command> preparation() {
-  return {
-      schemaCommand(Kind::createTable, "people"),
-      schemaCommand(Kind::createTable, "orders"),
-      schemaCommand(Kind::createTable, "codes"),
-      schemaCommand(Kind::createTable, "uses"),
-      schemaCommand(Kind::createTable, "scratch"),
-      insertInto("people", {{"name", plain("Ann")}, {"weight", plain("60.5")}}),
-      insertInto("people", {{"name", plain("Bob")}}),
-      insertInto("codes", {{"code", plain("a")}, {"worth", plain("1")}}),
-      commandOf(peopleLink(), 0),
-      insertInto("orders", {{"person", timed("1", "2", false)}, {"item", plain("two\nlines")}}),
-      insertInto("orders", {{"person", plain("1")}, {"item", timed("pen", "ink", true)}}),
-      insertInto("scratch", {{"n", plain("1")}, {"mark", timed("x", "y", true)}}),
-      insertInto("scratch", {{"n", plain("2")}, {"mark", plain("z")}}),
-      insertInto("uses", {{"code", plain("a")}, {"note", plain("a text of over twelve bytes")}}),
-      listenTo("first"),
-      schemaCommand(Kind::checkpoint, ""),
-      insertInto("uses", {{"code", plain("b")}, {"lamp", timed("true", "false", true)}}),
-      insertInto("codes", {{"code", plain("b")}}),
-      updateOf("orders", {"item", timed("cap", "hat", false)}, {"person", "1"}),
-      eraseFrom("scratch", {"n", "2"}),
-      insertInto("people", {{"name", plain("Cid")}}),
-  };
-}
-
-// What the log does not know: only a checkpoint makes it durable.
-std::vector<Command> rolledBackChanges() {
-  return {
-      schemaCommand(Kind::begin, ""),
-      insertInto("codes", {{"code", plain("rolled back")}}),
-      eraseFrom("people", {"id", "3"}),
-      schemaCommand(Kind::rollback, ""),
-  };
-}
-
-std::vector<Command> laterCommands() {
-  return {
-      insertInto("codes", {{"code", plain("later")}, {"worth", plain("9")}}),
-      insertInto("orders", {{"person", plain("2")}, {"item", timed("late", "later", true)}}),
-      updateOf("people", {"weight", plain("1.5")}, {"id", "1"}),
-      eraseFrom("orders", {"item", "cap"}),
-  };
-}
-
-struct Operation {
-  const char* name;
-  std::optional<Command> command;  // none: the stop
-};
-
-std::vector<Operation> operations() {
-  return {
-      {"Checkpoint", schemaCommand(Kind::checkpoint, "")},
-      {"Stop", std::nullopt},
-      {"CreateTable", schemaCommand(Kind::createTable, "spare")},
-      {"DropTable", schemaCommand(Kind::dropTable, "scratch")},
-      {"Link", commandOf(codesLink(), 0)},
-      {"Insert", insertInto("uses", {{"code", timed("a", "b", true)}, {"lamp", plain("true")}})},
-      {"Update", updateOf("scratch", {"mark", timed("p", "q", false)}, {"n", "1"})},
-      {"Delete", eraseFrom("scratch", {"n", "1"})},
-      {"Listen", listenTo("second")},
-  };
-}
-
-// A file that DROP TABLE cannot delete is ignored by design, so failures have nothing to show
-// there.
-std::vector<Operation> operationsThatMayFail() {
-  std::vector<Operation> all = operations();
-  std::erase_if(all, [](const Operation& operation) {
-    return operation.command && operation.command->kind == Kind::dropTable;
-  });
-  return all;
-}
-
-std::ostream& operator<<(std::ostream& stream, const Operation& operation) {
-  return stream << operation.name;
-}
 
 class FileOperationTest : public CrashTest, public testing::WithParamInterface<Operation> {
  protected:
@@ -159,16 +38,18 @@ class FileOperationTest : public CrashTest, public testing::WithParamInterface<O
     return restart(copy, {{model_, false, 0}}, second_);
   }
 
-  std::vector<Possibility> possibilities(const Model& model) {
-    if (!GetParam().command) return beforeAndAfter(model, schemaCommand(Kind::checkpoint, ""));
-    Command command = *GetParam().command;
-    command.second = second_;
-    return beforeAndAfter(model, command);
+  // What may come of the operation, which is made ready to be performed.
+  std::vector<Possibility> prepareOperation(Running& running, const fs::path& directory) {
+    runAll(running, rolledBackChanges());
+    if (GetParam().needsEmptyLog) runAll(running, {checkpointCommand()});
+    command_ = GetParam().commandIn(directory);
+    command_.second = second_;
+    return beforeAndAfter(running.model, command_);
   }
 
   std::optional<Answer> perform(EngineProcess& engine) {
     if (!GetParam().command) return engine.stop();
-    return engine.execute(GetParam().command->text(), second_);
+    return engine.execute(command_.text(), second_);
   }
 
   // The engine goes on after a crash or a failure, and what it is told then lasts.
@@ -182,6 +63,7 @@ class FileOperationTest : public CrashTest, public testing::WithParamInterface<O
 
   fs::path directory_;
   Model model_;
+  Command command_;  // the operation's
   std::int64_t second_ = firstSecond;
 };
 
@@ -194,8 +76,7 @@ TEST_P(KillTest, leavesAllOrNothingOfIt) {
     const fs::path copy = copyOf(directory_);
     auto running = startOver(copy);
     ASSERT_TRUE(running.has_value());
-    runAll(*running, rolledBackChanges());
-    const std::vector<Possibility> possible = possibilities(running->model);
+    const std::vector<Possibility> possible = prepareOperation(*running, copy);
     running->engine->setFault({Fault::Kind::kill, operation});
     const bool hasSurvived = perform(*running->engine).has_value();
     running->engine->kill();
@@ -229,8 +110,7 @@ class FailureTest : public FileOperationTest {
     const fs::path copy = copyOf(directory_);
     auto running = startOver(copy);
     if (!running) return false;
-    runAll(*running, rolledBackChanges());
-    std::vector<Possibility> possible = possibilities(running->model);
+    std::vector<Possibility> possible = prepareOperation(*running, copy);
     running->engine->setFault(fault);
     const auto answer = perform(*running->engine);
     const bool isReached = running->engine->operations() >= fault.operation;
@@ -256,12 +136,14 @@ class FailureTest : public FileOperationTest {
   // What an answer allows. A failed command changes nothing, but for a table without its file that
   // stays in memory, and a checkpoint that was on disk before it failed. A success may lack what
   // goes unreported by design: the log's line, scheduled changes, a listener's record.
-  static void keepAllowed(std::vector<Possibility>& possible, const Answer& answer) {
+  void keepAllowed(std::vector<Possibility>& possible, const Answer& answer) const {
     const bool isChange = kind() == Kind::insert || kind() == Kind::update || kind() == Kind::erase;
     const bool mayBeLost = isChange || kind() == Kind::link || kind() == Kind::listen;
     if (!answer.succeeded() && mayBeLost) possible.erase(possible.begin());
     if (answer.succeeded() && !mayBeLost) possible.pop_back();
-    for (Possibility& each : possible) each.lostChanges = isChange ? 2 : 0;
+    int changes = 0;
+    for (const auto& [column, value] : command_.values) changes += value.changes();
+    for (Possibility& each : possible) each.lostChanges = isChange ? changes : 0;
   }
 
   // The possibility that the running engine shows. A link is not put to the test where it may be
@@ -288,7 +170,7 @@ class FailureTest : public FileOperationTest {
     if (model == nullptr) return;
     running.model = *model;
     std::vector<Command> commands = laterCommands();
-    if (endsWithCheckpoint) commands.push_back(schemaCommand(Kind::checkpoint, ""));
+    if (endsWithCheckpoint) commands.push_back(checkpointCommand());
     const std::int64_t start = second_;
     ASSERT_NO_FATAL_FAILURE(runAll(running, commands));
     running.engine->kill();
@@ -357,7 +239,7 @@ class StartTest : public FileOperationTest {
     for (int operation = 1; !HasFailure(); ++operation) {
       const auto interrupted = interruptedCheckpoint(operation);
       if (!interrupted) return;
-      const int usualStep = fs::exists(*interrupted / "velmora.ckpt") ? 6 : 16;
+      const int usualStep = fs::exists(*interrupted / "velmora.ckpt") ? 10 : 32;
       const int step = isThorough() ? 1 : usualStep;
       discard(*interrupted);
       if (operation % step != 0) continue;

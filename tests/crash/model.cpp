@@ -2,6 +2,7 @@
 #include "model.h"
 
 #include <algorithm>
+#include <span>
 
 namespace velmora::crash {
 namespace {
@@ -273,13 +274,13 @@ Effect Model::run(const Command& command) {
       sandbox_.reset();
       return {true, 0, 0};
     case Kind::listen:
-      listeners.insert(command.column);
+      listeners.emplace(command.column, command.conditions);
       return {true, 0, 0};
     default:
       break;
   }
   const Effect effect = live_.apply(command, false);
-  if (command.kind == Kind::dropTable) base_.tables.erase(command.table);
+  if (command.kind == Kind::dropTable) dropped_.insert(base_.tables.extract(command.table));
   if (command.isLogged() && effect.succeeded) log_.push_back(command);
   if (command.kind == Kind::link && effect.succeeded) relationFiles_.insert(linkOf(command));
   pendingChanges += effect.changes;
@@ -304,9 +305,40 @@ State Model::afterRestart(std::int64_t second) const {
   return state;
 }
 
+State Model::afterPowerFailure(std::size_t records, const std::set<std::string>& comeBack,
+                               std::int64_t second) const {
+  const std::span<const Command> logged = std::span(log_).first(records);
+  State state = base_;
+  for (const std::string& table : comeBack) state.tables[table] = dropped_.at(table);
+  for (const ModelLink& link : durableRelations_) {
+    const bool isLogged = std::any_of(logged.begin(), logged.end(), [&](const Command& command) {
+      return command.kind == Kind::link && linkOf(command) == link;
+    });
+    if (!isLogged) state.apply(commandOf(link, second), true);
+  }
+  for (const Command& command : logged) state.apply(command, true);
+  return state;
+}
+
+std::set<std::string> Model::droppedTables() const {
+  std::set<std::string> names;
+  for (const auto& [name, table] : dropped_) names.insert(name);
+  return names;
+}
+
+std::set<std::string> Model::createdTables() const {
+  std::set<std::string> names;
+  for (const Command& command : log_) {
+    if (command.kind == Kind::createTable) names.insert(command.table);
+  }
+  return names;
+}
+
 void Model::checkpoint() {
   base_ = live_.fromFiles();
   log_.clear();
+  dropped_.clear();
+  durableRelations_ = relationFiles_;
 }
 
 }  // namespace velmora::crash

@@ -86,6 +86,14 @@ class Model {
   void createUnlogged(const Command& command);
   // What a start at this second must find.
   State afterRestart(std::int64_t second) const;
+  // What a start after a power failure finds if that has left so many of the logged commands, and
+  // these of the tables that were dropped since the checkpoint. Links made since then by LINK
+  // commands that are lost may be there or not, and are left out.
+  State afterPowerFailure(std::size_t records, const std::set<std::string>& comeBack,
+                          std::int64_t second) const;
+  std::set<std::string> droppedTables() const;
+  // The tables made since the checkpoint: their files may be there without their commands.
+  std::set<std::string> createdTables() const;
   // The engine was killed (or stopped) and started again.
   void restart(std::int64_t second) {
     live_ = afterRestart(second);
@@ -98,14 +106,16 @@ class Model {
   std::size_t logSize() const { return log_.size(); }
 
   std::int64_t pendingChanges = 0;
-  std::set<std::string> listeners;
+  std::map<std::string, int> listeners;  // by target, with the number of conditions
 
  private:
   State live_;
   State base_;
   std::vector<Command> log_;
   std::set<ModelLink> relationFiles_;
-  std::optional<State> sandbox_;  // the state at BEGIN
+  std::map<std::string, ModelTable> dropped_;  // of base_
+  std::set<ModelLink> durableRelations_;       // those that the checkpoint has synced
+  std::optional<State> sandbox_;               // the state at BEGIN
 };
 
 }  // namespace velmora::crash

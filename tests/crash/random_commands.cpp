@@ -2,6 +2,7 @@
 #include "random_commands.h"
 
 #include <array>
+#include <span>
 
 namespace velmora::crash {
 
@@ -39,9 +40,13 @@ Command RandomCommands::next(const Model& model) {
   return schema(model);
 }
 
+std::size_t RandomCommands::anyPlan() {
+  return static_cast<std::size_t>(upTo(static_cast<int>(smallTables) - 1));
+}
+
 std::string RandomCommands::anyTable(const State& state) {
   const auto& plans = tablePlans();
-  const std::string& name = plans[static_cast<std::size_t>(upTo(5))].name;
+  const std::string& name = plans[anyPlan()].name;
   if (state.tables.contains(name) || isTrue(2)) return name;
   return state.tables.empty() ? name : state.tables.begin()->first;
 }
@@ -94,8 +99,8 @@ Command RandomCommands::schema(const Model& model) {
   // Links and tables are not undone by a rollback.
   if (model.inTransaction()) return insert(model);
   if (choice < 6) {
-    Command command = bare(Kind::createTable, tablePlans()[static_cast<std::size_t>(upTo(5))].name);
-    for (const TablePlan& plan : tablePlans()) {
+    Command command = bare(Kind::createTable, tablePlans()[anyPlan()].name);
+    for (const TablePlan& plan : std::span(tablePlans()).first(smallTables)) {
       if (!model.live().tables.contains(plan.name) && isTrue(70)) command.table = plan.name;
     }
     return command;

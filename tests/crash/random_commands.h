@@ -32,6 +32,7 @@ class RandomCommands {
   std::string freshOrFreedCode(const State& state);
   std::string randomText();
   std::optional<Comparison> filterFor(const State& state, const std::string& table);
+  std::size_t anyPlan();
   std::string anyTable(const State& state);
   bool isTrue(int percent) { return upTo(99) < percent; }
 

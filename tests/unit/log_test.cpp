@@ -152,6 +152,36 @@ TEST_F(LogFileTest, whatIsNoRegularFileIsRefusedAtOnce) {
   }
 }
 
+// Cut behind a line feed, the only record of a log would be read as one written by hand, and half a
+// command may be another one.
+TEST_F(LogFileTest, theFirstRecordWithASecondHasNoLineFeedsBetweenItsWords) {
+  const std::string mark = " #TIME# 1700000000\n";
+  const std::string update = "UPDATE t SET\ns = 'two\nlines'\nWHERE a = 1";
+  const std::string joined = "UPDATE t SET s = 'two\nlines' WHERE a = 1";
+  append(update);
+  append(update);
+  EXPECT_EQ(bytesOf("velmora.wal"), joined + mark + update + mark);
+
+  for (std::size_t size = 0; size < joined.size() + mark.size() - 1; ++size) {
+    write("torn.wal", (joined + mark).substr(0, size));
+    File file(directory_, "torn.wal", File::Mode::read);
+    LogReader reader(file);
+    EXPECT_FALSE(reader.next().has_value()) << size;
+  }
+
+  write("velmora.wal", "DELETE FROM t\n");
+  Log byHand(directory_);
+  File file(directory_, "velmora.wal", File::Mode::read);
+  LogReader reader(file);
+  while (reader.next()) {
+  }
+  byHand.repair(reader);
+  byHand.check();
+  byHand.append(update, 1700000000);
+  byHand.append(update, 1700000000);
+  EXPECT_EQ(bytesOf("velmora.wal"), "DELETE FROM t\n" + joined + mark + update + mark);
+}
+
 TEST_F(LogFileTest, everyDirectoryHasItsOwnLog) {
   fs::create_directory(path_ / "other");
   const std::string otherPath = path_ / "other";
