@@ -8,6 +8,7 @@
 #include "../clock.h"
 #include "../lexer.h"
 #include "../number.h"
+#include "block_io.h"
 #include "file_names.h"
 
 namespace velmora {
@@ -94,15 +95,27 @@ bool Log::append(const std::string& command, std::int64_t second) {
     secondOfEnd_ = second;
   }
   line_ = command;
-  if (wouldBeCut(line_) || isFirstOverLines(line_)) joinLines(line_);
+  if (wouldBeCut(line_)) joinLines(line_);
   line_ += recordEnd_;
-  const bool isWritten = file_.append(line_);
+  const bool isOverLines = command.find('\n') != std::string::npos;
+  const bool isFirst = isOverLines && !isNewExpected_ && (!hasSeconds_ || file_.end() == 0);
+  const bool isWritten = isFirst ? appendAtOnce() : file_.append(line_);
   hasSeconds_ = hasSeconds_ || isWritten;
   return isWritten;
 }
 
-bool Log::isFirstOverLines(std::string_view command) {
-  return command.find('\n') != std::string_view::npos && (!hasSeconds_ || file_.end() == 0);
+bool Log::appendAtOnce() {
+  try {
+    std::string whole = readFile(directory_, logFileName).value_or("");
+    whole.resize(std::min(whole.size(), static_cast<std::size_t>(file_.end().value_or(0))));
+    writeBeside(directory_, logFileName, whole.append(line_));
+    putInPlace(directory_, logFileName);
+  } catch (const std::runtime_error&) {
+    removeFile(directory_, unfinishedName(logFileName));
+    return false;
+  }
+  file_.forget();
+  return true;
 }
 
 void Log::expectNew(bool isExpected) {

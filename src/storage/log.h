@@ -10,11 +10,12 @@
 // so that logs written by hand, one command a line and without markers, work too, and nothing
 // inside a literal is ever taken for a command. A command with a line that would be read as another
 // record ("DELETE FROM t\nINSERT INTO t a = 1" is one command, whose further words are ignored)
-// is logged with blanks in the place of the line feeds between its words. So is one over lines that
-// is the first to bear its second: cut behind a line feed it would be one of a log without seconds.
+// is logged with blanks in the place of the line feeds between its words.
 //
 // A crash may have cut the last record off. It has not been acknowledged, and half a command may be
-// another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run.
+// another command ("UPDATE t SET a = 1" without its WHERE), so a torn tail is never run. The first
+// record to bear its second, if it is one over lines, is put there at once, with a new file: cut
+// behind a line feed it would read as a command of a log without seconds.
 #pragma once
 
 #include <cstdint>
@@ -89,7 +90,8 @@ class Log {
   void repair(const LogReader& reader);
 
  private:
-  bool isFirstOverLines(std::string_view command);
+  // Appends the line by putting a whole new file in the log's place.
+  bool appendAtOnce();
 
   Directory directory_;
   AppendFile file_;

@@ -153,21 +153,22 @@ TEST_F(LogFileTest, whatIsNoRegularFileIsRefusedAtOnce) {
 }
 
 // Cut behind a line feed, the only record of a log would be read as one written by hand, and half a
-// command may be another one.
-TEST_F(LogFileTest, theFirstRecordWithASecondHasNoLineFeedsBetweenItsWords) {
+// command may be another one: it is never there in half.
+TEST_F(LogFileTest, theFirstRecordOverLinesIsThereWholeOrNotAtAll) {
+  static bool isTorn;
+  isTorn = false;
+  setFileHook([](const FileEvent& event) {
+    isTorn = isTorn || (event.operation == FileOperation::write &&
+                        std::string_view(event.name) == "velmora.wal");
+    return 0;
+  });
   const std::string mark = " #TIME# 1700000000\n";
   const std::string update = "UPDATE t SET\ns = 'two\nlines'\nWHERE a = 1";
-  const std::string joined = "UPDATE t SET s = 'two\nlines' WHERE a = 1";
-  append(update);
-  append(update);
-  EXPECT_EQ(bytesOf("velmora.wal"), joined + mark + update + mark);
-
-  for (std::size_t size = 0; size < joined.size() + mark.size() - 1; ++size) {
-    write("torn.wal", (joined + mark).substr(0, size));
-    File file(directory_, "torn.wal", File::Mode::read);
-    LogReader reader(file);
-    EXPECT_FALSE(reader.next().has_value()) << size;
-  }
+  EXPECT_TRUE(append(update));
+  EXPECT_FALSE(isTorn);
+  EXPECT_TRUE(append(update));
+  EXPECT_TRUE(isTorn);
+  EXPECT_EQ(bytesOf("velmora.wal"), update + mark + update + mark);
 
   write("velmora.wal", "DELETE FROM t\n");
   Log byHand(directory_);
@@ -176,10 +177,21 @@ TEST_F(LogFileTest, theFirstRecordWithASecondHasNoLineFeedsBetweenItsWords) {
   while (reader.next()) {
   }
   byHand.repair(reader);
+  isTorn = false;
   byHand.check();
-  byHand.append(update, 1700000000);
-  byHand.append(update, 1700000000);
-  EXPECT_EQ(bytesOf("velmora.wal"), "DELETE FROM t\n" + joined + mark + update + mark);
+  EXPECT_TRUE(byHand.append(update, 1700000000));
+  EXPECT_FALSE(isTorn);
+  setFileHook(nullptr);
+  EXPECT_EQ(bytesOf("velmora.wal"), "DELETE FROM t\n" + update + mark);
+}
+
+TEST_F(LogFileTest, theFirstRecordOverLinesIsLostWhenItCannotBeWritten) {
+  setFileHook(
+      [](const FileEvent& event) { return event.operation == FileOperation::rename ? EIO : 0; });
+  EXPECT_FALSE(append("DELETE FROM t\nWHERE a = 1"));
+  setFileHook(nullptr);
+  EXPECT_EQ(bytesOf("velmora.wal"), "");
+  EXPECT_FALSE(exists("velmora.wal.unfinished"));
 }
 
 TEST_F(LogFileTest, everyDirectoryHasItsOwnLog) {
