@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "power_loss_fixture.h"
 #include "random_commands.h"
 
@@ -108,10 +110,6 @@ class CheckpointPowerLossTest : public PowerLossTest {
     scene.engine->setFault({});
     tryEach(scene, scene.engine->steps(), expectationOf(possible));
     scene.models = possible;
-    if (HasFailure()) return;
-    Scene restarted = sceneOver(scene.disk, scene);
-    startTrying(restarted);
-    if (!HasFailure()) discard(restarted.directory);
     runTrying(scene, laterCommands());
     runTrying(scene, checkpointCommand());
     if (!HasFailure()) discard(scene.directory);
@@ -126,7 +124,12 @@ class CheckpointPowerLossTest : public PowerLossTest {
 TEST_F(CheckpointPowerLossTest, inAStartBehindAKillLeavesTheFirstCommands) {
   prepare();
   // What a link would have refused is logged before it.
-  run(scene_, {insertInto("scratch", {{"n", plain("77")}}), eraseFrom("scratch", {"n", "77"})});
+  run(scene_, {insertInto("scratch", {{"n", plain("77")}})});
+  for (const char* const text : {"c", "d", "e", "f", "g", "h"}) {
+    run(scene_, {insertInto("codes", {{"code", plain(text)}})});
+  }
+  run(scene_, {eraseFrom("scratch", {"n", "77"})});
+  most_ = isThorough() ? most_ : 8;
   for (Command command :
        {commandOf({"scratch", "n", "people", "id"}, second_),
         schemaCommand(Kind::createTable, "spare"), schemaCommand(Kind::dropTable, "uses"),
@@ -163,6 +166,24 @@ TEST_F(CheckpointPowerLossTest, inAStartOverAnInterruptedOneLeavesItWholeOrNot) 
       if (!HasFailure()) discard(interrupted.directory);
     }
   }
+}
+
+// Neither that it was made nor that it was emptied could be made durable.
+TEST_F(CheckpointPowerLossTest, inAStartOverAnEmptiedMarkerCompletesNothing) {
+  prepare();
+  const auto isSync = [](const DiskStep& step) { return step.operation == FileOperation::sync; };
+  const auto behindMarker = steps_.begin() + static_cast<std::ptrdiff_t>(marker_);
+  const auto syncs = std::count_if(steps_.begin(), behindMarker, isSync);
+  Scene scene = sceneAgain();
+  constexpr int directorySync = 2;  // counted from the marker
+  scene.engine->setFault({Fault::Kind::syncErrorFromThen, static_cast<int>(syncs) + directorySync});
+  const auto answer = scene.engine->execute("CHECKPOINT", second_);
+  ASSERT_TRUE(answer && !answer->succeeded());
+  apply(scene, scene.engine->steps());
+  ASSERT_EQ(scene.disk.current().at("velmora.ckpt"), "");
+  Scene restarted = sceneOver(scene.disk, scene);
+  most_ *= 4;
+  startTrying(restarted);
 }
 
 TEST_F(CheckpointPowerLossTest, behindOneThatFailedLeavesItWholeOrNot) {
