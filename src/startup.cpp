@@ -226,7 +226,7 @@ void Database::loadFromDisk() {
   } catch (...) {
     directory.awaited = nullptr;
     if (deferred_) {
-      for (const std::string& name : deferred_->relations) {
+      for (const auto& [name, child] : deferred_->relations) {
         removeFile(directory, unfinishedName(name));
       }
       deferred_.reset();
@@ -238,7 +238,7 @@ void Database::loadFromDisk() {
 void Database::load(std::int64_t now) {
   const std::vector<RelationFile> relations = relationFiles(directory);
   loadTables(*this, relations, now);
-  const std::vector<RelationFile> left = loadRelations(*this, relations, now);
+  std::vector<RelationFile> left = loadRelations(*this, relations, now);
   const auto storedListeners = loadListeners(*this);
   const auto storedWebhooks = loadWebhooks(*this);
   File logFile(directory, logFileName, File::Mode::read);
@@ -250,6 +250,10 @@ void Database::load(std::int64_t now) {
     replayLog(*this, reader);
     isReplaying = false;
   }
+  std::erase_if(left, [&](const RelationFile& file) {
+    const std::vector<std::string>& removals = deferred_->removals;  // a dropped table's among them
+    return std::find(removals.begin(), removals.end(), file.name) != removals.end();
+  });
   restoreLinksLeftToLog(*this, left, now);
 
   // Everything has been read.
@@ -258,7 +262,9 @@ void Database::load(std::int64_t now) {
   deferred_.reset();
   Storage::finishCheckpoint(directory, log);
   std::vector<std::string> unfinished;
-  for (const std::string& name : changes.relations) unfinished.push_back(unfinishedName(name));
+  for (const auto& [name, child] : changes.relations) {
+    unfinished.push_back(unfinishedName(name));
+  }
   Storage::sweepLeftOvers(unfinished, directory);
   if (!changes.removals.empty()) Storage::removeTable(changes.removals, directory);
   // Nor is a link's file to outlive its command in a power failure.
@@ -266,7 +272,7 @@ void Database::load(std::int64_t now) {
       !File(directory, logFileName, File::Mode::read).sync()) {
     throw WriteFailure(std::string("cannot sync ") + logFileName);
   }
-  for (const std::string& name : changes.relations) putInPlace(directory, name);
+  for (const auto& [name, child] : changes.relations) putInPlace(directory, name);
   for (const std::string& name : changes.tables) saveTableIfMissing(name);
   if (storedListeners && storedListeners->hasTornTail()) {
     listenersFile.cutTo(storedListeners->completeSize);

@@ -84,6 +84,12 @@ void Database::dropTable(const std::string& name) {
   tables.erase(tables.find(name));
   listeners.erase(name);
   if (deferred_) {
+    std::erase_if(deferred_->relations, [&](const auto& relation) {
+      const auto& [file, child] = relation;
+      if (child != name) return false;
+      removeFile(directory, unfinishedName(file));
+      return true;
+    });
     deferred_->removals.insert(deferred_->removals.end(), files.begin(), files.end());
   } else {
     Storage::removeTable(files, directory);

@@ -224,8 +224,9 @@ class Database {
 
   // What a start is to change on disk once everything has been read.
   struct DeferredChanges {
-    std::vector<std::string> relations;  // written beside their places
-    std::set<std::string> tables;        // created by the log
+    // The relation files that were written beside their places, each with its linking table.
+    std::map<std::string, std::string> relations;
+    std::set<std::string> tables;  // created by the log
     std::vector<std::string> removals;
   };
   std::optional<DeferredChanges> deferred_;  // there as long as a start reads

@@ -158,7 +158,7 @@ void Database::saveRelation(const std::string& childTable, const std::string& ch
   try {
     Storage::writeRelation(child, parent, childColumn, now, directory);
     if (deferred_) {
-      deferred_->relations.push_back(fileName);
+      deferred_->relations.insert_or_assign(fileName, childTable);
     } else {
       // After a power failure, too, the file must not be there without its command.
       if (!log.sync()) throw WriteFailure("cannot sync the log");

@@ -119,10 +119,8 @@ class Overlay {
  public:
   Overlay(const Directory& directory, const std::string& fileName)
       : old_(directory, fileName, File::Mode::read),
-        reader_(old_),
-        file_(directory, checkpointName(fileName)) {
-    if (!old_.isOpen() && errno != ENOENT) throwUnreadable(fileName);
-  }
+        reader_(openOrMissing(old_)),
+        file_(directory, checkpointName(fileName)) {}
 
   void put(std::int64_t offset, std::string_view bytes) {
     settle(offset);
@@ -135,6 +133,12 @@ class Overlay {
   }
 
  private:
+  // To be asked before another file is opened: the failure is the last one's.
+  static File& openOrMissing(File& old) {
+    if (!old.isOpen() && errno != ENOENT) throwUnreadable(old.name());
+    return old;
+  }
+
   // Writes everything before the offset, where no further piece can come.
   void settle(std::int64_t offset) {
     const auto gone = std::min(pending_.size(), static_cast<std::size_t>(offset - settled_));

@@ -62,6 +62,19 @@ TEST_F(LargeFiles, WideRowsComeBack) {
   EXPECT_EQ(sizeOf("t.bin"), 375 + 3'000U * 248);
 }
 
+// Rows that are longer than what is written at a time.
+TEST_F(LargeFiles, VeryWideRowsComeBack) {
+  for (const char* const first : {"a string", "a string(70)"}) {
+    std::string columns = std::string("n int ") + first;
+    for (int i = 0; i < 1200; ++i) columns += " c" + std::to_string(i) + " string";
+    expectToComeBack(columns, 12, [](int i) {
+      const std::string text = std::to_string(i);
+      return number(i) + " a = 'a" + text + "' c7 = 'b" + text + "' c1199 = 'c" + text + "'";
+    });
+    run("DROP TABLE t");
+  }
+}
+
 TEST_F(LargeFiles, WholeRowsOfShorterTextsComeBack) {
   expectToComeBack("n int name string(30)", 9'000, [](int i) { return number(i) + name(i); });
   EXPECT_EQ(sizeOf("t.row"), 9'000U * 64);

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -228,6 +229,7 @@ TEST_F(LogFileTest, recordsEndAtTheirMarkerOrBeforeTheNextCommand) {
   const std::string text = "INSERT INTO t s = 'x\nDELETE FROM t\n'" + mark + "\n";
   const std::string cut = "INSERT INTO t s = 'x\nDELETE FROM t\n";
   const std::string plain = "INSERT INTO t a = 1\n";
+  const std::string doubleQuoted = "INSERT INTO t s = \"x\nDELETE FROM t\n\"" + mark + "\n";
   const auto size = [](const std::string& record) {
     return static_cast<std::int64_t>(record.size());
   };
@@ -256,6 +258,22 @@ TEST_F(LogFileTest, recordsEndAtTheirMarkerOrBeforeTheNextCommand) {
        {"INSERT INTO t\na = 1", plain},
        20 + size(plain),
        false},
+      {"lines that begin like commands and are none",
+       "DELETE FROM t\nUPDATE t TO a\nLINK a b c\nCREATE t\n" + plain,
+       {"DELETE FROM t\nUPDATE t TO a\nLINK a b c\nCREATE t", plain},
+       48 + size(plain),
+       false},
+      {"a text between double quotes",
+       doubleQuoted + a,
+       {doubleQuoted, a},
+       size(doubleQuoted + a),
+       false},
+      {"an open text behind lines without a marker",
+       plain + "INSERT INTO t s = 'x\n",
+       {plain},
+       size(plain),
+       false},
+      {"empty lines", "\n\n" + a + "\n\n", {a}, size(a) + 4, false},
   };
   for (const LogCase& expected : cases) {
     write("velmora.wal", expected.log);
@@ -294,6 +312,21 @@ TEST_F(LogFileTest, aLongLogIsReadRecordByRecord) {
   log_.repair(reader);
   EXPECT_EQ(fs::file_size(path_ / "velmora.wal"),
             static_cast<std::uintmax_t>(reader.completeSize()));
+}
+
+TEST_F(LogFileTest, aLineFeedThatIsLackingGoesToTheEndOfTheRecordOnly) {
+  const std::string record = "INSERT INTO t a = 1 #TIME# 1700000000";
+  write("velmora.wal", record);
+  File file(directory_, "velmora.wal", File::Mode::read);
+  LogReader reader(file);
+  while (reader.next()) {
+  }
+  write("velmora.wal", record + "0");
+  EXPECT_THROW(log_.repair(reader), std::runtime_error);
+  EXPECT_EQ(bytesOf("velmora.wal"), record + "0");
+  write("velmora.wal", record);
+  log_.repair(reader);
+  EXPECT_EQ(bytesOf("velmora.wal"), record + "\n");
 }
 
 TEST_F(LogFileTest, aRepairNeverMakesTheLogLonger) {

@@ -195,6 +195,9 @@ TEST(Table, keysARowThatIsLoadedByItsOwnKeyBeforeATimedOne) {
   table.setUpPrimaryKeyMap("key", 0, KeyRule::liveFirstTimedLast);
   EXPECT_EQ(table.primaryKeyMap.find("1"), 0);
   EXPECT_EQ(table.primaryKeyMap.find("3"), 3);
+  table.columns[0].maxStates = 1;
+  table.setUpPrimaryKeyMap("key", 0, KeyRule::liveFirstTimedLast);
+  EXPECT_EQ(table.primaryKeyMap.find("3"), 3);
 }
 
 TEST(Table, stillRefusesTwoLoadedRowsWithOneKeyOfTheirOwn) {

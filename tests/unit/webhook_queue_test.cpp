@@ -4,6 +4,7 @@
 // The bytes of the records are pinned by the golden scripts.
 
 #include <algorithm>
+#include <iostream>
 #include <limits>
 #include <set>
 
@@ -100,6 +101,20 @@ TEST_F(WebhookQueueTest, ManyTasksComeOffInOrder) {
     EXPECT_EQ(tasks[i].fireTime, 1000 + static_cast<std::int64_t>(i));
     EXPECT_EQ(tasks[i].filePosition, tasks[i].rowIndex * 85);
   }
+}
+
+TEST_F(WebhookQueueTest, TasksOfTheFileComeOffInOrder) {
+  for (const std::int64_t start : {5000, 1000, 4000, 2000, 3000}) {
+    insertTimed("t", "v", timed(abc, false, start));
+  }
+  const Texts scheduled = pending();
+  database.pendingWebhooks.clear();
+  Database later(database.directory);
+  std::streambuf* const output = std::cout.rdbuf(nullptr);
+  later.loadFromDisk();
+  std::cout.rdbuf(output);
+  database.pendingWebhooks = later.pendingWebhooks;
+  EXPECT_EQ(pending(), scheduled);
 }
 
 TEST_F(WebhookQueueTest, UpdateSchedulesForEveryMatchedRowAndKeepsEarlierTasks) {
