@@ -255,6 +255,7 @@ void Database::load(std::int64_t now) {
     return std::find(removals.begin(), removals.end(), file.name) != removals.end();
   });
   restoreLinksLeftToLog(*this, left, now);
+  for (const std::string& name : deferred_->tables) checkMissingFiles(name);
 
   // Everything has been read.
   directory.awaited = nullptr;

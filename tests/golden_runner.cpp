@@ -157,6 +157,9 @@ class ScriptRun {
       fs::create_hard_link(database_ / word(1), path);
     } else if (verb == "pipe") {
       if (mkfifo(path.c_str(), 0600) != 0) throw std::runtime_error("no pipe");
+    } else if (verb == "socket") {
+      // As if a program had listened there; the name stays when its socket is closed.
+      if (mknod(path.c_str(), S_IFSOCK | 0600, 0) != 0) throw std::runtime_error("no socket");
     } else {
       throw std::runtime_error("unknown directive");
     }

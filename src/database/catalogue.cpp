@@ -61,11 +61,16 @@ void Database::createTable(const std::string& name, const std::vector<Column>& c
   }
 }
 
+bool Database::lacksFiles(const std::string& name) const {
+  return tables.contains(name) && !Storage::hasTable(name, directory);
+}
+
+void Database::checkMissingFiles(const std::string& name) const {
+  if (lacksFiles(name)) requireRegularFiles(directory, name);
+}
+
 void Database::saveTableIfMissing(const std::string& name) {
-  const auto entry = tables.find(name);
-  if (entry == tables.end() || Storage::hasTable(name, directory)) return;
-  requireRegularFiles(directory, name);
-  Storage::saveTable(entry->second, directory);
+  if (lacksFiles(name)) Storage::saveTable(getTable(name), directory);
 }
 
 void Database::dropTable(const std::string& name) {

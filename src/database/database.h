@@ -220,6 +220,10 @@ class Database {
   // Throws NotRegularFile.
   void checkSchedule(const std::vector<GivenValue>& values);
   void load(std::int64_t now);
+  // Of a table that the log has created: whether its files are yet to be made; makes sure that they
+  // can be; and makes them.
+  bool lacksFiles(const std::string& name) const;
+  void checkMissingFiles(const std::string& name) const;
   void saveTableIfMissing(const std::string& name);
 
   // What a start is to change on disk once everything has been read.

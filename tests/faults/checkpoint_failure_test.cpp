@@ -88,6 +88,15 @@ TEST_F(CheckpointFailureTest, aMarkerThatCannotBeTakenBackStands) {
   EXPECT_NE(shownAfterKill({"t"}).find(twoRows), std::string::npos);
 }
 
+TEST_F(CheckpointFailureTest, aMarkerThatCannotBeWrittenIsTakenBack) {
+  ASSERT_EQ(start(), "");
+  runAll({"CREATE TABLE t a int", "INSERT INTO t a = 1"});
+  const Files before = files();
+  EXPECT_EQ(runRefused("CHECKPOINT", {{FileOperation::write, "velmora.ckpt"}}),
+            failure("Checkpoint failed: cannot write velmora.ckpt"));
+  EXPECT_EQ(files(), before);
+}
+
 TEST_F(CheckpointFailureTest, theLogStaysOpenBehindACheckpoint) {
   ASSERT_NO_FATAL_FAILURE(stopBehindMarker());
   runAll({"CHECKPOINT", "INSERT INTO t a = 2"});

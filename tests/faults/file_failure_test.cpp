@@ -3,6 +3,7 @@
 // listeners and scheduled changes that cannot be saved, and things in the directory that are not
 // files.
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -238,6 +239,26 @@ TEST_F(FileFailureTest, aPipeOrDirectoryWithTheNameOfAFileDoesNotHangTheStart) {
     }
   }
   alarm(0);
+}
+
+// Only the system's administrator can make a device.
+TEST_F(FileFailureTest, aDeviceWithTheNameOfAFileIsRefused) {
+  ASSERT_EQ(start(), "");
+  runAll({"CREATE TABLE t a int 2 b string ( 20 )", "INSERT INTO t a = 1 --> 2 @ 5 s b = 'x'",
+          "LISTEN t.INSERT --> 'first'"});
+  ASSERT_EQ(stop(), "");
+  const Files prepared = files();
+  for (const char* const name :
+       {"t.bin", "t.del", "t.tmp", "t.row", "u.bin", "listeners.bin", "webhooks.bin", "velmora.wal",
+        "velmora.ckpt", "t.bin.checkpoint", "a-b_c-d.rel"}) {
+    SCOPED_TRACE(name);
+    replaceFiles(prepared);
+    unlink(name);
+    if (mknod(name, S_IFCHR | 0600, makedev(1, 7)) != 0) GTEST_SKIP() << "no device can be made";
+    EXPECT_EQ(start(), std::string("Not a regular file: ") + name);
+    EXPECT_EQ(stop(), "");
+    std::remove(name);
+  }
 }
 
 }  // namespace
