@@ -21,6 +21,13 @@ namespace velmora::crash {
 inline constexpr int usualSeconds = 25;
 int secondsToSpend();
 inline bool isThorough() { return secondsToSpend() > usualSeconds; }
+// A sanitised engine takes several times as long to fork and to start, and what a sanitiser finds
+// it finds in a part of the points as well.
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr int slowness = 4;
+#else
+inline constexpr int slowness = 1;
+#endif
 // VELMORA_CRASH_SEED, or one made up anew.
 std::uint64_t chosenSeed();
 

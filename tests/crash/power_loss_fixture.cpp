@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t usualMost = 12;
+constexpr std::size_t usualMost = 12 / slowness;
 constexpr std::size_t thoroughMost = 200;
 
 Files filesIn(const fs::path& directory) {

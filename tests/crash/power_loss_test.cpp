@@ -93,8 +93,8 @@ class CheckpointPowerLossTest : public PowerLossTest {
 
   // Unless there is more time than usual, most of what is far from the marker is left out.
   bool isTried(std::size_t step) const {
-    constexpr std::size_t usualStep = 6;
-    constexpr std::size_t near = 6;
+    constexpr std::size_t usualStep = 6 * slowness;
+    constexpr std::size_t near = slowness == 1 ? 6 : 2;
     const bool isMaking = step + 2 >= marker_ && step < marker_ + near;
     return isThorough() || isMaking || step + near >= steps_.size() || step % usualStep == 0;
   }
@@ -129,7 +129,7 @@ TEST_F(CheckpointPowerLossTest, inAStartBehindAKillLeavesTheFirstCommands) {
     run(scene_, {insertInto("codes", {{"code", plain(text)}})});
   }
   run(scene_, {eraseFrom("scratch", {"n", "77"})});
-  most_ = isThorough() ? most_ : 8;
+  most_ = isThorough() ? most_ : 8 / slowness;
   for (Command command :
        {commandOf({"scratch", "n", "people", "id"}, second_),
         schemaCommand(Kind::createTable, "spare"), schemaCommand(Kind::dropTable, "uses"),
@@ -155,7 +155,7 @@ TEST_F(CheckpointPowerLossTest, inAStartOverAnInterruptedOneLeavesItWholeOrNot) 
   prepare();
   const Scene before = sceneAgain();
   SimulatedDisk disk = before.disk;
-  most_ = isThorough() ? 32 : 4;
+  most_ = isThorough() ? 32 : 4 / slowness;
   for (std::size_t step = 0; step < steps_.size() && !HasFailure(); ++step) {
     if (!disk.apply(steps_[step]) || !isTried(step)) continue;
     SCOPED_TRACE("interrupted behind step " + std::to_string(step));
@@ -189,7 +189,7 @@ TEST_F(CheckpointPowerLossTest, inAStartOverAnEmptiedMarkerCompletesNothing) {
 TEST_F(CheckpointPowerLossTest, behindOneThatFailedLeavesItWholeOrNot) {
   prepare();
   most_ = isThorough() ? 8 : 3;
-  stride_ = isThorough() ? 2 : 6;
+  stride_ = isThorough() ? 2 : 6 * slowness;
   for (const auto kind : {Fault::Kind::ioErrorOfChange, Fault::Kind::syncErrorFromThen}) {
     int syncs = 0;
     for (std::size_t step = 0; step < steps_.size() && !HasFailure(); ++step) {
