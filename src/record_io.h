@@ -99,14 +99,10 @@ class RecordWriter {
   std::string bytes_;
 };
 
-// Takes a record apart field by field. The caller has checked that remaining() suffices.
+// Takes a record apart field by field. The caller has checked that there are enough bytes.
 class RecordReader {
  public:
   explicit RecordReader(std::string_view bytes) : bytes_(bytes) {}
-
-  std::size_t remaining() const noexcept { return bytes_.size() - position_; }
-  std::size_t position() const noexcept { return position_; }
-
   char character() noexcept { return *take(1); }
   bool byte() noexcept { return character() != 0; }
   std::int32_t int32() noexcept { return getInt32(take(4)); }
@@ -115,12 +111,11 @@ class RecordReader {
 
  private:
   const char* take(std::size_t count) noexcept {
-    const char* const field = bytes_.data() + position_;
-    position_ += count;
+    const char* const field = bytes_.data();
+    bytes_.remove_prefix(count);
     return field;
   }
   std::string_view bytes_;
-  std::size_t position_ = 0;
 };
 
 }  // namespace velmora

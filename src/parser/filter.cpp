@@ -43,7 +43,7 @@ void parseCondition(TokenCursor& cursor, char logic, Condition& condition) {
 
 }  // namespace
 
-void Parser::readConditions(const std::vector<Token>& tokens, std::size_t start,
+void Parser::parseFiltering(const std::vector<Token>& tokens, std::size_t start,
                             std::vector<Condition>& conditions) {
   conditions.clear();
   TokenCursor cursor(tokens, start);
@@ -68,16 +68,10 @@ void Parser::readConditions(const std::vector<Token>& tokens, std::size_t start,
   }
 }
 
-std::vector<Condition> Parser::parseFiltering(const std::vector<Token>& tokens, std::size_t start) {
-  std::vector<Condition> conditions;
-  readConditions(tokens, start, conditions);
-  return conditions;
-}
-
 const std::vector<Condition>& Parser::optionalFilter(const TokenCursor& cursor) {
   const bool hasFilter = !cursor.atEnd() && isWhere(cursor.peek()->value);
   const std::size_t start = hasFilter ? cursor.position + 1 : cursor.tokens().size();
-  readConditions(cursor.tokens(), start, conditions_);
+  parseFiltering(cursor.tokens(), start, conditions_);
   return conditions_;
 }
 

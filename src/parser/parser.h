@@ -100,9 +100,11 @@ class Parser {
   // engine's own holds, does nothing: it would empty the log that is being read.
   ResultSet replay(const std::string& command, std::int64_t second);
 
-  // The conditions from the token behind WHERE to the end; none if there is no such token. Throws
-  // std::runtime_error with a message that begins "Syntax Error: ".
-  static std::vector<Condition> parseFiltering(const std::vector<Token>& tokens, std::size_t start);
+  // Replaces the list, whose memory is used again, by the conditions from the token behind WHERE to
+  // the end; none if there is no such token. Throws std::runtime_error with a message that begins
+  // "Syntax Error: ".
+  static void parseFiltering(const std::vector<Token>& tokens, std::size_t start,
+                             std::vector<Condition>& conditions);
 
  private:
   struct Rule {
@@ -145,9 +147,6 @@ class Parser {
   // When the command ends in a filter that asks for one value, has the row that it may name brought
   // into the cache while the rest of the command is read: waiting for it takes as long as that.
   void prefetchRow(const std::vector<Token>& tokens, std::string_view tableName) const;
-  // What parseFiltering gives, replacing the content of a list whose memory is used again.
-  static void readConditions(const std::vector<Token>& tokens, std::size_t start,
-                             std::vector<Condition>& conditions);
   // The conditions of the WHERE at the cursor, or none if there is none; until the next call.
   const std::vector<Condition>& optionalFilter(const TokenCursor& cursor);
   // Reads "column = value" up to the end, or up to a WHERE if that may follow; the values are there

@@ -26,7 +26,9 @@ using Conditions = std::vector<Condition>;
 Conditions parse(const std::string& filter, std::size_t start = 0) {
   Lexer lexer(filter);
   const std::vector<Token> tokens = lexer.tokenize();
-  return Parser::parseFiltering(tokens, start);
+  std::vector<Condition> conditions;
+  Parser::parseFiltering(tokens, start, conditions);
+  return conditions;
 }
 
 std::string failureOf(const std::string& filter) {
