@@ -1,7 +1,8 @@
 // See cell.h.
 #include "cell.h"
 
-#include <atomic>
+#include <algorithm>
+#include <limits>
 
 #include "number.h"
 
@@ -26,35 +27,48 @@ ValueKind valueKind(std::string_view typeName) noexcept {
   return ValueKind::unknown;
 }
 
-std::int32_t TempRule::calculateIndex(std::int64_t now) const noexcept {
-  const std::atomic_ref<std::int32_t> cached(currentIndex);
+std::size_t TempRule::calculateIndex(std::int64_t now) const noexcept {
+  if (states.empty()) return 0;
+  const std::size_t last = states.size() - 1;
   std::int64_t elapsed = wrappingSubtract(now, startTime);
-  if (states.empty()) return cached.load(std::memory_order_relaxed);
-  const auto last = static_cast<std::int32_t>(states.size() - 1);
-  std::int32_t found = last;
-  const bool isOver = !repeat && elapsed >= cycleLength;
-  if (!isOver) {
-    // A start in the future keeps elapsed negative, which selects the first state.
-    if (repeat && cycleLength > 0) elapsed %= cycleLength;
-    std::int64_t sum = 0;
-    for (std::int32_t i = 0; i <= last; ++i) {
-      sum = wrappingAdd(sum, states[static_cast<std::size_t>(i)].duration);
-      if (elapsed < sum) {
-        found = i;
-        break;
-      }
-    }
+  if (!repeat && elapsed >= cycleLength) return last;
+  // A start in the future keeps elapsed negative, which selects the first state.
+  if (repeat && cycleLength > 0) elapsed %= cycleLength;
+  std::int64_t sum = 0;
+  for (std::size_t i = 0; i < last; ++i) {
+    sum = wrappingAdd(sum, states[i].duration);
+    if (elapsed < sum) return i;
   }
-  cached.store(found, std::memory_order_relaxed);
-  return found;
+  return last;
 }
 
 std::string_view TempRule::valueAt(std::int64_t now) const {
-  return states.at(static_cast<std::size_t>(calculateIndex(now))).value.view();
+  return states.at(calculateIndex(now)).value.view();
 }
 
-std::size_t TempRule::firstComingState(std::int64_t now) const noexcept {
-  return repeat ? 0 : static_cast<std::size_t>(calculateIndex(now));
+std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
+  constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+  if (states.empty() || now == never) return never;
+  // What no clock shows and no command gives may wrap; it is asked again each second.
+  constexpr std::int64_t far = std::int64_t{1} << 40;
+  const auto isNear = [](std::int64_t seconds) { return -far < seconds && seconds < far; };
+  const bool isUsual = isNear(now) && isNear(startTime) && isNear(cycleLength) &&
+                       cycleLength >= (repeat ? 1 : 0) &&
+                       std::all_of(states.begin(), states.end(), [&](const TempState& state) {
+                         return state.duration >= 0 && isNear(state.duration);
+                       });
+  if (!isUsual) return now + 1;
+  if (now < startTime) return startTime;
+  std::int64_t elapsed = now - startTime;
+  if (!repeat && elapsed >= cycleLength) return never;
+  if (repeat) elapsed %= cycleLength;
+  std::int64_t end = 0;
+  for (const TempState& state : states) {
+    end += state.duration;
+    if (elapsed < end) break;
+  }
+  // A pass whose length is not its states' sum ends when its length says so.
+  return now + (elapsed < end ? std::min(end, cycleLength) : cycleLength) - elapsed;
 }
 
 Cell::Cell(const Cell& other)

@@ -37,25 +37,32 @@ struct TempState {
 
 // A timed value: states passed through by wall-clock time, once or cycling.
 struct TempRule {
-  mutable std::int32_t currentIndex = 0;  // the state last found current; any reader may rewrite it
   std::vector<TempState> states;
   std::int64_t startTime = 0;    // seconds since the epoch at which the first state began
   std::int64_t cycleLength = 0;  // seconds of one pass through all states
   bool repeat = false;
 
-  // Recomputes currentIndex for the second `now` and returns it. With no states it is left as it
-  // is. Readers may do this beside each other.
-  std::int32_t calculateIndex(std::int64_t now) const noexcept;
-
+  // The state in force at the second `now`; 0 when there are none.
+  std::size_t calculateIndex(std::int64_t now) const noexcept;
   // The value in force at the second `now`; throws std::out_of_range when there are no states.
   std::string_view valueAt(std::int64_t now) const;
+  // A second up to which the state in force at `now` stays; behind it the rule has to be asked
+  // again.
+  std::int64_t nextChange(std::int64_t now) const noexcept;
 
-  // The first state whose value the cell can still show: 0 when it cycles, else the current one.
-  std::size_t firstComingState(std::int64_t now) const noexcept;
+  // Calls use(text) for each value that is shown now or can be shown later: all of them when it
+  // cycles, else those from the current one on.
+  template <typename Use>
+  void forEachComingText(std::int64_t now, Use use) const {
+    for (std::size_t i = repeat ? 0 : calculateIndex(now); i < states.size(); ++i) {
+      use(states[i].value.view());
+    }
+  }
 };
 
+// A value on its own: what a command gives to a column, or what a row held.
 struct Cell {
-  Text value;  // of a plain cell; of a timed key cell the text under which the key map files it
+  Text value;  // of a timed key cell the text under which the key map files it
   std::unique_ptr<TempRule> tempRule;  // null for a plain cell
 
   Cell() = default;
@@ -74,23 +81,7 @@ struct Cell {
   }
 };
 
-static_assert(sizeof(Cell) == 24);
-
 // a < b by the rules of a type; bools order only false before true, unknown types never.
 bool comesBefore(ValueKind kind, std::string_view a, std::string_view b);
-
-// Calls use(text) for each text that the cell holds now or can hold later: the values that a
-// foreign key has to find.
-template <typename Use>
-void forEachKeyText(const Cell& cell, std::int64_t now, Use use) {
-  if (cell.tempRule == nullptr) {
-    use(cell.value.view());
-    return;
-  }
-  const TempRule& rule = *cell.tempRule;
-  for (std::size_t i = rule.firstComingState(now); i < rule.states.size(); ++i) {
-    use(rule.states[i].value.view());
-  }
-}
 
 }  // namespace velmora

@@ -157,6 +157,38 @@ Conversion convertFloat(std::string_view text, float& result) {
   return convertFloatSlowly(text, result);
 }
 
+std::optional<std::uint8_t> decimalsOf(std::string_view text, float& result) {
+  constexpr std::size_t mostDecimals = 9;
+  const std::size_t first = !text.empty() && text.front() == '-' ? 1 : 0;
+  std::size_t digits = 0;
+  std::size_t point = text.size();
+  for (std::size_t i = first; i < text.size(); ++i) {
+    if (isDigit(text[i])) {
+      ++digits;
+    } else if (text[i] == '.' && point == text.size()) {
+      point = i;
+    } else {
+      return std::nullopt;
+    }
+  }
+  const std::size_t whole = point - first;
+  const std::size_t decimals = digits - whole;
+  const bool isPadded = whole > 1 && text[first] == '0';
+  const bool isOpen = point != text.size() && decimals == 0;
+  if (whole == 0 || isPadded || isOpen || decimals > mostDecimals) return std::nullopt;
+  float value = 0;
+  if (convertFloat(text, value) != Conversion::ok) return std::nullopt;
+  const auto count = static_cast<std::uint8_t>(decimals);
+  // Up to seven digits floats lie closer together than texts.
+  constexpr std::size_t surelyTold = 7;
+  if (digits > surelyTold || decimals >= surelyTold) {
+    char printed[maxNumberText];
+    if (std::string_view(printed, writeDecimals(printed, value, count)) != text) return std::nullopt;
+  }
+  result = value;
+  return count;
+}
+
 void requireConverted(Conversion conversion, const char* name, std::string_view text) {
   if (conversion == Conversion::invalid) throw InvalidNumber(name, text);
   if (conversion == Conversion::outOfRange) throw NumberOutOfRange(name, text);
@@ -235,15 +267,31 @@ char* writeGeneral(char* out, float value) noexcept {
       .ptr;
 }
 
-char* writeFixed(char* out, float value) noexcept {
+char* writeGeneral(char* out, float value, int decimals) noexcept {
+  static constexpr float powers[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F};
+  const float magnitude = std::fabs(value);
+  if (decimals > 6 || !(magnitude < 1e6F)) return writeGeneral(out, value);
+  std::int64_t scaled = scaledRounded(magnitude, decimals);
+  while (decimals > 0 && scaled % 10 == 0) {
+    scaled /= 10;
+    --decimals;
+  }
+  // Six digits that mean this very float are the six that %g writes, where it writes them so.
+  const bool isShort = scaled >= 1 && scaled < 1000000 && magnitude >= 1e-4F &&
+                       static_cast<float>(scaled) / powers[decimals] == magnitude;
+  if (!isShort) return writeGeneral(out, value);
+  if (value < 0) *out++ = '-';
+  return writeScaled(out, scaled, decimals);
+}
+
+char* writeDecimals(char* out, float value, int decimals) noexcept {
   const float magnitude = std::fabs(value);
   if (magnitude < 1e9F) {
     if (std::signbit(value)) *out++ = '-';
-    const std::int64_t scaled = scaledRounded(magnitude, 6);
-    return writeScaled(out, scaled, 6);
+    return writeScaled(out, scaledRounded(magnitude, decimals), decimals);
   }
   return std::to_chars(out, out + maxNumberText, static_cast<double>(value),
-                       std::chars_format::fixed, 6)
+                       std::chars_format::fixed, decimals)
       .ptr;
 }
 

@@ -67,6 +67,10 @@ std::int64_t saturatedLong(std::string_view text) noexcept;
 // The number if the text is exactly its shortest decimal form ("5", "-17", not "05", "+5", "-0").
 std::optional<std::int32_t> canonicalInt(std::string_view text) noexcept;
 
+// How many decimals the text has if it is what writeDecimals makes of its value, with nine at the
+// most; the value goes to result then.
+std::optional<std::uint8_t> decimalsOf(std::string_view text, float& result);
+
 // The longest output of each function below, in bytes: a float's %f has up to 39 digits before the
 // point.
 inline constexpr std::size_t maxNumberText = 64;
@@ -76,8 +80,12 @@ inline constexpr std::size_t maxNumberText = 64;
 char* writeInt(char* out, std::int64_t value) noexcept;
 // %g: six significant digits, fixed or scientific, no trailing zeros.
 char* writeGeneral(char* out, float value) noexcept;
-// %f: six digits behind the point.
-char* writeFixed(char* out, float value) noexcept;
+// The same for a float that prints as itself with so many decimals, which is quicker then.
+char* writeGeneral(char* out, float value, int decimals) noexcept;
+// %.*f: so many digits behind the point.
+char* writeDecimals(char* out, float value, int decimals) noexcept;
+// %f: six of them.
+inline char* writeFixed(char* out, float value) noexcept { return writeDecimals(out, value, 6); }
 
 void appendInt(std::string& out, std::int64_t value);
 

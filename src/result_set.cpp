@@ -19,55 +19,7 @@ char* put(char* out, std::string_view text) {
   return out + text.size();
 }
 
-// Whether a text is what an int of its value prints as, of up to nine digits so that it surely
-// fits.
-bool printsAsInt(std::string_view text) {
-  const bool negative = !text.empty() && text.front() == '-';
-  const std::string_view digits = text.substr(negative ? 1 : 0);
-  if (digits.empty() || digits.size() > 9) return false;
-  if (digits.front() == '0' && (negative || digits.size() > 1)) return false;
-  return std::all_of(digits.begin(), digits.end(), isDigit);
-}
-
-// Whether a text is what a float of its value prints as with six significant digits: a decimal of
-// at most six digits survives the way through a float.
-bool printsAsFloat(std::string_view text) {
-  std::size_t i = !text.empty() && text.front() == '-' ? 1 : 0;
-  const std::size_t whole = i;
-  while (i < text.size() && isDigit(text[i])) ++i;
-  const std::size_t wholeDigits = i - whole;
-  if (wholeDigits == 0 || (wholeDigits > 1 && text[whole] == '0')) return false;
-  if (i == text.size()) return wholeDigits <= 6;
-  if (text[i] != '.' || text.back() == '0' || text.back() == '.') return false;
-  const std::size_t fraction = i + 1;
-  for (i = fraction; i < text.size(); ++i) {
-    if (!isDigit(text[i])) return false;
-  }
-  const std::size_t fractionDigits = text.size() - fraction;
-  // A fraction behind 0 gains a digit, and small ones go over to scientific notation: leave those
-  // that begin with a zero.
-  if (text[whole] == '0') return fractionDigits <= 6 && text[fraction] != '0';
-  return wholeDigits + fractionDigits <= 6;
-}
-
 }  // namespace
-
-ResultValue resultValueOf(const Cell& cell, ValueKind kind, std::int64_t now) {
-  const std::string_view text = cell.valueAt(now);
-  if (text == missingValue) return Text("NULL");
-  switch (kind) {
-    case ValueKind::integer:
-      return parseInt(text);
-    case ValueKind::real:
-      return parseFloat(text);
-    case ValueKind::boolean:
-      return isTrueText(text);
-    case ValueKind::text:
-    case ValueKind::unknown:
-      break;
-  }
-  return Text(text);
-}
 
 void TextBuffer::Free::operator()(char* bytes) const noexcept { std::free(bytes); }
 
@@ -151,7 +103,7 @@ void JsonRows::addPrinted(std::string_view json) {
   endValue(out + json.size());
 }
 
-void JsonRows::addQuoted(std::string_view text) {
+void JsonRows::addText(std::string_view text) {
   if (text == "NULL") {
     addPrinted("null");
     return;
@@ -170,37 +122,21 @@ void JsonRows::addQuoted(std::string_view text) {
   endValue(out);
 }
 
-void JsonRows::add(const ResultValue& value) {
-  switch (value.index()) {
-    case 0:
-      endValue(writeInt(beginValue(maxNumberText), std::get<std::int32_t>(value)));
-      break;
-    case 1:
-      if (style_ == JsonStyle::valid && !std::isfinite(std::get<float>(value))) {
-        addPrinted("null");
-        break;
-      }
-      endValue(writeGeneral(beginValue(maxNumberText), std::get<float>(value)));
-      break;
-    case 2:
-      addPrinted(std::get<bool>(value) ? "true" : "false");
-      break;
-    default:
-      addQuoted(std::get<Text>(value));
+void JsonRows::addInt(std::int32_t value) { endValue(writeInt(beginValue(maxNumberText), value)); }
+
+void JsonRows::addFloat(float value) {
+  if (style_ == JsonStyle::valid && !std::isfinite(value)) {
+    addNull();
+  } else {
+    endValue(writeGeneral(beginValue(maxNumberText), value));
   }
 }
 
-void JsonRows::add(const Cell& cell, ValueKind kind, std::int64_t now) {
-  const std::string_view text = cell.valueAt(now);
-  const bool isPrinted = kind == ValueKind::integer ? printsAsInt(text)
-                         : kind == ValueKind::real  ? printsAsFloat(text)
-                                                    : false;
-  if (isPrinted) {
-    addPrinted(text);
-  } else if (kind == ValueKind::text && text != missingValue) {
-    addQuoted(text);
+void JsonRows::addFloat(float value, int decimals) {
+  if (std::isfinite(value)) {
+    endValue(writeGeneral(beginValue(maxNumberText), value, decimals));
   } else {
-    add(resultValueOf(cell, kind, now));
+    addFloat(value);
   }
 }
 

@@ -11,20 +11,11 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <variant>
 #include <vector>
 
-#include "cell.h"
 #include "text.h"
 
 namespace velmora {
-
-// One value of an answer. A text equal to "NULL" stands for no value.
-using ResultValue = std::variant<std::int32_t, float, bool, Text>;
-
-// The cell's value at the second `now` by its column's kind; "NULL" when none was given. Throws
-// std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does not convert.
-ResultValue resultValueOf(const Cell& cell, ValueKind kind, std::int64_t now);
 
 // The text of an answer: bytes appended at the end, and room kept for what is put in front when the
 // rest is known. Memory is never filled with zeros first, and clear() keeps it for the next answer.
@@ -102,9 +93,14 @@ class JsonRows {
  public:
   // To be called before the first value.
   void begin(std::span<const std::string> columns, JsonTarget&& target = {});
-  void add(const ResultValue& value);
-  // The same as adding resultValueOf the cell, without converting texts that print as they are.
-  void add(const Cell& cell, ValueKind kind, std::int64_t now);
+  void addNull() { addPrinted("null"); }
+  void addInt(std::int32_t value);
+  void addFloat(float value);
+  // The same for one that prints as itself with so many decimals.
+  void addFloat(float value, int decimals);
+  void addBool(bool value) { addPrinted(value ? "true" : "false"); }
+  // A text; null for one that reads NULL.
+  void addText(std::string_view text);
   // The lines added so far, each ended by a comma and a line feed; they go to the caller.
   TextBuffer take() noexcept { return std::move(buffer_); }
   // Has the memory go to the caller of take, unless there is some already.
@@ -114,7 +110,6 @@ class JsonRows {
   // Room for what stands before the next value and for `count` bytes more; returns where they go.
   char* beginValue(std::size_t count);
   void endValue(char* end);
-  void addQuoted(std::string_view text);
   // Adds bytes that are a value's JSON already.
   void addPrinted(std::string_view json);
 

@@ -1,110 +1,75 @@
-// The rows of a table.
+// The memory of a table's rows.
 //
-// Rows lie in fixed-size chunks that never move: a row's header and its cells side by side, so
-// reading a row touches adjacent cache lines and appending one never copies the others. The chunks
-// of a large table lie in slabs as large as a huge page, which the system then fills and finds in
-// one step instead of five hundred. Rows are never taken out of the middle (a delete marks them),
-// so a row's index is its name everywhere: in the key map, links, undo records, scheduled changes
-// and files.
+// Rows lie in chunks of 2048, each with one array for every column, so that a scan reads one
+// column's values side by side and a row's values lie within one chunk. The first chunk begins
+// small and doubles, so that small tables stay small; no other ever moves. The chunks of a large
+// table lie in slabs as large as a huge page, which the system then fills and finds in one step
+// instead of five hundred. Rows are never taken out of the middle (a delete marks them), so a row's
+// index is its name everywhere: in the key map, links, undo records, scheduled changes and files.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <vector>
 
-#include "cell.h"
-#include "text.h"
+#include "dependents.h"
 
 namespace velmora {
 
-// The child side of a link, as a parent row remembers it.
-struct ForeignRelation {
-  Text childTable;
-  Text childColumn;
-  bool operator==(const ForeignRelation&) const = default;
-};
-
-// Row indices, ascending, each once. The first lies in the object itself: most parents have few
-// children, and whether there is one is asked most often.
-class RowIndices {
- public:
-  std::size_t size() const noexcept { return first_ == none ? 0 : 1 + others_.size(); }
-  std::int32_t operator[](std::size_t place) const noexcept {
-    return place == 0 ? first_ : others_[place - 1];
-  }
-  void add(std::int32_t row);
-  void remove(std::int32_t row);
-
- private:
-  static constexpr std::int32_t none = -1;
-  std::int32_t first_ = none;
-  std::vector<std::int32_t> others_;
-};
-
-// The child rows that were linked to a parent row through one relation. A child that has moved to
-// another key since stays listed; who asks compares its current key.
-struct Dependents {
-  ForeignRelation relation;
-  RowIndices childRows;
-  std::unique_ptr<Dependents> next;  // those of another relation; null behind the last
-};
-
-// The header of a stored row; its cells follow it in memory. Made and destroyed by Rows alone.
-struct Row {
-  std::unique_ptr<Dependents> links;  // null while nothing has been linked to this row
-  std::uint32_t cellCount = 0;
-  bool isReferenced = false;  // set when a child row was linked; tells deletes to look at links
-
-  std::span<Cell> cells() noexcept { return {reinterpret_cast<Cell*>(this + 1), cellCount}; }
-  std::span<const Cell> cells() const noexcept {
-    return {reinterpret_cast<const Cell*>(this + 1), cellCount};
-  }
-
-  Row() = default;
-  Row(const Row&) = delete;
-  Row& operator=(const Row&) = delete;
-};
-
-static_assert(sizeof(Row) == 16 && alignof(Row) >= alignof(Cell));
-
-// The row sequence of one table.
 class Rows {
  public:
-  explicit Rows(std::size_t cellsPerRow = 0);
+  static constexpr std::size_t chunkRows = 2048;
+  static constexpr std::size_t chunkOf(std::size_t row) { return row / chunkRows; }
+  static constexpr std::size_t placeOf(std::size_t row) { return row % chunkRows; }
+
+  // Reserves so many bytes of each row for an array of its own; what the array is found by. To be
+  // called before the first row.
+  std::size_t addArray(std::size_t bytesPerRow);
+
+  Rows() { deleted_ = addArray(1); }
   ~Rows();
-  Rows(Rows&& other) noexcept;
-  Rows& operator=(Rows&& other) noexcept;
+  Rows(const Rows&) = delete;
+  Rows& operator=(const Rows&) = delete;
 
   std::size_t size() const noexcept { return size_; }
-  bool empty() const noexcept { return size_ == 0; }
-  Row& operator[](std::size_t index) noexcept { return *rowAt(index); }
-  const Row& operator[](std::size_t index) const noexcept { return *rowAt(index); }
-  // Throws std::out_of_range for an index outside the sequence.
-  Row& at(std::size_t index);
-  const Row& at(std::size_t index) const;
-  Row& back() noexcept { return *rowAt(size_ - 1); }
-
-  // Has a cell brought into the cache, for a loop that will come to it in some steps: rows lie far
-  // apart, and waiting for each is most of what reading many of them costs. Inlined always, since
-  // compilers drop calls of functions that change nothing.
-  [[gnu::always_inline]] void prefetch(std::size_t index, std::size_t column) const noexcept {
-    __builtin_prefetch(reinterpret_cast<const Cell*>(rowAt(index) + 1) + column);
-  }
-  // The same for the whole row, if it is a usual one, or else its first cells.
-  [[gnu::always_inline]] void prefetch(std::size_t index) const noexcept {
-    constexpr std::size_t mostCells = 16;
-    __builtin_prefetch(rowAt(index));
-    const std::size_t cells = std::min(cellsPerRow_, mostCells);
-    for (std::size_t cell = 1; cell < cells; cell += 2) prefetch(index, cell);
+  std::size_t chunkCount() const noexcept { return (size_ + chunkRows - 1) / chunkRows; }
+  // How many rows the chunk has.
+  std::size_t sizeOf(std::size_t chunk) const noexcept {
+    return chunk + 1 < chunkCount() ? chunkRows : size_ - chunk * chunkRows;
   }
 
-  // Appends a row of default cells; references to other rows stay valid. Throws std::runtime_error
-  // "Table is full" when row indices have run out.
-  Row& emplaceBack();
-  void popBack() noexcept;
+  // The values of one array in a chunk; they stay there until a row is appended.
+  template <typename Value>
+  Value* array(std::size_t chunk, std::size_t array) const noexcept {
+    return reinterpret_cast<Value*>(chunks_[chunk].memory + array * capacity_);
+  }
+  template <typename Value>
+  Value& at(std::size_t row, std::size_t array) const noexcept {
+    return this->array<Value>(chunkOf(row), array)[placeOf(row)];
+  }
+
+  // Whether a row is deleted, 1 or 0, for each row of a chunk: the one live mark.
+  const std::uint8_t* deleted(std::size_t chunk) const noexcept {
+    return array<std::uint8_t>(chunk, deleted_);
+  }
+  bool isLive(std::size_t row) const noexcept { return at<std::uint8_t>(row, deleted_) == 0; }
+  void setDeleted(std::size_t row, bool isDeleted) noexcept {
+    at<std::uint8_t>(row, deleted_) = isDeleted ? 1 : 0;
+  }
+
+  // What the row knows of its children; null while nothing has been linked to it.
+  Dependents* dependents(std::size_t row) const noexcept {
+    const Chunk& chunk = chunks_[chunkOf(row)];
+    return chunk.dependents == nullptr ? nullptr : chunk.dependents[placeOf(row)].get();
+  }
+  // The place of that, made if need be.
+  std::unique_ptr<Dependents>& dependentsPlace(std::size_t row);
+
+  // Appends live rows, whose values the caller has to make, and which have to lie in one chunk.
+  // Throws std::runtime_error "Table is full" when row indices have run out.
+  void append(std::size_t count);
+  void removeLast() noexcept;
 
   // Whether the system is asked for huge pages, as it is from the start. Without them many rows can
   // be made in one go without waiting for the system to find and clear so much memory in one piece;
@@ -112,28 +77,34 @@ class Rows {
   void setHugePages(bool isWanted) noexcept;
 
  private:
-  Row* rowAt(std::size_t index) const noexcept {
-    return reinterpret_cast<Row*>(chunks_[index >> chunkShift_] +
-                                  (index & ((std::size_t{1} << chunkShift_) - 1)) * rowBytes_);
-  }
-  std::size_t chunkBytes() const noexcept { return rowBytes_ << chunkShift_; }
-  // Whether the chunk of this number is in a slab, and whether it is the slab's first.
+  // It begins behind so many bytes of each row a chunk has room for.
+  struct Array {
+    std::size_t start = 0;
+    std::size_t bytesPerRow = 0;
+  };
+  struct Chunk {
+    std::byte* memory = nullptr;
+    std::unique_ptr<std::unique_ptr<Dependents>[]> dependents;  // by row; null if no row has some
+  };
+  std::size_t chunkBytes() const noexcept { return bytesPerRow_ * chunkRows; }
+  // As many chunks, the first ones, stand alone; all of them if 0.
+  std::size_t chunksPerSlab() const noexcept;
   bool isInSlab(std::size_t chunk) const noexcept {
-    return chunksPerSlab_ > 0 && chunk >= chunksPerSlab_;
+    return chunksPerSlab() > 0 && chunk >= chunksPerSlab();
   }
   bool beginsSlab(std::size_t chunk) const noexcept {
-    return isInSlab(chunk) && chunk % chunksPerSlab_ == 0;
+    return isInSlab(chunk) && chunk % chunksPerSlab() == 0;
   }
+  void growFirstChunk();
   void addChunk();
-  void clear() noexcept;
 
-  std::size_t cellsPerRow_;
-  std::size_t rowBytes_;
-  unsigned chunkShift_;        // log2 of the rows in a chunk
-  std::size_t chunksPerSlab_;  // as many chunks, the first ones, stand alone; all of them if 0
+  std::vector<Array> arrays_;
+  std::size_t bytesPerRow_ = 0;
+  std::size_t deleted_ = 0;  // the array of that
   std::size_t size_ = 0;
+  std::size_t capacity_ = 0;  // rows of the first chunk; of every chunk, once there is a second
   bool hasHugePages_ = true;
-  std::vector<std::byte*> chunks_;
+  std::vector<Chunk> chunks_;
 };
 
 }  // namespace velmora

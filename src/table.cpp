@@ -1,6 +1,7 @@
 // See table.h.
 #include "table.h"
 
+#include <algorithm>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -10,12 +11,11 @@ Table::Table(std::string name, std::vector<Column> columns_)
     : tableName(std::move(name)),
       columns(std::move(columns_)),
       typedColumns(columns.size()),
-      rows(columns.size()) {
+      rows_(std::make_unique<Rows>()) {
   for (const Column& column : columns) {
-    positions_.emplace(column.name, kinds_.size());
-    kinds_.push_back(valueKind(column.type));
+    positions_.emplace(column.name, values_.size());
+    values_.push_back(std::make_unique<ColumnValues>(valueKind(column.type), *rows_));
   }
-  mirrors_ = std::make_unique<ColumnMirrors>(kinds_);
 }
 
 std::size_t Table::searchColumn(std::string_view name) const {
@@ -26,27 +26,25 @@ std::size_t Table::searchColumn(std::string_view name) const {
 std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
   const std::int32_t index = primaryKeyMap.find(key);
   if (index == PrimaryKeyMap::noRow) return index;
-  const Row& row = rows[static_cast<std::size_t>(index)];
+  const auto row = static_cast<std::size_t>(index);
   // "7" and "07" are one key, but two texts.
-  const Cell& cell = row.cells()[static_cast<std::size_t>(primaryKeyIndex)];
-  const bool isFound = isLive(static_cast<std::size_t>(index)) && cell.valueAt(now) == key;
+  TextRoom room;
+  const bool isFound =
+      isLive(row) && text(row, static_cast<std::size_t>(primaryKeyIndex), now, room) == key;
   return isFound ? index : PrimaryKeyMap::noRow;
 }
 
-Row& Table::appendRow() {
-  deletedRows.push_back(0);
-  try {
-    return rows.emplaceBack();
-  } catch (...) {
-    deletedRows.pop_back();
-    throw;
-  }
+std::size_t Table::appendRows(std::size_t count) {
+  const std::size_t first = rowCount();
+  count = std::min(count, Rows::chunkRows - Rows::placeOf(first));
+  rows_->append(count);
+  for (const auto& column : values_) column->append(first, count);
+  return count;
 }
 
 void Table::removeLastRow() noexcept {
-  rows.popBack();
-  deletedRows.pop_back();
-  mirrors_->truncate(rows.size());
+  for (const auto& column : values_) column->removeLast(rowCount() - 1);
+  rows_->removeLast();
 }
 
 void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, KeyRule rule) {
@@ -56,17 +54,18 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
   primaryKeyIndex = static_cast<std::int32_t>(position);
   primaryKeyMap = PrimaryKeyMap(columns[position].type);
   const bool isTimedLast = rule == KeyRule::liveFirstTimedLast;
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    Cell& cell = rows[i].cells()[position];
-    if (cell.tempRule != nullptr) cell.value = cell.valueAt(now);
-    if (cell.tempRule == nullptr || !isTimedLast) fileKey(i, rule);
+  ColumnValues& keys = *values_[position];
+  for (std::size_t i = 0; i < rowCount(); ++i) {
+    keys.refile(i, now);
+    if (keys.rule(i) == nullptr || !isTimedLast) fileKey(i, rule);
   }
   if (isTimedLast && columns[position].maxStates > 0) fileTimedKeys();
 }
 
 void Table::fileKey(std::size_t row, KeyRule rule) {
   const auto column = static_cast<std::size_t>(primaryKeyIndex);
-  const std::string_view key = rows[row].cells()[column].value;
+  TextRoom room;
+  const std::string_view key = keyText(row, room);
   const auto index = static_cast<std::int32_t>(row);
   const std::int32_t holder =
       atPlace(*this, column, row, [&] { return primaryKeyMap.findOrAdd(key, index); });
@@ -88,9 +87,8 @@ void tellPlace(FailedConversion& failure, const Table& table, std::size_t column
 }
 
 void Table::fileTimedKeys() {
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const Cell& cell = rows[i].cells()[static_cast<std::size_t>(primaryKeyIndex)];
-    if (cell.tempRule == nullptr) continue;
+  for (std::size_t i = 0; i < rowCount(); ++i) {
+    if (values_[static_cast<std::size_t>(primaryKeyIndex)]->rule(i) == nullptr) continue;
     try {
       fileKey(i, KeyRule::liveFirst);
     } catch (const std::bad_alloc&) {

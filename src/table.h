@@ -1,6 +1,6 @@
-// The records of the catalogue: columns, links and tables. A table keeps its rows, its key map and
-// its column mirrors in step with each other; what a change means for links, transactions and files
-// is left to the engine.
+// The records of the catalogue: columns, links and tables. A table is the only place where rows
+// change: it keeps their values and its key map in step with each other. What a change means for
+// links, transactions and files is left to the engine.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "cell.h"
-#include "column_mirror.h"
+#include "column.h"
 #include "key_map.h"
 #include "number.h"
 #include "rows.h"
@@ -59,20 +59,22 @@ enum class KeyRule : std::uint8_t {
   liveFirstTimedLast,
 };
 
-struct Table {
+class Table {
+ public:
   std::string tableName;
   std::vector<Column> columns;
   // How many columns, from the first, have a type that values are checked against: all of them,
   // but for a table whose creation failed half-way.
   std::size_t typedColumns = 0;
-  Rows rows;
-  std::vector<std::uint8_t> deletedRows;  // 1 or 0 a row
-  std::string primaryKeyColumn;           // empty when the table has none
+  std::string primaryKeyColumn;  // empty when the table has none
   std::int32_t primaryKeyIndex = -1;
   PrimaryKeyMap primaryKeyMap;
   std::vector<LinkRecord> links;  // the links of which this table is the child, in order
 
   Table(std::string name, std::vector<Column> columns_);
+  Table(Table&&) = default;
+  Table& operator=(Table&&) = default;
+  ~Table() { values_.clear(); }
 
   // The position of the first column called so, or noColumn. The hint is where to look first.
   std::size_t columnPosition(std::string_view name, std::size_t hint = 0) const {
@@ -84,27 +86,67 @@ struct Table {
     }
     return searchColumn(name);
   }
-  // The column's kind of values.
-  ValueKind kind(std::size_t position) const { return kinds_[position]; }
+  // The column's kind of values, and the values.
+  ValueKind kind(std::size_t column) const { return values_[column]->kind(); }
+  const ColumnValues& values(std::size_t column) const { return *values_[column]; }
+
+  std::size_t rowCount() const noexcept { return rows_->size(); }
+  bool isLive(std::size_t row) const noexcept { return rows_->isLive(row); }
+  // The chunks of rows, for who takes many rows at a time.
+  const Rows& rows() const noexcept { return *rows_; }
+  // The text that a cell shows at the second `now`; see ColumnValues::text.
+  std::string_view text(std::size_t row, std::size_t column, std::int64_t now,
+                        TextRoom& room) const {
+    return values_[column]->text(row, now, room);
+  }
+  // Has the row brought into the cache, if it is a usual one, or else its first cells.
+  [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
+    constexpr std::size_t mostCells = 16;
+    const std::size_t cells = values_.size() < mostCells ? values_.size() : mostCells;
+    for (std::size_t i = 0; i < cells; ++i) values_[i]->prefetch(row);
+  }
+
+  // Appends a live row without values, but for zeros where integers belong; returns its index. The
+  // key map is left to fileKey.
+  std::size_t appendRow() {
+    appendRows(1);
+    return rowCount() - 1;
+  }
+  // Takes the last row off again; its key is the caller's to erase.
+  void removeLastRow() noexcept;
+  // Gives a cell another value; of a key, the key map is the caller's to change. A failure changes
+  // nothing.
+  void set(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
+    values_[column]->set(row, cell, now);
+  }
+  // The same for a cell that was taken from here, whose key text stays as it was.
+  void restore(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
+    values_[column]->restore(row, cell, now);
+  }
+  void setNumber(std::size_t row, std::size_t column, std::int32_t number) noexcept {
+    values_[column]->setNumber(row, number);
+  }
+  void setDeleted(std::size_t row, bool isDeleted) noexcept { rows_->setDeleted(row, isDeleted); }
+  // The same for a loader, which puts the values into the columns' arrays itself: at most so many
+  // rows, and none beyond the end of their chunk. Returns how many.
+  std::size_t appendRows(std::size_t count);
+
+  // What the row knows of its children; null while nothing has been linked to it.
+  Dependents* dependents(std::size_t row) const noexcept { return rows_->dependents(row); }
+  std::unique_ptr<Dependents>& dependentsPlace(std::size_t row) {
+    return rows_->dependentsPlace(row);
+  }
 
   bool hasPrimaryKey() const noexcept { return primaryKeyIndex >= 0; }
+  // The key text under which a row is filed; the table has a primary key.
+  std::string_view keyText(std::size_t row, TextRoom& room) const {
+    return values_[static_cast<std::size_t>(primaryKeyIndex)]->keyText(row, room);
+  }
   // The live row whose key shows this very text at the second `now`, or PrimaryKeyMap::noRow; the
   // table has a primary key. Throws as PrimaryKeyMap::find does.
   std::int32_t findLive(std::string_view key, std::int64_t now) const;
-  bool isLive(std::size_t row) const { return deletedRows[row] == 0; }
-  void setDeleted(std::size_t row, bool isDeleted) { deletedRows[row] = isDeleted ? 1 : 0; }
-
-  // Appends a row whose cells have no values. It does not touch the key map.
-  Row& appendRow();
-  // Removes the last row.
-  void removeLastRow() noexcept;
-
-  // A column's values as plain numbers, for a scan; stays as it is until the table changes. May be
-  // asked for beside other readers.
-  const ColumnMirror& mirror(std::size_t column) const { return mirrors_->of(column, rows); }
-  // To be called behind every change of a cell of a row that was there before the change.
-  void cellChanged(std::size_t row, std::size_t column) { mirrors_->refresh(rows, row, column); }
-  void rowChanged(std::size_t row) { mirrors_->refreshRow(rows, row); }
+  // While a table is loaded: see Rows::setHugePages.
+  void setHugePages(bool isWanted) noexcept { rows_->setHugePages(isWanted); }
 
   // Makes the column the primary key and builds the key map from all rows, deleted ones included.
   // Throws std::runtime_error "Primary key not found", or "Cannot create Primary Key: Duplicate
@@ -119,8 +161,10 @@ struct Table {
   void fileKey(std::size_t row, KeyRule rule);
   void fileTimedKeys();
 
-  std::vector<ValueKind> kinds_;
-  std::unique_ptr<ColumnMirrors> mirrors_;
+  // The columns end before the rows that they refer to: a move replaces them in this order, and the
+  // destructor sees to it.
+  std::vector<std::unique_ptr<ColumnValues>> values_;
+  std::unique_ptr<Rows> rows_;
   std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>> positions_;
 };
 

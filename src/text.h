@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -35,12 +36,6 @@ class Text {
   }
   // The text assigned may be a view into this one. After a failure this text is as it was.
   Text& operator=(std::string_view text) {
-    if (text.size() <= inlineCapacity && !isOnHeap()) {
-      // A view into this text overlaps, and the length byte lies outside what is moved.
-      if (!text.empty()) std::memmove(bytes_, text.data(), text.size());
-      bytes_[lengthByte] = static_cast<char>(text.size());
-      return *this;
-    }
     return *this = Text(text);
   }
 
@@ -52,7 +47,19 @@ class Text {
   operator std::string_view() const noexcept { return view(); }  // NOLINT
 
   friend bool operator==(const Text& a, std::string_view b) noexcept { return a.view() == b; }
-  friend bool operator==(const Text& a, const Text& b) noexcept { return a.view() == b.view(); }
+  friend bool operator==(const Text& a, const Text& b) noexcept {
+    return a.isOnHeap() ? a.view() == b.view()
+                        : std::memcmp(a.bytes_, b.bytes_, sizeof a.bytes_) == 0;
+  }
+
+  // A byte that is equal for equal texts, and seldom for others.
+  std::uint8_t fingerprint() const noexcept {
+    if (isOnHeap()) return static_cast<std::uint8_t>(std::hash<std::string_view>()(view()));
+    std::uint64_t words[2];
+    std::memcpy(words, bytes_, sizeof words);
+    const std::uint64_t mixed = (words[0] ^ words[1] * 0x9E3779B97F4A7C15) * 0xFF51AFD7ED558CCD;
+    return static_cast<std::uint8_t>(mixed >> 56);
+  }
 
  private:
   static constexpr std::size_t inlineCapacity = 15;
@@ -85,7 +92,8 @@ class Text {
     if (isOnHeap()) delete[] heapBytes();
   }
 
-  // Inline: the bytes, and their number in the last byte. On the heap: pointer, 32-bit size, mark.
+  // Inline: the bytes, zeros, and in the last byte their number, so that equal texts are equal
+  // bytes. On the heap: pointer, 32-bit size, mark.
   alignas(char*) char bytes_[16];
 };
 

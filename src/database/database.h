@@ -33,20 +33,21 @@
 
 namespace velmora {
 
+// The value a command gives to a column.
+struct GivenValue {
+  std::size_t column = 0;  // the column's position in its table
+  Cell cell;
+};
+
 // One undo record of the open transaction.
 struct TransactionAction {
   std::string kind;  // "INSERT", "DELETE" or "UPDATE"
   std::string tableName;
   std::int32_t rowIndex = 0;
-  // The row's cells before an UPDATE; else none, since the row stays where it is. Its links are not
-  // kept: they only say which children to ask, and nothing that undoes a change may forget one.
-  std::vector<Cell> cells;
-};
-
-// The value a command gives to a column.
-struct GivenValue {
-  std::size_t column = 0;  // the column's position in its table
-  Cell cell;
+  // What an UPDATE found in the columns that it changes; else none, since the row stays where it
+  // is. Its links are not kept: they only say which children to ask, and nothing that undoes a
+  // change may forget one.
+  std::vector<GivenValue> cells;
 };
 
 // A column as a command names it; the table is empty when the name is bare.
@@ -154,9 +155,10 @@ class Database {
   // is empty" or "Primary table is missing required future key: K"; nothing is recorded then.
   // dbMutex held.
   void linkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
-  // Whether a live child row refers to the key of this parent row, now or in a coming state. A row
-  // that nothing was ever linked to loses its referenced mark. dbMutex held.
-  bool isActivelyRestricted(Row& parentRow, std::string_view keyText, std::int64_t now);
+  // Whether a live child row refers to the key of this parent row, now or in a coming state.
+  // dbMutex held.
+  bool isActivelyRestricted(const Table& parent, std::int32_t parentRow, std::string_view keyText,
+                            std::int64_t now) const;
 
   // Transactions (transactions.cpp): one at a time for the whole engine.
 
@@ -199,8 +201,8 @@ class Database {
   Reading lockForReading(const std::string& first, const std::string& second);
   // Gives one value to one row. dbMutex held.
   void applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given, std::int64_t now);
-  // Moves a row in the key map to the key it is about to bear. dbMutex held.
-  void moveKey(Table& table, std::int32_t rowIndex, std::string_view newKey, std::int64_t now);
+  // Gives a row another key, and moves it in the key map. dbMutex held.
+  void moveKey(Table& table, std::int32_t rowIndex, const Cell& cell, std::int64_t now);
   // Takes a child row out of its parents' dependents. dbMutex held.
   void unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
   // Makes all parents forget a table's rows. dbMutex held.

@@ -95,35 +95,42 @@ JoinColumns resolveOn(const Resolver& resolver, const ColumnReference& first,
                       : JoinColumns{firstColumn, secondColumn};
 }
 
+// A code that is equal for equal texts.
+std::int32_t codeOf(std::string_view text) {
+  return static_cast<std::int32_t>(std::hash<std::string_view>()(text));
+}
+
 // One side's join column: its texts, and a code for each that is equal for equal texts.
 class KeyColumn {
  public:
-  // With isNumeric both sides are integers, whose codes tell equality alone where they are exact.
+  // With isNumeric both sides are integers, whose codes tell equality alone where they are numbers.
   KeyColumn(const Table& table, std::size_t column, bool isNumeric, std::int64_t now)
-      : table_(table), column_(column), isNumeric_(isNumeric), now_(now) {
-    const bool sameCodes = isNumeric == (table.kind(column) == ValueKind::integer);
-    if (sameCodes && table.rows.size() >= leastMirroredRows) mirror_ = &table.mirror(column);
-  }
+      : values_(table.values(column)), isNumeric_(isNumeric), now_(now) {}
 
-  std::string_view text(std::int32_t row) const {
-    return table_.rows[static_cast<std::size_t>(row)].cells()[column_].valueAt(now_);
+  std::string_view text(std::int32_t row, TextRoom& room) const {
+    return values_.text(static_cast<std::size_t>(row), now_, room);
   }
   std::int32_t code(std::int32_t row) const {
-    const auto index = static_cast<std::size_t>(row);
-    if (mirror_ != nullptr && !mirror_->isException(index)) return mirror_->code(index);
-    return codeOf(isNumeric_ ? ValueKind::integer : ValueKind::text, text(row));
+    if (const std::int32_t* const number = numberAt(row)) return *number;
+    TextRoom room;
+    return codeOf(text(row, room));
   }
   // Whether the row's code is its number.
-  bool isExact(std::int32_t row) const {
-    return isNumeric_ && mirror_ != nullptr && !mirror_->isException(static_cast<std::size_t>(row));
-  }
+  bool isExact(std::int32_t row) const { return numberAt(row) != nullptr; }
 
  private:
-  const Table& table_;
-  std::size_t column_;
+  // The number that tells the row's text; null if none does.
+  const std::int32_t* numberAt(std::int32_t row) const {
+    if (!isNumeric_) return nullptr;
+    const auto index = static_cast<std::size_t>(row);
+    const ColumnValues::Chunk chunk = values_.chunk(Rows::chunkOf(index), now_);
+    const std::size_t place = Rows::placeOf(index);
+    return chunk.isUnclear(place) ? nullptr : chunk.numbers + place;
+  }
+
+  const ColumnValues& values_;
   bool isNumeric_;
   std::int64_t now_;
-  const ColumnMirror* mirror_ = nullptr;
 };
 
 struct Pair {
@@ -167,8 +174,7 @@ class PartnerIndex {
       for (std::uint32_t e = heads[i]; e != none; e = entries_[e].next) {
         const Entry& entry = entries_[e];
         if (entry.code != codes[i]) continue;
-        const bool isExact = leftKeys.isExact(leftRows[i]) && keys_.isExact(entry.row);
-        if (isExact || leftKeys.text(leftRows[i]) == keys_.text(entry.row)) {
+        if (areEqual(leftKeys, leftRows[i], entry.row)) {
           pairs.push_back({leftRows[i], entry.row});
           if (pairs.size() == mostPairs) emit(pairs);
         }
@@ -187,6 +193,14 @@ class PartnerIndex {
     std::int32_t row;
     std::uint32_t next;
   };
+
+  // Whether two keys of one code are equal.
+  bool areEqual(const KeyColumn& leftKeys, std::int32_t left, std::int32_t right) const {
+    if (leftKeys.isExact(left) && keys_.isExact(right)) return true;
+    TextRoom leftRoom;
+    TextRoom rightRoom;
+    return leftKeys.text(left, leftRoom) == keys_.text(right, rightRoom);
+  }
 
   // Few rows get many buckets: most look-ups then end at an empty one, at once and as predicted.
   static int bucketBits(std::size_t rows) {
@@ -215,7 +229,7 @@ class LeftRows {
 
   // The next rows, at most PartnerIndex::blockSize; none at the end.
   std::span<const std::int32_t> next() {
-    const std::size_t end = areAll_ ? table_.rows.size() : matched_.size();
+    const std::size_t end = areAll_ ? table_.rowCount() : matched_.size();
     const std::size_t start = position_;
     if (!areAll_) {
       position_ = std::min(end, start + PartnerIndex::blockSize);
@@ -241,7 +255,6 @@ class LeftRows {
 struct Output {
   const Table* table;
   std::size_t column;
-  ValueKind kind;
   bool isRight;
   std::size_t rowOf(const Pair& pair) const {
     return static_cast<std::size_t>(isRight ? pair.right : pair.left);
@@ -286,21 +299,21 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   std::vector<Output> outputs;
   for (const Side& side : sides) {
     const Table& table = side.isRight ? right : left;
-    outputs.push_back({&table, side.column, table.kind(side.column), side.isRight});
+    outputs.push_back({&table, side.column, side.isRight});
   }
   result.rows.begin(result.columns, std::move(target));
   const auto addRows = [&](std::vector<Pair>& pairs) {
     for (const Pair& pair : pairs) {
       for (const Output& output : outputs) {
-        output.table->rows.prefetch(output.rowOf(pair), output.column);
+        output.table->values(output.column).prefetch(output.rowOf(pair));
       }
     }
     for (const Pair& pair : pairs) {
       for (const Output& output : outputs) {
         const std::size_t row = output.rowOf(pair);
-        const Cell& cell = output.table->rows[row].cells()[output.column];
-        atPlace(*output.table, output.column, row,
-                [&] { result.rows.add(cell, output.kind, now); });
+        atPlace(*output.table, output.column, row, [&] {
+          output.table->values(output.column).print(row, now, result.rows);
+        });
       }
     }
     constexpr auto mostRows = std::numeric_limits<std::int32_t>::max();

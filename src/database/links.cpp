@@ -17,17 +17,11 @@
 namespace velmora {
 namespace {
 
-void addDependent(Row& parent, const ForeignRelation& relation, std::int32_t childRow) {
-  parent.isReferenced = true;
-  std::unique_ptr<Dependents>* known = &parent.links;
-  while (*known != nullptr && (*known)->relation != relation) known = &(*known)->next;
-  if (*known == nullptr) *known = std::make_unique<Dependents>(Dependents{relation, {}, nullptr});
-  (*known)->childRows.add(childRow);
-}
-
-bool refersTo(const Cell& cell, std::string_view keyText, std::int64_t now) {
+bool refersTo(const ColumnValues& column, std::size_t row, std::string_view keyText,
+              std::int64_t now) {
   bool found = false;
-  forEachKeyText(cell, now, [&](std::string_view text) { found = found || text == keyText; });
+  column.forEachComingText(row, now,
+                           [&](std::string_view text) { found = found || text == keyText; });
   return found;
 }
 
@@ -125,10 +119,10 @@ void Database::link(const std::string& childTable, const std::string& childColum
   }
 
   std::vector<Pair> pairs;
-  for (std::size_t i = 0; i < child.rows.size(); ++i) {
+  for (std::size_t i = 0; i < child.rowCount(); ++i) {
     if (!child.isLive(i)) continue;
     const ChildCell childCell{child, childPosition, i};
-    forEachKeyText(child.rows[i].cells()[childPosition], now, [&](std::string_view key) {
+    child.values(childPosition).forEachComingText(i, now, [&](std::string_view key) {
       const bool isThere =
           forEachParent(*this, childCell, parent, parentPosition, key, now, [&](std::int32_t row) {
             pairs.push_back({static_cast<std::int32_t>(i), row});
@@ -141,7 +135,8 @@ void Database::link(const std::string& childTable, const std::string& childColum
   }
   const ForeignRelation dependents{Text(childTable), Text(childColumn)};
   for (const Pair& pair : pairs) {
-    addDependent(parent.rows[static_cast<std::size_t>(pair.parent)], dependents, pair.child);
+    addDependent(parent.dependentsPlace(static_cast<std::size_t>(pair.parent)), dependents,
+                 pair.child);
   }
   if (std::find(child.links.begin(), child.links.end(), record) == child.links.end()) {
     child.links.push_back(record);
@@ -184,28 +179,27 @@ void Database::makePrimaryKey(Table& parent, const std::string& column, std::int
 
 void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t now) {
   if (table.links.empty()) return;
-  const Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
   struct Found {
     const LinkRecord* link;
-    Row* parentRow;
+    Table* parent;
+    std::size_t row;
   };
   std::byte memory[8 * sizeof(Found)];  // enough for a usual row
   std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
   std::pmr::vector<Found> found(&resource);
   for (const LinkRecord& link : table.links) {
     const auto parentEntry = tables.find(link.parentTable);
-    if (parentEntry == tables.end() || parentEntry->second.rows.empty()) {
+    if (parentEntry == tables.end() || parentEntry->second.rowCount() == 0) {
       throw std::runtime_error("Primary table is empty");
     }
     Table& parent = parentEntry->second;
     const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
     const ChildCell child{table, table.columnPosition(link.column),
                           static_cast<std::size_t>(rowIndex)};
-    const Cell& cell = row.cells()[child.column];
-    forEachKeyText(cell, now, [&](std::string_view key) {
+    table.values(child.column).forEachComingText(child.row, now, [&](std::string_view key) {
       const bool isThere =
           forEachParent(*this, child, parent, parentPosition, key, now, [&](std::int32_t index) {
-            found.push_back({&link, &parent.rows[static_cast<std::size_t>(index)]});
+            found.push_back({&link, &parent, static_cast<std::size_t>(index)});
           });
       if (!isThere) {
         throw std::runtime_error("Primary table is missing required future key: " +
@@ -214,18 +208,16 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t n
     });
   }
   // Nothing is recorded before every link has been checked.
-  for (const Found& parent : found) {
-    addDependent(*parent.parentRow, {Text(table.tableName), Text(parent.link->column)}, rowIndex);
+  for (const Found& each : found) {
+    addDependent(each.parent->dependentsPlace(each.row),
+                 {Text(table.tableName), Text(each.link->column)}, rowIndex);
   }
 }
 
-bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText, std::int64_t now) {
-  if (parentRow.links == nullptr) {
-    parentRow.isReferenced = false;
-    return false;
-  }
-  for (const Dependents* linked = parentRow.links.get(); linked != nullptr;
-       linked = linked->next.get()) {
+bool Database::isActivelyRestricted(const Table& parent, std::int32_t parentRow,
+                                    std::string_view keyText, std::int64_t now) const {
+  for (const Dependents* linked = parent.dependents(static_cast<std::size_t>(parentRow));
+       linked != nullptr; linked = linked->next.get()) {
     const auto child = tables.find(linked->relation.childTable.view());
     if (child == tables.end()) continue;
     const Table& table = child->second;
@@ -233,15 +225,14 @@ bool Database::isActivelyRestricted(Row& parentRow, std::string_view keyText, st
     if (position == noColumn) continue;
     for (std::size_t i = 0; i < linked->childRows.size(); ++i) {
       const auto row = static_cast<std::size_t>(linked->childRows[i]);
-      if (row >= table.rows.size() || !table.isLive(row)) continue;
-      if (refersTo(table.rows[row].cells()[position], keyText, now)) return true;
+      if (row >= table.rowCount() || !table.isLive(row)) continue;
+      if (refersTo(table.values(position), row, keyText, now)) return true;
     }
   }
   return false;
 }
 
 void Database::unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t now) {
-  const Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
   for (const LinkRecord& link : table.links) {
     const auto parentEntry = tables.find(link.parentTable);
     if (parentEntry == tables.end()) continue;
@@ -249,12 +240,10 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t
     const std::size_t parentPosition = parent.columnPosition(link.parentColumn);
     const ChildCell child{table, table.columnPosition(link.column),
                           static_cast<std::size_t>(rowIndex)};
-    const Cell& cell = row.cells()[child.column];
-    forEachKeyText(cell, now, [&](std::string_view key) {
+    table.values(child.column).forEachComingText(child.row, now, [&](std::string_view key) {
       forEachParent(*this, child, parent, parentPosition, key, now, [&](std::int32_t index) {
-        Row& parentRow = parent.rows[static_cast<std::size_t>(index)];
-        for (Dependents* linked = parentRow.links.get(); linked != nullptr;
-             linked = linked->next.get()) {
+        for (Dependents* linked = parent.dependents(static_cast<std::size_t>(index));
+             linked != nullptr; linked = linked->next.get()) {
           if (linked->relation.childTable != table.tableName) continue;
           linked->childRows.remove(rowIndex);
         }
@@ -267,9 +256,10 @@ void Database::forgetChildTable(const Table& table) {
   for (const LinkRecord& link : table.links) {
     const auto parentEntry = tables.find(link.parentTable);
     if (parentEntry == tables.end()) continue;
-    Rows& rows = parentEntry->second.rows;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      std::unique_ptr<Dependents>* linked = &rows[i].links;
+    Table& parent = parentEntry->second;
+    for (std::size_t i = 0; i < parent.rowCount(); ++i) {
+      if (parent.dependents(i) == nullptr) continue;
+      std::unique_ptr<Dependents>* linked = &parent.dependentsPlace(i);
       while (*linked != nullptr) {
         if ((*linked)->relation.childTable == table.tableName) {
           *linked = std::move((*linked)->next);

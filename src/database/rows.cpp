@@ -1,5 +1,5 @@
 // The row-changing operations: insert, update, delete. Each finds its rows, checks, changes them in
-// memory, keeps the key map, the links and the column mirrors in step, leaves undo records for the
+// memory, keeps the key map and the links in step, leaves undo records for the
 // open transaction, and schedules the coming changes of timed values. What links demand is decided
 // in links.cpp.
 #include <algorithm>
@@ -38,11 +38,12 @@ std::int32_t rowOfKey(const Table& table, std::string_view key, std::int32_t bea
 
 // The number of a new row: one more than the last row's, deleted or not, or 1.
 std::int32_t nextIdentity(const Table& table, std::size_t column, std::int64_t now) {
-  if (table.rows.size() < 2) return 1;
-  const std::size_t previous = table.rows.size() - 2;
-  const Cell& cell = table.rows[previous].cells()[column];
-  const std::int32_t last =
-      atPlace(table, column, previous, [&] { return parseInt(cell.valueAt(now)); });
+  if (table.rowCount() < 2) return 1;
+  const std::size_t previous = table.rowCount() - 2;
+  TextRoom room;
+  const std::int32_t last = atPlace(table, column, previous, [&] {
+    return parseInt(table.text(previous, column, now, room));
+  });
   if (last == std::numeric_limits<std::int32_t>::max()) {
     throw std::runtime_error("ApexInt is exhausted");
   }
@@ -50,23 +51,22 @@ std::int32_t nextIdentity(const Table& table, std::size_t column, std::int64_t n
 }
 
 // Fills the cells of the row just appended from the given values.
-void fillCells(const Table& table, Row& row, std::vector<GivenValue>& values, std::int64_t now) {
-  const auto cells = row.cells();
-  for (Cell& cell : cells) cell.value = missingValue;
-  for (GivenValue& given : values) {
-    Cell& cell = cells[given.column];
-    cell = std::move(given.cell);
-    if (cell.tempRule != nullptr) cell.value = cell.valueAt(now);
+void fillCells(Table& table, std::size_t row, const std::vector<GivenValue>& values,
+               std::int64_t now) {
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    if (table.columns[i].type == "ApexInt") table.setNumber(row, i, nextIdentity(table, i, now));
   }
-  for (std::size_t i = 0; i < cells.size(); ++i) {
-    if (table.kind(i) != ValueKind::integer) continue;
-    if (table.columns[i].type == "ApexInt") {
-      char number[maxNumberText];
-      cells[i].value = std::string_view(number, writeInt(number, nextIdentity(table, i, now)));
-    } else if (cells[i].value == missingValue) {
-      cells[i].value = "0";
-    }
+  for (const GivenValue& given : values) {
+    // An identity is the engine's to give, but for a timed one.
+    const bool isNumbered = table.columns[given.column].type == "ApexInt";
+    if (!isNumbered || given.cell.tempRule != nullptr) table.set(row, given.column, given.cell, now);
   }
+}
+
+// Whether a new key text means another key than the one under which the row is filed.
+bool isOtherKey(const Table& table, std::string_view filed, std::string_view key) {
+  const KeyComparator& comesFirst = table.primaryKeyMap.comparator();
+  return comesFirst(filed, key) || comesFirst(key, filed);
 }
 
 }  // namespace
@@ -77,23 +77,20 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
   checkLog();
   checkSchedule(values);
   Table& table = tableOrNew(tableName);
-  const auto rowIndex = static_cast<std::int32_t>(table.rows.size());
-  Row& row = table.appendRow();
+  const std::size_t row = table.appendRow();
+  const auto rowIndex = static_cast<std::int32_t>(row);
   try {
     fillCells(table, row, values, now);
+    TextRoom room;
+    std::string_view key;
     if (table.hasPrimaryKey()) {
-      // The row is filed under the text that its key cell shows now.
-      Cell& keyCell = row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)];
-      if (keyCell.tempRule != nullptr) keyCell.value = keyCell.valueAt(now);
-      const std::int32_t holder = rowOfKey(table, keyCell.value, rowIndex);
-      if (isTaken(table, holder, rowIndex)) throwDuplicate(keyCell.value);
+      key = table.keyText(row, room);
+      const std::int32_t holder = rowOfKey(table, key, rowIndex);
+      if (isTaken(table, holder, rowIndex)) throwDuplicate(key);
     }
     linkRow(table, rowIndex, now);
     if (inTransaction) makeRoom(transactionLog, 1);
-    if (table.hasPrimaryKey()) {
-      const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
-      table.primaryKeyMap.assign(row.cells()[keyColumn].value, rowIndex);
-    }
+    if (table.hasPrimaryKey()) table.primaryKeyMap.assign(key, rowIndex);
   } catch (...) {
     table.removeLastRow();
     throw;
@@ -101,7 +98,7 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
   if (inTransaction) transactionLog.push_back({"INSERT", tableName, rowIndex, {}});
   if (!isReplaying) {
     for (std::size_t i = 0; i < table.columns.size(); ++i) {
-      const TempRule* const rule = row.cells()[i].tempRule.get();
+      const TempRule* const rule = table.values(i).rule(row);
       if (rule != nullptr) registerWebhook(tableName, rowIndex, table.columns[i].name, *rule);
     }
   }
@@ -118,66 +115,59 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
   if (inTransaction) {
     // Before any check, so that a rollback also undoes what a failing update has changed.
     for (const std::int32_t index : matched) {
-      const Row& row = table.rows[static_cast<std::size_t>(index)];
-      const auto cells = row.cells();
-      transactionLog.push_back({"UPDATE", tableName, index, {cells.begin(), cells.end()}});
+      transactionLog.push_back({"UPDATE", tableName, index, {}});
+      for (const GivenValue& given : newValues) {
+        const auto row = static_cast<std::size_t>(index);
+        transactionLog.back().cells.push_back({given.column, table.values(given.column).cell(row)});
+      }
     }
   }
   for (const GivenValue& given : newValues) {
     if (table.columns[given.column].type == "ApexInt") {
       throw std::runtime_error("ApexInt is an immutable identity column and cannot be updated");
     }
-    constexpr std::size_t stepsAhead = 8;
-    for (std::size_t i = 0; i < matched.size(); ++i) {
-      if (i + stepsAhead < matched.size()) {
-        const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
-        table.rows.prefetch(coming, given.column);
-      }
-      applyValue(table, matched[i], given, now);
-    }
+    for (const std::int32_t index : matched) applyValue(table, index, given, now);
   }
   return successful("success!", static_cast<std::int32_t>(matched.size()));
 }
 
 void Database::applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given,
                           std::int64_t now) {
-  Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
-  Cell& cell = row.cells()[given.column];
-  const bool isKey = static_cast<std::int32_t>(given.column) == table.primaryKeyIndex;
-  const TempRule* const rule = given.cell.tempRule.get();
-  if (isKey || rule != nullptr) {
-    Cell next = given.cell;
-    if (isKey) {
-      if (rule != nullptr) next.value = next.valueAt(now);
-      moveKey(table, rowIndex, next.value, now);
-    }
-    cell = std::move(next);
+  const auto row = static_cast<std::size_t>(rowIndex);
+  if (static_cast<std::int32_t>(given.column) == table.primaryKeyIndex) {
+    moveKey(table, rowIndex, given.cell, now);
   } else {
-    cell.value = given.cell.value.view();
-    cell.tempRule.reset();
+    table.set(row, given.column, given.cell, now);
   }
-  table.cellChanged(static_cast<std::size_t>(rowIndex), given.column);
   if (!table.links.empty()) linkRow(table, rowIndex, now);
+  const TempRule* const rule = given.cell.tempRule.get();
   if (rule != nullptr && !isReplaying) {
     registerWebhook(table.tableName, rowIndex, table.columns[given.column].name, *rule);
   }
 }
 
-void Database::moveKey(Table& table, std::int32_t rowIndex, std::string_view newKey,
-                       std::int64_t now) {
-  Row& row = table.rows[static_cast<std::size_t>(rowIndex)];
-  const Cell& cell = row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)];
-  const std::string_view shown = cell.valueAt(now);
-  if (row.isReferenced && shown != newKey && isActivelyRestricted(row, shown, now)) {
+void Database::moveKey(Table& table, std::int32_t rowIndex, const Cell& cell, std::int64_t now) {
+  const auto row = static_cast<std::size_t>(rowIndex);
+  const auto column = static_cast<std::size_t>(table.primaryKeyIndex);
+  const std::string_view newKey = cell.valueAt(now);
+  TextRoom room;
+  const std::string_view shown = table.text(row, column, now, room);
+  if (shown != newKey && isActivelyRestricted(table, rowIndex, shown, now)) {
     throw std::runtime_error(
         "Cannot update a primary key that is referenced by an active foreign table");
   }
   PrimaryKeyMap& keys = table.primaryKeyMap;
   if (isTaken(table, rowOfKey(table, newKey, rowIndex), rowIndex)) throwDuplicate(newKey);
+  const Text filed(table.keyText(row, room));
+  const bool isOther = isOtherKey(table, filed, newKey);
   keys.assign(newKey, rowIndex);
-  const std::string_view filed = cell.value;
-  const KeyComparator& comesFirst = keys.comparator();
-  if (comesFirst(filed, newKey) || comesFirst(newKey, filed)) keys.eraseEntry(filed, rowIndex);
+  try {
+    table.set(row, column, cell, now);
+  } catch (...) {
+    if (isOther) keys.eraseEntry(newKey, rowIndex);
+    throw;
+  }
+  if (isOther) keys.eraseEntry(filed, rowIndex);
 }
 
 ResultSet Database::deleteRows(const std::string& tableName,
@@ -193,13 +183,14 @@ ResultSet Database::deleteRows(const std::string& tableName,
     if (!std::exchange(isLogChecked, true)) checkLog();
   };
   for (const std::int32_t index : matched) {
-    Row& row = table.rows[static_cast<std::size_t>(index)];
-    if (row.isReferenced) {
+    if (table.dependents(static_cast<std::size_t>(index)) != nullptr) {
+      TextRoom room;
       const std::string_view key =
-          table.hasPrimaryKey()
-              ? row.cells()[static_cast<std::size_t>(table.primaryKeyIndex)].valueAt(now)
-              : std::string_view();
-      if (isActivelyRestricted(row, key, now)) {
+          table.hasPrimaryKey() ? table.text(static_cast<std::size_t>(index),
+                                             static_cast<std::size_t>(table.primaryKeyIndex), now,
+                                             room)
+                                : std::string_view();
+      if (isActivelyRestricted(table, index, key, now)) {
         return refused("Foreign key points at rows that were meant for deletion");
       }
     }

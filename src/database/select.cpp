@@ -32,13 +32,11 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   for (std::size_t i = 0; i < matched.size(); ++i) {
     if (i + stepsAhead < matched.size()) {
       const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
-      for (const std::size_t position : positions) table.rows.prefetch(coming, position);
+      for (const std::size_t position : positions) table.values(position).prefetch(coming);
     }
     const auto row = static_cast<std::size_t>(matched[i]);
-    const auto cells = table.rows[row].cells();
     for (const std::size_t position : positions) {
-      atPlace(table, position, row,
-              [&] { result.rows.add(cells[position], table.kind(position), now); });
+      atPlace(table, position, row, [&] { table.values(position).print(row, now, result.rows); });
     }
   }
   return result;

@@ -50,28 +50,28 @@ void Database::rollbackTransaction(std::int64_t now) {
 
 void Database::undo(const TransactionAction& action, std::int64_t now) {
   Table& table = getTable(action.tableName);
-  Row& row = table.rows.at(static_cast<std::size_t>(action.rowIndex));
+  const auto row = static_cast<std::size_t>(action.rowIndex);
+  if (row >= table.rowCount()) throw std::out_of_range("Row index outside the table");
   PrimaryKeyMap& keys = table.primaryKeyMap;
-  const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
+  TextRoom room;
   if (action.kind == "INSERT") {
     asFarAsPossible([&] { unlinkRow(table, action.rowIndex, now); });
     if (table.hasPrimaryKey()) {
-      asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
+      asFarAsPossible([&] { keys.eraseEntry(table.keyText(row, room), action.rowIndex); });
     }
     table.removeLastRow();
     return;
   }
   if (action.kind == "DELETE") {
-    table.setDeleted(static_cast<std::size_t>(action.rowIndex), false);
+    table.setDeleted(row, false);
   } else {
     if (table.hasPrimaryKey()) {
-      asFarAsPossible([&] { keys.eraseEntry(row.cells()[keyColumn].value, action.rowIndex); });
+      asFarAsPossible([&] { keys.eraseEntry(table.keyText(row, room), action.rowIndex); });
     }
-    for (std::size_t i = 0; i < action.cells.size(); ++i) row.cells()[i] = action.cells[i];
-    table.rowChanged(static_cast<std::size_t>(action.rowIndex));
+    for (const GivenValue& old : action.cells) table.restore(row, old.column, old.cell, now);
   }
   if (table.hasPrimaryKey()) {
-    asFarAsPossible([&] { keys.assign(row.cells()[keyColumn].value, action.rowIndex); });
+    asFarAsPossible([&] { keys.assign(table.keyText(row, room), action.rowIndex); });
   }
   asFarAsPossible([&] { linkRow(table, action.rowIndex, now); });
 }

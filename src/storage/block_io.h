@@ -46,6 +46,10 @@ class NewFile {
  public:
   NewFile(const Directory& directory, const std::string& fileName);
 
+  // Small enough to stay in the processor's cache, and for the system to keep it in small pieces of
+  // memory: larger blocks took up to ten times as long when it had to make room for large ones.
+  static constexpr std::size_t blockSize = 32 * 1024;
+
   // Room for `count` bytes, of which written() then takes what was used.
   char* room(std::size_t count) {
     if (buffer_.size() < used_ + count) makeRoom(count);
@@ -60,10 +64,6 @@ class NewFile {
   void finish();
 
  private:
-  // Small enough to stay in the processor's cache, and for the system to keep it in small pieces of
-  // memory: larger blocks took up to ten times as long when it had to make room for large ones.
-  static constexpr std::size_t blockSize = 32 * 1024;
-
   void makeRoom(std::size_t count);
   void flush();
   void writeThrough(std::string_view bytes);

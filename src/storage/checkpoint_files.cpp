@@ -50,11 +50,11 @@ class TimedValues {
         cellOffsets_(wholeOffsets(table.columns)),
         slots_(table.columns.size(), -1) {}
 
-  // Files the timed values of row i under their slots and returns these, by column.
-  std::span<const std::int32_t> slotsOf(std::size_t i, const Row& row) {
-    const auto cells = row.cells();
-    for (std::size_t c = 0; c < cells.size() && maxStates_ > 0; ++c) {
-      if (cells[c].tempRule != nullptr) slots_[c] = put(i, c, *cells[c].tempRule);
+  // Files the timed values of a row under their slots and returns these, by column.
+  std::span<const std::int32_t> slotsOf(std::size_t row) {
+    for (std::size_t c = 0; c < slots_.size() && maxStates_ > 0; ++c) {
+      const TempRule* const rule = table_.values(c).rule(row);
+      if (rule != nullptr) slots_[c] = put(row, c, *rule);
     }
     return slots_;
   }
@@ -86,29 +86,19 @@ class TimedValues {
   std::vector<std::int32_t> slots_;
 };
 
-// encodeRow for row i of a table.
-char* encoded(char* out, const Table& table, std::size_t i, std::span<const CellShape> shapes,
-              std::span<const std::int32_t> slots) {
-  try {
-    return encodeRow(out, table.rows[i], table.isLive(i), shapes, slots);
-  } catch (FailedConversion& failure) {
-    failure.table = table.tableName;
-    failure.row = i;
-    throw;
-  }
-}
-
 // Writes the rows of a table whose rows fit: one after the other.
 void writeFittingRows(const Table& table, TimedValues& timed, const Directory& directory) {
   NewFile file(directory, checkpointName(fileNameOf(table.tableName, tableExtension)));
   file.write(Storage::tableFileHeader(table));
   const std::size_t longest = longestRow(table.columns, CellWidths::written);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
-  for (std::size_t i = 0; i < table.rows.size(); ++i) {
-    const Row& row = table.rows[i];
-    const auto slots = timed.slotsOf(i, row);
-    char* const out = file.room(longest);
-    file.written(encoded(out, table, i, shapes, slots));
+  const std::size_t mostRows = std::max<std::size_t>(1, NewFile::blockSize / longest);
+  for (std::size_t i = 0; i < table.rowCount();) {
+    const std::size_t count = std::min(mostRows, encodedTogether(table, i));
+    const auto slots = timed.slotsOf(i);
+    char* const out = file.room(count * longest);
+    file.written(encodeRows(out, table, i, count, shapes, slots));
+    i += count;
   }
   file.finish();
 }
@@ -174,14 +164,13 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
   const std::vector<CellShape> wholeShapes = shapesOf(table.columns, CellWidths::whole);
   std::string written(longest, '\0');
   std::int64_t offset = Storage::headerSize(table.columns.size());
-  for (std::size_t i = 0; i < table.rows.size(); ++i) {
-    const Row& row = table.rows[i];
-    const auto slots = timed.slotsOf(i, row);
-    const char* const end = encoded(written.data(), table, i, shapes, slots);
+  for (std::size_t i = 0; i < table.rowCount(); ++i) {
+    const auto slots = timed.slotsOf(i);
+    const char* const end = encodeRows(written.data(), table, i, 1, shapes, slots);
     file.put(offset, {written.data(), static_cast<std::size_t>(end - written.data())});
     offset += Storage::rowSize(table.columns);
     char* const out = whole.room(longest);
-    whole.written(encodeRow(out, row, table.isLive(i), wholeShapes, slots));
+    whole.written(encodeRows(out, table, i, 1, wholeShapes, slots));
   }
   whole.finish();
   file.finish();
@@ -195,8 +184,10 @@ void writeTable(const Table& table, const Directory& directory, std::vector<std:
   };
   add(deletionExtension);
   NewFile marks(directory, checkpointName(names.back()));
-  const std::vector<std::uint8_t>& deleted = table.deletedRows;
-  marks.write({reinterpret_cast<const char*>(deleted.data()), deleted.size()});
+  for (std::size_t chunk = 0; chunk < table.rows().chunkCount(); ++chunk) {
+    marks.write({reinterpret_cast<const char*>(table.rows().deleted(chunk)),
+                 table.rows().sizeOf(chunk)});
+  }
   marks.finish();
   if (table.columns.empty()) return;
 

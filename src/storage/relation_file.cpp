@@ -44,9 +44,10 @@ void Storage::writeRelation(const Table& linking, const Table& referenced,
   names.text(relation.childColumn, nameWidth).text(relation.parentColumn, nameWidth);
   file.write(names.bytes());
   const std::size_t position = linking.columnPosition(column);
-  for (std::size_t i = 0; position != noColumn && i < linking.rows.size(); ++i) {
-    const Cell& cell = linking.rows[i].cells()[position];
-    const std::int32_t parent = linking.isLive(i) ? rowOfKey(referenced, cell.valueAt(now)) : -1;
+  for (std::size_t i = 0; position != noColumn && i < linking.rowCount(); ++i) {
+    TextRoom room;
+    const std::int32_t parent =
+        linking.isLive(i) ? rowOfKey(referenced, linking.text(i, position, now, room)) : -1;
     file.written(putInt32(file.room(rowWidth), parent));
   }
   file.finish();

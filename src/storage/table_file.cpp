@@ -34,6 +34,7 @@ namespace velmora {
 namespace {
 
 constexpr std::size_t headerFieldsPerColumn = 4;
+constexpr std::int64_t blockRows = 512;  // read at a time
 
 [[noreturn]] void throwCorrupt(std::string_view fileName) {
   throw std::runtime_error("Corrupt table file: " + printable(fileName));
@@ -85,34 +86,54 @@ RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64
   return source;
 }
 
+// Rows of fixed size, as far as the file has whole ones.
+void readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* timed, Table& table) {
+  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
+  const auto rowSize = static_cast<std::size_t>(source.rowSize);
+  std::int64_t left = source.rowLimit;
+  std::int64_t offset = source.firstOffset;
+  while (left > 0) {
+    const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(left, blockRows));
+    const std::string_view bytes = reader.at(offset, wanted * rowSize);
+    if (bytes.size() < rowSize) break;
+    const std::size_t first = table.rowCount();
+    const std::size_t count = table.appendRows(bytes.size() / rowSize);
+    decodeRows(bytes.substr(0, count * rowSize), shapes, timed, table, first, count);
+    left -= static_cast<std::int64_t>(count);
+    offset += static_cast<std::int64_t>(count * rowSize);
+  }
+}
+
+// Rows that overlap, as many as there are.
+void readCountedRows(const RowSource& source, BlockReader& reader, TimedReader* timed,
+                     Table& table) {
+  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
+  std::int64_t offset = source.firstOffset;
+  for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
+    if (reader.at(offset, 1).empty()) break;
+    decodeWideRow(reader, offset, shapes, timed, table, table.appendRow());
+  }
+}
+
 void readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
               Table& table) {
   File file(directory, source.fileName, File::Mode::read);
   if (!file.isOpen()) throwUnreadable(source.fileName);
-  const std::size_t piece = longestRow(table.columns, source.widths);
-  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
   BlockReader reader(file);
-  table.rows.setHugePages(false);
-  std::int64_t offset = source.firstOffset;
-  for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
-    const std::string_view bytes = reader.at(offset, source.isCounted ? 1 : piece);
-    if (bytes.empty()) break;
-    Row& row = table.appendRow();
-    if (source.isCounted) {
-      decodeWideRow(reader, offset, shapes, timed, row);
-    } else if (!decodeRow(bytes, shapes, timed, row)) {
-      table.removeLastRow();
-      break;
-    }
+  table.setHugePages(false);
+  if (source.isCounted) {
+    readCountedRows(source, reader, timed, table);
+  } else {
+    readWholeRows(source, reader, timed, table);
   }
-  table.rows.setHugePages(true);
+  table.setHugePages(true);
 }
 
 void readMarks(const Directory& directory, const std::string& fileName, Table& table) {
   File file(directory, fileName, File::Mode::read);
   if (!file.isOpen() && errno == ENOENT) return;
   BlockReader reader(file);
-  for (std::size_t i = 0; i < table.rows.size(); ++i) {
+  for (std::size_t i = 0; i < table.rowCount(); ++i) {
     const std::string_view mark = reader.at(static_cast<std::int64_t>(i), 1);
     if (mark.empty()) return;  // the rows behind the last mark are live
     if (mark.front() != '\0') table.setDeleted(i, true);

@@ -61,7 +61,8 @@ float getFloat(const char* in) {
   return value;
 }
 
-char* encodePlain(char* out, const CellShape& shape, std::string_view text, bool isLive) {
+// A value by its text.
+char* encodeText(char* out, const CellShape& shape, std::string_view text, bool isLive) {
   switch (shape.kind) {
     case ValueKind::integer:
       return putInt32(out, converted(isLive, [&] { return parseInt(text); }));
@@ -77,44 +78,89 @@ char* encodePlain(char* out, const CellShape& shape, std::string_view text, bool
     case ValueKind::unknown:
       break;
   }
+  return putText(out, text, stringWidth);
+}
+
+// A value that the column's arrays tell.
+char* encodePlain(char* out, const CellShape& shape, const ColumnValues::Chunk& values,
+                  std::size_t place) {
+  switch (shape.kind) {
+    case ValueKind::integer:
+      return putInt32(out, values.numbers[place]);
+    case ValueKind::real:
+      return putFloat(out, values.reals[place]);
+    case ValueKind::boolean:
+      *out++ = values.codes[place] == static_cast<std::uint8_t>(BoolCode::isTrue) ? '\1' : '\0';
+      return out;
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
   // A width known here is filled with a few wide stores.
   std::memset(out, 0, stringWidth);
+  const std::string_view text = values.texts[place];
   std::memcpy(out, text.data(), std::min(text.size(), stringWidth));
   return out + stringWidth;
 }
 
-void decodePlain(const char* in, ValueKind kind, std::size_t width, Cell& cell) {
-  char number[maxNumberText];
-  switch (kind) {
+char* encodeOdd(char* out, const CellShape& shape, const Table& table, std::size_t row,
+                std::size_t column) {
+  TextRoom room;
+  // Not timed, so the second is nothing.
+  const std::string_view text = table.text(row, column, 0, room);
+  return atPlace(table, column, row,
+                 [&] { return encodeText(out, shape, text, table.isLive(row)); });
+}
+
+// The column's cells of some rows that have no odd ones, each so many bytes behind the one before.
+void encodeColumn(char* out, const CellShape& shape, const ColumnValues& values,
+                  std::size_t firstRow, std::size_t count, std::size_t rowSize) {
+  const ColumnValues::Chunk chunk = values.chunk(Rows::chunkOf(firstRow));
+  const std::size_t place = Rows::placeOf(firstRow);
+  for (std::size_t i = 0; i < count; ++i, out += rowSize) {
+    char* value = out;
+    if (shape.canBeTimed) *value++ = '\0';
+    char* const end = encodePlain(value, shape, chunk, place + i);
+    std::memset(end, 0, static_cast<std::size_t>(value + shape.plainWidth - end));
+  }
+}
+
+void decodePlain(const char* in, const CellShape& shape, const ColumnValues::Chunk& values,
+                 std::size_t place) {
+  switch (shape.kind) {
     case ValueKind::integer:
-      cell.value = std::string_view(number, writeInt(number, getInt32(in)));
+      values.numbers[place] = getInt32(in);
       return;
     case ValueKind::real: {
+      constexpr std::uint8_t decimals = 6;
       const float value = getFloat(in);
-      if (std::isnan(value)) {
-        cell.value = missingValue;
-      } else {
-        cell.value = std::string_view(number, writeFixed(number, value));
-      }
+      values.reals[place] = value;
+      values.codes[place] = std::isnan(value) ? missingSpelling : decimals;
       return;
     }
     case ValueKind::boolean:
-      cell.value = std::string_view(*in != 0 ? "true" : "false");
+      values.codes[place] =
+          static_cast<std::uint8_t>(*in != 0 ? BoolCode::isTrue : BoolCode::isFalse);
       return;
     case ValueKind::text:
     case ValueKind::unknown:
-      cell.value = getText(in, width);
+      values.setText(place, getText(in, shape.plainWidth));
       return;
   }
 }
 
-void decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Cell& cell) {
+void decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Table& table,
+                 std::size_t row, std::size_t column) {
+  Cell cell;
   if (timed != nullptr) cell.tempRule = timed->claim(getInt32(in));
-  if (cell.tempRule != nullptr) return;
-  cell.value = shape.kind == ValueKind::integer ? std::string_view("0") : missingValue;
-  if (!shape.isIdentity) return;
-  cell.tempRule = std::make_unique<TempRule>();
-  cell.tempRule->states.push_back({cell.value, 0});
+  // Otherwise the row keeps what an appended one has: no value, or 0.
+  if (cell.tempRule == nullptr && !shape.isIdentity) return;
+  if (cell.tempRule == nullptr) {
+    cell.value = Text("0");
+    cell.tempRule = std::make_unique<TempRule>();
+    cell.tempRule->states.push_back({cell.value, 0});
+  }
+  table.restore(row, column, cell, 0);
 }
 
 bool isTimedCell(std::string_view bytes, const CellShape& shape) {
@@ -127,12 +173,18 @@ std::size_t cellSize(std::string_view bytes, const CellShape& shape) {
   return flagSize + (isTimedCell(bytes, shape) ? shape.timedWidth : shape.plainWidth);
 }
 
-void decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* timed, Cell& cell) {
+void decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* timed, Table& table,
+                std::size_t row, std::size_t column) {
   const char* const value = bytes.data() + (shape.canBeTimed ? 1 : 0);
   if (isTimedCell(bytes, shape)) {
-    decodeTimed(value, shape, timed, cell);
+    decodeTimed(value, shape, timed, table, row, column);
+    return;
+  }
+  const ColumnValues::Chunk chunk = table.values(column).chunk(Rows::chunkOf(row));
+  if (shape.kind == ValueKind::real && std::isinf(getFloat(value))) {
+    table.set(row, column, Cell(Text(std::signbit(getFloat(value)) ? "-inf" : "inf")), 0);
   } else {
-    decodePlain(value, shape.kind, shape.plainWidth, cell);
+    decodePlain(value, shape, chunk, Rows::placeOf(row));
   }
 }
 
@@ -178,12 +230,31 @@ std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns) {
   return offsets;
 }
 
-char* encodeRow(char* out, const Row& row, bool isLive, std::span<const CellShape> shapes,
-                std::span<const std::int32_t> slots) {
+std::size_t encodedTogether(const Table& table, std::size_t firstRow) {
+  const std::size_t chunk = Rows::chunkOf(firstRow);
+  for (std::size_t column = 0; column < table.columns.size(); ++column) {
+    if (table.values(column).chunk(chunk).odd != nullptr) return 1;
+  }
+  return table.rows().sizeOf(chunk) - Rows::placeOf(firstRow);
+}
+
+char* encodeRows(char* out, const Table& table, std::size_t firstRow, std::size_t count,
+                 std::span<const CellShape> shapes, std::span<const std::int32_t> slots) {
+  if (count > 1) {
+    std::size_t rowSize = 0;
+    for (const CellShape& shape : shapes) rowSize += shape.plainWidth + (shape.canBeTimed ? 1 : 0);
+    std::size_t offset = 0;
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
+      encodeColumn(out + offset, shapes[i], table.values(i), firstRow, count, rowSize);
+      offset += shapes[i].plainWidth + (shapes[i].canBeTimed ? 1 : 0);
+    }
+    return out + count * rowSize;
+  }
   for (std::size_t i = 0; i < shapes.size(); ++i) {
     const CellShape& shape = shapes[i];
-    const Cell& cell = row.cells()[i];
-    const bool isTimed = cell.tempRule != nullptr;
+    const ColumnValues::Chunk values = table.values(i).chunk(Rows::chunkOf(firstRow));
+    const std::size_t place = Rows::placeOf(firstRow);
+    const bool isTimed = table.values(i).rule(firstRow) != nullptr;
     if (shape.canBeTimed) *out++ = isTimed ? '\1' : '\0';
     if (isTimed) {
       // In a row file, deliberate: a timed bool's slot overruns the one byte of its column.
@@ -191,12 +262,8 @@ char* encodeRow(char* out, const Row& row, bool isLive, std::span<const CellShap
       out = putText(out, {}, shape.timedWidth - slotWidth);
     } else {
       char* const end = out + shape.plainWidth;
-      try {
-        out = encodePlain(out, shape, cell.value, isLive);
-      } catch (FailedConversion& failure) {
-        failure.column = shape.name;
-        throw;
-      }
+      out = values.isOdd(place) ? encodeOdd(out, shape, table, firstRow, i)
+                                : encodePlain(out, shape, values, place);
       if (out < end) out = putText(out, {}, static_cast<std::size_t>(end - out));
     }
   }
@@ -208,27 +275,26 @@ std::int32_t slotAt(std::string_view row, std::size_t offset) {
   return getInt32(row.data() + offset + 1);
 }
 
-bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
-               Row& row) {
-  Cell* cell = row.cells().data();
-  for (const CellShape& shape : shapes) {
-    const std::size_t size = cellSize(bytes, shape);
-    if (bytes.size() < size) return false;
-    decodeCell(bytes, shape, timed, *cell++);
-    bytes.remove_prefix(size);
+void decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
+                Table& table, std::size_t firstRow, std::size_t count) {
+  const std::size_t rowSize = bytes.size() / count;
+  for (std::size_t column = 0; column < shapes.size(); ++column) {
+    for (std::size_t i = 0; i < count; ++i) {
+      decodeCell(bytes.substr(i * rowSize), shapes[column], timed, table, firstRow + i, column);
+    }
+    bytes.remove_prefix(cellSize({}, shapes[column]));
   }
-  return true;
 }
 
 void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,
-                   TimedReader* timed, Row& row) {
-  Cell* cell = row.cells().data();
+                   TimedReader* timed, Table& table, std::size_t row) {
   std::string bytes;
-  for (const CellShape& shape : shapes) {
+  for (std::size_t column = 0; column < shapes.size(); ++column) {
+    const CellShape& shape = shapes[column];
     const std::size_t longest = 1 + std::max(shape.plainWidth, shape.timedWidth);
     bytes = reader.at(offset, longest);
     bytes.resize(longest);
-    decodeCell(bytes, shape, timed, *cell++);
+    decodeCell(bytes, shape, timed, table, row, column);
     offset += static_cast<std::int64_t>(cellSize(bytes, shape));
   }
 }
@@ -237,7 +303,6 @@ std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths w
   std::vector<CellShape> shapes;
   for (const Column& column : columns) {
     CellShape shape;
-    shape.name = column.name;
     shape.kind = valueKind(column.type);
     shape.canBeTimed = column.maxStates >= 1;
     shape.isIdentity = column.type == "ApexInt";

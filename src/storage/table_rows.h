@@ -24,7 +24,6 @@ enum class CellWidths : std::uint8_t { written, declared, whole };
 
 // What has to be known of each column, worked out once a table.
 struct CellShape {
-  std::string_view name;  // of the column, which has to stay
   ValueKind kind = ValueKind::unknown;
   bool canBeTimed = false;
   bool isIdentity = false;
@@ -47,24 +46,28 @@ std::size_t longestRow(const std::vector<Column>& columns, CellWidths widths);
 // so it does in the row file.
 std::vector<std::size_t> wholeOffsets(const std::vector<Column>& columns);
 
-// Writes a row's cells in these shapes, of written or whole widths, at out, which has room for
-// longestRow; returns the end. slots holds the slot of each timed cell at its column's
-// place. Throws std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does
-// not convert; in a row that is not live, which nobody reads, such a text is written as zero bytes.
-char* encodeRow(char* out, const Row& row, bool isLive, std::span<const CellShape> shapes,
-                std::span<const std::int32_t> slots);
+// Writes rows that lie in one chunk, one after the other, in these shapes, of written or whole
+// widths, at out, which has room for longestRow each; returns the end. Without odd cells in the
+// chunk it may be many rows; else one, whose timed cells' slots are given by column. Throws
+// std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does not convert; in
+// a row that is not live, which nobody reads, such a text is written as zero bytes.
+char* encodeRows(char* out, const Table& table, std::size_t firstRow, std::size_t count,
+                 std::span<const CellShape> shapes, std::span<const std::int32_t> slots);
+// How many rows from this one on encodeRows can write together.
+std::size_t encodedTogether(const Table& table, std::size_t firstRow);
 
 // The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is none.
 std::int32_t slotAt(std::string_view row, std::size_t offset);
 
-// Reads one row's cells of these shapes from the start of the bytes; false if the bytes end within
-// a cell. A timed value that cannot be read leaves its cell without a value; an identity stays
-// timed, with the one state 0, so that it is still told from a number that the row was given.
-bool decodeRow(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
-               Row& row);
+// Reads rows of these shapes, of declared widths of rows that are not shifted or of whole widths,
+// back to back, into rows of the table that lie in one chunk. A timed value that cannot be read
+// leaves its cell without a value; an identity stays timed, with the one state 0, so that it is
+// still told from a number that the row was given.
+void decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
+                Table& table, std::size_t firstRow, std::size_t count);
 // The same for a row that may be very wide, cell by cell, and that counts as a row though the file
 // ends within it: what is missing is zero bytes.
 void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,
-                   TimedReader* timed, Row& row);
+                   TimedReader* timed, Table& table, std::size_t row);
 
 }  // namespace velmora

@@ -1,0 +1,323 @@
+// See column.h.
+#include "column.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <utility>
+
+namespace velmora {
+namespace {
+
+constexpr std::int64_t always = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
+
+bool holdsTexts(ValueKind kind) { return kind == ValueKind::text || kind == ValueKind::unknown; }
+
+std::size_t widthOf(ValueKind kind) {
+  if (kind == ValueKind::boolean) return 1;
+  return holdsTexts(kind) ? sizeof(Text) : 4;
+}
+
+// Adds a value whose text the arrays do not tell.
+void printText(std::string_view text, ValueKind kind, JsonRows& answer) {
+  if (text == missingValue) {
+    answer.addNull();
+  } else if (kind == ValueKind::integer) {
+    answer.addInt(parseInt(text));
+  } else if (kind == ValueKind::real) {
+    answer.addFloat(parseFloat(text));
+  } else if (kind == ValueKind::boolean) {
+    answer.addBool(isTrueText(text));
+  } else {
+    answer.addText(text);
+  }
+}
+
+}  // namespace
+
+BoolCode boolCodeOf(std::string_view text) noexcept {
+  if (text == "true") return BoolCode::isTrue;
+  if (text == "false") return BoolCode::isFalse;
+  return text == missingValue ? BoolCode::missing : BoolCode::odd;
+}
+
+ColumnValues::ColumnValues(ValueKind kind, Rows& rows)
+    : kind_(kind), rows_(rows), width_(widthOf(kind)), values_(rows.addArray(width_)) {
+  const bool hasCodes = kind == ValueKind::real || holdsTexts(kind);
+  codes_ = hasCodes ? rows.addArray(1) : values_;
+}
+
+ColumnValues::~ColumnValues() {
+  if (!holdsTexts(kind_)) return;
+  for (std::size_t c = 0; c < rows_.chunkCount(); ++c) {
+    std::destroy_n(rows_.array<Text>(c, values_), rows_.sizeOf(c));
+  }
+}
+
+ColumnValues::Chunk ColumnValues::chunk(std::size_t chunk) const noexcept {
+  Chunk found{};
+  found.codes = rows_.array<std::uint8_t>(chunk, codes_);
+  if (kind_ == ValueKind::integer) found.numbers = rows_.array<std::int32_t>(chunk, values_);
+  if (kind_ == ValueKind::real) found.reals = rows_.array<float>(chunk, values_);
+  if (holdsTexts(kind_)) found.texts = rows_.array<Text>(chunk, values_);
+  if (chunk < odd_.size() && odd_[chunk] != nullptr) found.odd = odd_[chunk]->flags.data();
+  return found;
+}
+
+ColumnValues::Chunk ColumnValues::chunk(std::size_t chunk, std::int64_t now) const {
+  if (chunk < odd_.size() && odd_[chunk] != nullptr) {
+    OddCells& odd = *odd_[chunk];
+    if (now < odd.since || now >= odd.until) refresh(chunk, odd, now);
+  }
+  return this->chunk(chunk);
+}
+
+std::size_t ColumnValues::OddCells::find(std::size_t place) const noexcept {
+  // Where every cell is timed, the cell is where its row is.
+  if (place < places.size() && places[place] == place) return place;
+  const auto found = std::lower_bound(places.begin(), places.end(), place);
+  return static_cast<std::size_t>(found - places.begin());
+}
+
+const Cell* ColumnValues::oddOf(std::size_t row) const noexcept {
+  const std::size_t chunk = Rows::chunkOf(row);
+  if (chunk >= odd_.size() || odd_[chunk] == nullptr) return nullptr;
+  const OddCells& odd = *odd_[chunk];
+  if (odd.flags[Rows::placeOf(row)] == 0) return nullptr;
+  return &odd.cells[odd.find(Rows::placeOf(row))];
+}
+
+ColumnValues::OddCells& ColumnValues::oddCells(std::size_t chunk) {
+  if (odd_.size() <= chunk) odd_.resize(chunk + 1);
+  if (odd_[chunk] == nullptr) {
+    auto made = std::make_unique<OddCells>();
+    made->flags.resize(Rows::chunkRows);
+    odd_[chunk] = std::move(made);
+  }
+  return *odd_[chunk];
+}
+
+std::string_view ColumnValues::plainText(std::size_t row, TextRoom& room) const {
+  const Chunk values = chunk(Rows::chunkOf(row));
+  const std::size_t place = Rows::placeOf(row);
+  switch (kind_) {
+    case ValueKind::integer:
+      return {room, writeInt(room, values.numbers[place])};
+    case ValueKind::real:
+      if (values.codes[place] == missingSpelling) return missingValue;
+      return {room, writeDecimals(room, values.reals[place], values.codes[place])};
+    case ValueKind::boolean: {
+      const auto code = static_cast<BoolCode>(values.codes[place]);
+      if (code == BoolCode::missing) return missingValue;
+      return code == BoolCode::isTrue ? "true" : "false";
+    }
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  return values.texts[place];
+}
+
+std::string_view ColumnValues::text(std::size_t row, std::int64_t now, TextRoom& room) const {
+  if (isOdd(row)) return oddOf(row)->valueAt(now);
+  return plainText(row, room);
+}
+
+std::string_view ColumnValues::keyText(std::size_t row, TextRoom& room) const {
+  if (isOdd(row)) return oddOf(row)->value;
+  return plainText(row, room);
+}
+
+const TempRule* ColumnValues::rule(std::size_t row) const noexcept {
+  return isOdd(row) ? oddOf(row)->tempRule.get() : nullptr;
+}
+
+Cell ColumnValues::cell(std::size_t row) const {
+  if (isOdd(row)) return *oddOf(row);
+  TextRoom room;
+  return Cell(Text(plainText(row, room)));
+}
+
+void ColumnValues::print(std::size_t row, std::int64_t now, JsonRows& answer) const {
+  if (isOdd(row)) {
+    printText(oddOf(row)->valueAt(now), kind_, answer);
+    return;
+  }
+  const Chunk values = chunk(Rows::chunkOf(row));
+  const std::size_t place = Rows::placeOf(row);
+  if (kind_ == ValueKind::integer) {
+    answer.addInt(values.numbers[place]);
+  } else if (kind_ == ValueKind::real && values.codes[place] != missingSpelling) {
+    answer.addFloat(values.reals[place], values.codes[place]);
+  } else if (holdsTexts(kind_)) {
+    printText(values.texts[place], kind_, answer);
+  } else if (kind_ == ValueKind::real ||
+             static_cast<BoolCode>(values.codes[place]) == BoolCode::missing) {
+    answer.addNull();
+  } else {
+    answer.addBool(static_cast<BoolCode>(values.codes[place]) == BoolCode::isTrue);
+  }
+}
+
+void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
+  const Chunk values = chunk(Rows::chunkOf(row));
+  const std::size_t place = Rows::placeOf(row);
+  switch (kind_) {
+    case ValueKind::integer:
+      std::fill_n(values.numbers + place, count, 0);
+      break;
+    case ValueKind::real:
+      std::fill_n(values.reals + place, count, std::numeric_limits<float>::quiet_NaN());
+      std::fill_n(values.codes + place, count, missingSpelling);
+      break;
+    case ValueKind::boolean:
+      std::fill_n(values.codes + place, count, static_cast<std::uint8_t>(BoolCode::missing));
+      break;
+    case ValueKind::text:
+    case ValueKind::unknown: {
+      const Text missing(missingValue);
+      std::uninitialized_fill_n(values.texts + place, count, missing);
+      std::fill_n(values.codes + place, count, missing.fingerprint());
+      break;
+    }
+  }
+}
+
+void ColumnValues::removeLast(std::size_t row) noexcept {
+  if (isOdd(row)) removeOdd(row);
+  if (holdsTexts(kind_)) std::destroy_at(&rows_.at<Text>(row, values_));
+}
+
+// Puts what the text is into the arrays; false when they do not tell the text. A failure changes
+// nothing.
+bool ColumnValues::store(const Chunk& chunk, std::size_t place, std::string_view text) const {
+  switch (kind_) {
+    case ValueKind::integer: {
+      const auto number = canonicalInt(text);
+      chunk.numbers[place] = number.value_or(0);
+      return number.has_value();
+    }
+    case ValueKind::real: {
+      float value = std::numeric_limits<float>::quiet_NaN();
+      const auto decimals = decimalsOf(text, value);
+      const bool isMissing = text == missingValue;
+      chunk.reals[place] = value;
+      chunk.codes[place] = decimals.value_or(isMissing ? missingSpelling : oddSpelling);
+      return decimals || isMissing;
+    }
+    case ValueKind::boolean: {
+      const BoolCode code = boolCodeOf(text);
+      chunk.codes[place] = static_cast<std::uint8_t>(code);
+      return code != BoolCode::odd;
+    }
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  chunk.texts[place] = text;
+  chunk.codes[place] = chunk.texts[place].fingerprint();
+  return true;
+}
+
+void ColumnValues::setText(std::size_t row, std::string_view text) {
+  const Chunk values = chunk(Rows::chunkOf(row));
+  if (!store(values, Rows::placeOf(row), text)) {
+    setOdd(row, Cell(Text(text)), 0);
+  } else if (isOdd(row)) {
+    removeOdd(row);
+  }
+}
+
+void ColumnValues::setNumber(std::size_t row, std::int32_t number) noexcept {
+  rows_.at<std::int32_t>(row, values_) = number;
+  if (isOdd(row)) removeOdd(row);
+}
+
+void ColumnValues::set(std::size_t row, const Cell& cell, std::int64_t now) {
+  if (cell.tempRule == nullptr) {
+    setText(row, cell.value);
+  } else {
+    Cell timed(cell);
+    timed.value = timed.valueAt(now);
+    setOdd(row, std::move(timed), now);
+  }
+}
+
+void ColumnValues::restore(std::size_t row, const Cell& cell, std::int64_t now) {
+  if (cell.tempRule == nullptr) {
+    setText(row, cell.value);
+  } else {
+    setOdd(row, Cell(cell), now);
+  }
+}
+
+void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
+  OddCells& odd = oddCells(Rows::chunkOf(row));
+  const std::size_t place = Rows::placeOf(row);
+  const std::size_t at = odd.find(place);
+  const bool isNew = odd.flags[place] == 0;
+  const auto grow = [&](auto& list) {
+    if (isNew && list.size() == list.capacity()) list.reserve(2 * list.size() + 4);
+  };
+  grow(odd.places);
+  grow(odd.cells);
+  grow(odd.changes);
+  const bool isTold = store(chunk(Rows::chunkOf(row)), place, cell.valueAt(now));
+  // Nothing below can fail.
+  const auto offset = static_cast<std::ptrdiff_t>(at);
+  if (isNew) {
+    odd.places.insert(odd.places.begin() + offset, static_cast<std::uint16_t>(place));
+    odd.cells.insert(odd.cells.begin() + offset, Cell());
+    odd.changes.insert(odd.changes.begin() + offset, always);
+  }
+  const bool isTimed = cell.tempRule != nullptr;
+  const bool isCurrent = odd.since <= now && now < odd.until;
+  std::int64_t change = always;
+  if (isTimed) change = isCurrent ? cell.tempRule->nextChange(now) : never;
+  odd.changes[at] = change;
+  odd.until = std::min(odd.until, change);
+  if (isTimed && isCurrent) odd.since = now;
+  odd.flags[place] = isTold ? listed : listed | unclear;
+  odd.cells[at] = std::move(cell);
+}
+
+void ColumnValues::removeOdd(std::size_t row) noexcept {
+  OddCells& odd = *odd_[Rows::chunkOf(row)];
+  const std::size_t at = odd.find(Rows::placeOf(row));
+  const auto offset = static_cast<std::ptrdiff_t>(at);
+  odd.flags[Rows::placeOf(row)] = 0;
+  odd.places.erase(odd.places.begin() + offset);
+  odd.cells.erase(odd.cells.begin() + offset);
+  odd.changes.erase(odd.changes.begin() + offset);
+}
+
+void ColumnValues::refile(std::size_t row, std::int64_t now) {
+  if (rule(row) == nullptr) return;
+  OddCells& odd = *odd_[Rows::chunkOf(row)];
+  Cell& cell = odd.cells[odd.find(Rows::placeOf(row))];
+  cell.value = cell.valueAt(now);
+}
+
+// Puts the states in force into the arrays where they have changed.
+void ColumnValues::refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const {
+  const bool isBack = now < odd.since;
+  const Chunk values = this->chunk(chunk);
+  // Until all is done nothing is right.
+  odd.since = always;
+  std::int64_t until = always;
+  for (std::size_t i = 0; i < odd.places.size(); ++i) {
+    const TempRule* const rule = odd.cells[i].tempRule.get();
+    if (rule != nullptr && (isBack || odd.changes[i] <= now)) {
+      const bool isTold =
+          !rule->states.empty() && store(values, odd.places[i], rule->valueAt(now));
+      odd.flags[odd.places[i]] = isTold ? listed : listed | unclear;
+      odd.changes[i] = rule->nextChange(now);
+    }
+    until = std::min(until, odd.changes[i]);
+  }
+  odd.since = now;
+  odd.until = until;
+}
+
+}  // namespace velmora

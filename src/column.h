@@ -1,0 +1,157 @@
+// The values of one column of a table, in typed arrays.
+//
+// A value is a text that is read by its column's type; equality is of texts. What is kept is the
+// typed value, from which the text can be told:
+//
+//   int, ApexInt   4 bytes; the text is the number's shortest form
+//   float          4 bytes, and one for the spelling: how many decimals the text has
+//   bool           1 byte
+//   string         a Text, and one byte that is seldom equal for unequal texts
+//
+// A cell for which that is not enough is odd: a timed value, or a text that is not spelled so (05,
+// 99999999999, or 5.5 where integers belong). Odd cells are kept beside the arrays, a list for each
+// chunk of rows. Of a timed value the array holds the state in force, as far as that can be told by
+// it, and the list knows until when that is right: a scan looks at no rule before.
+//
+// Only this room knows which cells are odd. Who scans asks for a chunk's arrays and is told which
+// rows they do not stand for.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "cell.h"
+#include "number.h"
+#include "result_set.h"
+#include "rows.h"
+
+namespace velmora {
+
+// Memory for the text of a number.
+using TextRoom = char[maxNumberText];
+
+// How a float's text is spelled: a number of decimals, or one of these.
+inline constexpr std::uint8_t missingSpelling = 254;
+inline constexpr std::uint8_t oddSpelling = 255;
+// What a bool is.
+enum class BoolCode : std::uint8_t { isFalse, isTrue, missing, odd };
+BoolCode boolCodeOf(std::string_view text) noexcept;
+
+class ColumnValues {
+ public:
+  // The rows are those of the table, and stay where they are.
+  ColumnValues(ValueKind kind, Rows& rows);
+  ~ColumnValues();
+  ColumnValues(const ColumnValues&) = delete;
+  ColumnValues& operator=(const ColumnValues&) = delete;
+
+  ValueKind kind() const noexcept { return kind_; }
+
+  // The text in force at the second `now`; it lies in the room or in the column, and is there until
+  // either changes.
+  std::string_view text(std::size_t row, std::int64_t now, TextRoom& room) const;
+  // The rule of a timed value, or null.
+  const TempRule* rule(std::size_t row) const noexcept;
+  // The text under which the key map files a row: of a timed value, the one that it showed when it
+  // was last filed.
+  std::string_view keyText(std::size_t row, TextRoom& room) const;
+  // A copy of the cell.
+  Cell cell(std::size_t row) const;
+  // Adds the value in force to the answer. Throws std::invalid_argument or std::out_of_range
+  // ("stoi", "stof") for a text that does not convert.
+  void print(std::size_t row, std::int64_t now, JsonRows& answer) const;
+  // Calls use(text) for each text that the cell shows at the second `now` or can show later: the
+  // values that a foreign key has to find.
+  template <typename Use>
+  void forEachComingText(std::size_t row, std::int64_t now, Use use) const {
+    if (const TempRule* const timed = rule(row)) {
+      timed->forEachComingText(now, use);
+    } else {
+      TextRoom room;
+      use(text(row, now, room));
+    }
+  }
+
+  // Makes the values of rows just appended: none, or 0 for integers.
+  void append(std::size_t row, std::size_t count) noexcept;
+  // Takes back what append and set have made of the last row.
+  void removeLast(std::size_t row) noexcept;
+  // Gives the row another cell, whose key text is the text in force at the second `now`. A failure
+  // changes nothing.
+  void set(std::size_t row, const Cell& cell, std::int64_t now);
+  // The same for a cell that was taken here, whose key text stays as it was.
+  void restore(std::size_t row, const Cell& cell, std::int64_t now);
+  // The same for a text, and for a number in a column of integers.
+  void setText(std::size_t row, std::string_view text);
+  void setNumber(std::size_t row, std::int32_t number) noexcept;
+  // Has a timed value filed under the text in force.
+  void refile(std::size_t row, std::int64_t now);
+
+  // In Chunk::odd: the cell is odd; and its array value does not tell its text.
+  static constexpr std::uint8_t listed = 1;
+  static constexpr std::uint8_t unclear = 2;
+  // The arrays of a chunk, of which those that the column's kind has can be used; for the second
+  // for which they were asked.
+  struct Chunk {
+    std::int32_t* numbers;   // of integers
+    float* reals;            // of floats; NaN where none was given
+    std::uint8_t* codes;     // of floats their spelling, of bools a BoolCode, of texts fingerprints
+    Text* texts;             // of all other kinds
+    const std::uint8_t* odd;  // by row; null where no cell is odd
+    bool isUnclear(std::size_t place) const noexcept {
+      return odd != nullptr && (odd[place] & unclear) != 0;
+    }
+    bool isOdd(std::size_t place) const noexcept { return odd != nullptr && odd[place] != 0; }
+    void setText(std::size_t place, std::string_view text) const {
+      texts[place] = text;
+      codes[place] = texts[place].fingerprint();
+    }
+  };
+  Chunk chunk(std::size_t chunk, std::int64_t now) const;
+  // The same without looking at timed values: for who asks for these by row.
+  Chunk chunk(std::size_t chunk) const noexcept;
+
+  // Has the value brought into the cache, for a loop that will come to it in some steps. Inlined
+  // always, since compilers drop calls of functions that change nothing.
+  [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
+    __builtin_prefetch(rows_.array<std::byte>(Rows::chunkOf(row), values_) +
+                       Rows::placeOf(row) * width_);
+  }
+
+ private:
+  struct OddCells {
+    std::vector<std::uint8_t> flags;  // by row
+    // Ascending by row, each with the second from which its array value is no longer right.
+    std::vector<std::uint16_t> places;
+    std::vector<Cell> cells;
+    std::vector<std::int64_t> changes;
+    // The seconds for which the arrays are right.
+    std::int64_t since = std::numeric_limits<std::int64_t>::min();
+    std::int64_t until = std::numeric_limits<std::int64_t>::max();
+
+    std::size_t find(std::size_t place) const noexcept;
+  };
+
+  bool isOdd(std::size_t row) const noexcept {
+    return !odd_.empty() && oddOf(row) != nullptr;
+  }
+  const Cell* oddOf(std::size_t row) const noexcept;
+  OddCells& oddCells(std::size_t chunk);
+  bool store(const Chunk& chunk, std::size_t place, std::string_view text) const;
+  void setOdd(std::size_t row, Cell&& cell, std::int64_t now);
+  void removeOdd(std::size_t row) noexcept;
+  std::string_view plainText(std::size_t row, TextRoom& room) const;
+  void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
+
+  ValueKind kind_;
+  Rows& rows_;
+  std::size_t width_;   // bytes of a value
+  std::size_t values_;  // the array of the values
+  std::size_t codes_;   // of the codes; the same for bools
+  std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
+};
+
+}  // namespace velmora

@@ -1,0 +1,96 @@
+// One condition of a filter, made ready for one table: names looked up and the literal read, once.
+//
+// The row's cell stands on the left. Equality compares texts, order compares by the column's type:
+// a stored 05 is not = 5, but it is < 6. A column that the table lacks, and an operator without
+// meaning here, match nothing.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include "../condition.h"
+#include "../table.h"
+
+namespace velmora {
+
+enum class Comparison : std::uint8_t {
+  equal,
+  notEqual,
+  less,
+  greater,
+  lessOrEqual,
+  greaterOrEqual,
+  never
+};
+Comparison comparisonOf(std::string_view op);
+
+// The rows of one chunk during a scan, as bytes so that loops over them vectorise.
+struct Block {
+  std::size_t size = 0;
+  bool hasUnsure = false;
+  alignas(64) std::uint8_t mayMatch[Rows::chunkRows];  // 0: no condition so far lets the row in
+  // 1: only the row itself can tell. Undefined unless hasUnsure.
+  alignas(64) std::uint8_t isUnsure[Rows::chunkRows];
+};
+
+class Predicate {
+ public:
+  // The condition and the table have to stay.
+  Predicate(const Condition& condition, const Table& table);
+
+  std::size_t column() const noexcept { return column_; }
+  Comparison comparison() const noexcept { return comparison_; }
+  std::string_view literal() const noexcept { return literal_; }
+
+  // Whether the row satisfies the condition. Throws what the conversion of the cell's text throws,
+  // or else the literal's.
+  bool holds(std::size_t row, std::int64_t now) const;
+  // The same for a row whose key cell is filed under this key and not timed, of whose column the
+  // condition is. Only equality needs the text.
+  bool holdsForKey(std::int32_t key, std::size_t row, std::int64_t now) const;
+  bool holdsForKey(std::string_view /*key*/, std::size_t row, std::int64_t now) const {
+    return holds(row, now);
+  }
+
+  // Whether decide can tell for the rows of a chunk, but for odd cells.
+  bool canDecide() const noexcept;
+  // Lets rows of a block go that do not satisfy the condition. A row that an earlier condition left
+  // unsure stays: deciding the earlier one may have to throw.
+  void decide(const ColumnValues::Chunk& values, Block& block) const;
+
+ private:
+  bool isOrder() const noexcept {
+    return comparison_ != Comparison::equal && comparison_ != Comparison::notEqual;
+  }
+  bool isLess(std::string_view text, std::size_t row) const;
+  bool isGreater(std::string_view text, std::size_t row) const;
+  std::int32_t cellInt(std::string_view text, std::size_t row) const;
+  float cellFloat(std::string_view text, std::size_t row) const;
+  void require(Conversion conversion, const char* name, std::string_view text,
+               std::optional<std::size_t> row) const;
+  void decideIntegers(const ColumnValues::Chunk& values, Block& block) const;
+  void decideReals(const ColumnValues::Chunk& values, Block& block) const;
+  void decideBools(const ColumnValues::Chunk& values, Block& block) const;
+  void decideTexts(const ColumnValues::Chunk& values, Block& block) const;
+
+  const Table* table_;
+  Comparison comparison_;
+  ValueKind kind_ = ValueKind::unknown;
+  Conversion conversion_ = Conversion::ok;  // of the literal; asked only when a row is compared
+  std::size_t column_;
+  std::string_view literal_;
+  std::int32_t integer_ = 0;
+  float real_ = 0;
+};
+
+using Group = std::span<const Predicate>;
+
+inline bool allHold(Group group, std::size_t row, std::int64_t now) {
+  return std::all_of(group.begin(), group.end(),
+                     [&](const Predicate& predicate) { return predicate.holds(row, now); });
+}
+
+}  // namespace velmora
