@@ -63,6 +63,21 @@ void fillCells(Table& table, std::size_t row, const std::vector<GivenValue>& val
   }
 }
 
+// Keeps the cells of a row that new values will replace; and its timed ones, which a LINK may file
+// under other texts before a rollback.
+void keepCells(const Table& table, std::size_t row, const std::vector<GivenValue>& newValues,
+               std::vector<GivenValue>& kept) {
+  for (const GivenValue& given : newValues) {
+    kept.push_back({given.column, table.values(given.column).cell(row)});
+  }
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    if (table.values(i).rule(row) == nullptr) continue;
+    const auto isGiven = [i](const GivenValue& given) { return given.column == i; };
+    if (std::any_of(newValues.begin(), newValues.end(), isGiven)) continue;
+    kept.push_back({i, table.values(i).cell(row)});
+  }
+}
+
 // Whether a new key text means another key than the one under which the row is filed.
 bool isOtherKey(const Table& table, std::string_view filed, std::string_view key) {
   const KeyComparator& comesFirst = table.primaryKeyMap.comparator();
@@ -116,10 +131,7 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
     // Before any check, so that a rollback also undoes what a failing update has changed.
     for (const std::int32_t index : matched) {
       transactionLog.push_back({"UPDATE", tableName, index, {}});
-      for (const GivenValue& given : newValues) {
-        const auto row = static_cast<std::size_t>(index);
-        transactionLog.back().cells.push_back({given.column, table.values(given.column).cell(row)});
-      }
+      keepCells(table, static_cast<std::size_t>(index), newValues, transactionLog.back().cells);
     }
   }
   for (const GivenValue& given : newValues) {
