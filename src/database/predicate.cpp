@@ -259,12 +259,10 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
   switch (comparison_) {
     case Comparison::equal:
       narrow(block, values, [=, codes = values.codes](std::size_t i) { return codes[i] == code; });
-      for (std::size_t i = 0; i < block.size; ++i) {
+      forEachCandidate(block, [&](std::size_t i) {
         const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
-        if (block.mayMatch[i] != 0 && !isOpen && !(values.texts[i] == wanted)) {
-          block.mayMatch[i] = 0;
-        }
-      }
+        if (!isOpen && !(values.texts[i] == wanted)) block.mayMatch[i] = 0;
+      });
       break;
     case Comparison::notEqual:
       narrow(block, values, [&](std::size_t i) {

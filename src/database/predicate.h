@@ -6,7 +6,9 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -35,6 +37,23 @@ struct Block {
   // 1: only the row itself can tell. Undefined unless hasUnsure.
   alignas(64) std::uint8_t isUnsure[Rows::chunkRows];
 };
+
+// Calls use(place) for the rows of a block that may match, ascending.
+template <typename Use>
+void forEachCandidate(const Block& block, Use use) {
+  static_assert(std::endian::native == std::endian::little);
+  std::size_t first = 0;
+  for (; first + sizeof(std::uint64_t) <= block.size; first += sizeof(std::uint64_t)) {
+    std::uint64_t eight;
+    std::memcpy(&eight, block.mayMatch + first, sizeof eight);
+    for (; eight != 0; eight &= eight - 1) {
+      use(first + static_cast<std::size_t>(std::countr_zero(eight)) / 8);
+    }
+  }
+  for (; first < block.size; ++first) {
+    if (block.mayMatch[first] != 0) use(first);
+  }
+}
 
 class Predicate {
  public:

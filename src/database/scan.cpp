@@ -1,7 +1,5 @@
 // Rows by a scan, chunk by chunk: the conditions that can be decided over a column's arrays are,
 // one after the other; what they leave open is asked row by row.
-#include <cstring>
-
 #include "matching.h"
 
 namespace velmora {
@@ -14,24 +12,12 @@ void collect(const Block& block, std::size_t firstRow, Group group, Group open, 
   const bool areSure = open.empty() && !block.hasUnsure;
   std::int32_t found[Rows::chunkRows];
   std::size_t count = 0;
-  for (std::size_t i = 0; i < block.size; ++i) {
-    if (i % 8 == 0 && i + 8 <= block.size) {
-      std::uint64_t eight;
-      std::memcpy(&eight, block.mayMatch + i, sizeof eight);
-      if (eight == 0) {
-        i += 7;
-        continue;
-      }
-    }
+  forEachCandidate(block, [&](std::size_t i) {
     const std::size_t row = firstRow + i;
-    bool matches = block.mayMatch[i] != 0;
-    if (matches && !areSure) {
-      const bool isUnsure = block.hasUnsure && block.isUnsure[i] != 0;
-      matches = allHold(isUnsure ? group : open, row, now);
-    }
     found[count] = static_cast<std::int32_t>(row);
-    count += matches ? 1 : 0;
-  }
+    const bool isUnsure = block.hasUnsure && block.isUnsure[i] != 0;
+    if (areSure || allHold(isUnsure ? group : open, row, now)) ++count;
+  });
   matched.insert(matched.end(), found, found + count);
 }
 
