@@ -55,16 +55,6 @@ ColumnValues::~ColumnValues() {
   }
 }
 
-ColumnValues::Chunk ColumnValues::chunk(std::size_t chunk) const noexcept {
-  Chunk found{};
-  found.codes = rows_.array<std::uint8_t>(chunk, codes_);
-  if (kind_ == ValueKind::integer) found.numbers = rows_.array<std::int32_t>(chunk, values_);
-  if (kind_ == ValueKind::real) found.reals = rows_.array<float>(chunk, values_);
-  if (holdsTexts(kind_)) found.texts = rows_.array<Text>(chunk, values_);
-  if (chunk < odd_.size() && odd_[chunk] != nullptr) found.odd = odd_[chunk]->flags.data();
-  return found;
-}
-
 ColumnValues::Chunk ColumnValues::chunk(std::size_t chunk, std::int64_t now) const {
   if (chunk < odd_.size() && odd_[chunk] != nullptr) {
     OddCells& odd = *odd_[chunk];
@@ -103,10 +93,10 @@ std::string_view ColumnValues::plainText(std::size_t row, TextRoom& room) const 
   const std::size_t place = Rows::placeOf(row);
   switch (kind_) {
     case ValueKind::integer:
-      return {room, writeInt(room, values.numbers[place])};
+      return {room, writeInt(room, values.numbers()[place])};
     case ValueKind::real:
       if (values.codes[place] == missingSpelling) return missingValue;
-      return {room, writeDecimals(room, values.reals[place], values.codes[place])};
+      return {room, writeDecimals(room, values.reals()[place], values.codes[place])};
     case ValueKind::boolean: {
       const auto code = static_cast<BoolCode>(values.codes[place]);
       if (code == BoolCode::missing) return missingValue;
@@ -116,7 +106,7 @@ std::string_view ColumnValues::plainText(std::size_t row, TextRoom& room) const 
     case ValueKind::unknown:
       break;
   }
-  return values.texts[place];
+  return values.texts()[place];
 }
 
 std::string_view ColumnValues::text(std::size_t row, std::int64_t now, TextRoom& room) const {
@@ -139,24 +129,42 @@ Cell ColumnValues::cell(std::size_t row) const {
   return Cell(Text(plainText(row, room)));
 }
 
-void ColumnValues::print(std::size_t row, std::int64_t now, JsonRows& answer) const {
-  if (isOdd(row)) {
-    printText(oddOf(row)->valueAt(now), kind_, answer);
+bool ColumnValues::shows(std::size_t row, std::string_view text, std::int64_t now) const {
+  if (kind_ == ValueKind::integer && !isOdd(row)) return canonicalInt(text) == *plainNumber(row);
+  TextRoom room;
+  return this->text(row, now, room) == text;
+}
+
+void ColumnReader::print(std::size_t row, JsonRows& answer) {
+  const ColumnValues::Chunk& values = chunkOf(row);
+  const std::size_t place = Rows::placeOf(row);
+  const ValueKind kind = values_->kind();
+  if (values.isOdd(place)) {
+    printText(values_->oddCell(row).valueAt(now_), kind, answer);
     return;
   }
-  const Chunk values = chunk(Rows::chunkOf(row));
-  const std::size_t place = Rows::placeOf(row);
-  if (kind_ == ValueKind::integer) {
-    answer.addInt(values.numbers[place]);
-  } else if (kind_ == ValueKind::real && values.codes[place] != missingSpelling) {
-    answer.addFloat(values.reals[place], values.codes[place]);
-  } else if (holdsTexts(kind_)) {
-    printText(values.texts[place], kind_, answer);
-  } else if (kind_ == ValueKind::real ||
-             static_cast<BoolCode>(values.codes[place]) == BoolCode::missing) {
-    answer.addNull();
-  } else {
-    answer.addBool(static_cast<BoolCode>(values.codes[place]) == BoolCode::isTrue);
+  switch (kind) {
+    case ValueKind::integer:
+      answer.addInt(values.numbers()[place]);
+      break;
+    case ValueKind::real:
+      if (values.codes[place] == missingSpelling) {
+        answer.addNull();
+      } else {
+        answer.addFloat(values.reals()[place], values.codes[place]);
+      }
+      break;
+    case ValueKind::boolean:
+      if (static_cast<BoolCode>(values.codes[place]) == BoolCode::missing) {
+        answer.addNull();
+      } else {
+        answer.addBool(static_cast<BoolCode>(values.codes[place]) == BoolCode::isTrue);
+      }
+      break;
+    case ValueKind::text:
+    case ValueKind::unknown:
+      printText(values.texts()[place], kind, answer);
+      break;
   }
 }
 
@@ -165,10 +173,10 @@ void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
   const std::size_t place = Rows::placeOf(row);
   switch (kind_) {
     case ValueKind::integer:
-      std::fill_n(values.numbers + place, count, 0);
+      std::fill_n(values.numbers() + place, count, 0);
       break;
     case ValueKind::real:
-      std::fill_n(values.reals + place, count, std::numeric_limits<float>::quiet_NaN());
+      std::fill_n(values.reals() + place, count, std::numeric_limits<float>::quiet_NaN());
       std::fill_n(values.codes + place, count, missingSpelling);
       break;
     case ValueKind::boolean:
@@ -177,7 +185,7 @@ void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
     case ValueKind::text:
     case ValueKind::unknown: {
       const Text missing(missingValue);
-      std::uninitialized_fill_n(values.texts + place, count, missing);
+      std::uninitialized_fill_n(values.texts() + place, count, missing);
       std::fill_n(values.codes + place, count, missing.fingerprint());
       break;
     }
@@ -195,14 +203,14 @@ bool ColumnValues::store(const Chunk& chunk, std::size_t place, std::string_view
   switch (kind_) {
     case ValueKind::integer: {
       const auto number = canonicalInt(text);
-      chunk.numbers[place] = number.value_or(0);
+      chunk.numbers()[place] = number.value_or(0);
       return number.has_value();
     }
     case ValueKind::real: {
       float value = std::numeric_limits<float>::quiet_NaN();
       const auto decimals = decimalsOf(text, value);
       const bool isMissing = text == missingValue;
-      chunk.reals[place] = value;
+      chunk.reals()[place] = value;
       chunk.codes[place] = decimals.value_or(isMissing ? missingSpelling : oddSpelling);
       return decimals || isMissing;
     }
@@ -215,8 +223,8 @@ bool ColumnValues::store(const Chunk& chunk, std::size_t place, std::string_view
     case ValueKind::unknown:
       break;
   }
-  chunk.texts[place] = text;
-  chunk.codes[place] = chunk.texts[place].fingerprint();
+  chunk.texts()[place] = text;
+  chunk.codes[place] = chunk.texts()[place].fingerprint();
   return true;
 }
 
@@ -226,6 +234,30 @@ void ColumnValues::setText(std::size_t row, std::string_view text) {
     setOdd(row, Cell(Text(text)), 0);
   } else if (isOdd(row)) {
     removeOdd(row);
+  }
+}
+
+void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view text) {
+  if (rows.empty()) return;
+  const auto first = static_cast<std::size_t>(rows.front());
+  setText(first, text);
+  const Chunk model = chunk(Rows::chunkOf(first));
+  const std::size_t modelPlace = Rows::placeOf(first);
+  const bool isTold = !model.isOdd(modelPlace);
+  for (const std::int32_t each : rows.subspan(1)) {
+    const auto row = static_cast<std::size_t>(each);
+    const std::size_t place = Rows::placeOf(row);
+    const Chunk values = chunk(Rows::chunkOf(row));
+    if (!isTold || values.isOdd(place)) {
+      setText(row, text);
+      continue;
+    }
+    if (holdsTexts(kind_)) {
+      values.texts()[place] = model.texts()[modelPlace];
+    } else if (kind_ != ValueKind::boolean) {
+      values.numbers()[place] = model.numbers()[modelPlace];  // or the four bytes of a float
+    }
+    if (kind_ != ValueKind::integer) values.codes[place] = model.codes[modelPlace];
   }
 }
 

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -60,9 +61,12 @@ class ColumnValues {
   std::string_view keyText(std::size_t row, TextRoom& room) const;
   // A copy of the cell.
   Cell cell(std::size_t row) const;
-  // Adds the value in force to the answer. Throws std::invalid_argument or std::out_of_range
-  // ("stoi", "stof") for a text that does not convert.
-  void print(std::size_t row, std::int64_t now, JsonRows& answer) const;
+  // Whether the cell shows this text at the second `now`.
+  bool shows(std::size_t row, std::string_view text, std::int64_t now) const;
+  // The number of integers that tells the text of a row that is not timed; null if none does.
+  const std::int32_t* plainNumber(std::size_t row) const noexcept {
+    return isOdd(row) ? nullptr : &rows_.at<std::int32_t>(row, values_);
+  }
   // Calls use(text) for each text that the cell shows at the second `now` or can show later: the
   // values that a foreign key has to find.
   template <typename Use>
@@ -84,8 +88,10 @@ class ColumnValues {
   void set(std::size_t row, const Cell& cell, std::int64_t now);
   // The same for a cell that was taken here, whose key text stays as it was.
   void restore(std::size_t row, const Cell& cell, std::int64_t now);
-  // The same for a text, and for a number in a column of integers.
+  // The same for a text; for one text in many rows, of which a failure may leave some changed; and
+  // for a number in a column of integers.
   void setText(std::size_t row, std::string_view text);
+  void setTexts(std::span<const std::int32_t> rows, std::string_view text);
   void setNumber(std::size_t row, std::int32_t number) noexcept;
   // Has a timed value filed under the text in force.
   void refile(std::size_t row, std::int64_t now);
@@ -93,26 +99,30 @@ class ColumnValues {
   // In Chunk::odd: the cell is odd; and its array value does not tell its text.
   static constexpr std::uint8_t listed = 1;
   static constexpr std::uint8_t unclear = 2;
-  // The arrays of a chunk, of which those that the column's kind has can be used; for the second
-  // for which they were asked.
+  // The arrays of a chunk.
   struct Chunk {
-    std::int32_t* numbers;   // of integers
-    float* reals;            // of floats; NaN where none was given
-    std::uint8_t* codes;     // of floats their spelling, of bools a BoolCode, of texts fingerprints
-    Text* texts;             // of all other kinds
+    std::byte* values;
+    std::uint8_t* codes;      // of floats their spelling, of bools a BoolCode, of texts fingerprints
     const std::uint8_t* odd;  // by row; null where no cell is odd
+
+    std::int32_t* numbers() const noexcept { return reinterpret_cast<std::int32_t*>(values); }
+    float* reals() const noexcept { return reinterpret_cast<float*>(values); }  // or NaN for none
+    Text* texts() const noexcept { return reinterpret_cast<Text*>(values); }
     bool isUnclear(std::size_t place) const noexcept {
       return odd != nullptr && (odd[place] & unclear) != 0;
     }
     bool isOdd(std::size_t place) const noexcept { return odd != nullptr && odd[place] != 0; }
-    void setText(std::size_t place, std::string_view text) const {
-      texts[place] = text;
-      codes[place] = texts[place].fingerprint();
-    }
   };
+  // What holds for the second `now`.
   Chunk chunk(std::size_t chunk, std::int64_t now) const;
   // The same without looking at timed values: for who asks for these by row.
-  Chunk chunk(std::size_t chunk) const noexcept;
+  Chunk chunk(std::size_t chunk) const noexcept {
+    const bool hasOdd = chunk < odd_.size() && odd_[chunk] != nullptr;
+    return {rows_.array<std::byte>(chunk, values_), rows_.array<std::uint8_t>(chunk, codes_),
+            hasOdd ? odd_[chunk]->flags.data() : nullptr};
+  }
+  // The cell of an odd one.
+  const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 
   // Has the value brought into the cache, for a loop that will come to it in some steps. Inlined
   // always, since compilers drop calls of functions that change nothing.
@@ -152,6 +162,34 @@ class ColumnValues {
   std::size_t values_;  // the array of the values
   std::size_t codes_;   // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
+};
+
+// Reads a column row by row at one second, quickly where the next row is near the one before. The
+// column has to stay as it is.
+class ColumnReader {
+ public:
+  ColumnReader(const ColumnValues& values, std::int64_t now) : values_(&values), now_(now) {}
+
+  const ColumnValues::Chunk& chunkOf(std::size_t row) {
+    if (Rows::chunkOf(row) != number_) {
+      number_ = Rows::chunkOf(row);
+      chunk_ = values_->chunk(number_, now_);
+    }
+    return chunk_;
+  }
+  std::string_view text(std::size_t row, TextRoom& room) const {
+    return values_->text(row, now_, room);
+  }
+  // Adds the value to the answer. Throws std::invalid_argument or std::out_of_range ("stoi",
+  // "stof") for a text that does not convert.
+  void print(std::size_t row, JsonRows& answer);
+  [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept { values_->prefetch(row); }
+
+ private:
+  const ColumnValues* values_;
+  std::int64_t now_;
+  std::size_t number_ = static_cast<std::size_t>(-1);  // of the chunk
+  ColumnValues::Chunk chunk_{};
 };
 
 }  // namespace velmora

@@ -79,6 +79,10 @@ std::int32_t PrimaryKeyMap::findOrAdd(std::string_view key, std::int32_t row) {
                      : findOrAddKey(texts_, Text(key), row);
 }
 
+std::int32_t PrimaryKeyMap::findOrAddNumber(std::int32_t key, std::int32_t row) {
+  return findOrAddKey(integers_, key, row);
+}
+
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {
   if (isInteger()) {
     assignKey(integers_, parseInt(key), row);

@@ -69,6 +69,11 @@ void JsonRows::offerMemory(TextBuffer&& memory) noexcept {
 }
 
 char* JsonRows::beginValue(std::size_t count) {
+  if (column_ < prefixes_.size() && prefixes_[column_].size <= Prefix::capacity) {
+    char* const out = buffer_.room(Prefix::capacity + count + rowEnd.size());
+    std::memcpy(out, prefixes_[column_].bytes, Prefix::capacity);
+    return out + prefixes_[column_].size;
+  }
   constexpr std::string_view rowBegin = "    {\"";
   constexpr std::string_view comma = ", \"";
   constexpr std::string_view colon = "\": ";
@@ -95,6 +100,17 @@ void JsonRows::endValue(char* end) {
     end += rowEnd.size();
   }
   buffer_.setEnd(end);
+}
+
+void JsonRows::expectRows(std::size_t count) {
+  constexpr std::size_t few = 4;
+  if (count < few) return;
+  prefixes_.resize(names_.size());
+  for (std::size_t i = 0; i < names_.size(); ++i) {
+    const std::string text = (i == 0 ? "    {\"" : ", \"") + names_[i] + "\": ";
+    prefixes_[i].size = text.size();
+    std::memcpy(prefixes_[i].bytes, text.data(), std::min(text.size(), Prefix::capacity));
+  }
 }
 
 void JsonRows::addPrinted(std::string_view json) {

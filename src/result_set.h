@@ -93,6 +93,8 @@ class JsonRows {
  public:
   // To be called before the first value.
   void begin(std::span<const std::string> columns, JsonTarget&& target = {});
+  // Tells how many rows come, at least: many are prepared for.
+  void expectRows(std::size_t count);
   void addNull() { addPrinted("null"); }
   void addInt(std::int32_t value);
   void addFloat(float value);
@@ -113,8 +115,16 @@ class JsonRows {
   // Adds bytes that are a value's JSON already.
   void addPrinted(std::string_view json);
 
+  // What stands before a value, ready to be copied in one piece.
+  struct Prefix {
+    static constexpr std::size_t capacity = 32;
+    char bytes[capacity];
+    std::size_t size;  // more than fits: it is put together anew each time
+  };
+
   TextBuffer buffer_;
   std::span<const std::string> names_;
+  std::vector<Prefix> prefixes_;
   std::vector<std::string> escapedNames_;  // what names_ refers to when they need escapes
   std::size_t column_ = 0;                 // of the next value
   JsonStyle style_ = JsonStyle::raw;

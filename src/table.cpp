@@ -28,9 +28,8 @@ std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
   if (index == PrimaryKeyMap::noRow) return index;
   const auto row = static_cast<std::size_t>(index);
   // "7" and "07" are one key, but two texts.
-  TextRoom room;
   const bool isFound =
-      isLive(row) && text(row, static_cast<std::size_t>(primaryKeyIndex), now, room) == key;
+      isLive(row) && values_[static_cast<std::size_t>(primaryKeyIndex)]->shows(row, key, now);
   return isFound ? index : PrimaryKeyMap::noRow;
 }
 
@@ -64,9 +63,12 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
 
 void Table::fileKey(std::size_t row, KeyRule rule) {
   const auto column = static_cast<std::size_t>(primaryKeyIndex);
+  const auto index = static_cast<std::int32_t>(row);
+  if (const std::int32_t* const number = plainKey(row)) {
+    if (primaryKeyMap.findOrAddNumber(*number, index) == PrimaryKeyMap::noRow) return;
+  }
   TextRoom room;
   const std::string_view key = keyText(row, room);
-  const auto index = static_cast<std::int32_t>(row);
   const std::int32_t holder =
       atPlace(*this, column, row, [&] { return primaryKeyMap.findOrAdd(key, index); });
   if (holder == PrimaryKeyMap::noRow) return;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -119,6 +120,10 @@ class Table {
   void set(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->set(row, cell, now);
   }
+  // The same for a value that is not timed in many rows, of which a failure may leave some changed.
+  void setRows(std::span<const std::int32_t> rows, std::size_t column, const Cell& cell) {
+    values_[column]->setTexts(rows, cell.value);
+  }
   // The same for a cell that was taken from here, whose key text stays as it was.
   void restore(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->restore(row, cell, now);
@@ -141,6 +146,11 @@ class Table {
   // The key text under which a row is filed; the table has a primary key.
   std::string_view keyText(std::size_t row, TextRoom& room) const {
     return values_[static_cast<std::size_t>(primaryKeyIndex)]->keyText(row, room);
+  }
+  // The number of an integer key that is neither timed nor spelled unusually, else null.
+  const std::int32_t* plainKey(std::size_t row) const noexcept {
+    const ColumnValues& keys = *values_[static_cast<std::size_t>(primaryKeyIndex)];
+    return keys.kind() == ValueKind::integer ? keys.plainNumber(row) : nullptr;
   }
   // The live row whose key shows this very text at the second `now`, or PrimaryKeyMap::noRow; the
   // table has a primary key. Throws as PrimaryKeyMap::find does.

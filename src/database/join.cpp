@@ -95,42 +95,41 @@ JoinColumns resolveOn(const Resolver& resolver, const ColumnReference& first,
                       : JoinColumns{firstColumn, secondColumn};
 }
 
-// A code that is equal for equal texts.
-std::int32_t codeOf(std::string_view text) {
-  return static_cast<std::int32_t>(std::hash<std::string_view>()(text));
-}
+// A row's key: a number that is equal for equal texts. Between two keys that both are their
+// texts' numbers it is unequal for unequal ones, too.
+struct Key {
+  std::int32_t code;
+  bool isNumber;
+};
 
-// One side's join column: its texts, and a code for each that is equal for equal texts.
+// One side's join column.
 class KeyColumn {
  public:
-  // With isNumeric both sides are integers, whose codes tell equality alone where they are numbers.
+  // With isNumeric both sides are integers.
   KeyColumn(const Table& table, std::size_t column, bool isNumeric, std::int64_t now)
-      : values_(table.values(column)), isNumeric_(isNumeric), now_(now) {}
+      : reader_(table.values(column), now), isNumeric_(isNumeric) {}
 
-  std::string_view text(std::int32_t row, TextRoom& room) const {
-    return values_.text(static_cast<std::size_t>(row), now_, room);
-  }
-  std::int32_t code(std::int32_t row) const {
-    if (const std::int32_t* const number = numberAt(row)) return *number;
+  Key key(std::int32_t row) {
+    const auto index = static_cast<std::size_t>(row);
+    if (isNumeric_) {
+      const ColumnValues::Chunk& chunk = reader_.chunkOf(index);
+      const std::size_t place = Rows::placeOf(index);
+      if (!chunk.isUnclear(place)) return {chunk.numbers()[place], true};
+    }
     TextRoom room;
-    return codeOf(text(row, room));
+    const std::string_view text = reader_.text(index, room);
+    return {static_cast<std::int32_t>(std::hash<std::string_view>()(text)), false};
   }
-  // Whether the row's code is its number.
-  bool isExact(std::int32_t row) const { return numberAt(row) != nullptr; }
+  bool hasEqualText(std::int32_t row, const KeyColumn& other, std::int32_t otherRow) const {
+    TextRoom room;
+    TextRoom otherRoom;
+    return reader_.text(static_cast<std::size_t>(row), room) ==
+           other.reader_.text(static_cast<std::size_t>(otherRow), otherRoom);
+  }
 
  private:
-  // The number that tells the row's text; null if none does.
-  const std::int32_t* numberAt(std::int32_t row) const {
-    if (!isNumeric_) return nullptr;
-    const auto index = static_cast<std::size_t>(row);
-    const ColumnValues::Chunk chunk = values_.chunk(Rows::chunkOf(index), now_);
-    const std::size_t place = Rows::placeOf(index);
-    return chunk.isUnclear(place) ? nullptr : chunk.numbers + place;
-  }
-
-  const ColumnValues& values_;
+  ColumnReader reader_;
   bool isNumeric_;
-  std::int64_t now_;
 };
 
 struct Pair {
@@ -138,18 +137,34 @@ struct Pair {
   std::int32_t right;
 };
 
-// The right rows by the code of their key. Rows of one bucket are chained in ascending order.
+// The right rows by the code of their key, in buckets: one for each code where these are numbers
+// that lie close together, else by a hash. Rows of one bucket are chained in ascending order.
 class PartnerIndex {
  public:
-  PartnerIndex(const KeyColumn& keys, const std::vector<std::int32_t>& rows)
-      : keys_(keys),
-        entries_(rows.size()),
-        shift_(32 - bucketBits(rows.size())),
-        buckets_(std::size_t{1} << (32 - shift_), none) {
+  PartnerIndex(KeyColumn& keys, const std::vector<std::int32_t>& rows, std::size_t leftRowCount)
+      : keys_(keys), entries_(rows.size()) {
+    std::int64_t least = std::numeric_limits<std::int32_t>::max();
+    std::int64_t most = std::numeric_limits<std::int32_t>::min();
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      const Key key = keys.key(rows[i]);
+      entries_[i] = {key.code, rows[i], none};
+      areNumbers_ = areNumbers_ && key.isNumber;
+      least = std::min<std::int64_t>(least, key.code);
+      most = std::max<std::int64_t>(most, key.code);
+    }
+    constexpr std::int64_t dense = 4;
+    const auto span = static_cast<std::size_t>(std::max<std::int64_t>(most - least + 1, 0));
+    if (areNumbers_ && span <= dense * (rows.size() + leftRowCount)) {
+      first_ = static_cast<std::uint32_t>(least);
+      lastBucket_ = span;
+    } else {
+      shift_ = 32 - bucketBits(rows.size());
+      lastBucket_ = (std::size_t{1} << (32 - shift_)) - 1;
+    }
+    buckets_.resize(lastBucket_ + 1, none);
     for (std::size_t i = rows.size(); i-- > 0;) {
-      const std::int32_t code = keys.code(rows[i]);
-      std::uint32_t& bucket = buckets_[bucketOf(code)];
-      entries_[i] = {code, rows[i], bucket};
+      std::uint32_t& bucket = buckets_[bucketOf(entries_[i].code)];
+      entries_[i].next = bucket;
       bucket = static_cast<std::uint32_t>(i);
     }
   }
@@ -158,26 +173,28 @@ class PartnerIndex {
   // calls emit(pairs) with some at a time. The steps of all rows are taken side by side, so that
   // none waits for memory alone.
   template <typename Emit>
-  void findPairs(const KeyColumn& leftKeys, std::span<const std::int32_t> leftRows,
+  void findPairs(KeyColumn& leftKeys, std::span<const std::int32_t> leftRows,
                  std::vector<Pair>& pairs, Emit emit) const {
-    std::int32_t codes[blockSize] = {};
-    std::uint32_t heads[blockSize] = {};
+    Key keys[blockSize];
+    std::uint32_t heads[blockSize];
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
-      codes[i] = leftKeys.code(leftRows[i]);
-      __builtin_prefetch(&buckets_[bucketOf(codes[i])]);
+      keys[i] = leftKeys.key(leftRows[i]);
+      __builtin_prefetch(&buckets_[bucketOf(keys[i].code)]);
     }
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
-      heads[i] = buckets_[bucketOf(codes[i])];
+      heads[i] = buckets_[bucketOf(keys[i].code)];
       if (heads[i] != none) __builtin_prefetch(&entries_[heads[i]]);
     }
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
       for (std::uint32_t e = heads[i]; e != none; e = entries_[e].next) {
         const Entry& entry = entries_[e];
-        if (entry.code != codes[i]) continue;
-        if (areEqual(leftKeys, leftRows[i], entry.row)) {
-          pairs.push_back({leftRows[i], entry.row});
-          if (pairs.size() == mostPairs) emit(pairs);
-        }
+        if (entry.code != keys[i].code) continue;
+        // A text that is no number equals none.
+        const bool isPair = areNumbers_ ? keys[i].isNumber
+                                        : leftKeys.hasEqualText(leftRows[i], keys_, entry.row);
+        if (!isPair) continue;
+        pairs.push_back({leftRows[i], entry.row});
+        if (pairs.size() == mostPairs) emit(pairs);
       }
     }
     emit(pairs);
@@ -194,14 +211,6 @@ class PartnerIndex {
     std::uint32_t next;
   };
 
-  // Whether two keys of one code are equal.
-  bool areEqual(const KeyColumn& leftKeys, std::int32_t left, std::int32_t right) const {
-    if (leftKeys.isExact(left) && keys_.isExact(right)) return true;
-    TextRoom leftRoom;
-    TextRoom rightRoom;
-    return leftKeys.text(left, leftRoom) == keys_.text(right, rightRoom);
-  }
-
   // Few rows get many buckets: most look-ups then end at an empty one, at once and as predicted.
   static int bucketBits(std::size_t rows) {
     constexpr int sparse = 4;
@@ -210,13 +219,21 @@ class PartnerIndex {
     return std::max(bits, std::min(bits + sparse, mostSparse));
   }
   std::size_t bucketOf(std::int32_t code) const {
+    if (shift_ == 0) {
+      // The last bucket is for codes that no right row has.
+      const std::uint32_t distance = static_cast<std::uint32_t>(code) - first_;
+      return std::min<std::size_t>(distance, lastBucket_);
+    }
     constexpr std::uint32_t golden = 0x9E3779B1;
     return (static_cast<std::uint32_t>(code) * golden) >> shift_;
   }
 
   const KeyColumn& keys_;
   std::vector<Entry> entries_;
-  int shift_;
+  bool areNumbers_ = true;
+  int shift_ = 0;  // of the hash; 0 where each code has a bucket
+  std::uint32_t first_ = 0;
+  std::size_t lastBucket_ = 0;
   std::vector<std::uint32_t> buckets_;
 };
 
@@ -227,6 +244,8 @@ class LeftRows {
   LeftRows(const Table& table, bool areAll, std::vector<std::int32_t> matched)
       : table_(table), areAll_(areAll), matched_(std::move(matched)) {}
 
+  // How many there are, or a few more.
+  std::size_t size() const { return areAll_ ? table_.rowCount() : matched_.size(); }
   // The next rows, at most PartnerIndex::blockSize; none at the end.
   std::span<const std::int32_t> next() {
     const std::size_t end = areAll_ ? table_.rowCount() : matched_.size();
@@ -256,6 +275,7 @@ struct Output {
   const Table* table;
   std::size_t column;
   bool isRight;
+  ColumnReader reader;
   std::size_t rowOf(const Pair& pair) const {
     return static_cast<std::size_t>(isRight ? pair.right : pair.left);
   }
@@ -293,27 +313,27 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   const std::vector<std::int32_t> rightRows = getRequestedRows(rightConditions, right, now);
   const bool isNumeric =
       left.kind(on.left) == ValueKind::integer && right.kind(on.right) == ValueKind::integer;
-  const KeyColumn leftKeys(left, on.left, isNumeric, now);
-  const KeyColumn rightKeys(right, on.right, isNumeric, now);
-  const PartnerIndex partners(rightKeys, rightRows);
+  KeyColumn leftKeys(left, on.left, isNumeric, now);
+  KeyColumn rightKeys(right, on.right, isNumeric, now);
+  const PartnerIndex partners(rightKeys, rightRows, leftRows.size());
   std::vector<Output> outputs;
   for (const Side& side : sides) {
     const Table& table = side.isRight ? right : left;
-    outputs.push_back({&table, side.column, side.isRight});
+    const ColumnReader reader(table.values(side.column), now);
+    outputs.push_back({&table, side.column, side.isRight, reader});
   }
   result.rows.begin(result.columns, std::move(target));
+  result.rows.expectRows(leftRows.size());
   const auto addRows = [&](std::vector<Pair>& pairs) {
     for (const Pair& pair : pairs) {
       for (const Output& output : outputs) {
-        output.table->values(output.column).prefetch(output.rowOf(pair));
+        output.reader.prefetch(output.rowOf(pair));
       }
     }
     for (const Pair& pair : pairs) {
-      for (const Output& output : outputs) {
+      for (Output& output : outputs) {
         const std::size_t row = output.rowOf(pair);
-        atPlace(*output.table, output.column, row, [&] {
-          output.table->values(output.column).print(row, now, result.rows);
-        });
+        atPlace(*output.table, output.column, row, [&] { output.reader.print(row, result.rows); });
       }
     }
     constexpr auto mostRows = std::numeric_limits<std::int32_t>::max();

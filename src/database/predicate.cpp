@@ -2,6 +2,7 @@
 #include "predicate.h"
 
 #include <cmath>
+#include <cstring>
 
 #include "../number.h"
 
@@ -91,20 +92,6 @@ bool Predicate::holds(std::size_t row, std::int64_t now) const {
   return false;
 }
 
-bool Predicate::holdsForKey(std::int32_t key, std::size_t row, std::int64_t now) const {
-  if (key == integer_) return holds(row, now);
-  switch (comparison_) {
-    case Comparison::less:
-    case Comparison::lessOrEqual:
-      return key < integer_;
-    case Comparison::greater:
-    case Comparison::greaterOrEqual:
-      return key > integer_;
-    default:
-      return holds(row, now);
-  }
-}
-
 bool Predicate::isLess(std::string_view text, std::size_t row) const {
   switch (kind_) {
     case ValueKind::integer:
@@ -172,7 +159,7 @@ void Predicate::decide(const ColumnValues::Chunk& values, Block& block) const {
 }
 
 void Predicate::decideIntegers(const ColumnValues::Chunk& values, Block& block) const {
-  const std::int32_t* const numbers = values.numbers;
+  const std::int32_t* const numbers = values.numbers();
   const std::int32_t limit = integer_;
   // No number in its shortest form equals any other literal.
   const bool canEqual = canonicalInt(literal_).has_value();
@@ -201,7 +188,7 @@ void Predicate::decideIntegers(const ColumnValues::Chunk& values, Block& block) 
 }
 
 void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) const {
-  const float* const reals = values.reals;
+  const float* const reals = values.reals();
   const float limit = real_;
   // Equal texts have equal numbers of decimals, and values that differ by less than those show.
   float wanted = 0;
@@ -218,7 +205,14 @@ void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) con
     return std::string_view(room, writeDecimals(room, reals[i], spelling)) == literal_;
   };
   // Where no value was given, comparing has to fail.
-  const auto isMissing = [=](std::size_t i) { return std::isnan(reals[i]); };
+  const bool areGiven = std::memchr(values.codes, missingSpelling, block.size) == nullptr;
+  const auto narrowBy = [&](auto matches) {
+    if (areGiven) {
+      narrow(block, values, matches);
+    } else {
+      narrow(block, values, matches, [=](std::size_t i) { return std::isnan(reals[i]); });
+    }
+  };
   switch (comparison_) {
     case Comparison::equal:
       narrow(block, values, isText);
@@ -227,18 +221,16 @@ void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) con
       narrow(block, values, [=](std::size_t i) { return !isText(i); });
       break;
     case Comparison::less:
-      narrow(block, values, [=](std::size_t i) { return reals[i] < limit; }, isMissing);
+      narrowBy([=](std::size_t i) { return reals[i] < limit; });
       break;
     case Comparison::greater:
-      narrow(block, values, [=](std::size_t i) { return reals[i] > limit; }, isMissing);
+      narrowBy([=](std::size_t i) { return reals[i] > limit; });
       break;
     case Comparison::lessOrEqual:
-      narrow(
-          block, values, [=](std::size_t i) { return reals[i] < limit || isText(i); }, isMissing);
+      narrowBy([=](std::size_t i) { return reals[i] < limit || isText(i); });
       break;
     default:
-      narrow(
-          block, values, [=](std::size_t i) { return reals[i] > limit || isText(i); }, isMissing);
+      narrowBy([=](std::size_t i) { return reals[i] > limit || isText(i); });
       break;
   }
 }
@@ -261,25 +253,25 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
       narrow(block, values, [=, codes = values.codes](std::size_t i) { return codes[i] == code; });
       forEachCandidate(block, [&](std::size_t i) {
         const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
-        if (!isOpen && !(values.texts[i] == wanted)) block.mayMatch[i] = 0;
+        if (!isOpen && !(values.texts()[i] == wanted)) block.mayMatch[i] = 0;
       });
       break;
     case Comparison::notEqual:
       narrow(block, values, [&](std::size_t i) {
-        return values.codes[i] != code || !(values.texts[i] == wanted);
+        return values.codes[i] != code || !(values.texts()[i] == wanted);
       });
       break;
     case Comparison::less:
-      narrow(block, values, [&](std::size_t i) { return values.texts[i].view() < literal_; });
+      narrow(block, values, [&](std::size_t i) { return values.texts()[i].view() < literal_; });
       break;
     case Comparison::greater:
-      narrow(block, values, [&](std::size_t i) { return values.texts[i].view() > literal_; });
+      narrow(block, values, [&](std::size_t i) { return values.texts()[i].view() > literal_; });
       break;
     case Comparison::lessOrEqual:
-      narrow(block, values, [&](std::size_t i) { return values.texts[i].view() <= literal_; });
+      narrow(block, values, [&](std::size_t i) { return values.texts()[i].view() <= literal_; });
       break;
     default:
-      narrow(block, values, [&](std::size_t i) { return values.texts[i].view() >= literal_; });
+      narrow(block, values, [&](std::size_t i) { return values.texts()[i].view() >= literal_; });
       break;
   }
 }

@@ -69,7 +69,12 @@ class Predicate {
   bool holds(std::size_t row, std::int64_t now) const;
   // The same for a row whose key cell is filed under this key and not timed, of whose column the
   // condition is. Only equality needs the text.
-  bool holdsForKey(std::int32_t key, std::size_t row, std::int64_t now) const;
+  bool holdsForKey(std::int32_t key, std::size_t row, std::int64_t now) const {
+    if (key == integer_ || !isOrder()) return holds(row, now);
+    const bool isUpper =
+        comparison_ == Comparison::less || comparison_ == Comparison::lessOrEqual;
+    return comparison_ != Comparison::never && (key < integer_) == isUpper;
+  }
   bool holdsForKey(std::string_view /*key*/, std::size_t row, std::int64_t now) const {
     return holds(row, now);
   }

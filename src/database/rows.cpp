@@ -138,7 +138,12 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
     if (table.columns[given.column].type == "ApexInt") {
       throw std::runtime_error("ApexInt is an immutable identity column and cannot be updated");
     }
-    for (const std::int32_t index : matched) applyValue(table, index, given, now);
+    const bool isKey = static_cast<std::int32_t>(given.column) == table.primaryKeyIndex;
+    if (isKey || !table.links.empty() || given.cell.tempRule != nullptr) {
+      for (const std::int32_t index : matched) applyValue(table, index, given, now);
+    } else {
+      table.setRows(matched, given.column, given.cell);
+    }
   }
   return successful("success!", static_cast<std::int32_t>(matched.size()));
 }

@@ -14,29 +14,33 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
                            JsonTarget&& target) {
   const Reading reading = lockForReading(tableName, tableName);
   const Table& table = *reading.first;
-  std::byte memory[64 * sizeof(std::size_t)];  // enough for a usual table
+  std::byte memory[16 * sizeof(ColumnReader)];  // enough for a usual table
   std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
+  std::pmr::vector<ColumnReader> readers(&resource);
   std::pmr::vector<std::size_t> positions(&resource);
   positions.reserve(columns.size());
+  readers.reserve(columns.size());
   for (const std::string& column : columns) {
     const std::size_t hint = positions.empty() ? 0 : positions.back() + 1;
     positions.push_back(table.columnPosition(column, hint));
     if (positions.back() == noColumn) throw std::runtime_error("Requested column not found");
+    readers.emplace_back(table.values(positions.back()), now);
   }
   ResultSet result;
   result.columns = std::move(columns);
   result.rows.begin(result.columns, std::move(target));
   const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
+  result.rows.expectRows(matched.size());
   constexpr std::size_t stepsAhead = 8;
   for (std::size_t i = 0; i < matched.size(); ++i) {
     if (i + stepsAhead < matched.size()) {
       const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
-      for (const std::size_t position : positions) table.values(position).prefetch(coming);
+      for (const ColumnReader& reader : readers) reader.prefetch(coming);
     }
     const auto row = static_cast<std::size_t>(matched[i]);
-    for (const std::size_t position : positions) {
-      atPlace(table, position, row, [&] { table.values(position).print(row, now, result.rows); });
+    for (std::size_t c = 0; c < readers.size(); ++c) {
+      atPlace(table, positions[c], row, [&] { readers[c].print(row, result.rows); });
     }
   }
   return result;

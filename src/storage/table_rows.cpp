@@ -86,9 +86,9 @@ char* encodePlain(char* out, const CellShape& shape, const ColumnValues::Chunk& 
                   std::size_t place) {
   switch (shape.kind) {
     case ValueKind::integer:
-      return putInt32(out, values.numbers[place]);
+      return putInt32(out, values.numbers()[place]);
     case ValueKind::real:
-      return putFloat(out, values.reals[place]);
+      return putFloat(out, values.reals()[place]);
     case ValueKind::boolean:
       *out++ = values.codes[place] == static_cast<std::uint8_t>(BoolCode::isTrue) ? '\1' : '\0';
       return out;
@@ -98,7 +98,7 @@ char* encodePlain(char* out, const CellShape& shape, const ColumnValues::Chunk& 
   }
   // A width known here is filled with a few wide stores.
   std::memset(out, 0, stringWidth);
-  const std::string_view text = values.texts[place];
+  const std::string_view text = values.texts()[place];
   std::memcpy(out, text.data(), std::min(text.size(), stringWidth));
   return out + stringWidth;
 }
@@ -125,27 +125,35 @@ void encodeColumn(char* out, const CellShape& shape, const ColumnValues& values,
   }
 }
 
-void decodePlain(const char* in, const CellShape& shape, const ColumnValues::Chunk& values,
-                 std::size_t place) {
+// A column's plain values of some rows, each so many bytes behind the one before.
+void decodePlain(const char* in, std::size_t stride, const CellShape& shape,
+                 const ColumnValues::Chunk& values, std::size_t place, std::size_t count) {
+  const auto forEach = [&](auto decode) {
+    for (std::size_t i = 0; i < count; ++i) decode(in + i * stride, place + i);
+  };
   switch (shape.kind) {
     case ValueKind::integer:
-      values.numbers[place] = getInt32(in);
-      return;
-    case ValueKind::real: {
-      constexpr std::uint8_t decimals = 6;
-      const float value = getFloat(in);
-      values.reals[place] = value;
-      values.codes[place] = std::isnan(value) ? missingSpelling : decimals;
-      return;
-    }
+      forEach([&](const char* at, std::size_t i) { values.numbers()[i] = getInt32(at); });
+      break;
+    case ValueKind::real:
+      forEach([&](const char* at, std::size_t i) {
+        constexpr std::uint8_t decimals = 6;
+        values.reals()[i] = getFloat(at);
+        values.codes[i] = std::isnan(values.reals()[i]) ? missingSpelling : decimals;
+      });
+      break;
     case ValueKind::boolean:
-      values.codes[place] =
-          static_cast<std::uint8_t>(*in != 0 ? BoolCode::isTrue : BoolCode::isFalse);
-      return;
+      forEach([&](const char* at, std::size_t i) {
+        values.codes[i] = static_cast<std::uint8_t>(*at != 0 ? BoolCode::isTrue : BoolCode::isFalse);
+      });
+      break;
     case ValueKind::text:
     case ValueKind::unknown:
-      values.setText(place, getText(in, shape.plainWidth));
-      return;
+      forEach([&](const char* at, std::size_t i) {
+        values.texts()[i] = Text(getText(at, shape.plainWidth));
+        values.codes[i] = values.texts()[i].fingerprint();
+      });
+      break;
   }
 }
 
@@ -178,14 +186,25 @@ void decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* tim
   const char* const value = bytes.data() + (shape.canBeTimed ? 1 : 0);
   if (isTimedCell(bytes, shape)) {
     decodeTimed(value, shape, timed, table, row, column);
-    return;
-  }
-  const ColumnValues::Chunk chunk = table.values(column).chunk(Rows::chunkOf(row));
-  if (shape.kind == ValueKind::real && std::isinf(getFloat(value))) {
+  } else if (shape.kind == ValueKind::real && std::isinf(getFloat(value))) {
+    // Its text has no decimals.
     table.set(row, column, Cell(Text(std::signbit(getFloat(value)) ? "-inf" : "inf")), 0);
   } else {
-    decodePlain(value, shape, chunk, Rows::placeOf(row));
+    decodePlain(value, 0, shape, table.values(column).chunk(Rows::chunkOf(row)),
+                Rows::placeOf(row), 1);
   }
+}
+
+// Whether a column's cells of these rows can be read together.
+bool arePlain(const char* in, std::size_t stride, const CellShape& shape, std::size_t count) {
+  if (!shape.canBeTimed && shape.kind != ValueKind::real) return true;
+  bool found = false;
+  for (std::size_t i = 0; i < count; ++i, in += stride) {
+    const char* const value = in + (shape.canBeTimed ? 1 : 0);
+    found |= shape.canBeTimed && *in == '\1';
+    found |= shape.kind == ValueKind::real && std::isinf(getFloat(value));
+  }
+  return !found;
 }
 
 }  // namespace
@@ -279,10 +298,17 @@ void decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, Ti
                 Table& table, std::size_t firstRow, std::size_t count) {
   const std::size_t rowSize = bytes.size() / count;
   for (std::size_t column = 0; column < shapes.size(); ++column) {
-    for (std::size_t i = 0; i < count; ++i) {
-      decodeCell(bytes.substr(i * rowSize), shapes[column], timed, table, firstRow + i, column);
+    const CellShape& shape = shapes[column];
+    if (arePlain(bytes.data(), rowSize, shape, count)) {
+      decodePlain(bytes.data() + (shape.canBeTimed ? 1 : 0), rowSize, shape,
+                  table.values(column).chunk(Rows::chunkOf(firstRow)), Rows::placeOf(firstRow),
+                  count);
+    } else {
+      for (std::size_t i = 0; i < count; ++i) {
+        decodeCell(bytes.substr(i * rowSize), shape, timed, table, firstRow + i, column);
+      }
     }
-    bytes.remove_prefix(cellSize({}, shapes[column]));
+    bytes.remove_prefix(cellSize({}, shape));
   }
 }
 
