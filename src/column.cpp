@@ -55,12 +55,9 @@ ColumnValues::~ColumnValues() {
   }
 }
 
-ColumnValues::Chunk ColumnValues::chunk(std::size_t chunk, std::int64_t now) const {
-  if (chunk < odd_.size() && odd_[chunk] != nullptr) {
-    OddCells& odd = *odd_[chunk];
-    if (now < odd.since || now >= odd.until) refresh(chunk, odd, now);
-  }
-  return this->chunk(chunk);
+void ColumnValues::keepRight(std::size_t chunk, std::int64_t now) const {
+  OddCells& odd = *odd_[chunk];
+  if (now < odd.since || now >= odd.until) refresh(chunk, odd, now);
 }
 
 std::size_t ColumnValues::OddCells::find(std::size_t place) const noexcept {

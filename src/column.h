@@ -114,7 +114,10 @@ class ColumnValues {
     bool isOdd(std::size_t place) const noexcept { return odd != nullptr && odd[place] != 0; }
   };
   // What holds for the second `now`.
-  Chunk chunk(std::size_t chunk, std::int64_t now) const;
+  Chunk chunk(std::size_t chunk, std::int64_t now) const {
+    if (chunk < odd_.size() && odd_[chunk] != nullptr) keepRight(chunk, now);
+    return this->chunk(chunk);
+  }
   // The same without looking at timed values: for who asks for these by row.
   Chunk chunk(std::size_t chunk) const noexcept {
     const bool hasOdd = chunk < odd_.size() && odd_[chunk] != nullptr;
@@ -154,6 +157,7 @@ class ColumnValues {
   void setOdd(std::size_t row, Cell&& cell, std::int64_t now);
   void removeOdd(std::size_t row) noexcept;
   std::string_view plainText(std::size_t row, TextRoom& room) const;
+  void keepRight(std::size_t chunk, std::int64_t now) const;
   void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
 
   ValueKind kind_;

@@ -176,31 +176,37 @@ class PartnerIndex {
   void findPairs(KeyColumn& leftKeys, std::span<const std::int32_t> leftRows,
                  std::vector<Pair>& pairs, Emit emit) const {
     Key keys[blockSize];
-    std::uint32_t heads[blockSize];
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
       keys[i] = leftKeys.key(leftRows[i]);
       __builtin_prefetch(&buckets_[bucketOf(keys[i].code)]);
     }
+    std::size_t found[blockSize];
+    std::uint32_t heads[blockSize];
+    std::size_t count = 0;
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
-      heads[i] = buckets_[bucketOf(keys[i].code)];
-      if (heads[i] != none) __builtin_prefetch(&entries_[heads[i]]);
+      found[count] = i;
+      heads[count] = buckets_[bucketOf(keys[i].code)];
+      count += heads[count] != none ? 1 : 0;
     }
-    for (std::size_t i = 0; i < leftRows.size(); ++i) {
+    for (std::size_t i = 0; i < count; ++i) __builtin_prefetch(&entries_[heads[i]]);
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::int32_t leftRow = leftRows[found[i]];
+      const Key key = keys[found[i]];
       for (std::uint32_t e = heads[i]; e != none; e = entries_[e].next) {
         const Entry& entry = entries_[e];
-        if (entry.code != keys[i].code) continue;
+        if (entry.code != key.code) continue;
         // A text that is no number equals none.
-        const bool isPair = areNumbers_ ? keys[i].isNumber
-                                        : leftKeys.hasEqualText(leftRows[i], keys_, entry.row);
+        const bool isPair =
+            areNumbers_ ? key.isNumber : leftKeys.hasEqualText(leftRow, keys_, entry.row);
         if (!isPair) continue;
-        pairs.push_back({leftRows[i], entry.row});
+        pairs.push_back({leftRow, entry.row});
         if (pairs.size() == mostPairs) emit(pairs);
       }
     }
     emit(pairs);
   }
 
-  static constexpr std::size_t blockSize = 64;
+  static constexpr std::size_t blockSize = 128;
 
  private:
   static constexpr std::uint32_t none = ~std::uint32_t{0};
@@ -255,9 +261,16 @@ class LeftRows {
       return std::span(matched_).subspan(start, position_ - start);
     }
     std::size_t count = 0;
-    for (; position_ < end && count < PartnerIndex::blockSize; ++position_) {
-      block_[count] = static_cast<std::int32_t>(position_);
-      count += table_.isLive(position_) ? 1 : 0;
+    while (position_ < end && count == 0) {
+      // A chunk's rows are so many of these blocks.
+      const std::uint8_t* const deleted =
+          table_.rows().deleted(Rows::chunkOf(position_)) + Rows::placeOf(position_);
+      const std::size_t size = std::min(PartnerIndex::blockSize, end - position_);
+      for (std::size_t i = 0; i < size; ++i) {
+        block_[count] = static_cast<std::int32_t>(position_ + i);
+        count += deleted[i] == 0 ? 1 : 0;
+      }
+      position_ += size;
     }
     return std::span(block_, count);
   }
@@ -268,6 +281,7 @@ class LeftRows {
   std::vector<std::int32_t> matched_;
   std::size_t position_ = 0;
   std::int32_t block_[PartnerIndex::blockSize] = {};
+  static_assert(Rows::chunkRows % PartnerIndex::blockSize == 0);
 };
 
 // A column of the answer, with the table that it is read from.
