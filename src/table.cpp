@@ -46,6 +46,7 @@ Row& Table::appendRow() {
 void Table::removeLastRow() noexcept {
   rows.popBack();
   deletedRows.pop_back();
+  dirtyRows_.mark(rows.size());
   mirrors_->truncate(rows.size());
 }
 

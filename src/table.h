@@ -13,6 +13,7 @@
 
 #include "cell.h"
 #include "column_mirror.h"
+#include "dirty_rows.h"
 #include "key_map.h"
 #include "number.h"
 #include "rows.h"
@@ -92,7 +93,10 @@ struct Table {
   // table has a primary key. Throws as PrimaryKeyMap::find does.
   std::int32_t findLive(std::string_view key, std::int64_t now) const;
   bool isLive(std::size_t row) const { return deletedRows[row] == 0; }
-  void setDeleted(std::size_t row, bool isDeleted) { deletedRows[row] = isDeleted ? 1 : 0; }
+  void setDeleted(std::size_t row, bool isDeleted) {
+    deletedRows[row] = isDeleted ? 1 : 0;
+    dirtyRows_.mark(row);
+  }
 
   // Appends a row whose cells have no values. It does not touch the key map.
   Row& appendRow();
@@ -103,8 +107,28 @@ struct Table {
   // asked for beside other readers.
   const ColumnMirror& mirror(std::size_t column) const { return mirrors_->of(column, rows); }
   // To be called behind every change of a cell of a row that was there before the change.
-  void cellChanged(std::size_t row, std::size_t column) { mirrors_->refresh(rows, row, column); }
-  void rowChanged(std::size_t row) { mirrors_->refreshRow(rows, row); }
+  void cellChanged(std::size_t row, std::size_t column) {
+    dirtyRows_.mark(row);
+    mirrors_->refresh(rows, row, column);
+  }
+  void rowChanged(std::size_t row) {
+    dirtyRows_.mark(row);
+    mirrors_->refreshRow(rows, row);
+  }
+
+  // What a checkpoint has to write: whether there is anything, and which rows. A new table is all
+  // dirty, which says that nothing is known of its files.
+  bool isDirty() const noexcept { return dirtyRows_.isAny(rows.size()); }
+  bool isAllDirty() const noexcept { return dirtyRows_.isAll(); }
+  template <typename Use>
+  void forEachDirtyRun(Use use) const {
+    dirtyRows_.forEachRun(rows.size(), use);
+  }
+  // How many rows the table's files hold, unless it is all dirty.
+  std::size_t storedRowCount() const noexcept { return dirtyRows_.storedCount(); }
+  void markAllDirty() noexcept { dirtyRows_.markAll(); }
+  // The files hold the table as it is, or will when an interrupted checkpoint has been completed.
+  void markClean() noexcept { dirtyRows_.markNone(rows.size()); }
 
   // Makes the column the primary key and builds the key map from all rows, deleted ones included.
   // Throws std::runtime_error "Primary key not found", or "Cannot create Primary Key: Duplicate
@@ -120,6 +144,7 @@ struct Table {
   void fileTimedKeys();
 
   std::vector<ValueKind> kinds_;
+  DirtyRows dirtyRows_;
   std::unique_ptr<ColumnMirrors> mirrors_;
   std::unordered_map<std::string, std::size_t, TextHash, std::equal_to<>> positions_;
 };

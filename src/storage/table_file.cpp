@@ -29,6 +29,7 @@
 #include "storage.h"
 #include "table_rows.h"
 #include "timed_file.h"
+#include "written_rows.h"
 
 namespace velmora {
 namespace {
@@ -85,7 +86,8 @@ RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64
   return source;
 }
 
-void readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
+// Reads the rows; whether a checkpoint would write the same bytes for them.
+bool readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
               Table& table) {
   File file(directory, source.fileName, File::Mode::read);
   if (!file.isOpen()) throwUnreadable(source.fileName);
@@ -94,6 +96,7 @@ void readRows(const RowSource& source, TimedReader* timed, const Directory& dire
   BlockReader reader(file);
   table.rows.setHugePages(false);
   std::int64_t offset = source.firstOffset;
+  bool areAsWritten = !rowsAreShifted(table.columns);
   for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
     const std::string_view bytes = reader.at(offset, source.isCounted ? 1 : piece);
     if (bytes.empty()) break;
@@ -104,19 +107,37 @@ void readRows(const RowSource& source, TimedReader* timed, const Directory& dire
       table.removeLastRow();
       break;
     }
+    areAsWritten = areAsWritten &&
+                   isRowAsWritten(bytes, table.columns, static_cast<std::size_t>(i), shapes, timed);
   }
   table.rows.setHugePages(true);
+  return areAsWritten;
 }
 
-void readMarks(const Directory& directory, const std::string& fileName, Table& table) {
+// Reads the marks; whether a checkpoint would write the same bytes for them.
+bool readMarks(const Directory& directory, const std::string& fileName, Table& table) {
   File file(directory, fileName, File::Mode::read);
-  if (!file.isOpen() && errno == ENOENT) return;
+  if (!file.isOpen() && errno == ENOENT) return false;
   BlockReader reader(file);
+  bool areAsWritten = file.size() == static_cast<std::int64_t>(table.rows.size());
   for (std::size_t i = 0; i < table.rows.size(); ++i) {
     const std::string_view mark = reader.at(static_cast<std::int64_t>(i), 1);
-    if (mark.empty()) return;  // the rows behind the last mark are live
+    if (mark.empty()) return false;  // the rows behind the last mark are live
     if (mark.front() != '\0') table.setDeleted(i, true);
+    areAsWritten = areAsWritten && static_cast<unsigned char>(mark.front()) <= 1;
   }
+  return areAsWritten;
+}
+
+// Whether the table file is called and begins as a checkpoint's, and ends with its last row.
+bool isFileAsWritten(File& file, const std::string& fileName, const Table& table) {
+  const std::string header = Storage::tableFileHeader(table);
+  std::string found(header.size(), '\0');
+  const auto rowsSize =
+      static_cast<std::int64_t>(table.rows.size()) * Storage::rowSize(table.columns);
+  return fileName == fileNameOf(table.tableName, tableExtension) &&
+         file.readAt(0, found.data(), found.size()) == header.size() && found == header &&
+         file.size() == static_cast<std::int64_t>(header.size()) + rowsSize;
 }
 
 }  // namespace
@@ -262,12 +283,14 @@ std::optional<Table> Storage::loadTable(const std::string& fileName, const Direc
   if (maxStates >= 1 && isStorableName(timedName)) {
     timed.emplace(directory, fileNameOf(timedName, timedExtension), maxStates);
   }
-  readRows(source, timed ? &*timed : nullptr, directory, table);
+  bool isAsWritten = readRows(source, timed ? &*timed : nullptr, directory, table);
   while (timed && timed->hasNewDispute()) {
+    isAsWritten = false;
     table = Table(tableName, columns);
     readRows(source, &*timed, directory, table);
   }
-  readMarks(directory, delName, table);
+  isAsWritten = readMarks(directory, delName, table) && isAsWritten;
+  if (isAsWritten && isFileAsWritten(file, fileName, table)) table.markClean();
   return table;
 }
 
@@ -279,7 +302,7 @@ std::vector<std::string> Storage::getBinFiles(const Directory& directory) {
     if (entry.isRegular) names.insert(entry.name);
   }
   if (directory.awaited != nullptr) {
-    for (const std::string& name : *directory.awaited) {
+    for (const auto& [name, keepsSpare] : directory.awaited->replaced) {
       const bool isThere = identityOf(directory, checkpointName(name).c_str()).has_value();
       if (isThere && name.ends_with(tableExtension)) names.insert(name);
     }
