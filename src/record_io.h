@@ -62,6 +62,11 @@ inline bool isAllZero(std::string_view bytes) noexcept {
   return bytes.find_first_not_of('\0') == std::string_view::npos;
 }
 
+// Whether the field of a text holds nothing behind it.
+inline bool isPadded(std::string_view field) noexcept {
+  return isAllZero(field.substr(getText(field.data(), field.size()).size()));
+}
+
 // Builds one record field by field.
 class RecordWriter {
  public:

@@ -44,6 +44,7 @@ std::size_t Table::appendRows(std::size_t count) {
 void Table::removeLastRow() noexcept {
   for (const auto& column : values_) column->removeLast(rowCount() - 1);
   rows_->removeLast();
+  dirtyRows_.mark(rowCount());
 }
 
 void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, KeyRule rule) {

@@ -14,6 +14,7 @@
 
 #include "cell.h"
 #include "column.h"
+#include "dirty_rows.h"
 #include "key_map.h"
 #include "number.h"
 #include "rows.h"
@@ -119,19 +120,26 @@ class Table {
   // nothing.
   void set(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->set(row, cell, now);
+    dirtyRows_.mark(row);
   }
   // The same for a value that is not timed in many rows, of which a failure may leave some changed.
   void setRows(std::span<const std::int32_t> rows, std::size_t column, const Cell& cell) {
+    for (const std::int32_t row : rows) dirtyRows_.mark(static_cast<std::size_t>(row));
     values_[column]->setTexts(rows, cell.value);
   }
   // The same for a cell that was taken from here, whose key text stays as it was.
   void restore(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->restore(row, cell, now);
+    dirtyRows_.mark(row);
   }
   void setNumber(std::size_t row, std::size_t column, std::int32_t number) noexcept {
     values_[column]->setNumber(row, number);
+    dirtyRows_.mark(row);
   }
-  void setDeleted(std::size_t row, bool isDeleted) noexcept { rows_->setDeleted(row, isDeleted); }
+  void setDeleted(std::size_t row, bool isDeleted) noexcept {
+    rows_->setDeleted(row, isDeleted);
+    dirtyRows_.mark(row);
+  }
   // The same for a loader, which puts the values into the columns' arrays itself: at most so many
   // rows, and none beyond the end of their chunk. Returns how many.
   std::size_t appendRows(std::size_t count);
@@ -158,6 +166,20 @@ class Table {
   // While a table is loaded: see Rows::setHugePages.
   void setHugePages(bool isWanted) noexcept { rows_->setHugePages(isWanted); }
 
+  // What a checkpoint has to write: whether there is anything, and which rows. A new table is all
+  // dirty, which says that nothing is known of its files.
+  bool isDirty() const noexcept { return dirtyRows_.isAny(rowCount()); }
+  bool isAllDirty() const noexcept { return dirtyRows_.isAll(); }
+  template <typename Use>
+  void forEachDirtyRun(Use use) const {
+    dirtyRows_.forEachRun(rowCount(), use);
+  }
+  // How many rows the table's files hold, unless it is all dirty.
+  std::size_t storedRowCount() const noexcept { return dirtyRows_.storedCount(); }
+  void markAllDirty() noexcept { dirtyRows_.markAll(); }
+  // The files hold the table as it is, or will when an interrupted checkpoint has been completed.
+  void markClean() noexcept { dirtyRows_.markNone(rowCount()); }
+
   // Makes the column the primary key and builds the key map from all rows, deleted ones included.
   // Throws std::runtime_error "Primary key not found", or "Cannot create Primary Key: Duplicate
   // value 'KEY' already exists in column"; std::invalid_argument or std::out_of_range ("stoi") for
@@ -171,6 +193,7 @@ class Table {
   void fileKey(std::size_t row, KeyRule rule);
   void fileTimedKeys();
 
+  DirtyRows dirtyRows_;
   // The columns end before the rows that they refer to: a move replaces them in this order, and the
   // destructor sees to it.
   std::vector<std::unique_ptr<ColumnValues>> values_;

@@ -32,7 +32,10 @@ bool Database::checkTypes(const std::vector<Column>& columns) {
 void Database::createTable(const std::string& name, const std::vector<Column>& columns) {
   const std::unique_lock lock(dbMutex);
   checkLog();
-  if (!deferred_) requireRegularFiles(directory, name);
+  if (!deferred_) {
+    requireRegularFiles(directory, name);
+    Storage::finishCheckpoint(directory, log);
+  }
   Table created(name, columns);
   if (!checkTypes(columns)) throw std::runtime_error("Unknown type");
   const auto replaced = tables.find(name);
@@ -58,6 +61,7 @@ void Database::createTable(const std::string& name, const std::vector<Column>& c
     deferred_->tables.insert(name);
   } else {
     Storage::saveTable(table, directory);
+    table.markClean();
   }
 }
 
@@ -77,6 +81,7 @@ void Database::dropTable(const std::string& name) {
   const std::unique_lock lock(dbMutex);
   const Table& table = getTable(name);
   // Everything that can fail comes first: a table that is gone from memory only would come back.
+  if (!deferred_) Storage::finishCheckpoint(directory, log);
   std::vector<std::string> files = Storage::filesOfTable(name);
   for (std::string& file : Storage::getRelFiles(directory)) {
     // A relation file of the dropped child, even of a link that was skipped at the start, would

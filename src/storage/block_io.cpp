@@ -28,8 +28,8 @@ void BlockReader::fill(std::int64_t offset, std::size_t count) {
   held_ = *read;
 }
 
-NewFile::NewFile(const Directory& directory, const std::string& fileName)
-    : file_(directory, fileName, File::Mode::create) {
+NewFile::NewFile(const Directory& directory, const std::string& fileName, File::Mode mode)
+    : file_(directory, fileName, mode) {
   if (!file_.isOpen()) throw CreateFailure("cannot create " + printable(fileName));
 }
 
@@ -58,7 +58,7 @@ void NewFile::seek(std::int64_t offset) {
 void NewFile::finish() {
   flush();
   const auto size = file_.size();
-  if (!size || (*size < reached_ && !file_.truncate(reached_))) {
+  if (!size || (*size != reached_ && !file_.truncate(reached_))) {
     throw WriteFailure("cannot write " + printable(file_.name()));
   }
   if (!file_.sync()) throw WriteFailure("cannot sync " + printable(file_.name()));

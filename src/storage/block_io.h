@@ -39,12 +39,13 @@ struct CreateFailure : WriteFailure {
   using WriteFailure::WriteFailure;
 };
 
-// A new file, written in blocks. Every function but the destructor throws WriteFailure ("cannot
-// create NAME", which is a CreateFailure, "cannot write NAME", "cannot sync NAME") and
-// NotRegularFile.
+// A new file, written in blocks; or one that is written over from its beginning, without seek().
+// Every function but the destructor throws WriteFailure ("cannot create NAME", which is a
+// CreateFailure, "cannot write NAME", "cannot sync NAME") and NotRegularFile.
 class NewFile {
  public:
-  NewFile(const Directory& directory, const std::string& fileName);
+  NewFile(const Directory& directory, const std::string& fileName,
+          File::Mode mode = File::Mode::create);
 
   // Small enough to stay in the processor's cache, and for the system to keep it in small pieces of
   // memory: larger blocks took up to ten times as long when it had to make room for large ones.

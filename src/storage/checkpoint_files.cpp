@@ -1,26 +1,29 @@
-// The checkpoint, all or nothing.
+// The checkpoint, all or nothing, and at the cost of what has changed.
 //
-// 1. Each table's new files, and an empty log, are written and synced beside the old ones as
-//    <file>.checkpoint; the directory is synced.
-// 2. The marker "velmora.ckpt" is written and synced, and the directory again: it names the new
-//    files. This is the point of no return.
-// 3. The new files are renamed into place and the directory is synced; then the marker is removed,
-//    and the directory synced a last time, so that no marker of this checkpoint comes back for the
-//    files of the next one.
+// 1. The journal "velmora.ckpt" is begun. Into it goes what changes in tables of which little has
+//    changed; of the others the new files are written and synced beside the old ones as
+//    <file>.checkpoint, and so is an empty log. The directory is synced.
+// 2. The journal gets its last line and is synced. This is the point of no return.
+// 3. The changes are made in the tables' files, each of which is synced, and the new files are
+//    renamed into place. The directory is synced.
+// 4. The journal is emptied, synced and removed: it cannot come back for other files of these
+//    names.
 //
 // What is interrupted before 2 is swept away at the next start and everything is as before; what is
-// interrupted behind it is done again from 3, by the next start or the next checkpoint. Step 3 may
-// be repeated at any point: a file that has been renamed is no longer there to be renamed. Commands
-// that are logged between 2 and the end of 3, after a failure, go to the new log.
+// interrupted behind it is done again from 3, by the next start, the next checkpoint or the next
+// command that makes or removes a table's files. Step 3 may be repeated at any point: a file that
+// has been renamed is no longer there to be renamed. Commands that are logged between 2 and the end
+// of 3, after a failure, go to the new log.
 //
-// The marker is text: one file a line by its final name, then "end". Without that last line it
-// counts as not written.
+// A table file of some size that is replaced is kept as <file>.spare, and the next new one is
+// written over it: that takes a third of the time that a new file takes.
 #include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
 #include "../record_io.h"
 #include "block_io.h"
+#include "checkpoint_journal.h"
 #include "storage.h"
 #include "table_rows.h"
 #include "timed_file.h"
@@ -28,17 +31,22 @@
 namespace velmora {
 namespace {
 
-constexpr std::string_view markerEnd = "end\n";
-
-[[noreturn]] void throwFailed(const std::string& what) {
-  throw std::runtime_error("Checkpoint failed: " + what);
+// Calls step(); a file that could not be written fails the checkpoint.
+template <typename Step>
+void asCheckpoint(Step step) {
+  try {
+    step();
+  } catch (const WriteFailure& failure) {
+    throw std::runtime_error(std::string("Checkpoint failed: ") + failure.what());
+  }
 }
 
 // The timed values of one table during its checkpoint. Cells keep the slots that the table's files
 // give them.
 class TimedValues {
  public:
-  TimedValues(const Table& table, const Directory& directory)
+  // Without a patch they go to a new file.
+  TimedValues(const Table& table, const Directory& directory, PatchWriter* patch)
       : table_(table),
         maxStates_(largestMaxStates(table.columns)),
         isShifted_(rowsAreShifted(table.columns)),
@@ -46,7 +54,7 @@ class TimedValues {
                  fileNameOf(table.tableName, isShifted_ ? wholeRowExtension : tableExtension),
                  File::Mode::read),
         reader_(oldRows_),
-        writer_(directory, fileNameOf(table.tableName, timedExtension), maxStates_),
+        writer_(directory, fileNameOf(table.tableName, timedExtension), maxStates_, patch),
         cellOffsets_(wholeOffsets(table.columns)),
         slots_(table.columns.size(), -1) {}
 
@@ -68,11 +76,7 @@ class TimedValues {
     const std::string_view oldRow =
         oldRows_.isOpen() ? reader_.at(static_cast<std::int64_t>(header + i * size), size)
                           : std::string_view();
-    // Deliberate: the label of a row is its offset counted in cells of this column.
-    const std::int64_t rowOffset = Storage::headerSize(table_.columns.size()) +
-                                   static_cast<std::int64_t>(i) * Storage::rowSize(table_.columns);
-    const std::int64_t label = rowOffset / Storage::getColumnBinSize(table_.columns[column]);
-    return writer_.put(slotAt(oldRow, cellOffsets_[column]), static_cast<std::int32_t>(label),
+    return writer_.put(slotAt(oldRow, cellOffsets_[column]), timedLabel(table_.columns, column, i),
                        static_cast<std::int32_t>(column), rule);
   }
 
@@ -86,9 +90,31 @@ class TimedValues {
   std::vector<std::int32_t> slots_;
 };
 
+// Where a row begins in the table file.
+std::int64_t rowOffset(const Table& table, std::size_t i) {
+  return Storage::headerSize(table.columns.size()) +
+         static_cast<std::int64_t>(i) * Storage::rowSize(table.columns);
+}
+
+// Makes the spare file the new one, if there is one, and hands back how that is to be opened.
+File::Mode beginOverSpare(const Directory& directory, const std::string& fileName) {
+  requireRegular(directory, spareName(fileName));
+  renameFile(directory, spareName(fileName), checkpointName(fileName));
+  return File::Mode::overwrite;
+}
+
+// Finishes such a file. Its name is the journal's already; what it replaces may become the spare.
+void finishOverSpare(NewFile& file, const std::string& fileName, CheckpointJournal& journal) {
+  constexpr std::int64_t leastSpare = 256 * 1024;  // a smaller file is made as quickly
+  journal.awaited().replaced[fileName] = file.position() >= leastSpare;
+  file.finish();
+}
+
 // Writes the rows of a table whose rows fit: one after the other.
-void writeFittingRows(const Table& table, TimedValues& timed, const Directory& directory) {
-  NewFile file(directory, checkpointName(fileNameOf(table.tableName, tableExtension)));
+void writeFittingRows(const Table& table, TimedValues& timed, const Directory& directory,
+                      CheckpointJournal& journal) {
+  const std::string name = fileNameOf(table.tableName, tableExtension);
+  NewFile file(directory, checkpointName(name), beginOverSpare(directory, name));
   file.write(Storage::tableFileHeader(table));
   const std::size_t longest = longestRow(table.columns, CellWidths::written);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
@@ -100,7 +126,7 @@ void writeFittingRows(const Table& table, TimedValues& timed, const Directory& d
     file.written(encodeRows(out, table, i, count, shapes, slots));
     i += count;
   }
-  file.finish();
+  finishOverSpare(file, name, journal);
 }
 
 // Writes pieces that may overlap, by ascending offsets, each over those before it; where no piece
@@ -155,10 +181,12 @@ class Overlay {
 
 // Writes the rows of a table whose rows are longer or shorter than their declared size: each at its
 // place over what the file held and what the row before left there, and once more whole.
-void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& directory) {
+void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& directory,
+                      CheckpointJournal& journal) {
   Overlay file(directory, fileNameOf(table.tableName, tableExtension));
   file.put(0, Storage::tableFileHeader(table));
-  NewFile whole(directory, checkpointName(fileNameOf(table.tableName, wholeRowExtension)));
+  const std::string wholeName = fileNameOf(table.tableName, wholeRowExtension);
+  NewFile whole(directory, checkpointName(wholeName), beginOverSpare(directory, wholeName));
   const std::size_t longest = longestRow(table.columns, CellWidths::whole);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
   const std::vector<CellShape> wholeShapes = shapesOf(table.columns, CellWidths::whole);
@@ -172,18 +200,19 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
     char* const out = whole.room(longest);
     whole.written(encodeRows(out, table, i, 1, wholeShapes, slots));
   }
-  whole.finish();
+  finishOverSpare(whole, wholeName, journal);
   file.finish();
 }
 
-// Writes the new files of one table and adds their names to `names`, each before it is begun.
-void writeTable(const Table& table, const Directory& directory, std::vector<std::string>& names) {
+// Writes the new files of one table, each in the journal before it is begun.
+void writeWhole(const Table& table, const Directory& directory, CheckpointJournal& journal) {
   const auto add = [&](std::string_view extension) {
-    names.push_back(fileNameOf(table.tableName, extension));
-    requireRegular(directory, names.back());
+    std::string name = fileNameOf(table.tableName, extension);
+    requireRegular(directory, name);
+    journal.awaited().replaced[name] = false;
+    return name;
   };
-  add(deletionExtension);
-  NewFile marks(directory, checkpointName(names.back()));
+  NewFile marks(directory, checkpointName(add(deletionExtension)));
   for (std::size_t chunk = 0; chunk < table.rows().chunkCount(); ++chunk) {
     marks.write({reinterpret_cast<const char*>(table.rows().deleted(chunk)),
                  table.rows().sizeOf(chunk)});
@@ -192,15 +221,96 @@ void writeTable(const Table& table, const Directory& directory, std::vector<std:
   if (table.columns.empty()) return;
 
   add(tableExtension);
-  if (rowsAreShifted(table.columns)) add(wholeRowExtension);
-  add(timedExtension);
-  TimedValues timed(table, directory);
-  if (rowsAreShifted(table.columns)) {
-    writeShiftedRows(table, timed, directory);
-  } else {
-    writeFittingRows(table, timed, directory);
+  const bool areShifted = rowsAreShifted(table.columns);
+  if (areShifted) add(wholeRowExtension);
+  const std::string timedName = add(timedExtension);
+  TimedValues timed(table, directory, nullptr);
+  (areShifted ? writeShiftedRows : writeFittingRows)(table, timed, directory, journal);
+  if (!timed.finish()) journal.awaited().replaced.erase(timedName);
+}
+
+// Puts what has changed of a table into the journal.
+void writeChanges(const Table& table, const Directory& directory, CheckpointJournal& journal) {
+  PatchWriter rows(journal, directory, fileNameOf(table.tableName, tableExtension));
+  PatchWriter marks(journal, directory, fileNameOf(table.tableName, deletionExtension));
+  const std::string timedName = fileNameOf(table.tableName, timedExtension);
+  PatchWriter timedPatch(journal, directory, timedName);
+  // Where there is none yet, all that is in it is new.
+  if (!timedPatch.isOpen()) journal.awaited().replaced[timedName] = false;
+  TimedValues timed(table, directory, timedPatch.isOpen() ? &timedPatch : nullptr);
+  const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
+  std::string row(longestRow(table.columns, CellWidths::written), '\0');
+  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
+    for (std::size_t i = first; i < first + count; ++i) {
+      encodeRows(row.data(), table, i, 1, shapes, timed.slotsOf(i));
+      rows.put(rowOffset(table, i), row);
+      marks.put(static_cast<std::int64_t>(i), table.isLive(i) ? std::string_view("\0", 1) : "\1");
+    }
+  });
+  rows.finish(rowOffset(table, table.rowCount()));
+  marks.finish(static_cast<std::int64_t>(table.rowCount()));
+  if (!timed.finish()) journal.awaited().replaced.erase(timedName);
+}
+
+// Whether the table's files are there and as long as they were when they were last written or read.
+bool areFilesKnown(const Table& table, const Directory& directory) {
+  if (table.isAllDirty()) return false;
+  const auto hasSize = [&](std::string_view extension, std::size_t size) {
+    const File file(directory, fileNameOf(table.tableName, extension), File::Mode::read);
+    return file.isOpen() && file.size() == static_cast<std::int64_t>(size);
+  };
+  const std::size_t count = table.storedRowCount();
+  if (!hasSize(deletionExtension, count)) return false;
+  if (table.columns.empty()) return true;
+  if (!rowsAreShifted(table.columns)) {
+    return hasSize(tableExtension, static_cast<std::size_t>(rowOffset(table, count)));
   }
-  if (!timed.finish()) names.pop_back();
+  return hasSize(wholeRowExtension, count * wholeRowSize(table.columns)) &&
+         sizeOf(directory, fileNameOf(table.tableName, tableExtension)) > 0;
+}
+
+// Whether the files can be changed in place: there, ours to write, without a second name, and with
+// whole records in the last of them.
+bool canBePatched(const Table& table, const Directory& directory) {
+  if (table.columns.empty() || rowsAreShifted(table.columns)) return false;
+  const auto isOurs = [&](std::string_view extension) {
+    const std::string name = fileNameOf(table.tableName, extension);
+    const auto found = identityOf(directory, name.c_str());
+    return found && found->nameCount == 1 && File(directory, name, File::Mode::change).isOpen();
+  };
+  if (!isOurs(tableExtension) || !isOurs(deletionExtension)) return false;
+  const std::int32_t maxStates = largestMaxStates(table.columns);
+  const std::string timedName = fileNameOf(table.tableName, timedExtension);
+  if (maxStates == 0 || !identityOf(directory, timedName.c_str())) return true;
+  const auto slotSize = static_cast<std::int64_t>(timedRecordSize(maxStates));
+  return isOurs(timedExtension) && sizeOf(directory, timedName) % slotSize == 0;
+}
+
+// Whether so little has changed that writing it twice, into the journal and into its place, costs
+// less than writing everything once.
+bool hasChangedLittle(const Table& table) {
+  constexpr std::int64_t pageSize = 4096;
+  constexpr std::int64_t alwaysLittle = 16;  // new files take longer than these
+  constexpr std::int64_t littleInPercent = 15;
+  std::int64_t changed = 0;
+  std::int64_t counted = 0;  // the first page that may still have to be counted
+  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
+    const std::int64_t begin = std::max(rowOffset(table, first) / pageSize, counted);
+    counted = (rowOffset(table, first + count) - 1) / pageSize + 1;
+    changed += std::max(counted - begin, std::int64_t{0});
+  });
+  const std::int64_t all = rowOffset(table, table.rowCount()) / pageSize + 1;
+  return changed <= std::max(alwaysLittle, all * littleInPercent / 100);
+}
+
+void writeTable(const Table& table, const Directory& directory, CheckpointJournal& journal) {
+  const bool isKnown = areFilesKnown(table, directory);
+  if (isKnown && !table.isDirty()) return;
+  if (isKnown && hasChangedLittle(table) && canBePatched(table, directory)) {
+    writeChanges(table, directory, journal);
+  } else {
+    writeWhole(table, directory, journal);
+  }
 }
 
 void requireSync(const Directory& directory) {
@@ -232,31 +342,14 @@ void syncOtherFiles(const Tables& tables, std::int64_t now, const Directory& dir
   }
 }
 
-// The files that the marker names, or nothing when there is none, when it was not written to its
-// end, or when it names a file elsewhere, which no checkpoint does.
-std::optional<std::vector<std::string>> readMarker(const Directory& directory) {
-  const auto text = readFile(directory, markerFileName);
-  if (!text || !text->ends_with(markerEnd)) return std::nullopt;
-  if (text->find('/') != std::string::npos) return std::nullopt;
-  std::vector<std::string> names;
-  std::string_view rest = std::string_view(*text).substr(0, text->size() - markerEnd.size());
-  while (!rest.empty()) {
-    const std::size_t lineFeed = rest.find('\n');
-    names.emplace_back(rest.substr(0, lineFeed));
-    rest.remove_prefix(lineFeed == std::string_view::npos ? rest.size() : lineFeed + 1);
-  }
-  return names;
-}
-
 void removeMarker(const Directory& directory) {
   if (!removeFile(directory, markerFileName)) {
     throw WriteFailure(std::string("cannot remove ") + markerFileName);
   }
 }
 
-// Takes a checkpoint back that came as far as its marker at the most.
-void abandon(const std::vector<std::string>& names, bool isMarked, const Directory& directory,
-             Log& log) {
+// Takes a checkpoint back that came as far as the last line of its journal at the most.
+void abandon(const AwaitedFiles& awaited, bool isMarked, const Directory& directory, Log& log) {
   if (isMarked) {
     // Emptied and synced before it is removed: a power failure could bring a marker back that was
     // only removed, when its files are gone.
@@ -268,7 +361,40 @@ void abandon(const std::vector<std::string>& names, bool isMarked, const Directo
     if (!marker.sync()) return;
   }
   removeFile(directory, markerFileName);
-  for (const std::string& name : names) removeFile(directory, checkpointName(name));
+  for (const auto& [name, keepsSpare] : awaited.replaced) {
+    removeFile(directory, checkpointName(name));
+  }
+}
+
+// Puts a new file in place, if that has not been done yet.
+void replaceFile(const std::string& name, bool keepsSpare, const Directory& directory) {
+  const std::string newName = checkpointName(name);
+  const bool isThere = identityOf(directory, newName.c_str()).has_value();
+  const auto old = identityOf(directory, name.c_str());
+  if (keepsSpare && isThere && old && !old->isForeign()) {
+    renameFile(directory, name, spareName(name));
+  }
+  if (!renameFile(directory, newName, name)) {
+    throw WriteFailure("cannot replace " + printable(name));
+  }
+}
+
+// Does what the journal says, which cannot be taken back any more.
+void complete(const AwaitedFiles& awaited, const Directory& directory, Log& log) {
+  for (const auto& [name, keepsSpare] : awaited.replaced) {
+    requireRegular(directory, checkpointName(name));
+  }
+  applyPatches(awaited, directory);
+  for (const auto& [name, keepsSpare] : awaited.replaced) {
+    replaceFile(name, keepsSpare, directory);
+  }
+  log.expectNew(false);
+  requireSync(directory);
+  File marker(directory, markerFileName, File::Mode::change);
+  if (!marker.truncate(0) || !marker.sync()) {
+    throw WriteFailure(std::string("cannot empty ") + markerFileName);
+  }
+  removeMarker(directory);
 }
 
 bool isOurs(std::string_view fileName) {
@@ -280,7 +406,7 @@ bool isOurs(std::string_view fileName) {
 // The files of these names in the directory that are no more than the beginnings of others.
 std::vector<DirectoryEntry> leftOvers(const Directory& directory) {
   std::vector<DirectoryEntry> found;
-  for (const std::string_view suffix : {checkpointSuffix, unfinishedSuffix}) {
+  for (const std::string_view suffix : {checkpointSuffix, unfinishedSuffix, spareSuffix}) {
     for (DirectoryEntry& entry : listFiles(directory, suffix)) {
       const std::size_t size = entry.name.size() - suffix.size();
       if (isOurs(std::string_view(entry.name).substr(0, size))) found.push_back(std::move(entry));
@@ -291,68 +417,59 @@ std::vector<DirectoryEntry> leftOvers(const Directory& directory) {
 
 }  // namespace
 
-void Storage::saveCheckpoint(const Tables& tables, std::int64_t now, const Directory& directory,
+void Storage::saveCheckpoint(Tables& tables, std::int64_t now, const Directory& directory,
                              Log& log) {
   finishCheckpoint(directory, log);
-  std::vector<std::string> names;
+  std::optional<CheckpointJournal> journal;
   bool isMarked = false;
-  try {
-    // An earlier marker is durably gone before a file is called as one that it named.
-    removeMarker(directory);
-    requireSync(directory);
+  const auto write = [&] {
+    journal.emplace(directory);
     for (const auto& [name, table] : tables) {
-      if (isStorableName(name)) writeTable(table, directory, names);
+      if (isStorableName(name)) writeTable(table, directory, *journal);
     }
     syncOtherFiles(tables, now, directory);
-    names.emplace_back(logFileName);
     requireRegular(directory, logFileName);
+    journal->awaited().replaced[logFileName] = false;
     NewFile(directory, checkpointName(logFileName)).finish();
+    // All names are durable before the journal counts.
     requireSync(directory);
-    std::string text;
-    for (const std::string& name : names) text += name + "\n";
-    File marker(directory, markerFileName, File::Mode::create);
-    isMarked = marker.isOpen() && marker.write(text.append(markerEnd));
-    if (!isMarked || !marker.sync() || !syncDirectory(directory)) {
-      throw WriteFailure(std::string("cannot write ") + markerFileName);
+    isMarked = true;
+    journal->finish();
+  };
+  asCheckpoint([&] {
+    try {
+      write();
+    } catch (...) {
+      if (journal) abandon(journal->awaited(), isMarked, directory, log);
+      throw;
     }
-  } catch (const WriteFailure& failure) {
-    abandon(names, isMarked, directory, log);
-    throwFailed(failure.what());
-  } catch (...) {
-    abandon(names, isMarked, directory, log);
-    throw;
-  }
+  });
+  // From here on the files count as written: whatever fails, they will be before they are read.
+  for (auto& [name, table] : tables) table.markClean();
   log.expectNew(true);
-  finishCheckpoint(directory, log);
+  asCheckpoint([&] { complete(journal->awaited(), directory, log); });
 }
 
-std::set<std::string, std::less<>> Storage::awaitedFiles(const Directory& directory) {
-  const auto names = readMarker(directory).value_or(std::vector<std::string>());
-  return {names.begin(), names.end()};
+AwaitedFiles Storage::awaitedFiles(const Directory& directory) {
+  return readJournal(directory).value_or(AwaitedFiles());
 }
 
 void Storage::finishCheckpoint(const Directory& directory, Log& log) {
-  const auto names = readMarker(directory);
-  if (!names) return;
-  for (const std::string& name : *names) requireRegular(directory, checkpointName(name));
-  try {
-    // The process that wrote the marker may have died before it was durable.
-    if (!File(directory, markerFileName, File::Mode::read).sync()) {
-      throw WriteFailure(std::string("cannot sync ") + markerFileName);
-    }
-    requireSync(directory);
-    for (const std::string& name : *names) {
-      if (!renameFile(directory, checkpointName(name), name)) {
-        throw WriteFailure("cannot replace " + printable(name));
+  asCheckpoint([&] {
+    if (const auto awaited = readJournal(directory)) {
+      // The process that wrote the journal may have died before it was durable.
+      if (!File(directory, markerFileName, File::Mode::read).sync()) {
+        throw WriteFailure(std::string("cannot sync ") + markerFileName);
       }
+      requireSync(directory);
+      complete(*awaited, directory, log);
+    } else if (identityOf(directory, markerFileName)) {
+      // One that was emptied and could not be synced must not come back for half of its files, or
+      // for others of their names.
+      removeMarker(directory);
+      requireSync(directory);
     }
-    log.expectNew(false);
-    requireSync(directory);
-    removeMarker(directory);
-    requireSync(directory);
-  } catch (const WriteFailure& failure) {
-    throwFailed(failure.what());
-  }
+  });
 }
 
 void Storage::checkLeftOvers(const Directory& directory) {
@@ -362,14 +479,11 @@ void Storage::checkLeftOvers(const Directory& directory) {
 }
 
 void Storage::sweepLeftOvers(const std::vector<std::string>& kept, const Directory& directory) {
-  if (identityOf(directory, markerFileName)) {
-    // One that was emptied and could not be synced must not come back for half of its files.
-    removeMarker(directory);
-    requireSync(directory);
-  }
   for (const DirectoryEntry& entry : leftOvers(directory)) {
     const bool isKept = std::find(kept.begin(), kept.end(), entry.name) != kept.end();
-    if (!isKept) removeFile(directory, entry.name);
+    const std::string owner = entry.name.substr(0, entry.name.rfind('.'));
+    const bool isSpare = entry.name.ends_with(spareSuffix) && identityOf(directory, owner.c_str());
+    if (!isKept && !isSpare) removeFile(directory, entry.name);
   }
 }
 
@@ -384,6 +498,7 @@ std::vector<std::string> Storage::filesOfTable(const std::string& tableName) {
     names.push_back(name);
     names.push_back(checkpointName(name));
     names.push_back(unfinishedName(name));
+    names.push_back(spareName(name));
   }
   return names;
 }

@@ -19,6 +19,8 @@ inline constexpr std::string_view relationExtension = ".rel";
 
 // A checkpoint's new file waits under its name and this for the checkpoint's marker.
 inline constexpr std::string_view checkpointSuffix = ".checkpoint";
+// What a checkpoint has taken the place of: the next new file of the name is written over it.
+inline constexpr std::string_view spareSuffix = ".spare";
 // A file that is being made is called so until it is whole. Starts sweep away what is left of it.
 inline constexpr std::string_view unfinishedSuffix = ".unfinished";
 
@@ -27,6 +29,9 @@ inline std::string fileNameOf(std::string_view tableName, std::string_view exten
 }
 inline std::string checkpointName(std::string_view fileName) {
   return std::string(fileName).append(checkpointSuffix);
+}
+inline std::string spareName(std::string_view fileName) {
+  return std::string(fileName).append(spareSuffix);
 }
 inline std::string unfinishedName(std::string_view fileName) {
   return std::string(fileName).append(unfinishedSuffix);

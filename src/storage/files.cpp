@@ -44,6 +44,8 @@ int flagsOf(File::Mode mode) {
       return O_WRONLY | O_CREAT | O_APPEND;
     case File::Mode::create:
       return O_WRONLY | O_CREAT | O_EXCL;
+    case File::Mode::overwrite:
+      return O_WRONLY;
   }
   return O_RDONLY;
 }
@@ -100,20 +102,42 @@ bool FileIdentity::isForeign() const noexcept { return !S_ISREG(mode) && !S_ISDI
 void setFileHook(FileHook hook) noexcept { fileHook.store(hook, std::memory_order_relaxed); }
 
 File::File(const Directory& directory, const std::string& name, Mode mode) : name_(name) {
-  if (mode == Mode::read && directory.awaited != nullptr && directory.awaited->contains(name)) {
-    name_ = checkpointName(name);
+  if (mode == Mode::read && directory.awaited != nullptr) {
+    openAwaited(directory);
+    return;
+  }
+  if (mode == Mode::overwrite) {
     open(directory, mode);
-    if (isOpen() || errno != ENOENT) return;
-    name_ = name;
+    if (isOpen() && !hasSecondName()) return;
+    if (isOpen()) close(std::exchange(descriptor_, -1));
+    mode = Mode::create;
   }
   if (mode == Mode::create && !removeFile(directory, name)) return;
   open(directory, mode);
   const bool isChangedInPlace = mode == Mode::change || mode == Mode::append;
-  if (!isOpen() || !isChangedInPlace) return;
-  const auto opened = identity();
-  if (!opened || opened->nameCount < 2) return;
+  if (!isOpen() || !isChangedInPlace || !hasSecondName()) return;
   close(std::exchange(descriptor_, -1));
   if (replaceByCopy(directory, name)) open(directory, mode);
+}
+
+bool File::hasSecondName() const {
+  const auto opened = identity();
+  return opened && opened->nameCount >= 2;
+}
+
+void File::openAwaited(const Directory& directory) {
+  const AwaitedFiles& awaited = *directory.awaited;
+  if (awaited.replaced.contains(name_)) {
+    const std::string name = std::exchange(name_, checkpointName(name_));
+    open(directory, Mode::read);
+    if (isOpen() || errno != ENOENT) return;
+    name_ = name;
+  }
+  open(directory, Mode::read);
+  const auto patched = awaited.patched.find(name_);
+  if (!isOpen() || patched == awaited.patched.end()) return;
+  patch_ = &patched->second;
+  journal_ = std::make_unique<File>(Directory{directory.descriptor}, markerFileName, Mode::read);
 }
 
 void File::open(const Directory& directory, Mode mode) {
@@ -175,6 +199,10 @@ bool File::writeAt(std::int64_t offset, std::string_view bytes) {
 }
 
 std::optional<std::size_t> File::readAt(std::int64_t offset, char* out, std::size_t count) {
+  return patch_ == nullptr ? readStored(offset, out, count) : readPatched(offset, out, count);
+}
+
+std::optional<std::size_t> File::readStored(std::int64_t offset, char* out, std::size_t count) {
   if (announce(FileOperation::read, name_) > 0) return std::nullopt;
   std::size_t done = 0;
   while (done < count) {
@@ -188,7 +216,27 @@ std::optional<std::size_t> File::readAt(std::int64_t offset, char* out, std::siz
   return done;
 }
 
+// The bytes of the file with those of the journal over them.
+std::optional<std::size_t> File::readPatched(std::int64_t offset, char* out, std::size_t count) {
+  const std::int64_t end = std::min(patch_->fileSize, offset + static_cast<std::int64_t>(count));
+  const auto wanted = static_cast<std::size_t>(std::max(end - offset, std::int64_t{0}));
+  const auto found = readStored(offset, out, wanted);
+  if (!found) return std::nullopt;
+  std::fill(out + *found, out + wanted, '\0');
+  auto piece =
+      std::partition_point(patch_->pieces.begin(), patch_->pieces.end(),
+                           [&](const Piece& each) { return each.offset + each.size <= offset; });
+  for (; piece != patch_->pieces.end() && piece->offset < end; ++piece) {
+    const std::int64_t from = std::max(piece->offset, offset);
+    const auto size = static_cast<std::size_t>(std::min(piece->offset + piece->size, end) - from);
+    const std::int64_t source = piece->source + (from - piece->offset);
+    if (journal_->readAt(source, out + (from - offset), size) != size) return std::nullopt;
+  }
+  return wanted;
+}
+
 std::optional<std::int64_t> File::size() const {
+  if (patch_ != nullptr) return patch_->fileSize;
   struct stat status = {};
   if (fstat(descriptor_, &status) != 0) return std::nullopt;
   return status.st_size;
@@ -196,7 +244,7 @@ std::optional<std::int64_t> File::size() const {
 
 std::optional<std::int64_t> File::contentEnd() const {
   const auto whole = size();
-  if (!whole) return std::nullopt;
+  if (!whole || patch_ != nullptr) return whole;
   std::int64_t end = 0;
   while (end < *whole) {
     const std::int64_t data = lseek(descriptor_, end, SEEK_DATA);

@@ -7,8 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -16,14 +17,32 @@
 
 namespace velmora {
 
+// A part of a file that a checkpoint changes: where it is, and where the checkpoint's journal has
+// its bytes.
+struct Piece {
+  std::int64_t offset = 0;
+  std::int64_t size = 0;
+  std::int64_t source = 0;
+};
+struct Patch {
+  std::int64_t fileSize = -1;  // what the file is to have in the end
+  std::vector<Piece> pieces;   // by ascending offsets, none over another
+};
+
+// What a checkpoint has to do once it cannot be taken back, by the files' names.
+struct AwaitedFiles {
+  // New files that take their places; whether the old one is kept as the spare file.
+  std::map<std::string, bool, std::less<>> replaced;
+  std::map<std::string, Patch, std::less<>> patched;
+};
+
 // Where an engine's files lie: a directory's open descriptor, or the process's current directory.
 struct Directory {
   static constexpr int current = -100;  // AT_FDCWD
   int descriptor = current;
-  // While a start reads the files of a checkpoint that was interrupted behind its marker: the names
-  // that it still has to put in place. What is opened to be read under such a name is the
-  // checkpoint's new file, as long as that is there.
-  const std::set<std::string, std::less<>>* awaited = nullptr;
+  // While a start reads the files of a checkpoint that was interrupted behind its marker: what that
+  // has still to do. What is opened to be read reads as if it had been done.
+  const AwaitedFiles* awaited = nullptr;
 };
 
 // What bears a file's name is a link, a pipe, a socket or a device.
@@ -68,9 +87,10 @@ class File {
  public:
   enum class Mode : std::uint8_t {
     read,
-    change,  // read and write; must exist
-    append,  // created when missing; writes go to the end
-    create,  // write; a new file in the place of what bore the name
+    change,     // read and write; must exist
+    append,     // created when missing; writes go to the end
+    create,     // write; a new file in the place of what bore the name
+    overwrite,  // write; what bore the name as it is, if that can be and it has no second name
   };
 
   // Throws NotRegularFile. A file to change or append to that has a second name is replaced by a
@@ -103,11 +123,17 @@ class File {
 
  private:
   void open(const Directory& directory, Mode mode);
+  void openAwaited(const Directory& directory);
+  bool hasSecondName() const;
+  std::optional<std::size_t> readStored(std::int64_t offset, char* out, std::size_t count);
+  std::optional<std::size_t> readPatched(std::int64_t offset, char* out, std::size_t count);
   bool writePiece(std::string_view bytes, int wish);
 
   int descriptor_ = -1;
   std::size_t lastWritten_ = 0;
   std::string name_;
+  const Patch* patch_ = nullptr;   // what a checkpoint is still to change in it, if not null
+  std::unique_ptr<File> journal_;  // where the bytes of that are
 };
 
 // The whole file, or nothing when there is none. Throws std::runtime_error "Failed to read file:

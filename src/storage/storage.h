@@ -9,7 +9,9 @@
 //   listeners.bin, webhooks.bin                                   listener_file.cpp,
 //                                                                 webhook_file.cpp
 //   velmora.wal   the write-ahead log                             log.cpp
-//   velmora.ckpt, *.checkpoint   while a checkpoint is under way  checkpoint_files.cpp
+//   velmora.ckpt  a checkpoint's journal                          checkpoint_journal.cpp
+//   *.checkpoint  while a checkpoint is under way                 checkpoint_files.cpp
+//   *.spare       what a checkpoint's new files replaced          checkpoint_files.cpp
 //   *.unfinished  what is being made, until it is whole           block_io.cpp
 //
 // The loaders that call the engine are defined with the start-up, so that no file of this room
@@ -119,17 +121,19 @@ class Storage {
   static std::optional<StoredRecords> readWebhooks(const std::function<void(WebhookTask)>& use,
                                                    const Directory& directory = {});
 
-  // Writes all tables to their files and empties the log, all or nothing: until it returns, and
-  // after it has thrown, a start finds either everything as it was before or everything new.
-  // Throws std::invalid_argument or std::out_of_range ("stoi", "stof") for a text that does not
-  // convert, std::runtime_error "Checkpoint failed: " + reason for a file system failure.
-  static void saveCheckpoint(const Tables& tables, std::int64_t now, const Directory& directory,
+  // Brings the files of all tables up to date and empties the log, all or nothing: until it
+  // returns, and after it has thrown, a start finds either everything as it was before or
+  // everything new. Throws std::invalid_argument or std::out_of_range ("stoi", "stof") for a text
+  // that does not convert, std::runtime_error "Checkpoint failed: " + reason for a file system
+  // failure.
+  static void saveCheckpoint(Tables& tables, std::int64_t now, const Directory& directory,
                              Log& log);
-  // The names of a checkpoint that reached its point of no return and was interrupted; none if
-  // there is none. See Directory::awaited.
-  static std::set<std::string, std::less<>> awaitedFiles(const Directory& directory);
-  // Completes such a checkpoint. Throws std::runtime_error "Checkpoint failed: " + reason; it can
-  // be called again.
+  // What a checkpoint that reached its point of no return and was interrupted has still to do. See
+  // Directory::awaited.
+  static AwaitedFiles awaitedFiles(const Directory& directory);
+  // Completes such a checkpoint. To be called before a table's files are made or removed, which it
+  // would take for others. Throws std::runtime_error "Checkpoint failed: " + reason; it can be
+  // called again.
   static void finishCheckpoint(const Directory& directory, Log& log);
   // What is left over of files that were being made: throws NotRegularFile if something else is
   // called so; and removes it, but for what is to be kept.

@@ -86,22 +86,26 @@ RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64
   return source;
 }
 
-// Rows of fixed size, as far as the file has whole ones.
-void readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* timed, Table& table) {
+// Rows of fixed size, as far as the file has whole ones; whether a checkpoint would write the same
+// bytes for them.
+bool readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* timed, Table& table) {
   const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
   const auto rowSize = static_cast<std::size_t>(source.rowSize);
   std::int64_t left = source.rowLimit;
   std::int64_t offset = source.firstOffset;
+  bool areAsWritten = true;
   while (left > 0) {
     const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(left, blockRows));
     const std::string_view bytes = reader.at(offset, wanted * rowSize);
     if (bytes.size() < rowSize) break;
     const std::size_t first = table.rowCount();
     const std::size_t count = table.appendRows(bytes.size() / rowSize);
-    decodeRows(bytes.substr(0, count * rowSize), shapes, timed, table, first, count);
+    const std::string_view whole = bytes.substr(0, count * rowSize);
+    areAsWritten &= decodeRows(whole, shapes, timed, table, first, count);
     left -= static_cast<std::int64_t>(count);
     offset += static_cast<std::int64_t>(count * rowSize);
   }
+  return areAsWritten;
 }
 
 // Rows that overlap, as many as there are.
@@ -115,29 +119,47 @@ void readCountedRows(const RowSource& source, BlockReader& reader, TimedReader* 
   }
 }
 
-void readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
+// Reads the rows; whether a checkpoint would write the same bytes for them.
+bool readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
               Table& table) {
   File file(directory, source.fileName, File::Mode::read);
   if (!file.isOpen()) throwUnreadable(source.fileName);
   BlockReader reader(file);
   table.setHugePages(false);
+  bool areAsWritten = !rowsAreShifted(table.columns);
   if (source.isCounted) {
     readCountedRows(source, reader, timed, table);
   } else {
-    readWholeRows(source, reader, timed, table);
+    areAsWritten &= readWholeRows(source, reader, timed, table);
   }
   table.setHugePages(true);
+  return areAsWritten;
 }
 
-void readMarks(const Directory& directory, const std::string& fileName, Table& table) {
+// Reads the marks; whether a checkpoint would write the same bytes for them.
+bool readMarks(const Directory& directory, const std::string& fileName, Table& table) {
   File file(directory, fileName, File::Mode::read);
-  if (!file.isOpen() && errno == ENOENT) return;
+  if (!file.isOpen() && errno == ENOENT) return false;
   BlockReader reader(file);
+  bool areAsWritten = file.size() == static_cast<std::int64_t>(table.rowCount());
   for (std::size_t i = 0; i < table.rowCount(); ++i) {
     const std::string_view mark = reader.at(static_cast<std::int64_t>(i), 1);
-    if (mark.empty()) return;  // the rows behind the last mark are live
+    if (mark.empty()) return false;  // the rows behind the last mark are live
     if (mark.front() != '\0') table.setDeleted(i, true);
+    areAsWritten = areAsWritten && static_cast<unsigned char>(mark.front()) <= 1;
   }
+  return areAsWritten;
+}
+
+// Whether the table file is called and begins as a checkpoint's, and ends with its last row.
+bool isFileAsWritten(File& file, const std::string& fileName, const Table& table) {
+  const std::string header = Storage::tableFileHeader(table);
+  std::string found(header.size(), '\0');
+  const auto rowsSize =
+      static_cast<std::int64_t>(table.rowCount()) * Storage::rowSize(table.columns);
+  return fileName == fileNameOf(table.tableName, tableExtension) &&
+         file.readAt(0, found.data(), found.size()) == header.size() && found == header &&
+         file.size() == static_cast<std::int64_t>(header.size()) + rowsSize;
 }
 
 }  // namespace
@@ -283,12 +305,14 @@ std::optional<Table> Storage::loadTable(const std::string& fileName, const Direc
   if (maxStates >= 1 && isStorableName(timedName)) {
     timed.emplace(directory, fileNameOf(timedName, timedExtension), maxStates);
   }
-  readRows(source, timed ? &*timed : nullptr, directory, table);
+  bool isAsWritten = readRows(source, timed ? &*timed : nullptr, directory, table);
   while (timed && timed->hasNewDispute()) {
+    isAsWritten = false;
     table = Table(tableName, columns);
     readRows(source, &*timed, directory, table);
   }
-  readMarks(directory, delName, table);
+  isAsWritten = readMarks(directory, delName, table) && isAsWritten;
+  if (isAsWritten && isFileAsWritten(file, fileName, table)) table.markClean();
   return table;
 }
 
@@ -300,7 +324,7 @@ std::vector<std::string> Storage::getBinFiles(const Directory& directory) {
     if (entry.isRegular) names.insert(entry.name);
   }
   if (directory.awaited != nullptr) {
-    for (const std::string& name : *directory.awaited) {
+    for (const auto& [name, keepsSpare] : directory.awaited->replaced) {
       const bool isThere = identityOf(directory, checkpointName(name).c_str()).has_value();
       if (isThere && name.ends_with(tableExtension)) names.insert(name);
     }

@@ -2,6 +2,7 @@
 #include "table_rows.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -9,6 +10,7 @@
 
 #include "../number.h"
 #include "../record_io.h"
+#include "storage.h"
 
 namespace velmora {
 namespace {
@@ -125,9 +127,24 @@ void encodeColumn(char* out, const CellShape& shape, const ColumnValues& values,
   }
 }
 
-// A column's plain values of some rows, each so many bytes behind the one before.
-void decodePlain(const char* in, std::size_t stride, const CellShape& shape,
+// The float that the text of a stored one is read as, which has six decimals: below 16 floats lie
+// closer together than these.
+float asRead(float stored) {
+  constexpr float decimals = 1e6F;
+  if (!(std::fabs(stored) < 16)) return stored;
+  const double scaled = std::nearbyint(static_cast<double>(stored) * 1e6);
+  return static_cast<float>(scaled) / decimals;
+}
+
+bool haveEqualBits(float a, float b) {
+  return std::bit_cast<std::int32_t>(a) == std::bit_cast<std::int32_t>(b);
+}
+
+// A column's plain values of some rows, each so many bytes behind the one before; whether they are
+// as encodePlain writes them.
+bool decodePlain(const char* in, std::size_t stride, const CellShape& shape,
                  const ColumnValues::Chunk& values, std::size_t place, std::size_t count) {
+  bool areAsWritten = true;
   const auto forEach = [&](auto decode) {
     for (std::size_t i = 0; i < count; ++i) decode(in + i * stride, place + i);
   };
@@ -138,37 +155,51 @@ void decodePlain(const char* in, std::size_t stride, const CellShape& shape,
     case ValueKind::real:
       forEach([&](const char* at, std::size_t i) {
         constexpr std::uint8_t decimals = 6;
-        values.reals()[i] = getFloat(at);
-        values.codes[i] = std::isnan(values.reals()[i]) ? missingSpelling : decimals;
+        constexpr float missing = std::numeric_limits<float>::quiet_NaN();
+        const float stored = getFloat(at);
+        const float value = std::isnan(stored) ? missing : asRead(stored);
+        values.reals()[i] = value;
+        values.codes[i] = std::isnan(stored) ? missingSpelling : decimals;
+        areAsWritten &= haveEqualBits(stored, value);
       });
       break;
     case ValueKind::boolean:
       forEach([&](const char* at, std::size_t i) {
-        values.codes[i] = static_cast<std::uint8_t>(*at != 0 ? BoolCode::isTrue : BoolCode::isFalse);
+        const auto code = *at != 0 ? BoolCode::isTrue : BoolCode::isFalse;
+        values.codes[i] = static_cast<std::uint8_t>(code);
+        areAsWritten &= static_cast<unsigned char>(*at) <= 1;
       });
       break;
     case ValueKind::text:
     case ValueKind::unknown:
       forEach([&](const char* at, std::size_t i) {
-        values.texts()[i] = Text(getText(at, shape.plainWidth));
+        const std::string_view text = getText(at, shape.plainWidth);
+        values.texts()[i] = Text(text);
         values.codes[i] = values.texts()[i].fingerprint();
+        areAsWritten &= isAllZero({at + text.size(), shape.plainWidth - text.size()});
       });
       break;
   }
+  return areAsWritten;
 }
 
-void decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Table& table,
+bool decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Table& table,
                  std::size_t row, std::size_t column) {
   Cell cell;
-  if (timed != nullptr) cell.tempRule = timed->claim(getInt32(in));
+  const std::int32_t slot = getInt32(in);
+  if (timed != nullptr) cell.tempRule = timed->claim(slot);
+  const bool isRead = cell.tempRule != nullptr;
   // Otherwise the row keeps what an appended one has: no value, or 0.
-  if (cell.tempRule == nullptr && !shape.isIdentity) return;
-  if (cell.tempRule == nullptr) {
+  if (!isRead && !shape.isIdentity) return false;
+  if (!isRead) {
     cell.value = Text("0");
     cell.tempRule = std::make_unique<TempRule>();
     cell.tempRule->states.push_back({cell.value, 0});
   }
   table.restore(row, column, cell, 0);
+  return isRead && isAllZero({in + slotWidth, shape.timedWidth - slotWidth}) &&
+         timed->isAsWritten(slot, timedLabel(table.columns, column, row),
+                            static_cast<std::int32_t>(column));
 }
 
 bool isTimedCell(std::string_view bytes, const CellShape& shape) {
@@ -181,18 +212,19 @@ std::size_t cellSize(std::string_view bytes, const CellShape& shape) {
   return flagSize + (isTimedCell(bytes, shape) ? shape.timedWidth : shape.plainWidth);
 }
 
-void decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* timed, Table& table,
+bool decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* timed, Table& table,
                 std::size_t row, std::size_t column) {
   const char* const value = bytes.data() + (shape.canBeTimed ? 1 : 0);
-  if (isTimedCell(bytes, shape)) {
-    decodeTimed(value, shape, timed, table, row, column);
-  } else if (shape.kind == ValueKind::real && std::isinf(getFloat(value))) {
+  if (isTimedCell(bytes, shape)) return decodeTimed(value, shape, timed, table, row, column);
+  const bool isFlagAsWritten = !shape.canBeTimed || bytes.front() == '\0';
+  if (shape.kind == ValueKind::real && std::isinf(getFloat(value))) {
     // Its text has no decimals.
     table.set(row, column, Cell(Text(std::signbit(getFloat(value)) ? "-inf" : "inf")), 0);
-  } else {
-    decodePlain(value, 0, shape, table.values(column).chunk(Rows::chunkOf(row)),
-                Rows::placeOf(row), 1);
+    return isFlagAsWritten;
   }
+  return decodePlain(value, 0, shape, table.values(column).chunk(Rows::chunkOf(row)),
+                     Rows::placeOf(row), 1) &&
+         isFlagAsWritten;
 }
 
 // Whether a column's cells of these rows can be read together.
@@ -201,7 +233,7 @@ bool arePlain(const char* in, std::size_t stride, const CellShape& shape, std::s
   bool found = false;
   for (std::size_t i = 0; i < count; ++i, in += stride) {
     const char* const value = in + (shape.canBeTimed ? 1 : 0);
-    found |= shape.canBeTimed && *in == '\1';
+    found |= shape.canBeTimed && *in != '\0';
     found |= shape.kind == ValueKind::real && std::isinf(getFloat(value));
   }
   return !found;
@@ -289,27 +321,36 @@ char* encodeRows(char* out, const Table& table, std::size_t firstRow, std::size_
   return out;
 }
 
+std::int32_t timedLabel(const std::vector<Column>& columns, std::size_t column, std::size_t row) {
+  const std::int64_t offset = Storage::headerSize(columns.size()) +
+                              static_cast<std::int64_t>(row) * Storage::rowSize(columns);
+  return static_cast<std::int32_t>(offset / Storage::getColumnBinSize(columns[column]));
+}
+
 std::int32_t slotAt(std::string_view row, std::size_t offset) {
   if (row.size() < offset + 1 + slotWidth || row[offset] != '\1') return -1;
   return getInt32(row.data() + offset + 1);
 }
 
-void decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
+bool decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
                 Table& table, std::size_t firstRow, std::size_t count) {
   const std::size_t rowSize = bytes.size() / count;
+  bool areAsWritten = true;
   for (std::size_t column = 0; column < shapes.size(); ++column) {
     const CellShape& shape = shapes[column];
     if (arePlain(bytes.data(), rowSize, shape, count)) {
-      decodePlain(bytes.data() + (shape.canBeTimed ? 1 : 0), rowSize, shape,
-                  table.values(column).chunk(Rows::chunkOf(firstRow)), Rows::placeOf(firstRow),
-                  count);
+      areAsWritten &= decodePlain(bytes.data() + (shape.canBeTimed ? 1 : 0), rowSize, shape,
+                                  table.values(column).chunk(Rows::chunkOf(firstRow)),
+                                  Rows::placeOf(firstRow), count);
     } else {
       for (std::size_t i = 0; i < count; ++i) {
-        decodeCell(bytes.substr(i * rowSize), shape, timed, table, firstRow + i, column);
+        areAsWritten &=
+            decodeCell(bytes.substr(i * rowSize), shape, timed, table, firstRow + i, column);
       }
     }
     bytes.remove_prefix(cellSize({}, shape));
   }
+  return areAsWritten;
 }
 
 void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,

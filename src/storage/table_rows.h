@@ -59,11 +59,16 @@ std::size_t encodedTogether(const Table& table, std::size_t firstRow);
 // The slot of the timed cell that begins at the offset of a row's bytes; -1 if there is none.
 std::int32_t slotAt(std::string_view row, std::size_t offset);
 
+// What the records of a row's timed values bear as the row's number in a column: the row's offset
+// in the table file, counted in cells of this column.
+std::int32_t timedLabel(const std::vector<Column>& columns, std::size_t column, std::size_t row);
+
 // Reads rows of these shapes, of declared widths of rows that are not shifted or of whole widths,
 // back to back, into rows of the table that lie in one chunk. A timed value that cannot be read
 // leaves its cell without a value; an identity stays timed, with the one state 0, so that it is
-// still told from a number that the row was given.
-void decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
+// still told from a number that the row was given. Returns whether the bytes are what encodeRows
+// would make of the rows, slots included: only then can a checkpoint leave them alone.
+bool decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
                 Table& table, std::size_t firstRow, std::size_t count);
 // The same for a row that may be very wide, cell by cell, and that counts as a row though the file
 // ends within it: what is missing is zero bytes.

@@ -93,15 +93,40 @@ std::unique_ptr<TempRule> TimedReader::read(std::int32_t slot) {
   return rule;
 }
 
+bool TimedReader::isAsWritten(std::int32_t slot, std::int32_t row, std::int32_t column) {
+  if (slot < 0 || !file_.isOpen()) return false;
+  const std::size_t size = timedRecordSize(maxStates_);
+  const std::string_view bytes = reader_.at(slot * static_cast<std::int64_t>(size), size);
+  if (bytes.size() < size) return false;
+  RecordReader record(bytes);
+  const bool isLabelled = record.int32() == row && record.int32() == column;
+  const auto repeat = static_cast<unsigned char>(record.character());
+  record.int64();
+  record.int64();
+  const std::int32_t count = record.int32();
+  if (!isLabelled || repeat > 1 || count < 1 || count > maxStates_) return false;
+  std::string_view states = bytes.substr(fixedSize);
+  for (std::int32_t i = 0; i < count; ++i) {
+    if (!isPadded(states.substr(stateSize - valueWidth, valueWidth))) return false;
+    states.remove_prefix(stateSize);
+  }
+  return isAllZero(states);
+}
+
 TimedWriter::TimedWriter(const Directory& directory, const std::string& fileName,
-                         std::int32_t maxStates)
-    : directory_(directory), fileName_(fileName), maxStates_(maxStates) {}
+                         std::int32_t maxStates, PatchWriter* patch)
+    : directory_(directory), fileName_(fileName), maxStates_(maxStates), patch_(patch) {}
 
 void TimedWriter::begin() {
-  file_.emplace(directory_, checkpointName(fileName_));
+  hasBegun_ = true;
+  if (patch_ == nullptr) file_.emplace(directory_, checkpointName(fileName_));
   File old(directory_, fileName_, File::Mode::read);
   isTaken_.resize(slotsIn(old, maxStates_));
   slotCount_ = static_cast<std::int64_t>(isTaken_.size());
+  if (file_) copy(old);
+}
+
+void TimedWriter::copy(File& old) {
   const auto end = slotCount_ * static_cast<std::int64_t>(timedRecordSize(maxStates_));
   BlockReader reader(old);
   constexpr std::int64_t blockSize = 64 * 1024;
@@ -118,7 +143,7 @@ void TimedWriter::begin() {
 
 std::int32_t TimedWriter::put(std::int32_t oldSlot, std::int32_t row, std::int32_t column,
                               const TempRule& rule) {
-  if (!file_) begin();
+  if (!hasBegun_) begin();
   const auto old = static_cast<std::size_t>(oldSlot);
   std::int32_t slot = oldSlot;
   if (oldSlot >= 0 && old < isTaken_.size() && !isTaken_[old]) {
@@ -134,12 +159,19 @@ std::int32_t TimedWriter::put(std::int32_t oldSlot, std::int32_t row, std::int32
     record.int64(state.duration).text(state.value, valueWidth);
   }
   record.zeros(timedRecordSize(maxStates_) - record.bytes().size());
-  file_->seek(slot * static_cast<std::int64_t>(timedRecordSize(maxStates_)));
-  file_->write(record.bytes());
+  const std::int64_t offset = slot * static_cast<std::int64_t>(timedRecordSize(maxStates_));
+  if (patch_ != nullptr) {
+    patch_->put(offset, record.bytes());
+  } else {
+    file_->seek(offset);
+    file_->write(record.bytes());
+  }
   return slot;
 }
 
 bool TimedWriter::finish() {
+  const std::int64_t size = slotCount_ * static_cast<std::int64_t>(timedRecordSize(maxStates_));
+  if (hasBegun_ && patch_ != nullptr) patch_->finish(size);
   if (file_) file_->finish();
   return file_.has_value();
 }

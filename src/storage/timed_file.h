@@ -23,6 +23,7 @@
 
 #include "../cell.h"
 #include "block_io.h"
+#include "checkpoint_journal.h"
 
 namespace velmora {
 
@@ -46,6 +47,9 @@ class TimedReader {
   // included: after this answer all rows have to be read anew, and get it no more.
   bool hasNewDispute();
 
+  // Whether the slot's record is what the writer would make of it again, for this row and column.
+  bool isAsWritten(std::int32_t slot, std::int32_t row, std::int32_t column);
+
  private:
   std::unique_ptr<TempRule> read(std::int32_t slot);
 
@@ -57,25 +61,29 @@ class TimedReader {
   bool isDisputeNew_ = false;
 };
 
-// Writes a table's timed values for a checkpoint: a new file, begun as a copy of the old one when
-// the first value comes.
+// Writes a table's timed values for a checkpoint: with a patch into that, and else into a new file,
+// begun as a copy of the old one when the first value comes.
 class TimedWriter {
  public:
-  TimedWriter(const Directory& directory, const std::string& fileName, std::int32_t maxStates);
+  TimedWriter(const Directory& directory, const std::string& fileName, std::int32_t maxStates,
+              PatchWriter* patch = nullptr);
 
   // Writes the value into the slot that the cell's row names in the old files, or into a new one if
   // that is -1, not there, or another cell's by now; returns the slot. Row and column are labels.
   std::int32_t put(std::int32_t oldSlot, std::int32_t row, std::int32_t column,
                    const TempRule& rule);
-  // Makes the new file durable. False when there is none, since no value came.
+  // Makes the new file durable. False when there is none.
   bool finish();
 
  private:
   void begin();
+  void copy(File& old);
 
   Directory directory_;
   std::string fileName_;
   std::int32_t maxStates_;
+  PatchWriter* patch_;
+  bool hasBegun_ = false;
   std::optional<NewFile> file_;
   std::vector<bool> isTaken_;  // by slot of the old file
   std::int64_t slotCount_ = 0;

@@ -8,6 +8,8 @@ namespace {
 
 using Random = std::mt19937_64;
 
+constexpr std::size_t pageSize = 4096;
+
 std::size_t upTo(std::size_t most, Random& random) {
   return std::uniform_int_distribution<std::size_t>(0, most)(random);
 }
@@ -83,7 +85,8 @@ Files SimulatedDisk::current() const {
 }
 
 // What each file that was written and not synced may hold; the first is what was written, the
-// second what was synced.
+// second what was synced. Where the file had something before, each page has the old bytes or the
+// new ones, or is new up to some byte.
 std::map<SimulatedDisk::FileNumber, std::vector<std::string>> SimulatedDisk::variantsOfFiles(
     Random& random) const {
   std::map<FileNumber, std::vector<std::string>> all;
@@ -92,14 +95,20 @@ std::map<SimulatedDisk::FileNumber, std::vector<std::string>> SimulatedDisk::var
     if (bytes == synced) continue;
     std::vector<std::string>& variants = all[file];
     variants = {bytes, synced};
-    const auto differing = std::mismatch(bytes.begin(), bytes.end(), synced.begin(), synced.end());
-    const auto old = static_cast<std::size_t>(differing.first - bytes.begin());
-    if (old >= bytes.size()) continue;
-    std::string zeros = bytes;
-    std::fill(zeros.begin() + static_cast<std::ptrdiff_t>(old), zeros.end(), '\0');
-    variants.push_back(zeros);
-    for (int i = 0; i < 2; ++i) {
-      variants.push_back(bytes.substr(0, old + upTo(bytes.size() - old, random)));
+    const std::size_t kept = std::min(bytes.size(), synced.size());
+    if (bytes.size() > kept) {
+      variants.push_back(bytes.substr(0, kept).append(bytes.size() - kept, '\0'));
+    }
+    for (int i = 0; i < 2 && !bytes.empty(); ++i) {
+      std::string mixed = bytes.substr(0, kept + upTo(bytes.size() - kept, random));
+      for (std::size_t page = 0; page < kept; page += pageSize) {
+        const std::size_t size = std::min(pageSize, kept - page);
+        const std::size_t written = upTo(2, random) == 0 ? upTo(size, random) : 0;
+        if (written > 0 || upTo(1, random) == 0) {
+          mixed.replace(page + written, size - written, synced, page + written, size - written);
+        }
+      }
+      variants.push_back(mixed);
     }
   }
   return all;

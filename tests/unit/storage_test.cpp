@@ -223,6 +223,7 @@ TEST_F(StorageFilesTest, aTimedCellThatIsWrittenAgainKeepsItsSlot) {
   save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 2 * 165U);
   tables.at("t").rows[0].cells()[0].tempRule->startTime = 5000;
+  tables.at("t").rowChanged(0);
   save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 2 * 165U);
   EXPECT_EQ(ruleIn(0, 2)->startTime, 5000);
@@ -268,6 +269,7 @@ TEST_F(StorageFilesTest, cellsDoNotComeToShareASlotAfterTheFileOfTimedValuesWasC
   tables.emplace("t", std::move(table));
   save(tables);
   fs::resize_file(path_ / "t.tmp", 165);
+  tables.at("t").markAllDirty();
   save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 4 * 165U);
   const Table loaded = load();
