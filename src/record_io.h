@@ -59,7 +59,9 @@ inline std::string_view getText(const char* in, std::size_t width) noexcept {
 
 // Whether the bytes are what a file has where nothing was ever written.
 inline bool isAllZero(std::string_view bytes) noexcept {
-  return bytes.find_first_not_of('\0') == std::string_view::npos;
+  // Each byte is compared with the one before.
+  return bytes.empty() || (bytes.front() == '\0' &&
+                           std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
 // Whether the field of a text holds nothing behind it.

@@ -88,8 +88,9 @@ class DatabaseTest : public testing::Test {
     Texts texts;
     const Table& source = database.getTable(table);
     const std::size_t position = source.columnPosition(column);
-    for (std::size_t i = 0; i < source.rows.size(); ++i) {
-      texts.emplace_back(source.rows[i].cells()[position].valueAt(second));
+    TextRoom room;
+    for (std::size_t i = 0; i < source.rowCount(); ++i) {
+      texts.emplace_back(source.text(i, position, second, room));
     }
     return texts;
   }
@@ -109,8 +110,9 @@ class DatabaseTest : public testing::Test {
     return database.getRequestedRows(conditions, database.getTable(table), second);
   }
 
-  const Row& rowOf(const std::string& table, std::size_t index) {
-    return database.getTable(table).rows.at(index);
+  // The timed value of a row's first cell, or null.
+  const TempRule* ruleOf(const std::string& table, std::size_t row) {
+    return database.getTable(table).values(0).rule(row);
   }
 
   std::string bytesOf(const std::string& fileName) const {

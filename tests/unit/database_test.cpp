@@ -70,7 +70,7 @@ TEST_F(DatabaseTest, CreateTableReplacesATableInMemoryButNotItsFile) {
   const auto create = [&] { database.createTable("t", {{"b", "string"}}); };
   EXPECT_EQ(failureOf(create), "Column size error");
   EXPECT_EQ(database.getTable("t").columns[0].name, "b");
-  EXPECT_TRUE(database.getTable("t").rows.empty());
+  EXPECT_EQ(database.getTable("t").rowCount(), 0U);
   EXPECT_EQ(bytesOf("t.bin"), before);
 }
 
@@ -146,15 +146,14 @@ TEST_F(DatabaseTest, InsertRefusedByADuplicateKeyLeavesRowsAndKeysAlone) {
               insert("p", {{"name", "a"}});
             }),
             "Duplicate entry 'a' for primary key");
-  EXPECT_EQ(database.getTable("p").rows.size(), 1U);
-  EXPECT_EQ(database.getTable("p").deletedRows.size(), 1U);
+  EXPECT_EQ(database.getTable("p").rowCount(), 1U);
   EXPECT_EQ(database.getTable("p").primaryKeyMap.find("a"), 0);
 }
 
 TEST_F(DatabaseTest, InsertOfATimedValueWithoutStatesIsTakenBack) {
   database.createTable("t", {{"v", "string", 3}});
   EXPECT_THROW(insertTimed("t", "v", timed({})), std::out_of_range);
-  EXPECT_TRUE(database.getTable("t").rows.empty());
+  EXPECT_EQ(database.getTable("t").rowCount(), 0U);
   EXPECT_TRUE(database.pendingWebhooks.empty());
 }
 
@@ -174,13 +173,13 @@ TEST_F(DatabaseTest, UpdateCopiesTheTimedValueIntoEachRow) {
   insert("t", {{"v", "x"}});
   insert("t", {{"v", "y"}});
   updateTimed("t", "v", timed({{"a", 10}, {"b", 10}}));
-  const TempRule* const first = rowOf("t", 0).cells()[0].tempRule.get();
-  const TempRule* const other = rowOf("t", 1).cells()[0].tempRule.get();
+  const TempRule* const first = ruleOf("t", 0);
+  const TempRule* const other = ruleOf("t", 1);
   ASSERT_NE(first, nullptr);
   ASSERT_NE(other, nullptr);
   EXPECT_NE(first, other);
   update("t", {{"v", "plain"}}, where("v", "a"));
-  EXPECT_EQ(rowOf("t", 0).cells()[0].tempRule, nullptr);
+  EXPECT_EQ(ruleOf("t", 0), nullptr);
   EXPECT_EQ(shown("t", "v"), Texts({"plain", "plain"}));
 }
 
@@ -190,7 +189,7 @@ TEST_F(DatabaseTest, DeleteMarksTheRowAndKeepsItsPlace) {
   insert("t", {});
   EXPECT_EQ(database.deleteRows("t", where("id", "1"), second).rowsAffected, 1);
   const Table& table = database.getTable("t");
-  EXPECT_EQ(table.rows.size(), 2U);
+  EXPECT_EQ(table.rowCount(), 2U);
   EXPECT_FALSE(table.isLive(0));
   EXPECT_TRUE(table.isLive(1));
   EXPECT_EQ(matching("t"), Indices({1}));

@@ -42,9 +42,10 @@ TEST_F(TransactionTest, EveryChangeIsRecordedInOrder) {
   database.deleteRows("t", {}, second);
   EXPECT_EQ(logOf(database),
             Texts({"INSERT t 2", "UPDATE t 1", "DELETE t 0", "DELETE t 1", "DELETE t 2"}));
-  const std::vector<Cell>& before = database.transactionLog[1].cells;
-  ASSERT_EQ(before.size(), 2U);
-  EXPECT_EQ(before[1].value.view(), "2");
+  const std::vector<GivenValue>& before = database.transactionLog[1].cells;
+  ASSERT_EQ(before.size(), 1U);
+  EXPECT_EQ(before[0].column, 1U);
+  EXPECT_EQ(before[0].cell.value.view(), "2");
   database.rollbackTransaction(second);
   EXPECT_FALSE(database.inTransaction);
   EXPECT_TRUE(database.transactionLog.empty());
@@ -127,7 +128,7 @@ TEST_F(TransactionTest, RollbackRestoresTheTimedValueItself) {
   database.beginTransaction();
   update("u", {{"v", "plain"}});
   database.rollbackTransaction(second);
-  const TempRule* const rule = rowOf("u", 0).cells()[0].tempRule.get();
+  const TempRule* const rule = ruleOf("u", 0);
   ASSERT_NE(rule, nullptr);
   EXPECT_EQ(rule->startTime, 1000);
   EXPECT_EQ(rule->cycleLength, 30);
@@ -144,7 +145,7 @@ TEST_F(TransactionTest, DroppingATableTakesItsRecordsOutOfTheLog) {
   database.dropTable("t");
   EXPECT_NO_THROW(database.rollbackTransaction(second));
   EXPECT_FALSE(database.tables.contains("t"));
-  EXPECT_TRUE(database.getTable("u").rows.empty());
+  EXPECT_EQ(database.getTable("u").rowCount(), 0U);
 }
 
 TEST_F(TransactionTest, CommitWritesNoTableFile) {

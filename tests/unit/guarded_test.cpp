@@ -618,9 +618,9 @@ TEST(ValidJson, HasNoNumbersThatAreNotFinite) {
   ResultSet result;
   result.columns = {"c", "d\"", "e"};
   result.rows.begin(result.columns, {JsonStyle::valid});
-  result.rows.add(std::numeric_limits<float>::infinity());
-  result.rows.add(std::numeric_limits<float>::quiet_NaN());
-  result.rows.add(2.5F);
+  result.rows.addFloat(std::numeric_limits<float>::infinity());
+  result.rows.addFloat(std::numeric_limits<float>::quiet_NaN());
+  result.rows.addFloat(2.5F);
   EXPECT_EQ(renderJson(std::move(result), JsonStyle::valid).view(),
             "{\n  \"success\": true,\n  \"message\": \"\",\n  \"rows_affected\": 0,\n"
             "  \"data\": [\n    {\"c\": null, \"d\\\"\": null, \"e\": 2.5}\n  ]\n}");

@@ -1,13 +1,13 @@
-// Tables of more rows than are read one by one: what is kept to scan them faster follows every
-// change, those that are taken back among them.
+// Tables of more rows than a chunk holds: scans and joins follow every change, those that are taken
+// back among them.
 
-#include "column_mirror.h"
 #include "engine_fixture.h"
+#include "rows.h"
 
 namespace velmora {
 namespace {
 
-constexpr int count = static_cast<int>(leastMirroredRows) + 200;
+constexpr int count = static_cast<int>(Rows::chunkRows) + 200;
 
 class LargeScans : public EngineTest {
  protected:
@@ -25,7 +25,7 @@ class LargeScans : public EngineTest {
   static Texts numbersWhere(const std::string& filter) {
     return rows("SELECT n FROM t WHERE " + filter);
   }
-  // Has every column scanned, so that what is kept of it is there before the next change.
+  // Has every column scanned, so that whatever a scan may keep is there before the next change.
   static void scanAll() {
     EXPECT_EQ(numbersWhere("v = 7"), Texts{"7"});
     EXPECT_EQ(numbersWhere("s = 's7'"), Texts{"7"});

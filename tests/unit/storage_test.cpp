@@ -41,17 +41,24 @@ class StorageFilesTest : public StorageTest {
     Table table("t", columns);
     addRow(table, values);
     save(std::move(table));
-    return valuesOf(load().rows.at(0));
+    return valuesOf(load(), 0);
   }
 
-  static Row& addRow(Table& table, const std::vector<std::string>& values) {
-    Row& row = table.appendRow();
-    for (std::size_t i = 0; i < values.size(); ++i) row.cells()[i].value = Text(values[i]);
-    return row;
+  static void addRow(Table& table, const std::vector<std::string>& values) {
+    const std::size_t row = table.appendRow();
+    for (std::size_t i = 0; i < values.size(); ++i) table.set(row, i, Cell(Text(values[i])), 0);
   }
-  static std::vector<std::string> valuesOf(const Row& row) {
+  static void setTimed(Table& table, std::size_t row, std::size_t column, const TempRule& rule) {
+    Cell cell;
+    cell.tempRule = std::make_unique<TempRule>(rule);
+    table.set(row, column, cell, 0);
+  }
+  static std::vector<std::string> valuesOf(const Table& table, std::size_t row) {
     std::vector<std::string> values;
-    for (const Cell& cell : row.cells()) values.emplace_back(cell.valueAt(0));
+    TextRoom room;
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+      values.emplace_back(table.text(row, i, 0, room));
+    }
     return values;
   }
   // The timed value in a slot of a table with this largest states limit.
@@ -214,16 +221,15 @@ TEST_F(StorageFilesTest, aValueThatDoesNotConvertThrowsAndLeavesTheFilesAlone) {
 
 TEST_F(StorageFilesTest, aTimedCellThatIsWrittenAgainKeepsItsSlot) {
   Table table("t", {{"n", "int", 2, 60}, {"s", "string", 1, 60}});
-  for (int i = 0; i < 2; ++i) {
-    Row& row = addRow(table, {"1", "text"});
-    row.cells()[0].tempRule = std::make_unique<TempRule>(rule(1000 + i, false, {"1", "2"}, 5));
+  for (std::size_t i = 0; i < 2; ++i) {
+    addRow(table, {"1", "text"});
+    setTimed(table, i, 0, rule(1000 + static_cast<std::int64_t>(i), false, {"1", "2"}, 5));
   }
   Tables tables;
   tables.emplace("t", std::move(table));
   save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 2 * 165U);
-  tables.at("t").rows[0].cells()[0].tempRule->startTime = 5000;
-  tables.at("t").rowChanged(0);
+  setTimed(tables.at("t"), 0, 0, rule(5000, false, {"1", "2"}, 5));
   save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 2 * 165U);
   EXPECT_EQ(ruleIn(0, 2)->startTime, 5000);
@@ -237,11 +243,11 @@ TEST_F(StorageFilesTest, aTimedCellThatIsWrittenAgainKeepsItsSlot) {
 // What a damaged file of timed values could lead to: one cell's value read as another's.
 TEST_F(StorageFilesTest, aSlotThatTwoCellsNameBelongsToNeither) {
   Table table("t", {{"id", "ApexInt", 2, 60}, {"n", "int", 2, 60}});
-  for (int i = 0; i < 3; ++i) {
-    Row& row = addRow(table, {"1", "0"});
-    row.cells()[1].tempRule = std::make_unique<TempRule>(rule(0, true, {"5", "6"}, 5));
+  for (std::size_t i = 0; i < 3; ++i) {
+    addRow(table, {"1", "0"});
+    setTimed(table, i, 1, rule(0, true, {"5", "6"}, 5));
   }
-  table.rows[2].cells()[0].tempRule = std::make_unique<TempRule>(rule(0, true, {"7", "8"}, 5));
+  setTimed(table, 2, 0, rule(0, true, {"7", "8"}, 5));
   save(std::move(table));
   const std::string good = bytesOf("t.bin");
   const std::size_t rowSize = 10;
@@ -251,19 +257,19 @@ TEST_F(StorageFilesTest, aSlotThatTwoCellsNameBelongsToNeither) {
   bad.replace(135 + 2 * rowSize + 1, 4, int32Bytes(0));
   write("t.bin", bad);
   const Table loaded = load();
-  EXPECT_EQ(valuesOf(loaded.rows.at(0)), (std::vector<std::string>{"1", "0"}));
-  EXPECT_EQ(loaded.rows.at(0).cells()[1].tempRule, nullptr);
-  EXPECT_EQ(valuesOf(loaded.rows.at(1)), (std::vector<std::string>{"1", "5"}));
-  EXPECT_EQ(valuesOf(loaded.rows.at(2)), (std::vector<std::string>{"0", "5"}));
+  EXPECT_EQ(valuesOf(loaded, 0), (std::vector<std::string>{"1", "0"}));
+  EXPECT_EQ(loaded.values(1).rule(0), nullptr);
+  EXPECT_EQ(valuesOf(loaded, 1), (std::vector<std::string>{"1", "5"}));
+  EXPECT_EQ(valuesOf(loaded, 2), (std::vector<std::string>{"0", "5"}));
   // An identity stays a timed one.
-  EXPECT_NE(loaded.rows.at(2).cells()[0].tempRule, nullptr);
+  EXPECT_NE(loaded.values(0).rule(2), nullptr);
 }
 
 TEST_F(StorageFilesTest, cellsDoNotComeToShareASlotAfterTheFileOfTimedValuesWasCut) {
   Table table("t", {{"n", "int", 2, 60}});
-  for (int i = 0; i < 4; ++i) {
-    addRow(table, {"1"}).cells()[0].tempRule =
-        std::make_unique<TempRule>(rule(i, false, {"1", "2"}, 5));
+  for (std::size_t i = 0; i < 4; ++i) {
+    addRow(table, {"1"});
+    setTimed(table, i, 0, rule(static_cast<std::int64_t>(i), false, {"1", "2"}, 5));
   }
   Tables tables;
   tables.emplace("t", std::move(table));
@@ -273,10 +279,10 @@ TEST_F(StorageFilesTest, cellsDoNotComeToShareASlotAfterTheFileOfTimedValuesWasC
   save(tables);
   EXPECT_EQ(bytesOf("t.tmp").size(), 4 * 165U);
   const Table loaded = load();
-  for (int i = 0; i < 4; ++i) {
-    const Cell& cell = loaded.rows.at(static_cast<std::size_t>(i)).cells()[0];
-    ASSERT_NE(cell.tempRule, nullptr) << i;
-    EXPECT_EQ(cell.tempRule->startTime, i);
+  for (std::size_t i = 0; i < 4; ++i) {
+    const TempRule* const timed = loaded.values(0).rule(i);
+    ASSERT_NE(timed, nullptr) << i;
+    EXPECT_EQ(timed->startTime, static_cast<std::int64_t>(i));
   }
 }
 

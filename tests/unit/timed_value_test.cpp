@@ -168,26 +168,16 @@ TEST(TimedValue, followsItsRuleOnRandomStates) {
       const std::size_t index = expectedIndex(states, repeat, cycleLength, elapsed);
       ASSERT_EQ(valueAt(cell, startTime + elapsed), states[index].value)
           << "round " << round << " elapsed " << elapsed;
-      ASSERT_EQ(cell.tempRule->currentIndex, static_cast<std::int32_t>(index));
+      ASSERT_EQ(cell.tempRule->calculateIndex(startTime + elapsed), index);
     }
   }
 }
 
-TEST(TimedValue, keepsTheIndexLastFound) {
-  const Cell cell = timedCell(twoStates, true, 0, 30);
-  EXPECT_EQ(cell.tempRule->currentIndex, 0);
-  EXPECT_EQ(cell.tempRule->calculateIndex(10), 1);
-  EXPECT_EQ(cell.tempRule->currentIndex, 1);
-  EXPECT_EQ(cell.tempRule->calculateIndex(30), 0);
-  EXPECT_EQ(cell.tempRule->currentIndex, 0);
-}
-
-TEST(TimedValue, withoutStatesLeavesTheIndexAndFailsOnRead) {
-  TempRule rule;
-  rule.currentIndex = 3;
-  EXPECT_EQ(rule.calculateIndex(0), 3);
-  EXPECT_EQ(rule.currentIndex, 3);
+TEST(TimedValue, withoutStatesFailsOnReadAndNeverChanges) {
+  const TempRule rule;
+  EXPECT_EQ(rule.calculateIndex(0), 0U);
   EXPECT_THROW(static_cast<void>(rule.valueAt(0)), std::out_of_range);
+  EXPECT_EQ(rule.nextChange(0), most);
 }
 
 TEST(TimedValue, copiesGoOnByThemselves) {
