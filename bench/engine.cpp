@@ -1,4 +1,4 @@
-// What both engines share: names, and the text of a statement with its values in place.
+// What all engines share: names, and the text of a statement with its values in place.
 #include "engine.h"
 
 #include <charconv>
@@ -34,6 +34,10 @@ const char* modeName(Mode mode) {
       return "memory, prepared";
     case Mode::memoryText:
       return "memory, text";
+    case Mode::duckdbFile:
+      return "DuckDB, file";
+    case Mode::duckdbMemory:
+      return "DuckDB, memory";
   }
   return "";
 }
@@ -53,7 +57,8 @@ std::string renderText(const std::string& text, const Values& values) {
 }
 
 std::unique_ptr<Engine> openEngine(Mode mode) {
-  return mode == Mode::velmora ? openVelmora() : openSqlite(mode);
+  if (mode == Mode::velmora) return openVelmora();
+  return isDuckdb(mode) ? openDuckdb(mode) : openSqlite(mode);
 }
 
 }  // namespace bench

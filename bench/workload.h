@@ -3,38 +3,27 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "engine.h"
+#include "goal.h"
 #include "process.h"
 
 namespace bench {
-
-enum class Unit { seconds, bytes };
-
-struct Goal {
-  enum class Kind {
-    none,
-    fasterThanSqlite,     // the best fitting SQLite mode takes `value` times as long, or longer
-    atMost,               // velmora's figure is at most `value`
-    atMostAtMemorySpeed,  // the same where memcpy runs at 12 GB/s; scaled by what it runs at here
-    atMostTimesMeasure,   // at most `value` times velmora's figure of the measure `other`
-    logarithmicGrowth,    // at most the logarithm's growth since the measure `other`
-  };
-  Kind kind = Kind::none;
-  double value = 0;
-  std::size_t other = 0;
-};
 
 enum class Fit { file, memory };
 
 struct Measure {
   std::string label;
   Goal goal = {};
-  Fit fit = Fit::file;  // the SQLite modes that offer what velmora offers here
+  Fit fit = Fit::file;  // the modes of the others that offer what velmora offers here
   Unit unit = Unit::seconds;
 };
+
+// The figure of a measure that a mode has not got.
+inline constexpr double notMeasured = std::numeric_limits<double>::quiet_NaN();
 
 // One side, ready to play, in its own process and directory.
 struct Player {
@@ -62,7 +51,8 @@ struct Scale {
 };
 
 inline const std::vector<Mode> everyMode(std::begin(allModes), std::end(allModes));
-inline const std::vector<Mode> fileModes = {Mode::velmora, Mode::filePrepared, Mode::fileText};
+inline const std::vector<Mode> sqliteModes = {Mode::velmora, Mode::filePrepared, Mode::fileText,
+                                              Mode::memoryPrepared, Mode::memoryText};
 inline const std::vector<Mode> preparedModes = {Mode::velmora, Mode::filePrepared,
                                                 Mode::memoryPrepared};
 
