@@ -45,13 +45,17 @@ const char* modeName(Mode mode) {
 std::string renderText(const std::string& text, const Values& values) {
   std::string result;
   result.reserve(text.size() + 16 * values.size());
-  for (std::size_t position = 0; position < text.size(); ++position) {
-    if (text[position] != '?') {
-      result += text[position];
+  const char* position = text.data();
+  const char* const end = position + text.size();
+  while (position != end) {
+    const char character = *position++;
+    if (character != '?') {
+      result += character;
       continue;
     }
-    ++position;
-    appendValue(result, values.at(static_cast<std::size_t>(text[position] - '1')));
+    std::size_t place = 0;
+    position = std::from_chars(position, end, place).ptr;
+    appendValue(result, values.at(place - 1));
   }
   return result;
 }

@@ -1,6 +1,6 @@
 // One engine as a workload sees it, whichever it is and however it takes its statements. A workload
-// says each statement once in each dialect, with places ?1 to ?9 for values; the engine decides
-// whether that becomes a command text or a prepared statement with bound values.
+// says each statement once in each dialect, with places ?1, ?2 and so on for values; the engine
+// decides whether that becomes a command text or a prepared statement with bound values.
 #pragma once
 
 #include <functional>

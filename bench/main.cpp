@@ -89,7 +89,8 @@ Options readOptions(int count, char** texts) {
 
 std::vector<Workload> allWorkloads(const Scale& scale) {
   std::vector<Workload> all;
-  for (const auto& some : {pointWorkloads, scanWorkloads, storageWorkloads, growthWorkloads}) {
+  for (const auto& some : {pointWorkloads, scanWorkloads, checkpointWorkloads, loadWorkloads,
+                           memoryWorkloads, growthWorkloads}) {
     for (const Workload& workload : some(scale)) all.push_back(workload);
   }
   return all;

@@ -1,7 +1,9 @@
-// Commands that touch one row: INSERT, SELECT, UPDATE and DELETE by key, and the two checks of a
-// link. A figure is the time of one command, from many commands timed together.
+// Commands that touch one row: INSERT, SELECT, UPDATE and DELETE by key, the two checks of a
+// link, and rows of many columns. A figure is the time of one command, from many commands timed
+// together.
 #include "data.h"
 #include "linked_tables.h"
+#include "wide_table.h"
 #include "workload.h"
 
 namespace bench {
@@ -107,10 +109,31 @@ Workload linkedCommands(const Scale& scale) {
           }};
 }
 
+Workload wideRows(const Scale& scale) {
+  const int rows = scale.rows(100000);
+  const int commands = scale.commands(10000);
+  const Statement select = {"SELECT * FROM wide WHERE id = ?1", "SELECT * FROM wide WHERE id = ?1"};
+  return {"15",
+          {{"SELECT * by key, 64 columns, 100k rows", {}, Fit::memory}},
+          sqliteModes,
+          [=](Mode mode) {
+            std::shared_ptr<Engine> engine = openEngine(mode);
+            fillWide(*engine, rows);
+            auto keys = [=](int round, int count) {
+              return makeBatch(
+                  count, [=](int index) { return Values{1 + scatterBelow(rows, index, round)}; });
+            };
+            return Player{
+                [=](int round) { return Figures{timeOne(*engine, select, keys(round, commands))}; },
+                [=] { return answersOf(*engine, select, keys(0, 100)); }};
+          }};
+}
+
 }  // namespace
 
 std::vector<Workload> pointWorkloads(const Scale& scale) {
-  return {durableInsert(scale), selectByKey(scale), changeByKey(scale), linkedCommands(scale)};
+  return {durableInsert(scale), selectByKey(scale), changeByKey(scale), linkedCommands(scale),
+          wideRows(scale)};
 }
 
 }  // namespace bench

@@ -44,7 +44,7 @@ std::string padded(const std::string& text, std::size_t width, bool isLeft) {
 
 // The first columns, as many as said, hold texts and stand left; the others hold figures.
 std::string table(const std::vector<Row>& rows, std::size_t textColumns, Form form) {
-  std::vector<std::size_t> widths(rows.front().size(), 1);
+  std::vector<std::size_t> widths(rows.front().size(), 2);
   for (const Row& row : rows) {
     for (std::size_t column = 0; column < row.size(); ++column) {
       widths[column] = std::max(widths[column], row[column].size());

@@ -107,6 +107,7 @@ std::map<Mode, Rounds> play(const Workload& workload, const Scale& scale,
 
 // Velmora's figure by the best of the fitting modes of SQLite, or else of DuckDB.
 double shareOfBest(const Line& line, Fit fit, bool ofDuckdb) {
+  if (fit == Fit::none) return 0;
   double best = 0;
   for (const auto& [mode, figure] : line.figures) {
     if (mode == Mode::velmora || isDuckdb(mode) != ofDuckdb) continue;

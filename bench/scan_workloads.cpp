@@ -1,5 +1,7 @@
 // Commands that read or change many rows at once: scans, joins, key ranges, an UPDATE of half a
-// table. A figure is the time of one command.
+// table, columns of timed values. A figure is the time of one command.
+#include <ctime>
+
 #include "data.h"
 #include "workload.h"
 
@@ -119,10 +121,52 @@ Workload keyRange(const Scale& scale) {
           }};
 }
 
+// Two states in every row, of ten days each; half of the rows cycle. They began at some second of
+// the last twenty days, so that half of them are past their first change.
+void fillTimed(Engine& engine, int rows) {
+  const std::string states = "INSERT INTO timed number = ?1 --> ?2 @ 10 d";
+  const Statement once = {states + " #TIME# ?3", ""};
+  const Statement cycling = {states + " c #TIME# ?3", ""};
+  const int now = static_cast<int>(std::time(nullptr));
+  const int twentyDays = 20 * 24 * 60 * 60;
+  engine.execute({"CREATE TABLE timed id ApexInt number int 2", ""});
+  for (int index = 0; index < rows; ++index) {
+    engine.execute(index % 2 == 0 ? once : cycling,
+                   {scatterBelow(100, index, 12), scatterBelow(100, index, 13),
+                    now - scatterBelow(twentyDays, index, 14)});
+  }
+}
+
+Workload timedScan(const Scale& scale) {
+  const int rows = scale.rows(1000000);
+  const Statement plain = {"SELECT id FROM plain WHERE number = ?1", ""};
+  const Statement timed = {"SELECT id FROM timed WHERE number = ?1", ""};
+  return {"14",
+          {{"scan of 1M rows, int equality, 1 % match, no states"},
+           {"the same, two states in every row", atMostOf(0, "the plain one", 3)}},
+          {Mode::velmora},
+          [=](Mode mode) {
+            std::shared_ptr<Engine> engine = openEngine(mode);
+            engine->execute({"CREATE TABLE plain id ApexInt number int", ""});
+            engine->fill({"INSERT INTO plain number = ?1", ""}, rows,
+                         [](int index) { return Values{scatterBelow(100, index, 12)}; });
+            fillTimed(*engine, rows);
+            // What an engine builds for its scans is built here.
+            for (const Statement& first : {plain, timed}) engine->execute(first, {1});
+            return Player{
+                [=](int round) {
+                  const Batch batch =
+                      makeBatch(3, [=](int index) { return Values{40 + 3 * round + index}; });
+                  return Figures{timeOne(*engine, plain, batch), timeOne(*engine, timed, batch)};
+                },
+                {}};
+          }};
+}
+
 }  // namespace
 
 std::vector<Workload> scanWorkloads(const Scale& scale) {
-  return {scan(scale), join(scale), updateHalf(scale), keyRange(scale)};
+  return {scan(scale), join(scale), updateHalf(scale), keyRange(scale), timedScan(scale)};
 }
 
 }  // namespace bench

@@ -13,12 +13,14 @@
 
 namespace bench {
 
-enum class Fit { file, memory };
+// The modes of the others that offer what velmora offers in a measure; none where their figures
+// are not of the same thing.
+enum class Fit { file, memory, none };
 
 struct Measure {
   std::string label;
   Goal goal = {};
-  Fit fit = Fit::file;  // the modes of the others that offer what velmora offers here
+  Fit fit = Fit::file;
   Unit unit = Unit::seconds;
 };
 
@@ -56,9 +58,11 @@ inline const std::vector<Mode> sqliteModes = {Mode::velmora, Mode::filePrepared,
 inline const std::vector<Mode> preparedModes = {Mode::velmora, Mode::filePrepared,
                                                 Mode::memoryPrepared};
 
-std::vector<Workload> pointWorkloads(const Scale& scale);    // 1, 2, 5, 8
-std::vector<Workload> scanWorkloads(const Scale& scale);     // 3, 4, 6, 7
-std::vector<Workload> storageWorkloads(const Scale& scale);  // 9, 10, 11
-std::vector<Workload> growthWorkloads(const Scale& scale);   // the same at several sizes
+std::vector<Workload> pointWorkloads(const Scale& scale);       // 1, 2, 5, 8, 15
+std::vector<Workload> scanWorkloads(const Scale& scale);        // 3, 4, 6, 7, 14
+std::vector<Workload> checkpointWorkloads(const Scale& scale);  // 9, 13
+std::vector<Workload> loadWorkloads(const Scale& scale);        // 10, 12
+std::vector<Workload> memoryWorkloads(const Scale& scale);      // 11
+std::vector<Workload> growthWorkloads(const Scale& scale);      // the same at several sizes
 
 }  // namespace bench
