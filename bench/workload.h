@@ -13,8 +13,8 @@
 
 namespace bench {
 
-// The modes of the others that offer what velmora offers in a measure; none where their figures
-// are not of the same thing.
+// The modes of the others that promise what velmora promises in a measure: those on a file, those
+// in memory too, or none where their figures are not of the same thing.
 enum class Fit { file, memory, none };
 
 struct Measure {
