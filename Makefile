@@ -16,7 +16,7 @@ shell:  ## open the prompt on the database in data/
 package:  ## make the Debian packages, in build/package
 	scripts/package.sh
 
-bench:  ## compare with SQLite; QUICK=1 takes less than a minute
+bench:  ## compare with SQLite and DuckDB; QUICK=1 takes about a minute
 	QUICK=$(QUICK) scripts/bench.sh
 
 fuzz:  ## run every fuzzer for SECONDS=60 each

@@ -14,6 +14,8 @@ const Statement updateItemByKey = {"UPDATE items SET score = ?1 WHERE id = ?2",
                                    "UPDATE items SET score = ?1 WHERE id = ?2"};
 const Statement deleteItemByKey = {"DELETE FROM items WHERE id = ?1",
                                    "DELETE FROM items WHERE id = ?1"};
+const Statement noAutomaticCheckpoint = {"", "PRAGMA wal_autocheckpoint = 0", false,
+                                         "SET checkpoint_threshold = '1TB'"};
 const Statement insertChild = {"INSERT INTO children parent_id = ?1 name = ?2",
                                "INSERT INTO children (parent_id, name) VALUES (?1, ?2)"};
 

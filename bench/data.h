@@ -24,6 +24,10 @@ extern const Statement selectItemByKey;  // ?1 id
 extern const Statement updateItemByKey;  // ?1 score, ?2 id
 extern const Statement deleteItemByKey;  // ?1 id
 
+// What velmora does by itself: the others leave in their logs what is not checkpointed by a
+// command.
+extern const Statement noAutomaticCheckpoint;
+
 // Makes and fills items; its name gets the suffix.
 void fillItems(Engine& engine, int count, Values (*values)(int) = itemValues,
                const std::string& suffix = "");

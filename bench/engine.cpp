@@ -1,4 +1,4 @@
-// What both engines share: names, and the text of a statement with its values in place.
+// What all engines share: names, and the text of a statement with its values in place.
 #include "engine.h"
 
 #include <charconv>
@@ -34,6 +34,10 @@ const char* modeName(Mode mode) {
       return "memory, prepared";
     case Mode::memoryText:
       return "memory, text";
+    case Mode::duckdbFile:
+      return "DuckDB, file";
+    case Mode::duckdbMemory:
+      return "DuckDB, memory";
   }
   return "";
 }
@@ -41,19 +45,24 @@ const char* modeName(Mode mode) {
 std::string renderText(const std::string& text, const Values& values) {
   std::string result;
   result.reserve(text.size() + 16 * values.size());
-  for (std::size_t position = 0; position < text.size(); ++position) {
-    if (text[position] != '?') {
-      result += text[position];
+  const char* position = text.data();
+  const char* const end = position + text.size();
+  while (position != end) {
+    const char character = *position++;
+    if (character != '?') {
+      result += character;
       continue;
     }
-    ++position;
-    appendValue(result, values.at(static_cast<std::size_t>(text[position] - '1')));
+    std::size_t place = 0;
+    position = std::from_chars(position, end, place).ptr;
+    appendValue(result, values.at(place - 1));
   }
   return result;
 }
 
 std::unique_ptr<Engine> openEngine(Mode mode) {
-  return mode == Mode::velmora ? openVelmora() : openSqlite(mode);
+  if (mode == Mode::velmora) return openVelmora();
+  return isDuckdb(mode) ? openDuckdb(mode) : openSqlite(mode);
 }
 
 }  // namespace bench

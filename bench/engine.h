@@ -1,6 +1,6 @@
 // One engine as a workload sees it, whichever it is and however it takes its statements. A workload
-// says each statement once in both dialects, with places ?1 to ?9 for values; the engine decides
-// whether that becomes a command text or a prepared statement with bound values.
+// says each statement once in each dialect, with places ?1, ?2 and so on for values; the engine
+// decides whether that becomes a command text or a prepared statement with bound values.
 #pragma once
 
 #include <functional>
@@ -11,13 +11,26 @@
 
 namespace bench {
 
-enum class Mode { velmora, filePrepared, fileText, memoryPrepared, memoryText };
+// SQLite takes part in four ways, DuckDB in two.
+enum class Mode {
+  velmora,
+  filePrepared,
+  fileText,
+  memoryPrepared,
+  memoryText,
+  duckdbFile,
+  duckdbMemory
+};
 
-inline constexpr Mode allModes[] = {Mode::velmora, Mode::filePrepared, Mode::fileText,
-                                    Mode::memoryPrepared, Mode::memoryText};
+inline constexpr Mode allModes[] = {Mode::velmora,        Mode::filePrepared, Mode::fileText,
+                                    Mode::memoryPrepared, Mode::memoryText,   Mode::duckdbFile,
+                                    Mode::duckdbMemory};
 
 const char* modeName(Mode mode);
-inline bool isFile(Mode mode) { return mode == Mode::filePrepared || mode == Mode::fileText; }
+inline bool isDuckdb(Mode mode) { return mode == Mode::duckdbFile || mode == Mode::duckdbMemory; }
+inline bool isFile(Mode mode) {
+  return mode == Mode::filePrepared || mode == Mode::fileText || mode == Mode::duckdbFile;
+}
 inline bool isPrepared(Mode mode) {
   return mode == Mode::filePrepared || mode == Mode::memoryPrepared;
 }
@@ -29,7 +42,8 @@ using Batch = std::vector<Values>;
 struct Statement {
   std::string velmora;  // empty: this engine has nothing to do here
   std::string sqlite;
-  bool isRefused = false;  // the engine must answer with a failure
+  bool isRefused = false;   // the engine must answer with a failure
+  std::string duckdb = {};  // empty: that of SQLite
 };
 
 // The template with its places replaced by the values, texts in single quotes.
@@ -44,9 +58,13 @@ class Engine {
 
   // Runs one statement and returns its answer, which stays until the next call.
   virtual const char* execute(const Statement& statement, const Values& values = {}) = 0;
-  // Runs the statement with the values of 0 to count - 1, untimed and as fast as the engine can.
-  virtual void fill(const Statement& statement, int count,
+  // Inserts rows with the values of 0 to count - 1, untimed and as fast as the engine can.
+  virtual void fill(const Statement& insert, int count,
                     const std::function<Values(int)>& values) = 0;
+  // Inserts rows of these values as fast as the engine can, and returns the seconds that took.
+  virtual double load(const Statement& insert, const Batch& batch) = 0;
+  // Runs the statement with each of the values, untimed, in one transaction where that is faster.
+  virtual void change(const Statement& statement, const Batch& batch) = 0;
   // Runs the statement once for each entry of the batch, each a durable command of its own, and
   // returns the seconds that took; preparation of texts and statements is not timed. With each,
   // also notes the seconds of every single command there.
@@ -60,5 +78,8 @@ class Engine {
 std::unique_ptr<Engine> openEngine(Mode mode);
 std::unique_ptr<Engine> openVelmora();
 std::unique_ptr<Engine> openSqlite(Mode mode);
+std::unique_ptr<Engine> openDuckdb(Mode mode);
+// How many threads DuckDB runs a statement in.
+std::string duckdbThreads();
 
 }  // namespace bench

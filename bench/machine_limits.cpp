@@ -136,7 +136,7 @@ struct Operation {
 constexpr Operation operations[] = {
     {"open, append 60 bytes, close", openAppendWriteClose, 0},
     {"append 60 bytes to an open file", appendAlone, 0},
-    {memcpyLabel, copyMemory, largeSize},
+    {"memcpy, 64 MiB", copyMemory, largeSize},
     {"first touch of a page", touchPage, 0},
     {"sequential write of a new file, 64 MiB", writeFile, largeSize},
     {"sequential read of a file, 64 MiB", readFile, largeSize},
@@ -177,13 +177,6 @@ std::vector<MachineLimit> measureMachineLimits(const Scale& scale) {
         {operation.label, figures.at(limits.size()), static_cast<double>(operation.bytes)});
   }
   return limits;
-}
-
-double bytesPerSecond(const std::vector<MachineLimit>& limits, const std::string& label) {
-  for (const MachineLimit& limit : limits) {
-    if (limit.label == label) return limit.bytes / limit.seconds;
-  }
-  throw std::logic_error("No such machine limit: " + label);
 }
 
 }  // namespace bench

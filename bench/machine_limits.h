@@ -14,11 +14,7 @@ struct MachineLimit {
   double bytes;    // that one operation moves, or 0 where the time is what counts
 };
 
-inline constexpr char memcpyLabel[] = "memcpy, 64 MiB";
-
 // Measures in the current directory, with Google Benchmark, in a process of its own.
 std::vector<MachineLimit> measureMachineLimits(const Scale& scale);
-
-double bytesPerSecond(const std::vector<MachineLimit>& limits, const std::string& label);
 
 }  // namespace bench

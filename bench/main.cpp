@@ -1,11 +1,12 @@
-// velmora_bench: velmora beside SQLite, and both beside what the machine allows.
+// velmora_bench: velmora beside SQLite and DuckDB, and all beside what the machine allows.
 //
 //   velmora_bench [--quick] [--rounds N] [--only NUMBER,...] [--side MODE] [--fresh MEBIBYTES]
-//                 [--cpu] [--markdown FILE]
+//                 [--cpu] [--markdown FILE] [--duckdb LIBRARY]
 //
-// --only runs the workloads with these numbers ("--only list" prints them). --side plays one side
-// of them ("velmora", "file, prepared", ...) and leaves the machine out; --fresh says how much
-// memory is touched before each timed part. What a profiler wants is for example
+// --duckdb names DuckDB's shared library; without it DuckDB does not take part. --only runs the
+// workloads with these numbers ("--only list" prints them). --side plays one side of them
+// ("velmora", "file, prepared", ...) and leaves the machine out; --fresh says how much memory is
+// touched before each timed part. What a profiler wants is for example
 // "--only 2 --side velmora --fresh 0 --rounds 50". --cpu counts the processor time of the processes
 // instead of the time that passes, for machines that do other work meanwhile; waiting for the disk
 // is then left out. Exit status 1 means that something could not be measured, not that a goal was
@@ -24,6 +25,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "duckdb_library.h"
+#include "machine_limits.h"
 #include "memory.h"
 #include "report.h"
 #include "runner.h"
@@ -72,6 +75,8 @@ Options readOptions(int count, char** texts) {
       stopwatchClock = CLOCK_PROCESS_CPUTIME_ID;
     } else if (option == "--markdown") {
       options.markdownFile = std::filesystem::absolute(value());
+    } else if (option == "--duckdb") {
+      openDuckdbLibrary(std::filesystem::absolute(value()));
     } else {
       throw std::runtime_error("Unknown option: " + option);
     }
@@ -84,7 +89,8 @@ Options readOptions(int count, char** texts) {
 
 std::vector<Workload> allWorkloads(const Scale& scale) {
   std::vector<Workload> all;
-  for (const auto& some : {pointWorkloads, scanWorkloads, storageWorkloads, growthWorkloads}) {
+  for (const auto& some : {pointWorkloads, scanWorkloads, checkpointWorkloads, loadWorkloads,
+                           memoryWorkloads, growthWorkloads}) {
     for (const Workload& workload : some(scale)) all.push_back(workload);
   }
   return all;
@@ -118,7 +124,7 @@ void run(const Options& options, const std::filesystem::path& root) {
       continue;
     }
     std::fprintf(stderr, "workload %s\n", workload.number.c_str());
-    const std::vector<Line> more = runWorkload(workload, options.scale, limits, root / "workload",
+    const std::vector<Line> more = runWorkload(workload, options.scale, root / "workload",
                                                options.side ? &*options.side : nullptr);
     lines.insert(lines.end(), more.begin(), more.end());
   }

@@ -143,10 +143,16 @@ std::string Process::receive() {
   return answer.substr(1);
 }
 
-std::string callInFreshProcess(const std::function<std::string()>& body) {
-  Process process(std::filesystem::current_path(),
+std::string callInFreshProcess(const std::function<std::string()>& body,
+                               const std::filesystem::path& directory) {
+  Process process(directory,
                   [&] { return Process::Handler([&](const std::string&) { return body(); }); });
   return process.ask("");
+}
+
+Figures measureInFreshProcess(const std::function<Figures()>& body,
+                              const std::filesystem::path& directory) {
+  return unpackFigures(callInFreshProcess([&] { return packFigures(body()); }, directory));
 }
 
 }  // namespace bench

@@ -40,8 +40,11 @@ class Process {
   int answers_ = -1;
 };
 
-// Runs the body once in a fresh process, in the current directory. The process then ends as by a
-// crash.
-std::string callInFreshProcess(const std::function<std::string()>& body);
+// Runs the body once in a fresh process, in a directory that is made if it is not there. The
+// process then ends as by a crash.
+std::string callInFreshProcess(const std::function<std::string()>& body,
+                               const std::filesystem::path& directory = ".");
+Figures measureInFreshProcess(const std::function<Figures()>& body,
+                              const std::filesystem::path& directory = ".");
 
 }  // namespace bench

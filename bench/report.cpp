@@ -1,14 +1,14 @@
-// Tables with a column as wide as its longest text, and figures with three digits and a unit.
+// Tables with a column as wide as its longest text, and what the run stood on.
 #include "report.h"
 
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <thread>
 
+#include "duckdb_library.h"
 #include "stopwatch.h"
 
 namespace bench {
@@ -17,25 +17,13 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-std::string printed(double value, const char* unit) {
-  const int digits = value < 10 ? 2 : value < 100 ? 1 : 0;
-  char text[48];
-  std::snprintf(text, sizeof text, "%.*f%s", digits, value, unit);
-  return text;
-}
-
-std::string duration(double seconds) {
-  if (seconds < 1e-6) return printed(seconds * 1e9, " ns");
-  if (seconds < 1e-3) return printed(seconds * 1e6, " us");
-  if (seconds < 1) return printed(seconds * 1e3, " ms");
-  return printed(seconds, " s");
-}
-
 std::string figureOf(const Line& line, Mode mode) {
   const auto found = line.figures.find(mode);
   if (found == line.figures.end()) return "-";
-  return line.unit == Unit::seconds ? duration(found->second) : printed(found->second, " B");
+  return figureText(found->second, line.unit);
 }
+
+std::string shareOf(double share) { return share > 0 ? shareText(share) : ""; }
 
 std::string verdictText(Verdict verdict) {
   switch (verdict) {
@@ -56,7 +44,7 @@ std::string padded(const std::string& text, std::size_t width, bool isLeft) {
 
 // The first columns, as many as said, hold texts and stand left; the others hold figures.
 std::string table(const std::vector<Row>& rows, std::size_t textColumns, Form form) {
-  std::vector<std::size_t> widths(rows.front().size());
+  std::vector<std::size_t> widths(rows.front().size(), 2);
   for (const Row& row : rows) {
     for (std::size_t column = 0; column < row.size(); ++column) {
       widths[column] = std::max(widths[column], row[column].size());
@@ -94,6 +82,13 @@ std::string processorName() {
   return "unknown processor";
 }
 
+std::string describeDuckdb() {
+  if (!hasDuckdbLibrary()) return "no DuckDB";
+  const std::string threads = callInFreshProcess(duckdbThreads);
+  return std::string("DuckDB ") + duckdbLibrary().version() + " with " + threads +
+         " threads, its own choice";
+}
+
 std::string today() {
   const std::time_t now = std::time(nullptr);
   std::tm parts = {};
@@ -107,8 +102,9 @@ std::string today() {
 
 std::string describeRun(const Scale& scale) {
   return today() + ", compiler " + __VERSION__ + ", SQLite " + sqlite3_libversion() + ", " +
-         processorName() + ", " + std::to_string(std::thread::hardware_concurrency()) +
-         " processors, medians of " + std::to_string(scale.rounds) + " rounds" +
+         describeDuckdb() + ", " + processorName() + ", " +
+         std::to_string(std::thread::hardware_concurrency()) + " processors, medians of " +
+         std::to_string(scale.rounds) + " rounds" +
          (stopwatchClock == CLOCK_MONOTONIC ? "" : ", processor time") +
          (scale.isQuick ? ", QUICK: a tenth of the rows" : "");
 }
@@ -117,8 +113,8 @@ std::string reportLimits(const std::vector<MachineLimit>& limits, Form form) {
   if (limits.empty()) return "";
   std::vector<Row> rows = {{"the machine", "time", "speed"}};
   for (const MachineLimit& limit : limits) {
-    rows.push_back({limit.label, duration(limit.seconds),
-                    limit.bytes > 0 ? printed(limit.bytes / limit.seconds / 1e9, " GB/s") : ""});
+    rows.push_back({limit.label, figureText(limit.seconds, Unit::seconds),
+                    limit.bytes > 0 ? speedText(limit.bytes / limit.seconds) : ""});
   }
   return table(rows, 1, form);
 }
@@ -126,12 +122,13 @@ std::string reportLimits(const std::vector<MachineLimit>& limits, Form form) {
 std::string reportLines(const std::vector<Line>& lines, Form form) {
   Row head = {"", "workload"};
   for (const Mode mode : allModes) head.emplace_back(modeName(mode));
-  head.insert(head.end(), {"ratio", "goal", ""});
+  head.insert(head.end(), {"of SQLite", "of DuckDB", "goal", ""});
   std::vector<Row> rows = {head};
   for (const Line& line : lines) {
     Row row = {line.number, line.label};
     for (const Mode mode : allModes) row.push_back(figureOf(line, mode));
-    row.push_back(line.ratio > 0 ? printed(line.ratio, "") : "");
+    row.push_back(shareOf(line.ofSqlite));
+    row.push_back(shareOf(line.ofDuckdb));
     row.push_back(line.goal);
     row.push_back(verdictText(line.verdict));
     rows.push_back(row);

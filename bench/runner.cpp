@@ -1,10 +1,14 @@
-// Turns of processes, medians, comparison of answers, and the verdict on each goal.
+// Turns of processes, medians, and comparison of answers.
 #include "runner.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cmath>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
+
+#include "duckdb_library.h"
 
 namespace bench {
 
@@ -43,10 +47,29 @@ std::string withoutMessages(const std::string& answers) {
   return rest;
 }
 
+// Lines in one order, for an engine that may give rows in any.
+std::string sorted(const std::string& answers) {
+  std::vector<std::string> lines;
+  std::istringstream text(answers);
+  for (std::string line; std::getline(text, line);) {
+    if (line.ends_with(',')) line.pop_back();
+    lines.push_back(line);
+  }
+  std::sort(lines.begin(), lines.end());
+  std::string all;
+  for (const std::string& line : lines) all += line + '\n';
+  return all;
+}
+
 void requireEqualAnswers(const Workload& workload, Mode mode, const std::string& answers,
                          Mode otherMode, const std::string& otherAnswers) {
-  const std::string mine = withoutMessages(answers);
-  const std::string other = withoutMessages(otherAnswers);
+  const bool isInOrder = !isDuckdb(mode) && !isDuckdb(otherMode);
+  const auto essence = [=](const std::string& text) {
+    const std::string rest = withoutMessages(text);
+    return isInOrder ? rest : sorted(rest);
+  };
+  const std::string mine = essence(answers);
+  const std::string other = essence(otherAnswers);
   const auto difference = static_cast<std::size_t>(
       std::mismatch(mine.begin(), mine.end(), other.begin(), other.end()).first - mine.begin());
   if (difference == mine.size() && mine.size() == other.size()) return;
@@ -63,6 +86,7 @@ std::map<Mode, Rounds> play(const Workload& workload, const Scale& scale,
   std::map<Mode, std::unique_ptr<Process>> sides;
   for (const Mode mode : workload.modes) {
     if (only != nullptr && *only != mode) continue;
+    if (isDuckdb(mode) && !hasDuckdbLibrary()) continue;
     const std::string place = std::to_string(static_cast<int>(mode));
     sides[mode] = startSide(workload, mode, root / place);
   }
@@ -81,82 +105,49 @@ std::map<Mode, Rounds> play(const Workload& workload, const Scale& scale,
   return rounds;
 }
 
-double bestOfSqlite(const Line& line, Fit fit) {
+// velmora's figure by the best of the fitting modes of SQLite, or else of DuckDB.
+double shareOfBest(const Line& line, Fit fit, bool ofDuckdb) {
+  if (fit == Fit::none) return 0;
   double best = 0;
   for (const auto& [mode, figure] : line.figures) {
-    if (mode == Mode::velmora || isFile(mode) != (fit == Fit::file)) continue;
+    if (mode == Mode::velmora || isDuckdb(mode) != ofDuckdb) continue;
+    if (fit == Fit::file && !isFile(mode)) continue;
     if (best == 0 || figure < best) best = figure;
   }
-  return best;
+  return best == 0 ? 0 : line.figures.at(Mode::velmora) / best;
 }
 
-std::string printed(const char* format, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  return text;
-}
-
-Verdict verdict(bool isMet) { return isMet ? Verdict::met : Verdict::missed; }
-
-void judge(Line& line, const Goal& goal, double own, const std::vector<Line>& lines,
-           const std::vector<MachineLimit>& limits) {
-  const auto other = [&] { return lines.at(goal.other).figures.at(Mode::velmora); };
-  switch (goal.kind) {
-    case Goal::Kind::none:
-      break;
-    case Goal::Kind::fasterThanSqlite:
-      line.goal = printed("%g times as fast", goal.value);
-      if (line.ratio > 0) line.verdict = verdict(line.ratio >= goal.value);
-      break;
-    case Goal::Kind::atMost:
-      line.goal = printed("at most %g", goal.value);
-      line.verdict = verdict(own <= goal.value);
-      break;
-    case Goal::Kind::atMostAtMemorySpeed: {
-      if (limits.empty()) break;
-      const double limit = goal.value * 12e9 / bytesPerSecond(limits, memcpyLabel);
-      line.goal = printed("at most %.0f ms", limit * 1e3);
-      line.verdict = verdict(own <= limit);
-      break;
-    }
-    case Goal::Kind::atMostTimesMeasure:
-      line.goal = printed("at most %g writings", goal.value) + printed(" (%.2f)", own / other());
-      line.verdict = verdict(own <= goal.value * other());
-      break;
-    case Goal::Kind::logarithmicGrowth:
-      line.goal =
-          printed("at most %.2f of the first", goal.value) + printed(" (%.2f)", own / other());
-      line.verdict = verdict(own <= goal.value * other());
-      break;
+Line lineOf(const Workload& workload, std::size_t index, const std::map<Mode, Rounds>& rounds) {
+  const Measure& measure = workload.measures[index];
+  Line line;
+  line.number = workload.number;
+  line.label = measure.label;
+  line.unit = measure.unit;
+  for (const auto& [mode, figures] : rounds) {
+    std::vector<double> ofMeasure;
+    for (const Figures& round : figures) ofMeasure.push_back(round.at(index));
+    if (!std::isnan(ofMeasure.front())) line.figures[mode] = median(ofMeasure);
   }
+  return line;
 }
 
 }  // namespace
 
 std::vector<Line> runWorkload(const Workload& workload, const Scale& scale,
-                              const std::vector<MachineLimit>& limits,
                               const std::filesystem::path& root, const Mode* only) {
   const std::map<Mode, Rounds> rounds = play(workload, scale, root, only);
   std::filesystem::remove_all(root);
   std::vector<Line> lines;
   for (std::size_t index = 0; index < workload.measures.size(); ++index) {
-    const Measure& measure = workload.measures[index];
-    Line line;
-    line.number = workload.number;
-    line.label = measure.label;
-    line.unit = measure.unit;
-    for (const auto& [mode, figures] : rounds) {
-      std::vector<double> ofMeasure;
-      for (const Figures& round : figures) ofMeasure.push_back(round.at(index));
-      line.figures[mode] = median(ofMeasure);
-    }
-    lines.push_back(line);
+    lines.push_back(lineOf(workload, index, rounds));
   }
   for (std::size_t index = 0; index < lines.size(); ++index) {
-    const auto own = lines[index].figures.find(Mode::velmora);
-    if (own == lines[index].figures.end()) continue;
-    lines[index].ratio = bestOfSqlite(lines[index], workload.measures[index].fit) / own->second;
-    judge(lines[index], workload.measures[index].goal, own->second, lines, limits);
+    Line& line = lines[index];
+    const Measure& measure = workload.measures[index];
+    if (!line.figures.contains(Mode::velmora)) continue;
+    line.ofSqlite = shareOfBest(line, measure.fit, false);
+    line.ofDuckdb = shareOfBest(line, measure.fit, true);
+    judge(line, measure.goal, lines);
   }
   return lines;
 }

@@ -73,10 +73,22 @@ class SqliteEngine : public Engine {
     return answer;
   }
 
-  void fill(const Statement& statement, int count,
-            const std::function<Values(int)>& values) override {
+  void fill(const Statement& insert, int count, const std::function<Values(int)>& values) override {
     run("BEGIN");
-    for (int index = 0; index < count; ++index) execute(statement, values(index));
+    for (int index = 0; index < count; ++index) execute(insert, values(index));
+    run("COMMIT");
+  }
+
+  double load(const Statement& insert, const Batch& batch) override {
+    freshMemory();
+    const Stopwatch watch;
+    change(insert, batch);
+    return watch.seconds();
+  }
+
+  void change(const Statement& statement, const Batch& batch) override {
+    run("BEGIN");
+    for (const Values& values : batch) execute(statement, values);
     run("COMMIT");
   }
 
@@ -126,7 +138,7 @@ class SqliteEngine : public Engine {
     for (const std::string& text : texts) {
       const Prepared prepared = prepare(text);
       answer_.run(prepared.get());
-      answer_.forgetMembers();
+      answer_.forgetColumns();
       requireOutcome(statement);
     }
     return watch.seconds();
@@ -154,7 +166,7 @@ class SqliteEngine : public Engine {
     Prepared& prepared = prepared_[text];
     if (!prepared) {
       prepared = prepare(text);
-      answer_.forgetMembers();
+      answer_.forgetColumns();
     }
     return prepared.get();
   }

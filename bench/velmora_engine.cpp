@@ -36,9 +36,16 @@ class VelmoraEngine : public Engine {
     return answer;
   }
 
-  void fill(const Statement& statement, int count,
-            const std::function<Values(int)>& values) override {
-    for (int index = 0; index < count; ++index) execute(statement, values(index));
+  void fill(const Statement& insert, int count, const std::function<Values(int)>& values) override {
+    for (int index = 0; index < count; ++index) execute(insert, values(index));
+  }
+
+  double load(const Statement& insert, const Batch& batch) override {
+    return time(insert, batch, nullptr);
+  }
+
+  void change(const Statement& statement, const Batch& batch) override {
+    for (const Values& values : batch) execute(statement, values);
   }
 
   double time(const Statement& statement, const Batch& batch, std::vector<double>* each) override {

@@ -3,38 +3,29 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "engine.h"
+#include "goal.h"
 #include "process.h"
 
 namespace bench {
 
-enum class Unit { seconds, bytes };
-
-struct Goal {
-  enum class Kind {
-    none,
-    fasterThanSqlite,     // the best fitting SQLite mode takes `value` times as long, or longer
-    atMost,               // velmora's figure is at most `value`
-    atMostAtMemorySpeed,  // the same where memcpy runs at 12 GB/s; scaled by what it runs at here
-    atMostTimesMeasure,   // at most `value` times velmora's figure of the measure `other`
-    logarithmicGrowth,    // at most the logarithm's growth since the measure `other`
-  };
-  Kind kind = Kind::none;
-  double value = 0;
-  std::size_t other = 0;
-};
-
-enum class Fit { file, memory };
+// The modes of the others that promise what velmora promises in a measure: those on a file, those
+// in memory too, or none where their figures are not of the same thing.
+enum class Fit { file, memory, none };
 
 struct Measure {
   std::string label;
   Goal goal = {};
-  Fit fit = Fit::file;  // the SQLite modes that offer what velmora offers here
+  Fit fit = Fit::file;
   Unit unit = Unit::seconds;
 };
+
+// The figure of a measure that a mode has not got.
+inline constexpr double notMeasured = std::numeric_limits<double>::quiet_NaN();
 
 // One side, ready to play, in its own process and directory.
 struct Player {
@@ -62,13 +53,16 @@ struct Scale {
 };
 
 inline const std::vector<Mode> everyMode(std::begin(allModes), std::end(allModes));
-inline const std::vector<Mode> fileModes = {Mode::velmora, Mode::filePrepared, Mode::fileText};
+inline const std::vector<Mode> sqliteModes = {Mode::velmora, Mode::filePrepared, Mode::fileText,
+                                              Mode::memoryPrepared, Mode::memoryText};
 inline const std::vector<Mode> preparedModes = {Mode::velmora, Mode::filePrepared,
                                                 Mode::memoryPrepared};
 
-std::vector<Workload> pointWorkloads(const Scale& scale);    // 1, 2, 5, 8
-std::vector<Workload> scanWorkloads(const Scale& scale);     // 3, 4, 6, 7
-std::vector<Workload> storageWorkloads(const Scale& scale);  // 9, 10, 11
-std::vector<Workload> growthWorkloads(const Scale& scale);   // the same at several sizes
+std::vector<Workload> pointWorkloads(const Scale& scale);       // 1, 2, 5, 8, 15
+std::vector<Workload> scanWorkloads(const Scale& scale);        // 3, 4, 6, 7, 14
+std::vector<Workload> checkpointWorkloads(const Scale& scale);  // 9, 13
+std::vector<Workload> loadWorkloads(const Scale& scale);        // 10, 12
+std::vector<Workload> memoryWorkloads(const Scale& scale);      // 11
+std::vector<Workload> growthWorkloads(const Scale& scale);      // the same at several sizes
 
 }  // namespace bench

@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds the benchmark over the release library and runs it: bench.sh [OPTION...], the options being
-# those of bench/main.cpp. With QUICK=1 in the environment it takes less than a minute.
+# those of bench/main.cpp. With QUICK=1 in the environment it takes about a minute. Where DuckDB
+# cannot be had it is left out.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -11,4 +12,5 @@ quick=""
 if [ -n "${QUICK:-}" ] && [ "$QUICK" != 0 ]; then
     quick=--quick
 fi
-exec build/bench/bench/velmora_bench ${quick:+"$quick"} "$@"
+duckdb=$(scripts/duckdb.sh) || echo "bench.sh: no DuckDB to compare with" >&2
+exec build/bench/bench/velmora_bench ${quick:+"$quick"} ${duckdb:+--duckdb "$duckdb"} "$@"

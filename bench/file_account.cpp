@@ -1,9 +1,14 @@
 // The program's own fsync and fdatasync stand before the C library's for every library it loads;
-// they make the system call and note its duration.
-#include "sync_clock.h"
+// they make the system call and note its duration. Bytes are in the kernel's own account.
+#include "file_account.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <stdexcept>
+#include <string>
 
 #include "stopwatch.h"
 
@@ -11,7 +16,7 @@ namespace bench {
 
 namespace {
 
-double syncSeconds = 0;
+std::atomic<double> syncSeconds = 0;
 
 int timedCall(long number, int descriptor) {
   Stopwatch watch;
@@ -23,6 +28,16 @@ int timedCall(long number, int descriptor) {
 }  // namespace
 
 double secondsInSync() { return syncSeconds; }
+
+std::size_t bytesWritten() {
+  std::ifstream account("/proc/self/io");
+  std::string name;
+  std::size_t bytes = 0;
+  while (account >> name >> bytes) {
+    if (name == "wchar:") return bytes;
+  }
+  throw std::runtime_error("Cannot read /proc/self/io");
+}
 
 }  // namespace bench
 
