@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -52,6 +53,14 @@ inline std::int64_t getInt64(const char* in) noexcept {
 
 // The text of a padded field: up to its first zero byte.
 inline std::string_view getText(const char* in, std::size_t width) noexcept {
+  // Most texts are short, and found to end without a call.
+  constexpr std::uint64_t ones = 0x0101010101010101;
+  constexpr std::uint64_t highBits = 0x8080808080808080;
+  for (std::size_t start = 0; start + 8 <= width && start < 16; start += 8) {
+    const auto eight = static_cast<std::uint64_t>(getInt64(in + start));
+    const std::uint64_t zeros = (eight - ones) & ~eight & highBits;
+    if (zeros != 0) return {in, start + static_cast<std::size_t>(std::countr_zero(zeros)) / 8};
+  }
   const void* const zero = width == 0 ? nullptr : std::memchr(in, 0, width);
   return {in,
           zero == nullptr ? width : static_cast<std::size_t>(static_cast<const char*>(zero) - in)};

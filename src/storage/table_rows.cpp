@@ -131,9 +131,11 @@ void encodeColumn(char* out, const CellShape& shape, const ColumnValues& values,
 // closer together than these.
 float asRead(float stored) {
   constexpr float decimals = 1e6F;
+  // Doubles as large as this have no fraction: what is added to one is rounded.
+  constexpr double rounding = 0x1.8p52;
   if (!(std::fabs(stored) < 16)) return stored;
-  const double scaled = std::nearbyint(static_cast<double>(stored) * 1e6);
-  return static_cast<float>(scaled) / decimals;
+  const double scaled = (static_cast<double>(stored) * 1e6 + rounding) - rounding;
+  return std::copysign(static_cast<float>(scaled) / decimals, stored);
 }
 
 bool haveEqualBits(float a, float b) {
