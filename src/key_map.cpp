@@ -1,57 +1,21 @@
 // See key_map.h.
 #include "key_map.h"
 
+#include <type_traits>
+
 #include "number.h"
 
 namespace velmora {
 namespace {
 
+// Narrows a range for a comparison with a key that stands, or would stand, between two places.
 template <typename Place>
-bool narrowPlaces(const auto& blocks, PrimaryKeyMap::Bound bound, const auto& key, Place& from,
-                  Place& to) {
+void narrowEnds(PrimaryKeyMap::Bound bound, Place at, Place behind, Place& from, Place& to) {
   using Bound = PrimaryKeyMap::Bound;
-  switch (bound) {
-    case Bound::equal:
-      from = blocks.find(key);
-      to = from;
-      ++to.entry;
-      return from != blocks.end();
-    case Bound::greater:
-      from = blocks.upperBound(key);
-      return true;
-    case Bound::greaterOrEqual:
-      from = blocks.lowerBound(key);
-      return true;
-    case Bound::less:
-      to = blocks.lowerBound(key);
-      return true;
-    case Bound::lessOrEqual:
-      to = blocks.upperBound(key);
-      return true;
-  }
-  return true;
-}
-
-template <typename Key>
-void assignKey(SortedBlocks<Key>& blocks, Key key, std::int32_t row) {
-  const auto at = blocks.find(key);
-  if (at != blocks.end()) {
-    blocks.setRowAt(at, row);
-  } else {
-    blocks.insert(std::move(key), row);
-  }
-}
-
-template <typename Key>
-std::int32_t findOrAddKey(SortedBlocks<Key>& blocks, Key key, std::int32_t row) {
-  const std::int32_t holder = blocks.rowOf(key);
-  if (holder == PrimaryKeyMap::noRow) blocks.insert(std::move(key), row);
-  return holder;
-}
-
-void eraseKey(auto& blocks, const auto& key, std::int32_t row) {
-  const auto at = blocks.find(key);
-  if (at != blocks.end() && blocks.rowAt(at) == row) blocks.erase(at);
+  if (bound == Bound::equal || bound == Bound::greaterOrEqual) from = at;
+  if (bound == Bound::greater) from = behind;
+  if (bound == Bound::less) to = at;
+  if (bound == Bound::equal || bound == Bound::lessOrEqual) to = behind;
 }
 
 }  // namespace
@@ -64,19 +28,27 @@ bool KeyComparator::operator()(std::string_view a, std::string_view b) const {
 PrimaryKeyMap::PrimaryKeyMap(std::string keyType)
     : comparator_{std::move(keyType)}, kind_(valueKind(comparator_.type)) {}
 
+template <typename Map, typename Use>
+auto PrimaryKeyMap::inKeys(Map& map, std::string_view key, Use use) {
+  return map.isInteger() ? use(map.numbers_, std::int64_t{parseInt(key)}) : use(map.texts_, key);
+}
+
 std::int32_t PrimaryKeyMap::find(std::string_view key) const {
-  return isInteger() ? integers_.rowOf(parseInt(key)) : texts_.rowOf(key);
+  return inKeys(*this, key, [](const auto& keys, auto wanted) { return keys.rowOf(wanted); });
 }
 
 std::int32_t PrimaryKeyMap::findNumber(std::string_view key) const noexcept {
   std::int32_t number = 0;
   if (!isInteger() || convertInt(key, number) != Conversion::ok) return noRow;
-  return integers_.rowOf(number);
+  return numbers_.rowOf(number);
 }
 
 std::int32_t PrimaryKeyMap::findOrAdd(std::string_view key, std::int32_t row) {
-  return isInteger() ? findOrAddKey(integers_, parseInt(key), row)
-                     : findOrAddKey(texts_, Text(key), row);
+  return inKeys(*this, key, [&](auto& keys, auto wanted) {
+    const std::int32_t holder = keys.rowOf(wanted);
+    if (holder == noRow) keys.assign(wanted, row);
+    return holder;
+  });
 }
 
 std::int32_t PrimaryKeyMap::findOrAddNumber(std::int32_t key, std::int32_t row) {
@@ -84,40 +56,36 @@ std::int32_t PrimaryKeyMap::findOrAddNumber(std::int32_t key, std::int32_t row) 
 }
 
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {
-  if (isInteger()) {
-    assignKey(integers_, parseInt(key), row);
-  } else {
-    assignKey(texts_, Text(key), row);
-  }
+  inKeys(*this, key, [&](auto& keys, auto wanted) { keys.assign(wanted, row); });
 }
 
 void PrimaryKeyMap::eraseEntry(std::string_view key, std::int32_t row) {
-  if (isInteger()) {
-    eraseKey(integers_, parseInt(key), row);
-  } else {
-    eraseKey(texts_, key, row);
-  }
+  inKeys(*this, key, [&](auto& keys, auto wanted) {
+    if (keys.rowOf(wanted) == row) keys.erase(wanted);
+  });
 }
 
-PrimaryKeyMap::Range::Range(const PrimaryKeyMap& map)
-    : map_(&map), integerTo_(map.integers_.end()), textTo_(map.texts_.end()) {}
-
 bool PrimaryKeyMap::Range::narrow(Bound bound, std::string_view key) {
-  return map_->isInteger()
-             ? narrowPlaces(map_->integers_, bound, parseInt(key), integerFrom_, integerTo_)
-             : narrowPlaces(map_->texts_, bound, key, textFrom_, textTo_);
+  if (map_->isInteger()) {
+    const std::int64_t number = parseInt(key);
+    narrowEnds(bound, number, number + 1, numberFrom_, numberTo_);
+    return bound != Bound::equal || map_->numbers_.rowOf(number) != noRow;
+  }
+  const TextPlace at = map_->texts_.placeOf(key);
+  const bool isThere = map_->texts_.holds(at, key);
+  narrowEnds(bound, at, {at.block, at.entry + (isThere ? 1U : 0U)}, textFrom_, textTo_);
+  return bound != Bound::equal || isThere;
 }
 
 std::vector<std::string> PrimaryKeyMap::keys() const {
   std::vector<std::string> keys;
-  for (auto at = integers_.begin(); at < integers_.end();) {
-    keys.push_back(std::to_string(integers_.keyAt(at)));
-    at = integers_.upperBound(integers_.keyAt(at));
-  }
-  for (auto at = texts_.begin(); at < texts_.end();) {
-    keys.emplace_back(texts_.keyAt(at).view());
-    at = texts_.upperBound(texts_.keyAt(at));
-  }
+  Range(*this).forEachRow([&](std::int32_t /*row*/, const auto& key) {
+    if constexpr (std::is_integral_v<std::remove_cvref_t<decltype(key)>>) {
+      keys.push_back(std::to_string(key));
+    } else {
+      keys.emplace_back(key.view());
+    }
+  });
   return keys;
 }
 

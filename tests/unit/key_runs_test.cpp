@@ -1,15 +1,18 @@
-// Keys that are consecutive numbers of consecutive rows, as an identity column gives them, in
-// several blocks of the key map, and what breaks such runs: a key below a full block or between
-// two, keys that go, at the end of a block or elsewhere, and keys that come to name another row.
-// First the map alone, compared with a std::map; then the same by commands.
+// Keys that are consecutive numbers of consecutive rows, as an identity column gives them, and what
+// comes beside such a run: a key below it or behind a gap, keys that go, at its end or elsewhere,
+// and keys that come to name another row. First the run alone, then the map, compared with a
+// std::map, in sizes at which the keys beside the run fill several blocks; then the same by
+// commands.
 
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <random>
 #include <type_traits>
 
 #include "engine_fixture.h"
 #include "key_map.h"
+#include "key_run.h"
 
 namespace velmora {
 namespace {
@@ -18,6 +21,59 @@ using Bound = PrimaryKeyMap::Bound;
 using RowIndices = std::vector<std::int32_t>;
 
 constexpr int blockSize = 512;
+constexpr int most = std::numeric_limits<int>::max();
+constexpr int least = std::numeric_limits<int>::min();
+
+using Entries = std::vector<std::pair<std::int32_t, std::int32_t>>;  // of key and row
+
+Entries entriesOf(const KeyRun& run, std::int64_t from, std::int64_t to) {
+  Entries entries;
+  const auto note = [&](std::int32_t row, std::int32_t key) { entries.emplace_back(key, row); };
+  run.forEachRow(from, to, note);
+  return entries;
+}
+
+TEST(KeyRun, TakesTheNextKeyOfTheNextRow) {
+  KeyRun run;
+  EXPECT_EQ(run.rowOf(0), KeyRun::noRow);
+  EXPECT_TRUE(run.take(7, 3));
+  EXPECT_TRUE(run.take(8, 4));
+  EXPECT_TRUE(run.take(7, 3)) << "known already";
+  EXPECT_FALSE(run.take(9, 4));
+  EXPECT_FALSE(run.take(10, 6));
+  EXPECT_FALSE(run.take(6, 2));
+  EXPECT_FALSE(run.take(8, 5));
+  EXPECT_EQ(entriesOf(run, least, most), (Entries{{7, 3}, {8, 4}}));
+  EXPECT_EQ(run.rowOf(8), 4);
+  EXPECT_EQ(run.rowOf(9), KeyRun::noRow);
+  EXPECT_EQ(run.rowOf(6), KeyRun::noRow);
+}
+
+TEST(KeyRun, DropsItsLastKeyAloneAndBeginsAnewWhenItIsEmpty) {
+  KeyRun run;
+  run.dropIfLast(-1);
+  run.take(7, 3);
+  run.take(8, 4);
+  run.dropIfLast(7);
+  run.dropIfLast(9);
+  EXPECT_EQ(entriesOf(run, least, most), (Entries{{7, 3}, {8, 4}}));
+  run.dropIfLast(8);
+  run.dropIfLast(7);
+  EXPECT_FALSE(run.holds(7));
+  EXPECT_TRUE(run.take(-5, 0));
+  EXPECT_EQ(entriesOf(run, least, most), (Entries{{-5, 0}}));
+}
+
+TEST(KeyRun, VisitsWhatLiesWithinARange) {
+  KeyRun run;
+  for (int i = 0; i < 4; ++i) run.take(10 + i, i);
+  EXPECT_EQ(entriesOf(run, 11, 13), (Entries{{11, 1}, {12, 2}}));
+  EXPECT_EQ(entriesOf(run, 0, 11), (Entries{{10, 0}}));
+  EXPECT_EQ(entriesOf(run, 13, 99), (Entries{{13, 3}}));
+  EXPECT_EQ(entriesOf(run, 14, 99), Entries{});
+  EXPECT_EQ(entriesOf(run, 12, 12), Entries{});
+  EXPECT_EQ(entriesOf(run, 13, 11), Entries{});
+}
 
 // A key map and what it has to agree with.
 class ComparedMap {
@@ -29,10 +85,19 @@ class ComparedMap {
   void addRun(int firstKey, std::int32_t firstRow, int count) {
     for (int i = 0; i < count; ++i) add(firstKey + i, firstRow + i);
   }
+  void findOrAdd(int key, std::int32_t row) {
+    const auto [entry, isNew] = model_.try_emplace(key, row);
+    const std::int32_t holder = isNew ? PrimaryKeyMap::noRow : entry->second;
+    ASSERT_EQ(map_.findOrAdd(std::to_string(key), row), holder) << key;
+  }
   void erase(int key) {
     map_.eraseEntry(std::to_string(key), model_.at(key));
     model_.erase(key);
   }
+  // Asks to forget a key that names another row than this, or none.
+  void eraseOfAnotherRow(int key) { map_.eraseEntry(std::to_string(key), 999'999); }
+
+  const std::map<int, std::int32_t>& model() const { return model_; }
 
   // Compares every key by itself, and the ranges that begin and end near each of the keys given.
   void expectEqual(const std::vector<int>& near) const {
@@ -79,7 +144,7 @@ class ComparedMap {
   std::map<int, std::int32_t> model_;
 };
 
-// The keys about the ends and middles of four blocks that begin at these keys.
+// The keys about the ends and middles of stretches, as long as a block, that begin at these keys.
 std::vector<int> keysNear(const std::vector<int>& firsts) {
   std::vector<int> keys;
   for (const int first : firsts) {
@@ -90,7 +155,7 @@ std::vector<int> keysNear(const std::vector<int>& firsts) {
   return keys;
 }
 
-TEST(KeyRuns, AKeyBelowAFullRunSplitsIt) {
+TEST(KeyRuns, AKeyBelowARunIsFoundBesideIt) {
   for (const int blocks : {1, 2, 3}) {
     for (const int count : {blocks * blockSize, blocks * blockSize + 7}) {
       for (const std::int32_t firstRow : {0, 40}) {
@@ -98,7 +163,6 @@ TEST(KeyRuns, AKeyBelowAFullRunSplitsIt) {
         map.addRun(100, firstRow, count);
         map.add(98, 5000);
         map.expectEqual(keysNear({100, 100 + blockSize}));
-        // The lower half is followed by what was below it, and goes on.
         map.add(97, 5001);
         map.add(100 + count, firstRow + count);
         map.add(99, 5002);
@@ -108,10 +172,10 @@ TEST(KeyRuns, AKeyBelowAFullRunSplitsIt) {
   }
 }
 
-TEST(KeyRuns, AKeyInAGapSplitsTheRunBehindIt) {
+TEST(KeyRuns, AKeyInAGapIsFoundBetweenItsNeighbours) {
   const std::vector<int> firsts = {0, 1000, 2000, 3000};
   for (std::size_t split = 1; split < firsts.size(); ++split) {
-    // Right behind the block before, in the middle of the gap, right in front of the block.
+    // Right behind the keys before, in the middle of the gap, right in front of the next keys.
     for (const int key : {firsts[split - 1] + blockSize, firsts[split] - 200, firsts[split] - 1}) {
       ComparedMap map;
       std::int32_t row = 0;
@@ -127,7 +191,7 @@ TEST(KeyRuns, AKeyInAGapSplitsTheRunBehindIt) {
   }
 }
 
-TEST(KeyRuns, AKeyPutBackIntoAFullBlockSplitsIt) {
+TEST(KeyRuns, AKeyPutBackNamesTheRowItCameWith) {
   for (const int block : {0, 1, 2}) {
     for (const int place : {0, 1, 255, 256, 257, 510, 511}) {
       const int key = block * blockSize + place;
@@ -143,7 +207,7 @@ TEST(KeyRuns, AKeyPutBackIntoAFullBlockSplitsIt) {
   }
 }
 
-TEST(KeyRuns, EntriesAtTheEndsOfBlocksGo) {
+TEST(KeyRuns, NeighboursGoOneByOne) {
   for (const int block : {0, 1, 2}) {
     for (const bool fromTheEnd : {true, false}) {
       ComparedMap map;
@@ -160,7 +224,7 @@ TEST(KeyRuns, EntriesAtTheEndsOfBlocksGo) {
   }
 }
 
-TEST(KeyRuns, AWholeBlockGoes) {
+TEST(KeyRuns, AStretchGoes) {
   for (const int block : {0, 1, 2}) {
     ComparedMap map;
     map.addRun(0, 0, 3 * blockSize);
@@ -183,8 +247,6 @@ TEST(KeyRuns, EntriesComeToNameAnotherRow) {
 }
 
 TEST(KeyRuns, EndAtTheLimitsOfNumbers) {
-  constexpr int most = std::numeric_limits<int>::max();
-  constexpr int least = std::numeric_limits<int>::min();
   PrimaryKeyMap map("int");
   for (int i = 0; i < 600; ++i) map.assign(std::to_string(most - 599 + i), i);
   EXPECT_EQ(map.find(std::to_string(most)), 599);
@@ -196,6 +258,106 @@ TEST(KeyRuns, EndAtTheLimitsOfNumbers) {
   EXPECT_EQ(map.find(std::to_string(most)), 599);
   EXPECT_EQ(map.find(std::to_string(most - 599)), 0);
   EXPECT_EQ(map.find("0"), PrimaryKeyMap::noRow);
+}
+
+TEST(KeyRuns, BeginAtTheLimitsOfNumbers) {
+  PrimaryKeyMap map("int");
+  map.assign(std::to_string(least), 0);
+  map.assign(std::to_string(least + 1), 1);
+  map.assign(std::to_string(most), 2);
+  PrimaryKeyMap::Range range(map);
+  const auto expectRows = [&](const RowIndices& expected) {
+    RowIndices rows;
+    range.forEachRow([&](std::int32_t row, const auto&) { rows.push_back(row); });
+    EXPECT_EQ(rows, expected);
+  };
+  expectRows({0, 1, 2});
+  range.narrow(Bound::greater, std::to_string(least));
+  expectRows({1, 2});
+  range.narrow(Bound::less, std::to_string(most));
+  expectRows({1});
+  range.narrow(Bound::lessOrEqual, std::to_string(most));
+  expectRows({1, 2});
+  range.narrow(Bound::greater, std::to_string(most));
+  expectRows({});
+}
+
+TEST(KeyRuns, EndBelowAKeyThatHasGone) {
+  ComparedMap map;
+  map.addRun(10, 0, 6);
+  for (const int key : {13, 14, 15, 12}) map.erase(key);
+  map.expectEqual({9, 10, 12, 15, 17});
+  map.add(15, 5);
+  map.add(16, 6);
+  map.add(14, 4);
+  map.expectEqual({9, 10, 12, 15, 17});
+  map.add(13, 70);
+  map.add(12, 2);
+  map.expectEqual({9, 10, 12, 15, 17});
+}
+
+TEST(KeyRuns, BeginAnewInFrontOfKeysThatAreThereAlready) {
+  ComparedMap map;
+  map.add(50, 0);
+  map.add(12, 8);
+  map.add(13, 3);
+  map.erase(50);
+  map.addRun(10, 0, 2);
+  map.expectEqual({9, 10, 11, 12, 13, 50});
+  map.addRun(12, 2, 4);
+  map.expectEqual({9, 10, 11, 12, 13, 50});
+  for (const int key : {15, 12, 10}) map.erase(key);
+  map.addRun(15, 5, 2);
+  map.expectEqual({9, 10, 11, 12, 13, 16, 50});
+}
+
+constexpr int firstOfRun = 1000;  // names row 0
+
+// One random change of what the map holds, at the end of the run or anywhere.
+void changeAtRandom(ComparedMap& map, int& endOfRun, std::mt19937& random) {
+  const auto below = [&](int limit) {
+    return static_cast<int>(random() % static_cast<unsigned>(limit));
+  };
+  const int key = below(endOfRun + 1000);
+  const auto present = map.model().lower_bound(key);
+  const bool isAny = present != map.model().end();
+  switch (below(8)) {
+    case 0:
+      return map.add(key, below(9000));
+    case 1:
+      return map.findOrAdd(key, below(9000));
+    case 2:
+      return map.add(std::max(key, firstOfRun), std::max(key, firstOfRun) - firstOfRun);
+    case 3:
+      for (int i = below(20); i > 0; --i, ++endOfRun) map.add(endOfRun, endOfRun - firstOfRun);
+      return;
+    case 4:
+      for (int i = below(20); i > 0 && endOfRun > firstOfRun; --i) {
+        if (map.model().contains(--endOfRun)) map.erase(endOfRun);
+      }
+      return;
+    case 5:
+      return map.eraseOfAnotherRow(key);
+    default:
+      if (isAny) map.erase(present->first);
+  }
+}
+
+TEST(KeyRuns, AgreeWithAStandardMapThroughRandomChanges) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    ComparedMap map;
+    int endOfRun = firstOfRun + static_cast<int>(random() % 4000) + 1;
+    map.addRun(firstOfRun, 0, endOfRun - firstOfRun);
+    for (int round = 0; round < 8; ++round) {
+      for (int change = 0; change < 500; ++change) changeAtRandom(map, endOfRun, random);
+      map.add(6500, 6500);  // so that none is compared empty
+      std::vector<int> near;
+      for (int i = 0; i < 12; ++i) near.push_back(static_cast<int>(random() % 7000));
+      ASSERT_NO_FATAL_FAILURE(map.expectEqual(near));
+    }
+  }
 }
 
 // A parent table of which LINK made the numbers keys, and what it should hold: by number, its name.
