@@ -52,7 +52,9 @@ std::int32_t PrimaryKeyMap::findOrAdd(std::string_view key, std::int32_t row) {
 }
 
 std::int32_t PrimaryKeyMap::findOrAddNumber(std::int32_t key, std::int32_t row) {
-  return findOrAddKey(integers_, key, row);
+  const std::int32_t holder = numbers_.rowOf(key);
+  if (holder == noRow) numbers_.assign(key, row);
+  return holder;
 }
 
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {
