@@ -51,12 +51,6 @@ std::int32_t PrimaryKeyMap::findOrAdd(std::string_view key, std::int32_t row) {
   });
 }
 
-std::int32_t PrimaryKeyMap::findOrAddNumber(std::int32_t key, std::int32_t row) {
-  const std::int32_t holder = numbers_.rowOf(key);
-  if (holder == noRow) numbers_.assign(key, row);
-  return holder;
-}
-
 void PrimaryKeyMap::assign(std::string_view key, std::int32_t row) {
   inKeys(*this, key, [&](auto& keys, auto wanted) { keys.assign(wanted, row); });
 }

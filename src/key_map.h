@@ -202,7 +202,11 @@ class PrimaryKeyMap {
   // Adds the key and returns noRow, or returns the row that it names already.
   std::int32_t findOrAdd(std::string_view key, std::int32_t row);
   // The same for a map of integers.
-  std::int32_t findOrAddNumber(std::int32_t key, std::int32_t row);
+  std::int32_t findOrAddNumber(std::int32_t key, std::int32_t row) {
+    const std::int32_t holder = numbers_.rowOf(key);
+    if (holder == noRow) numbers_.assign(key, row);
+    return holder;
+  }
   // Adds the key, or makes it name another row.
   void assign(std::string_view key, std::int32_t row);
   // Forgets the key if it names that row.

@@ -56,6 +56,10 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
   const bool isTimedLast = rule == KeyRule::liveFirstTimedLast;
   ColumnValues& keys = *values_[position];
   for (std::size_t i = 0; i < rowCount(); ++i) {
+    // Most keys are numbers and new.
+    const std::int32_t* const number = plainKey(i);
+    const auto index = static_cast<std::int32_t>(i);
+    if (number && primaryKeyMap.findOrAddNumber(*number, index) == PrimaryKeyMap::noRow) continue;
     keys.refile(i, now);
     if (keys.rule(i) == nullptr || !isTimedLast) fileKey(i, rule);
   }
@@ -65,9 +69,6 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
 void Table::fileKey(std::size_t row, KeyRule rule) {
   const auto column = static_cast<std::size_t>(primaryKeyIndex);
   const auto index = static_cast<std::int32_t>(row);
-  if (const std::int32_t* const number = plainKey(row)) {
-    if (primaryKeyMap.findOrAddNumber(*number, index) == PrimaryKeyMap::noRow) return;
-  }
   TextRoom room;
   const std::string_view key = keyText(row, room);
   const std::int32_t holder =
