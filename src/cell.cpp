@@ -58,7 +58,8 @@ std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
                          return state.duration >= 0 && isNear(state.duration);
                        });
   if (!isUsual) return now + 1;
-  if (now < startTime) return startTime;
+  // A first state of no length is passed over once a pass, before the start as well.
+  if (now < startTime) return states.front().duration > 0 ? startTime : now + 1;
   std::int64_t elapsed = now - startTime;
   if (!repeat && elapsed >= cycleLength) return never;
   if (repeat) elapsed %= cycleLength;
