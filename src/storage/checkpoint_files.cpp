@@ -455,7 +455,9 @@ void Storage::saveCheckpoint(Tables& tables, std::int64_t now, const Directory& 
     }
   });
   // From here on the files count as written: whatever fails, they will be before they are read.
-  for (auto& [name, table] : tables) table.markClean();
+  for (auto& [name, table] : tables) {
+    if (table.isDirty()) table.markClean();
+  }
   log.expectNew(true);
   asCheckpoint([&] { complete(journal->awaited(), directory, log); });
 }

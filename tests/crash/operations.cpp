@@ -147,9 +147,9 @@ std::vector<Command> laterCommands() {
       insertInto("orders", {{"person", plain("2")}, {"item", timed("late", "later", true)}}),
       updateOf("people", {"weight", plain("1.5")}, {"id", "1"}),
       eraseFrom("orders", {"item", "cap"}),
-      schemaCommand(Kind::dropTable, "slow"),
-      schemaCommand(Kind::createTable, "slow"),
-      insertInto("slow", {{"n", plain("3")}, {"phase", phases(2)}}),
+      schemaCommand(Kind::dropTable, "scratch"),
+      schemaCommand(Kind::createTable, "scratch"),
+      insertInto("scratch", {{"n", plain("3")}, {"mark", timed("new", "newer", true)}}),
   };
 }
 
@@ -162,7 +162,7 @@ std::vector<Operation> operations() {
       {"Stop", std::nullopt},
       {"CreateTable", schemaCommand(Kind::createTable, "spare")},
       {"CreateBroadTable", schemaCommand(Kind::createTable, "broad")},
-      {"DropTable", schemaCommand(Kind::dropTable, "scratch")},
+      {"DropTable", schemaCommand(Kind::dropTable, "slow")},
       {"Link", commandOf(codesLink(), 0)},
       {"LinkOfManyRows", commandOf(manyLink("buyer"), 0)},
       {"Insert", insertInto("uses", {{"code", timed("a", "b", true)}, {"lamp", plain("true")}})},
