@@ -130,8 +130,13 @@ class ColumnValues {
   // Has the value brought into the cache, for a loop that will come to it in some steps. Inlined
   // always, since compilers drop calls of functions that change nothing.
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
-    __builtin_prefetch(rows_.array<std::byte>(Rows::chunkOf(row), values_) +
-                       Rows::placeOf(row) * width_);
+    const std::size_t chunk = Rows::chunkOf(row);
+    const std::size_t place = Rows::placeOf(row);
+    __builtin_prefetch(rows_.array<std::byte>(chunk, values_) + place * width_);
+    // Of a text the code is no matter to who reads it.
+    if (kind_ == ValueKind::real) {
+      __builtin_prefetch(rows_.array<std::byte>(chunk, codes_) + place);
+    }
   }
 
  private:

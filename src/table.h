@@ -105,6 +105,7 @@ class Table {
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
     constexpr std::size_t mostCells = 16;
     const std::size_t cells = values_.size() < mostCells ? values_.size() : mostCells;
+    __builtin_prefetch(rows_->deleted(Rows::chunkOf(row)) + Rows::placeOf(row));
     for (std::size_t i = 0; i < cells; ++i) values_[i]->prefetch(row);
   }
 
