@@ -81,7 +81,6 @@ void Database::dropTable(const std::string& name) {
   const std::unique_lock lock(dbMutex);
   const Table& table = getTable(name);
   // Everything that can fail comes first: a table that is gone from memory only would come back.
-  if (!deferred_) Storage::finishCheckpoint(directory, log);
   std::vector<std::string> files = Storage::filesOfTable(name);
   for (std::string& file : Storage::getRelFiles(directory)) {
     // A relation file of the dropped child, even of a link that was skipped at the start, would

@@ -11,9 +11,9 @@
 //
 // What is interrupted before 2 is swept away at the next start and everything is as before; what is
 // interrupted behind it is done again from 3, by the next start, the next checkpoint or the next
-// command that makes or removes a table's files. Step 3 may be repeated at any point: a file that
-// has been renamed is no longer there to be renamed. Commands that are logged between 2 and the end
-// of 3, after a failure, go to the new log.
+// command that makes a table's files, which must not be taken for those of another one. Step 3 may
+// be repeated at any point: a file that has been renamed is no longer there to be renamed. Commands
+// that are logged between 2 and the end of 3, after a failure, go to the new log.
 #include <cerrno>
 #include <optional>
 #include <stdexcept>

@@ -131,8 +131,8 @@ class Storage {
   // What a checkpoint that reached its point of no return and was interrupted has still to do. See
   // Directory::awaited.
   static AwaitedFiles awaitedFiles(const Directory& directory);
-  // Completes such a checkpoint. To be called before a table's files are made or removed, which it
-  // would take for others. Throws std::runtime_error "Checkpoint failed: " + reason; it can be
+  // Completes such a checkpoint. To be called before a table's files are made, which it would take
+  // for others. Throws std::runtime_error "Checkpoint failed: " + reason; it can be
   // called again.
   static void finishCheckpoint(const Directory& directory, Log& log);
   // What is left over of files that were being made: throws NotRegularFile if something else is

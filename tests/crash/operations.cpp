@@ -103,6 +103,7 @@ std::vector<Command> loggedPreparation() {
       insertInto("codes", {{"code", plain("b")}}),
       updateOf("orders", {"item", timed("cap", "hat", false)}, {"person", "1"}),
       eraseFrom("scratch", {"n", "2"}),
+      updateOf("scratch", {"mark", plain("s")}, {"n", "1"}),
       insertInto("people", {{"name", plain("Cid")}}),
       insertInto("slow", {{"n", plain("2")}, {"phase", phases(3)}}),
   };

@@ -8,10 +8,20 @@ namespace {
 
 using Random = std::mt19937_64;
 
-constexpr std::size_t pageSize = 4096;
+constexpr std::size_t sectorSize = 512;  // what a disk writes whole or not at all
 
 std::size_t upTo(std::size_t most, Random& random) {
   return std::uniform_int_distribution<std::size_t>(0, most)(random);
+}
+
+// Each sector of the beginning that both have as it was or as it is now.
+std::string mixed(const std::string& old, std::string now, Random& random) {
+  const std::size_t both = std::min(old.size(), now.size());
+  for (std::size_t start = 0; start < both; start += sectorSize) {
+    const std::size_t size = std::min(sectorSize, both - start);
+    if (upTo(1, random) == 1) now.replace(start, size, old, start, size);
+  }
+  return now;
 }
 
 }  // namespace
@@ -85,8 +95,7 @@ Files SimulatedDisk::current() const {
 }
 
 // What each file that was written and not synced may hold; the first is what was written, the
-// second what was synced. Where the file had something before, each page has the old bytes or the
-// new ones, or is new up to some byte.
+// second what was synced.
 std::map<SimulatedDisk::FileNumber, std::vector<std::string>> SimulatedDisk::variantsOfFiles(
     Random& random) const {
   std::map<FileNumber, std::vector<std::string>> all;
@@ -95,20 +104,11 @@ std::map<SimulatedDisk::FileNumber, std::vector<std::string>> SimulatedDisk::var
     if (bytes == synced) continue;
     std::vector<std::string>& variants = all[file];
     variants = {bytes, synced};
-    const std::size_t kept = std::min(bytes.size(), synced.size());
-    if (bytes.size() > kept) {
-      variants.push_back(bytes.substr(0, kept).append(bytes.size() - kept, '\0'));
-    }
-    for (int i = 0; i < 2 && !bytes.empty(); ++i) {
-      std::string mixed = bytes.substr(0, kept + upTo(bytes.size() - kept, random));
-      for (std::size_t page = 0; page < kept; page += pageSize) {
-        const std::size_t size = std::min(pageSize, kept - page);
-        const std::size_t written = upTo(2, random) == 0 ? upTo(size, random) : 0;
-        if (written > 0 || upTo(1, random) == 0) {
-          mixed.replace(page + written, size - written, synced, page + written, size - written);
-        }
-      }
-      variants.push_back(mixed);
+    const std::size_t old = std::min(bytes.size(), synced.size());
+    const std::size_t more = bytes.size() - old;
+    if (more > 0) variants.push_back(bytes.substr(0, old) + std::string(more, '\0'));
+    for (int i = 0; i < 2; ++i) {
+      variants.push_back(mixed(synced, bytes.substr(0, old + upTo(more, random)), random));
     }
   }
   return all;

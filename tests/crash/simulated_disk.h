@@ -3,7 +3,7 @@
 // What was done to the directory since it was last synced may each be on the disk or not, in any
 // combination, as long as it makes sense: no file gets another name that never got its first one. A
 // file that was written since it was last synced may be as it was then, as it is now, in between,
-// page by page, or as long as it is now and zero bytes instead of what it has more.
+// sector by sector, or as long as it is now and zero bytes instead of what it has more.
 #pragma once
 
 #include <cstddef>

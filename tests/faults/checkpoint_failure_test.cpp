@@ -105,19 +105,20 @@ TEST_P(StoppedCheckpointTest, theNextCheckpointCompletesItFirst) {
 // What is still to be put in place is this table's, not that of another one of its name.
 TEST_P(StoppedCheckpointTest, aNewTableOfTheNameIsMadeBehindItsEnd) {
   ASSERT_NO_FATAL_FAILURE(stopBehindMarker());
-  runAll({"INSERT INTO t a = 2", "DROP TABLE t"});
-  EXPECT_EQ(files(), (Files{{"velmora.wal", "INSERT INTO t a = 2 #TIME# 1700000000\n"}}));
-  runAll({"CREATE TABLE t a int", "INSERT INTO t a = 3"});
+  runAll({"DROP TABLE t"});
+  EXPECT_TRUE(files().contains("velmora.ckpt"));
+  runAll({"CREATE TABLE t a int"});
+  EXPECT_FALSE(files().contains("velmora.ckpt"));
+  runAll({"INSERT INTO t a = 3"});
   EXPECT_EQ(rows(shownAfterKill({"t"})), "3");
   runAll({"CHECKPOINT"});
   EXPECT_EQ(rows(shownAfterKill({"t"})), "3");
 }
 
-TEST_P(StoppedCheckpointTest, noTableIsMadeOrDroppedAsLongAsItCannotEnd) {
+TEST_P(StoppedCheckpointTest, noTableIsMadeAsLongAsItCannotEnd) {
   ASSERT_NO_FATAL_FAILURE(stopBehindMarker());
   const Files before = files();
   const std::string message = std::string("Checkpoint failed: ") + GetParam().message;
-  EXPECT_EQ(runRefused("DROP TABLE t", {GetParam().refusal}), failure(message));
   EXPECT_EQ(runRefused("CREATE TABLE u a int", {GetParam().refusal}), failure(message));
   EXPECT_EQ(files(), before);
   EXPECT_EQ(rows(shown({"t"})), "1");
