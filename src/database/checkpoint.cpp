@@ -1,6 +1,6 @@
 // The checkpoint: everything in memory goes to the files, and the log is emptied. Holding the lock
 // is all that is done here; how it is made all or nothing is told in
-// ../storage/checkpoint_files.cpp.
+// ../storage/checkpoint.cpp.
 #include "database.h"
 
 namespace velmora {

@@ -61,12 +61,13 @@ class NewFile {
   // Goes on writing there. What is passed over and never written is zero bytes.
   void seek(std::int64_t offset);
   std::int64_t position() const noexcept { return start_ + static_cast<std::int64_t>(used_); }
+  // Hands all that was written to the system.
+  void flush();
   // Makes all that was written durable.
   void finish();
 
  private:
   void makeRoom(std::size_t count);
-  void flush();
   void writeThrough(std::string_view bytes);
 
   File file_;

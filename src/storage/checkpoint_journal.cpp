@@ -183,6 +183,8 @@ void CheckpointJournal::finish() {
     put(std::string(keepsSpare ? spareWord : "").append(name).append("\n"));
   }
   put(lastLine(crc_).append("\n"));
+  file_.flush();
+  isWhole_ = true;
   file_.finish();
 }
 

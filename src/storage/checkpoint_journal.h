@@ -37,11 +37,14 @@ class CheckpointJournal {
   AwaitedFiles& awaited() noexcept { return awaited_; }
   // Writes the last line and makes everything durable. The journal's name has to be so before.
   void finish();
+  // Whether the last line has been written, so that the journal counts unless it is taken back.
+  bool isWhole() const noexcept { return isWhole_; }
 
  private:
   void put(std::string_view bytes);
 
   NewFile file_;
+  bool isWhole_ = false;
   std::uint32_t crc_ = 0;
   AwaitedFiles awaited_;
 };

@@ -10,7 +10,7 @@
 //                                                                 webhook_file.cpp
 //   velmora.wal   the write-ahead log                             log.cpp
 //   velmora.ckpt  a checkpoint's journal                          checkpoint_journal.cpp
-//   *.checkpoint  while a checkpoint is under way                 checkpoint_files.cpp
+//   *.checkpoint  while a checkpoint is under way                 checkpoint.cpp
 //   *.spare       what a checkpoint's new files replaced          checkpoint_files.cpp
 //   *.unfinished  what is being made, until it is whole           block_io.cpp
 //

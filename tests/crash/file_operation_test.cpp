@@ -42,6 +42,7 @@ class FileOperationTest : public CrashTest, public testing::WithParamInterface<O
   std::vector<Possibility> prepareOperation(Running& running, const fs::path& directory) {
     runAll(running, rolledBackChanges());
     if (GetParam().needsEmptyLog) runAll(running, {checkpointCommand()});
+    if (GetParam().takesStoredRowsOff) runAll(running, rollbackOfStoredRows());
     command_ = GetParam().commandIn(directory);
     command_.second = second_;
     return beforeAndAfter(running.model, command_);

@@ -128,12 +128,28 @@ std::vector<Command> rolledBackChanges() {
   };
 }
 
+std::vector<Command> rollbackOfStoredRows() {
+  return {
+      schemaCommand(Kind::begin, ""),
+      insertInto("codes", {{"code", plain("stored")}}),
+      insertInto("codes", {{"code", plain("stored too")}}),
+      insertInto("orders", {{"person", timed("1", "2", true)}, {"item", plain("pen")}}),
+      checkpointCommand(),
+      schemaCommand(Kind::rollback, ""),
+      insertInto("codes", {{"code", plain("another")}}),
+      updateOf("scratch", {"mark", timed("v", "w", false)}, {"n", "1"}),
+  };
+}
+
 std::vector<Command> laterCommands() {
   return {
       insertInto("codes", {{"code", plain("later")}, {"worth", plain("9")}}),
       insertInto("orders", {{"person", plain("2")}, {"item", timed("late", "later", true)}}),
       updateOf("people", {"weight", plain("1.5")}, {"id", "1"}),
       eraseFrom("orders", {"item", "cap"}),
+      schemaCommand(Kind::dropTable, "scratch"),
+      schemaCommand(Kind::createTable, "scratch"),
+      insertInto("scratch", {{"n", plain("3")}, {"mark", timed("new", "newer", true)}}),
   };
 }
 
@@ -142,10 +158,11 @@ std::vector<Operation> operations() {
   update.beforeWhere = "\n";
   return {
       {"Checkpoint", checkpointCommand()},
+      {"CheckpointOfFewerRows", checkpointCommand(), false, false, true},
       {"Stop", std::nullopt},
       {"CreateTable", schemaCommand(Kind::createTable, "spare")},
       {"CreateBroadTable", schemaCommand(Kind::createTable, "broad")},
-      {"DropTable", schemaCommand(Kind::dropTable, "scratch")},
+      {"DropTable", schemaCommand(Kind::dropTable, "slow")},
       {"Link", commandOf(codesLink(), 0)},
       {"LinkOfManyRows", commandOf(manyLink("buyer"), 0)},
       {"Insert", insertInto("uses", {{"code", timed("a", "b", true)}, {"lamp", plain("true")}})},

@@ -35,7 +35,9 @@ std::vector<Command> smallPreparation();
 std::vector<Command> loggedPreparation();
 // What the log does not know: only a checkpoint makes it durable.
 std::vector<Command> rolledBackChanges();
-// What an engine is told afterwards.
+// Rows that the files hold when they are taken off again.
+std::vector<Command> rollbackOfStoredRows();
+// What an engine is told afterwards. A table of the name of another one is made.
 std::vector<Command> laterCommands();
 
 struct Operation {
@@ -43,6 +45,7 @@ struct Operation {
   std::optional<Command> command;  // none: the stop
   bool needsEmptyLog = false;
   bool endsPageBeforeWhere = false;
+  bool takesStoredRowsOff = false;
   // The command as it is given to an engine in the directory: if wanted so long that the line feed
   // in front of its WHERE is the last byte of a page of the log.
   Command commandIn(const std::filesystem::path& directory) const;
