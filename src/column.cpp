@@ -340,8 +340,7 @@ void ColumnValues::refresh(std::size_t chunk, OddCells& odd, std::int64_t now) c
   for (std::size_t i = 0; i < odd.places.size(); ++i) {
     const TempRule* const rule = odd.cells[i].tempRule.get();
     if (rule != nullptr && (isBack || odd.changes[i] <= now)) {
-      const bool isTold =
-          !rule->states.empty() && store(values, odd.places[i], rule->valueAt(now));
+      const bool isTold = !rule->states.empty() && store(values, odd.places[i], rule->valueAt(now));
       odd.flags[odd.places[i]] = isTold ? listed : listed | unclear;
       odd.changes[i] = rule->nextChange(now);
     }

@@ -102,7 +102,7 @@ class ColumnValues {
   // The arrays of a chunk.
   struct Chunk {
     std::byte* values;
-    std::uint8_t* codes;      // of floats their spelling, of bools a BoolCode, of texts fingerprints
+    std::uint8_t* codes;  // of floats their spelling, of bools a BoolCode, of texts fingerprints
     const std::uint8_t* odd;  // by row; null where no cell is odd
 
     std::int32_t* numbers() const noexcept { return reinterpret_cast<std::int32_t*>(values); }
@@ -148,9 +148,7 @@ class ColumnValues {
     std::size_t find(std::size_t place) const noexcept;
   };
 
-  bool isOdd(std::size_t row) const noexcept {
-    return !odd_.empty() && oddOf(row) != nullptr;
-  }
+  bool isOdd(std::size_t row) const noexcept { return !odd_.empty() && oddOf(row) != nullptr; }
   const Cell* oddOf(std::size_t row) const noexcept;
   OddCells& oddCells(std::size_t chunk);
   bool store(const Chunk& chunk, std::size_t place, std::string_view text) const;
@@ -162,9 +160,9 @@ class ColumnValues {
 
   ValueKind kind_;
   Rows& rows_;
-  std::size_t width_;   // bytes of a value
-  std::size_t values_;  // the array of the values
-  std::size_t codes_;   // of the codes; the same for bools
+  std::size_t width_;                           // bytes of a value
+  std::size_t values_;                          // the array of the values
+  std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
 };
 

@@ -183,7 +183,8 @@ std::optional<std::uint8_t> decimalsOf(std::string_view text, float& result) {
   constexpr std::size_t surelyTold = 7;
   if (digits > surelyTold || decimals >= surelyTold) {
     char printed[maxNumberText];
-    if (std::string_view(printed, writeDecimals(printed, value, count)) != text) return std::nullopt;
+    if (std::string_view(printed, writeDecimals(printed, value, count)) != text)
+      return std::nullopt;
   }
   result = value;
   return count;

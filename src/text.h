@@ -35,9 +35,7 @@ class Text {
     return *this;
   }
   // The text assigned may be a view into this one. After a failure this text is as it was.
-  Text& operator=(std::string_view text) {
-    return *this = Text(text);
-  }
+  Text& operator=(std::string_view text) { return *this = Text(text); }
 
   // The bytes; valid until the text is changed or destroyed.
   std::string_view view() const noexcept {

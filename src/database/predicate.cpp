@@ -24,9 +24,9 @@ void narrow(Block& block, const ColumnValues::Chunk& values, Matches matches, Is
   if (!block.hasUnsure) std::fill_n(block.isUnsure, block.size, std::uint8_t{0});
   block.hasUnsure = true;
   for (std::size_t i = 0; i < block.size; ++i) {
-    const auto open = static_cast<std::uint8_t>(
-        (unclear[i] / ColumnValues::unclear) | static_cast<std::uint8_t>(isOpen(i)) |
-        block.isUnsure[i]);
+    const auto open =
+        static_cast<std::uint8_t>((unclear[i] / ColumnValues::unclear) |
+                                  static_cast<std::uint8_t>(isOpen(i)) | block.isUnsure[i]);
     const auto stays = static_cast<std::uint8_t>(static_cast<std::uint8_t>(matches(i)) | open);
     block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & stays);
     block.isUnsure[i] = open;
@@ -193,8 +193,8 @@ void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) con
   // Equal texts have equal numbers of decimals, and values that differ by less than those show.
   float wanted = 0;
   const auto decimals = decimalsOf(literal_, wanted);
-  const float nearly = std::pow(10.0F, -static_cast<float>(decimals.value_or(0))) +
-                       std::fabs(wanted) * 1e-6F;
+  const float nearly =
+      std::pow(10.0F, -static_cast<float>(decimals.value_or(0))) + std::fabs(wanted) * 1e-6F;
   const std::uint8_t spelling =
       decimals.value_or(literal_ == missingValue ? missingSpelling : oddSpelling);
   const auto isText = [&](std::size_t i) {
@@ -240,9 +240,8 @@ void Predicate::decideBools(const ColumnValues::Chunk& values, Block& block) con
   const bool isWantedEqual = comparison_ == Comparison::equal;
   const bool canEqual = boolCodeOf(literal_) != BoolCode::odd;
   const std::uint8_t* const codes = values.codes;
-  narrow(block, values, [=](std::size_t i) {
-    return (canEqual & (codes[i] == wanted)) == isWantedEqual;
-  });
+  narrow(block, values,
+         [=](std::size_t i) { return (canEqual & (codes[i] == wanted)) == isWantedEqual; });
 }
 
 void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) const {

@@ -71,8 +71,7 @@ class Predicate {
   // condition is. Only equality needs the text.
   bool holdsForKey(std::int32_t key, std::size_t row, std::int64_t now) const {
     if (key == integer_ || !isOrder()) return holds(row, now);
-    const bool isUpper =
-        comparison_ == Comparison::less || comparison_ == Comparison::lessOrEqual;
+    const bool isUpper = comparison_ == Comparison::less || comparison_ == Comparison::lessOrEqual;
     return comparison_ != Comparison::never && (key < integer_) == isUpper;
   }
   bool holdsForKey(std::string_view /*key*/, std::size_t row, std::int64_t now) const {

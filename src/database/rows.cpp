@@ -41,9 +41,8 @@ std::int32_t nextIdentity(const Table& table, std::size_t column, std::int64_t n
   if (table.rowCount() < 2) return 1;
   const std::size_t previous = table.rowCount() - 2;
   TextRoom room;
-  const std::int32_t last = atPlace(table, column, previous, [&] {
-    return parseInt(table.text(previous, column, now, room));
-  });
+  const std::int32_t last = atPlace(
+      table, column, previous, [&] { return parseInt(table.text(previous, column, now, room)); });
   if (last == std::numeric_limits<std::int32_t>::max()) {
     throw std::runtime_error("ApexInt is exhausted");
   }
@@ -59,7 +58,8 @@ void fillCells(Table& table, std::size_t row, const std::vector<GivenValue>& val
   for (const GivenValue& given : values) {
     // An identity is the engine's to give, but for a timed one.
     const bool isNumbered = table.columns[given.column].type == "ApexInt";
-    if (!isNumbered || given.cell.tempRule != nullptr) table.set(row, given.column, given.cell, now);
+    if (!isNumbered || given.cell.tempRule != nullptr)
+      table.set(row, given.column, given.cell, now);
   }
 }
 
@@ -203,10 +203,10 @@ ResultSet Database::deleteRows(const std::string& tableName,
     if (table.dependents(static_cast<std::size_t>(index)) != nullptr) {
       TextRoom room;
       const std::string_view key =
-          table.hasPrimaryKey() ? table.text(static_cast<std::size_t>(index),
-                                             static_cast<std::size_t>(table.primaryKeyIndex), now,
-                                             room)
-                                : std::string_view();
+          table.hasPrimaryKey()
+              ? table.text(static_cast<std::size_t>(index),
+                           static_cast<std::size_t>(table.primaryKeyIndex), now, room)
+              : std::string_view();
       if (isActivelyRestricted(table, index, key, now)) {
         return refused("Foreign key points at rows that were meant for deletion");
       }

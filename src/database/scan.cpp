@@ -25,9 +25,8 @@ void collect(const Block& block, std::size_t firstRow, Group group, Group open, 
 
 void scanRows(Group group, const Table& table, std::int64_t now,
               std::vector<std::int32_t>& matched) {
-  const auto firstOpen = std::find_if_not(group.begin(), group.end(), [](const Predicate& each) {
-    return each.canDecide();
-  });
+  const auto firstOpen = std::find_if_not(group.begin(), group.end(),
+                                          [](const Predicate& each) { return each.canDecide(); });
   const auto decided = static_cast<std::size_t>(firstOpen - group.begin());
   if (group.empty()) matched.reserve(table.rowCount());
   Block block;

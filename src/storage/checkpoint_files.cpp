@@ -187,8 +187,8 @@ void writeWhole(const Table& table, const Directory& directory, CheckpointJourna
   };
   NewFile marks(directory, checkpointName(add(deletionExtension)));
   for (std::size_t chunk = 0; chunk < table.rows().chunkCount(); ++chunk) {
-    marks.write({reinterpret_cast<const char*>(table.rows().deleted(chunk)),
-                 table.rows().sizeOf(chunk)});
+    marks.write(
+        {reinterpret_cast<const char*>(table.rows().deleted(chunk)), table.rows().sizeOf(chunk)});
   }
   marks.finish();
   if (table.columns.empty()) return;

@@ -75,8 +75,11 @@ TEST(DirtyRowsTest, everyChangeOfARowMakesItDirty) {
     return table.isDirty();
   };
   EXPECT_TRUE(isDirtyBehind([&] { table.setDeleted(0, true); }));
-  EXPECT_TRUE(isDirtyBehind([&] { table.cellChanged(0, 0); }));
-  EXPECT_TRUE(isDirtyBehind([&] { table.rowChanged(0); }));
+  EXPECT_TRUE(isDirtyBehind([&] { table.set(0, 0, Cell(Text("1")), 0); }));
+  EXPECT_TRUE(isDirtyBehind([&] { table.restore(0, 0, Cell(Text("2")), 0); }));
+  EXPECT_TRUE(isDirtyBehind([&] { table.setNumber(0, 0, 3); }));
+  const std::int32_t row = 0;
+  EXPECT_TRUE(isDirtyBehind([&] { table.setRows({&row, 1}, 0, Cell(Text("4"))); }));
   EXPECT_TRUE(isDirtyBehind([&] { table.appendRow(); }));
   EXPECT_TRUE(isDirtyBehind([&] { table.markAllDirty(); }));
 }
