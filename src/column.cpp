@@ -194,27 +194,29 @@ void ColumnValues::removeLast(std::size_t row) noexcept {
   if (holdsTexts(kind_)) std::destroy_at(&rows_.at<Text>(row, values_));
 }
 
-// Puts what the text is into the arrays; false when they do not tell the text. A failure changes
-// nothing.
+// Puts what the text is into the arrays if they can tell it. If not, and after a failure, they are
+// as they were.
 bool ColumnValues::store(const Chunk& chunk, std::size_t place, std::string_view text) const {
   switch (kind_) {
     case ValueKind::integer: {
       const auto number = canonicalInt(text);
-      chunk.numbers()[place] = number.value_or(0);
+      if (number) chunk.numbers()[place] = *number;
       return number.has_value();
     }
     case ValueKind::real: {
       float value = std::numeric_limits<float>::quiet_NaN();
-      const auto decimals = decimalsOf(text, value);
-      const bool isMissing = text == missingValue;
+      auto spelling = decimalsOf(text, value);
+      if (text == missingValue) spelling = missingSpelling;
+      if (!spelling) return false;
       chunk.reals()[place] = value;
-      chunk.codes[place] = decimals.value_or(isMissing ? missingSpelling : oddSpelling);
-      return decimals || isMissing;
+      chunk.codes[place] = *spelling;
+      return true;
     }
     case ValueKind::boolean: {
       const BoolCode code = boolCodeOf(text);
+      if (code == BoolCode::odd) return false;
       chunk.codes[place] = static_cast<std::uint8_t>(code);
-      return code != BoolCode::odd;
+      return true;
     }
     case ValueKind::text:
     case ValueKind::unknown:

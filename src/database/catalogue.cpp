@@ -111,21 +111,4 @@ Table& Database::tableOrNew(const std::string& name) {
   return tables.emplace(name, Table(name, {})).first->second;
 }
 
-Database::Reading Database::lockForReading(const std::string& first, const std::string& second) {
-  while (true) {
-    std::shared_lock shared(dbMutex);
-    const auto firstEntry = tables.find(first);
-    const auto secondEntry = first == second ? firstEntry : tables.find(second);
-    if (firstEntry != tables.end() && secondEntry != tables.end()) {
-      return {std::move(shared), &firstEntry->second, &secondEntry->second};
-    }
-    // Readers may not change the catalogue beside each other; the table is made under an exclusive
-    // lock, and looked for again in case it was dropped in between.
-    shared.unlock();
-    const std::unique_lock exclusive(dbMutex);
-    tableOrNew(first);
-    tableOrNew(second);
-  }
-}
-
 }  // namespace velmora

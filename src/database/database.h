@@ -2,9 +2,9 @@
 // scheduled changes, and the lock that guards them.
 //
 // Locks, in the order in which they may be taken: the engine mutex of the exported functions;
-// dbMutex, by every public operation as its first step, shared by select and selectJoin and
-// exclusive by all others; webhookMutex, only inside an exclusive hold of dbMutex. A function that
-// needs a lock held says "dbMutex held".
+// dbMutex, by every public operation as its first step, reads included, since these put the states
+// in force into the columns' arrays; webhookMutex, only with dbMutex held. A function that needs a
+// lock held says "dbMutex held".
 //
 // `now` is the second of the command, read once at its beginning: what is matched, checked,
 // answered, scheduled and logged is all of that second.
@@ -19,7 +19,6 @@
 #include <mutex>
 #include <optional>
 #include <set>
-#include <shared_mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -70,7 +69,7 @@ class Database {
   Log log;
   AppendFile listenersFile;  // appended to under dbMutex
   AppendFile webhooksFile;   // appended to under webhookMutex
-  mutable std::shared_mutex dbMutex;
+  mutable std::mutex dbMutex;
   mutable std::mutex webhookMutex;
 
   explicit Database(Directory directory_ = {})
@@ -191,14 +190,6 @@ class Database {
  private:
   // The creating access: the table, made empty and without columns if need be. dbMutex held.
   Table& tableOrNew(const std::string& name);
-  // dbMutex held shared, and the tables to read under it.
-  struct Reading {
-    std::shared_lock<std::shared_mutex> lock;
-    const Table* first;
-    const Table* second;
-  };
-  // The creating access of readers.
-  Reading lockForReading(const std::string& first, const std::string& second);
   // Gives one value to one row. dbMutex held.
   void applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given, std::int64_t now);
   // Gives a row another key, and moves it in the key map. dbMutex held.

@@ -302,9 +302,9 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
                                const std::vector<ColumnReference>& columns,
                                const std::vector<Condition>& conditions, std::int64_t now,
                                JsonTarget&& target) {
-  const Reading reading = lockForReading(leftTable, rightTable);
-  const Table& left = *reading.first;
-  const Table& right = *reading.second;
+  const std::unique_lock lock(dbMutex);
+  const Table& left = tableOrNew(leftTable);
+  const Table& right = tableOrNew(rightTable);
   const Resolver resolver(left, right);
 
   std::vector<Condition> leftConditions;

@@ -23,7 +23,7 @@ bool asksForKey(const Condition& condition, const Table& table) {
 
 void Database::prefetchRow(std::string_view tableName, std::string_view column,
                            std::string_view key) const {
-  const std::shared_lock lock(dbMutex, std::try_to_lock);
+  const std::unique_lock lock(dbMutex, std::try_to_lock);
   if (!lock.owns_lock()) return;
   const auto entry = tables.find(tableName);
   if (entry == tables.end()) return;

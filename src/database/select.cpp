@@ -12,8 +12,8 @@ namespace velmora {
 ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
                            const std::vector<Condition>& conditions, std::int64_t now,
                            JsonTarget&& target) {
-  const Reading reading = lockForReading(tableName, tableName);
-  const Table& table = *reading.first;
+  const std::unique_lock lock(dbMutex);
+  const Table& table = tableOrNew(tableName);
   std::byte memory[16 * sizeof(ColumnReader)];  // enough for a usual table
   std::pmr::monotonic_buffer_resource resource(memory, sizeof memory);
   std::pmr::vector<ColumnReader> readers(&resource);

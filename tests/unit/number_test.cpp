@@ -19,7 +19,10 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <typeinfo>
+#include <utility>
+#include <vector>
 
 namespace velmora {
 namespace {
@@ -428,6 +431,103 @@ TEST(FloatToText, agreesWithPrintfOnEverydayNumbers) {
     const float number = std::pow(10.0F, exponent(random));
     ASSERT_NO_FATAL_FAILURE(expectLikePrintf(i % 2 == 0 ? number : -number));
   }
+}
+
+// As many decimals as wanted, for floats of all sizes.
+TEST(FloatToText, agreesWithPrintfOnAnyNumberOfDecimals) {
+  constexpr std::uint32_t patterns = 300'000;
+  constexpr std::uint32_t step = 14317;  // an odd one that comes to all floats together
+  char expected[maxNumberText];
+  char actual[maxNumberText];
+  std::uint32_t bits = 0;
+  for (std::uint32_t i = 0; i < patterns; ++i, bits += step) {
+    const auto number = std::bit_cast<float>(bits);
+    for (int decimals = 0; decimals <= 9 && !std::isnan(number); ++decimals) {
+      std::snprintf(expected, sizeof expected, "%.*f", decimals, static_cast<double>(number));
+      *writeDecimals(actual, number, decimals) = '\0';
+      ASSERT_STREQ(actual, expected);
+    }
+  }
+}
+
+// Whole numbers moved behind the point, and what is next to them: of floats that print as
+// themselves with so many decimals, %g is written in a shorter way.
+TEST(FloatToText, agreesWithPrintfWhereTheDecimalsAreKnown) {
+  std::mt19937 random(7);
+  char text[maxNumberText];
+  char expected[maxNumberText];
+  int known = 0;
+  for (int round = 0; round < 1'000'000; ++round) {
+    const int decimals = round % 10;
+    const auto whole = static_cast<double>(static_cast<std::int32_t>(random()) >> random() % 31);
+    const auto number = static_cast<float>(whole / std::pow(10.0, decimals));
+    std::snprintf(text, sizeof text, "%.*f", decimals, static_cast<double>(number));
+    float value = 0;
+    if (decimalsOf(text, value) != decimals || std::signbit(value) != std::signbit(number))
+      continue;
+    ++known;
+    std::snprintf(expected, sizeof expected, "%g", static_cast<double>(value));
+    char actual[maxNumberText];
+    ASSERT_EQ(std::string_view(actual, writeGeneral(actual, value, decimals)), expected)
+        << text << " with " << decimals;
+  }
+  EXPECT_GT(known, 900'000);
+}
+
+TEST(FloatToText, agreesWithPrintfOnZerosOfAnyLength) {
+  for (int decimals = 0; decimals <= 9; ++decimals) {
+    char actual[maxNumberText];
+    EXPECT_EQ(std::string_view(actual, writeGeneral(actual, 0.0F, decimals)), "0");
+    EXPECT_EQ(std::string_view(actual, writeGeneral(actual, -0.0F, decimals)), "-0");
+  }
+}
+
+TEST(DecimalsOf, areToldForTextsThatTheirValueGives) {
+  const auto decimals = [](const char* text) {
+    float value = -1;
+    const auto count = decimalsOf(text, value);
+    // What does not tell its decimals leaves the result alone.
+    EXPECT_EQ(value == -1, !count) << text;
+    return count ? static_cast<int>(*count) : -1;
+  };
+  const std::vector<std::pair<const char*, int>> cases = {
+      {"5", 0},
+      {"-5", 0},
+      {"0", 0},
+      {"-0", 0},
+      {"5.0", 1},
+      {"-0.00", 2},
+      {"0.123456789", -1},
+      {"0.500000000", 9},
+      {"0.5000000000", -1},
+      {"16777216", 0},
+      {"16777217", -1},
+      {"0.1000000", 7},
+      {"0.10000000", 8},
+      {"0.100000001", 9},
+      {"0.100000000", -1},
+      {"999999.9", 1},
+      {"05", -1},
+      {"00", -1},
+      {"00.5", -1},
+      {"5.", -1},
+      {".5", -1},
+      {"-.5", -1},
+      {"-", -1},
+      {"", -1},
+      {"+5", -1},
+      {" 5", -1},
+      {"5 ", -1},
+      {"1e5", -1},
+      {"1.5.5", -1},
+      {"5x", -1},
+      {"#/#?", -1},
+      {"nan", -1},
+      {"inf", -1},
+      {"340282346638528859811704183484516925440", 0},
+      {"340282346638528859811704183484516925441", -1},
+      {"1000000000000000000000000000000000000000000", -1}};
+  for (const auto& [text, expected] : cases) EXPECT_EQ(decimals(text), expected) << text;
 }
 
 TEST(IntegerToText, agreesWithTheStandard) {

@@ -8,9 +8,14 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -182,6 +187,38 @@ TEST_F(StorageFilesTest, valuesReadBackInTheirOwnForm) {
             (std::vector<std::string>{"-5", "1.500000", "true", std::string(60, 'x')}));
   EXPECT_EQ(bytesOf("t.bin").substr(255),
             int32Bytes(-5) + std::string("\0\0\xc0\x3f\1", 5) + std::string(60, 'x'));
+}
+
+// Four bytes a float: how its text was spelled is not kept.
+TEST_F(StorageFilesTest, floatsReadBackWithSixDecimals) {
+  constexpr std::size_t count = 3000;  // more than a chunk of rows
+  Table table("t", {{"f", "float", 0, 60}});
+  std::vector<std::string> expected;
+  std::mt19937 random(1);
+  for (std::size_t i = 0; i < count; ++i) {
+    char text[maxNumberText];
+    const auto bits = static_cast<std::uint32_t>(random());
+    const float number = i % 2 == 0 ? std::bit_cast<float>(bits) : static_cast<float>(bits) / 1e7F;
+    const auto value = static_cast<double>(number);
+    std::snprintf(text, sizeof text, "%.9g", value);
+    addRow(table, {text});
+    std::snprintf(text, sizeof text, "%f", value);
+    expected.emplace_back(std::isnan(number) ? std::string(missingValue) : text);
+    // Those so small that reading them fails are not written.
+    if (value != 0 && std::fabs(value) < 2e-38) {
+      table.set(i, 0, Cell(Text("-0")), 0);
+      expected.back() = "-0.000000";
+    }
+  }
+  save(std::move(table));
+  const Table loaded = load();
+  ASSERT_EQ(loaded.rowCount(), count);
+  for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(valuesOf(loaded, i)[0], expected[i]) << i;
+}
+
+TEST_F(StorageFilesTest, floatsThatAreNotFiniteReadBackAsSuch) {
+  const std::vector<Column> columns = {{"f", "float", 0, 60}, {"g", "float", 0, 60}};
+  EXPECT_EQ(roundTrip(columns, {"inf", "-inf"}), (std::vector<std::string>{"inf", "-inf"}));
 }
 
 TEST_F(StorageFilesTest, capitalsInATruthValueCountOnlyWithoutTimedValues) {
