@@ -184,7 +184,6 @@ std::optional<StoredRecords> loadListeners(Database& db) {
 std::optional<StoredRecords> loadWebhooks(Database& db) {
   if (!identityOf(db.directory, webhooksFileName)) return std::nullopt;
   std::cout << "[STORAGE] Sweeping webhooks.bin for pending events...\n";
-  const std::lock_guard lock(db.webhookMutex);
   std::vector<WebhookTask>& tasks = db.pendingWebhooks;
   const auto read = Storage::readWebhooks(
       [&](WebhookTask task) { tasks.push_back(std::move(task)); }, db.directory);

@@ -24,7 +24,7 @@ std::size_t Table::searchColumn(std::string_view name) const {
 }
 
 std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
-  const std::int32_t index = primaryKeyMap.find(key);
+  const std::int32_t index = primaryKeyMap_.find(key);
   if (index == PrimaryKeyMap::noRow) return index;
   const auto row = static_cast<std::size_t>(index);
   // "7" and "07" are one key, but two texts.
@@ -47,19 +47,54 @@ void Table::removeLastRow() noexcept {
   dirtyRows_.mark(rowCount());
 }
 
+void Table::fileRow(std::size_t row) {
+  TextRoom room;
+  primaryKeyMap_.assign(keyText(row, room), static_cast<std::int32_t>(row));
+}
+
+void Table::unfileRow(std::size_t row) {
+  TextRoom room;
+  primaryKeyMap_.eraseEntry(keyText(row, room), static_cast<std::int32_t>(row));
+}
+
+void Table::setKey(std::size_t row, const Cell& cell, std::int64_t now) {
+  const auto index = static_cast<std::int32_t>(row);
+  const std::string_view key = cell.valueAt(now);
+  TextRoom room;
+  const Text filed(keyText(row, room));
+  const KeyComparator& comesFirst = primaryKeyMap_.comparator();
+  const bool isOther = comesFirst(filed, key) || comesFirst(key, filed);
+  primaryKeyMap_.assign(key, index);
+  try {
+    if (isOther) primaryKeyMap_.eraseEntry(filed, index);
+    set(row, static_cast<std::size_t>(primaryKeyIndex), cell, now);
+  } catch (...) {
+    // What was there a moment ago needs no memory.
+    if (isOther) primaryKeyMap_.eraseEntry(key, index);
+    primaryKeyMap_.assign(filed, index);
+    throw;
+  }
+}
+
+void Table::dropPrimaryKey() {
+  primaryKeyColumn.clear();
+  primaryKeyIndex = -1;
+  primaryKeyMap_ = PrimaryKeyMap();
+}
+
 void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, KeyRule rule) {
   const std::size_t position = columnPosition(columnName);
   if (position == noColumn) throw std::runtime_error("Primary key not found");
   primaryKeyColumn = columnName;
   primaryKeyIndex = static_cast<std::int32_t>(position);
-  primaryKeyMap = PrimaryKeyMap(columns[position].type);
+  primaryKeyMap_ = PrimaryKeyMap(columns[position].type);
   const bool isTimedLast = rule == KeyRule::liveFirstTimedLast;
   ColumnValues& keys = *values_[position];
   for (std::size_t i = 0; i < rowCount(); ++i) {
     // Most keys are numbers and new.
     const std::int32_t* const number = plainKey(i);
     const auto index = static_cast<std::int32_t>(i);
-    if (number && primaryKeyMap.findOrAddNumber(*number, index) == PrimaryKeyMap::noRow) continue;
+    if (number && primaryKeyMap_.findOrAddNumber(*number, index) == PrimaryKeyMap::noRow) continue;
     keys.refile(i, now);
     if (keys.rule(i) == nullptr || !isTimedLast) fileKey(i, rule);
   }
@@ -72,14 +107,14 @@ void Table::fileKey(std::size_t row, KeyRule rule) {
   TextRoom room;
   const std::string_view key = keyText(row, room);
   const std::int32_t holder =
-      atPlace(*this, column, row, [&] { return primaryKeyMap.findOrAdd(key, index); });
+      atPlace(*this, column, row, [&] { return primaryKeyMap_.findOrAdd(key, index); });
   if (holder == PrimaryKeyMap::noRow) return;
   const bool bothLive = isLive(static_cast<std::size_t>(holder)) && isLive(row);
   if (rule == KeyRule::noDuplicates || bothLive) {
     throw std::runtime_error("Cannot create Primary Key: Duplicate value '" + std::string(key) +
                              "' already exists in column");
   }
-  if (isLive(row)) primaryKeyMap.assign(key, index);
+  if (isLive(row)) primaryKeyMap_.assign(key, index);
 }
 
 void tellPlace(FailedConversion& failure, const Table& table, std::size_t column,

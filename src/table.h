@@ -70,7 +70,6 @@ class Table {
   std::size_t typedColumns = 0;
   std::string primaryKeyColumn;  // empty when the table has none
   std::int32_t primaryKeyIndex = -1;
-  PrimaryKeyMap primaryKeyMap;
   std::vector<LinkRecord> links;  // the links of which this table is the child, in order
 
   Table(std::string name, std::vector<Column> columns_);
@@ -110,15 +109,14 @@ class Table {
   }
 
   // Appends a live row without values, but for zeros where integers belong; returns its index. The
-  // key map is left to fileKey.
+  // key map is left to fileRow.
   std::size_t appendRow() {
     appendRows(1);
     return rowCount() - 1;
   }
-  // Takes the last row off again; its key is the caller's to erase.
+  // Takes the last row off again, which must not be filed any more.
   void removeLastRow() noexcept;
-  // Gives a cell another value; of a key, the key map is the caller's to change. A failure changes
-  // nothing.
+  // Gives a cell that is no key another value. A failure changes nothing.
   void set(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->set(row, cell, now);
     dirtyRows_.mark(row);
@@ -128,7 +126,8 @@ class Table {
     for (const std::int32_t row : rows) dirtyRows_.mark(static_cast<std::size_t>(row));
     values_[column]->setTexts(rows, cell.value);
   }
-  // The same for a cell that was taken from here, whose key text stays as it was.
+  // The same for a cell that was taken from here, whose key text stays as it was; the row must not be
+  // filed meanwhile.
   void restore(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->restore(row, cell, now);
     dirtyRows_.mark(row);
@@ -152,10 +151,16 @@ class Table {
   }
 
   bool hasPrimaryKey() const noexcept { return primaryKeyIndex >= 0; }
+  const PrimaryKeyMap& keys() const noexcept { return primaryKeyMap_; }
   // The key text under which a row is filed; the table has a primary key.
   std::string_view keyText(std::size_t row, TextRoom& room) const {
     return values_[static_cast<std::size_t>(primaryKeyIndex)]->keyText(row, room);
   }
+  // Has the key of a row name it, or no longer name it. Throws as PrimaryKeyMap does.
+  void fileRow(std::size_t row);
+  void unfileRow(std::size_t row);
+  // Gives a row another key, under which it is filed from then on. A failure changes nothing.
+  void setKey(std::size_t row, const Cell& cell, std::int64_t now);
   // The number of an integer key that is neither timed nor spelled unusually, else null.
   const std::int32_t* plainKey(std::size_t row) const noexcept {
     const ColumnValues& keys = *values_[static_cast<std::size_t>(primaryKeyIndex)];
@@ -188,12 +193,15 @@ class Table {
   // the rows before the failing one.
   void setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now,
                           KeyRule rule = KeyRule::noDuplicates);
+  // Leaves the table without a primary key.
+  void dropPrimaryKey();
 
  private:
   std::size_t searchColumn(std::string_view name) const;
   void fileKey(std::size_t row, KeyRule rule);
   void fileTimedKeys();
 
+  PrimaryKeyMap primaryKeyMap_;
   DirtyRows dirtyRows_;
   // The columns end before the rows that they refer to: a move replaces them in this order, and the
   // destructor sees to it.

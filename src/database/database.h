@@ -3,8 +3,7 @@
 //
 // Locks, in the order in which they may be taken: the engine mutex of the exported functions;
 // dbMutex, by every public operation as its first step, reads included, since these put the states
-// in force into the columns' arrays; webhookMutex, only with dbMutex held. A function that needs a
-// lock held says "dbMutex held".
+// in force into the columns' arrays. A function that needs it held says "dbMutex held".
 //
 // `now` is the second of the command, read once at its beginning: what is matched, checked,
 // answered, scheduled and logged is all of that second.
@@ -63,14 +62,13 @@ class Database {
   // True while the log is replayed: timed values schedule nothing then, it has been scheduled.
   bool isReplaying = false;
   std::map<std::string, std::set<Listener>, std::less<>> listeners;  // by table name
-  // Scheduled changes as a binary heap, the first to fire on top. Guarded by webhookMutex.
+  // Scheduled changes as a binary heap, the first to fire on top.
   std::vector<WebhookTask> pendingWebhooks;
   Directory directory;  // where the files lie
   Log log;
-  AppendFile listenersFile;  // appended to under dbMutex
-  AppendFile webhooksFile;   // appended to under webhookMutex
+  AppendFile listenersFile;
+  AppendFile webhooksFile;
   mutable std::mutex dbMutex;
-  mutable std::mutex webhookMutex;
 
   explicit Database(Directory directory_ = {})
       : directory(directory_),

@@ -61,7 +61,7 @@ bool narrowsKey(Group group, const Table& table) {
 void matchKeyRange(Group group, const Table& table, std::int64_t now,
                    std::vector<std::int32_t>& matched) {
   const auto first = static_cast<std::ptrdiff_t>(matched.size());
-  PrimaryKeyMap::Range range(table.primaryKeyMap);
+  PrimaryKeyMap::Range range(table.keys());
   if (!narrowByKey(group, table, range)) return;
   const ColumnValues& keys = table.values(keyColumnOf(table));
   range.forEachRow([&](std::int32_t found, const auto& key) {

@@ -170,9 +170,7 @@ void Database::makePrimaryKey(Table& parent, const std::string& column, std::int
     parent.setUpPrimaryKeyMap(column, now, deferred_ ? KeyRule::liveFirst : KeyRule::noDuplicates);
   } catch (...) {
     // A half-built map must not be taken for the rows' keys.
-    parent.primaryKeyColumn.clear();
-    parent.primaryKeyIndex = -1;
-    parent.primaryKeyMap = PrimaryKeyMap();
+    parent.dropPrimaryKey();
     throw;
   }
 }

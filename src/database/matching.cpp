@@ -29,7 +29,7 @@ void Database::prefetchRow(std::string_view tableName, std::string_view column,
   if (entry == tables.end()) return;
   const Table& table = entry->second;
   if (!table.hasPrimaryKey() || table.primaryKeyColumn != column) return;
-  const std::int32_t row = table.primaryKeyMap.findNumber(key);
+  const std::int32_t row = table.keys().findNumber(key);
   if (row != PrimaryKeyMap::noRow) table.prefetch(static_cast<std::size_t>(row));
 }
 

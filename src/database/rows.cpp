@@ -33,7 +33,7 @@ bool isTaken(const Table& table, std::int32_t holder, std::int32_t rowIndex) {
 // The row that a key names, which this row is about to bear.
 std::int32_t rowOfKey(const Table& table, std::string_view key, std::int32_t bearer) {
   return atPlace(table, static_cast<std::size_t>(table.primaryKeyIndex),
-                 static_cast<std::size_t>(bearer), [&] { return table.primaryKeyMap.find(key); });
+                 static_cast<std::size_t>(bearer), [&] { return table.keys().find(key); });
 }
 
 // The number of a new row: one more than the last row's, deleted or not, or 1.
@@ -78,12 +78,6 @@ void keepCells(const Table& table, std::size_t row, const std::vector<GivenValue
   }
 }
 
-// Whether a new key text means another key than the one under which the row is filed.
-bool isOtherKey(const Table& table, std::string_view filed, std::string_view key) {
-  const KeyComparator& comesFirst = table.primaryKeyMap.comparator();
-  return comesFirst(filed, key) || comesFirst(key, filed);
-}
-
 }  // namespace
 
 ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenValue>& values,
@@ -96,16 +90,15 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
   const auto rowIndex = static_cast<std::int32_t>(row);
   try {
     fillCells(table, row, values, now);
-    TextRoom room;
-    std::string_view key;
     if (table.hasPrimaryKey()) {
-      key = table.keyText(row, room);
+      TextRoom room;
+      const std::string_view key = table.keyText(row, room);
       const std::int32_t holder = rowOfKey(table, key, rowIndex);
       if (isTaken(table, holder, rowIndex)) throwDuplicate(key);
     }
     linkRow(table, rowIndex, now);
     if (inTransaction) makeRoom(transactionLog, 1);
-    if (table.hasPrimaryKey()) table.primaryKeyMap.assign(key, rowIndex);
+    if (table.hasPrimaryKey()) table.fileRow(row);
   } catch (...) {
     table.removeLastRow();
     throw;
@@ -173,18 +166,8 @@ void Database::moveKey(Table& table, std::int32_t rowIndex, const Cell& cell, st
     throw std::runtime_error(
         "Cannot update a primary key that is referenced by an active foreign table");
   }
-  PrimaryKeyMap& keys = table.primaryKeyMap;
   if (isTaken(table, rowOfKey(table, newKey, rowIndex), rowIndex)) throwDuplicate(newKey);
-  const Text filed(table.keyText(row, room));
-  const bool isOther = isOtherKey(table, filed, newKey);
-  keys.assign(newKey, rowIndex);
-  try {
-    table.set(row, column, cell, now);
-  } catch (...) {
-    if (isOther) keys.eraseEntry(newKey, rowIndex);
-    throw;
-  }
-  if (isOther) keys.eraseEntry(filed, rowIndex);
+  table.setKey(row, cell, now);
 }
 
 ResultSet Database::deleteRows(const std::string& tableName,

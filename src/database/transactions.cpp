@@ -52,27 +52,19 @@ void Database::undo(const TransactionAction& action, std::int64_t now) {
   Table& table = getTable(action.tableName);
   const auto row = static_cast<std::size_t>(action.rowIndex);
   if (row >= table.rowCount()) throw std::out_of_range("Row index outside the table");
-  PrimaryKeyMap& keys = table.primaryKeyMap;
-  TextRoom room;
   if (action.kind == "INSERT") {
     asFarAsPossible([&] { unlinkRow(table, action.rowIndex, now); });
-    if (table.hasPrimaryKey()) {
-      asFarAsPossible([&] { keys.eraseEntry(table.keyText(row, room), action.rowIndex); });
-    }
+    if (table.hasPrimaryKey()) asFarAsPossible([&] { table.unfileRow(row); });
     table.removeLastRow();
     return;
   }
   if (action.kind == "DELETE") {
     table.setDeleted(row, false);
   } else {
-    if (table.hasPrimaryKey()) {
-      asFarAsPossible([&] { keys.eraseEntry(table.keyText(row, room), action.rowIndex); });
-    }
+    if (table.hasPrimaryKey()) asFarAsPossible([&] { table.unfileRow(row); });
     for (const GivenValue& old : action.cells) table.restore(row, old.column, old.cell, now);
   }
-  if (table.hasPrimaryKey()) {
-    asFarAsPossible([&] { keys.assign(table.keyText(row, room), action.rowIndex); });
-  }
+  if (table.hasPrimaryKey()) asFarAsPossible([&] { table.fileRow(row); });
   asFarAsPossible([&] { linkRow(table, action.rowIndex, now); });
 }
 

@@ -9,7 +9,6 @@ namespace velmora {
 
 void Database::registerWebhook(const std::string& tableName, std::int32_t rowIndex,
                                std::string_view column, const TempRule& rule) {
-  const std::lock_guard lock(webhookMutex);
   const std::size_t stateCount = rule.states.size();
   const std::size_t taskCount = rule.repeat || stateCount == 0 ? stateCount : stateCount - 1;
   if (taskCount == 0) return;

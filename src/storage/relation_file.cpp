@@ -25,7 +25,7 @@ constexpr std::size_t rowWidth = 4;
 // The row that the key names, or -1.
 std::int32_t rowOfKey(const Table& referenced, std::string_view key) {
   try {
-    return referenced.primaryKeyMap.find(key);
+    return referenced.keys().find(key);
   } catch (const std::logic_error&) {
     return -1;  // a text that is no number is no integer key
   }

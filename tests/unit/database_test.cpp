@@ -48,7 +48,7 @@ TEST_F(DatabaseTest, CreateTableMakesTheIdentityColumnThePrimaryKey) {
   EXPECT_EQ(table.tableName, "t");
   EXPECT_EQ(table.primaryKeyColumn, "id");
   EXPECT_EQ(table.primaryKeyIndex, 1);
-  EXPECT_EQ(table.primaryKeyMap.comparator().type, "ApexInt");
+  EXPECT_EQ(table.keys().comparator().type, "ApexInt");
   EXPECT_EQ(bytesOf("t.bin").size(), 135U);
   EXPECT_TRUE(exists("t.del"));
 }
@@ -147,7 +147,7 @@ TEST_F(DatabaseTest, InsertRefusedByADuplicateKeyLeavesRowsAndKeysAlone) {
             }),
             "Duplicate entry 'a' for primary key");
   EXPECT_EQ(database.getTable("p").rowCount(), 1U);
-  EXPECT_EQ(database.getTable("p").primaryKeyMap.find("a"), 0);
+  EXPECT_EQ(database.getTable("p").keys().find("a"), 0);
 }
 
 TEST_F(DatabaseTest, InsertOfATimedValueWithoutStatesIsTakenBack) {
@@ -164,7 +164,7 @@ TEST_F(DatabaseTest, InsertAfterADeletedKeyNamesTheNewRow) {
   insert("p", {{"name", "a"}});
   database.deleteRows("p", {}, second);
   insert("p", {{"name", "a"}});
-  EXPECT_EQ(database.getTable("p").primaryKeyMap.find("a"), 1);
+  EXPECT_EQ(database.getTable("p").keys().find("a"), 1);
   EXPECT_EQ(matching("p", where("name", "a")), Indices({1}));
 }
 

@@ -116,10 +116,10 @@ TEST_F(TransactionTest, RollbackBringsDeletedRowsBack) {
 TEST_F(TransactionTest, RollbackOfAnInsertTakesTheKeyOutOfTheMap) {
   database.beginTransaction();
   insert("t", {});
-  EXPECT_EQ(database.getTable("t").primaryKeyMap.find("3"), 2);
+  EXPECT_EQ(database.getTable("t").keys().find("3"), 2);
   database.rollbackTransaction(second);
-  EXPECT_EQ(database.getTable("t").primaryKeyMap.find("3"), PrimaryKeyMap::noRow);
-  EXPECT_EQ(database.getTable("t").primaryKeyMap.size(), 2U);
+  EXPECT_EQ(database.getTable("t").keys().find("3"), PrimaryKeyMap::noRow);
+  EXPECT_EQ(database.getTable("t").keys().size(), 2U);
 }
 
 TEST_F(TransactionTest, RollbackRestoresTheTimedValueItself) {

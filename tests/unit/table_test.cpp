@@ -87,7 +87,7 @@ TEST(Table, appendsRowsWithoutValues) {
   EXPECT_EQ(textOf(table, 1, 1), "#/#?");
   EXPECT_EQ(table.dependents(1), nullptr);
   EXPECT_TRUE(table.isLive(1));
-  EXPECT_EQ(table.primaryKeyMap.size(), 0U);
+  EXPECT_EQ(table.keys().size(), 0U);
 }
 
 TEST(Table, marksDeletedRows) {
@@ -110,17 +110,17 @@ TEST(Table, buildsItsKeyMapInKeyOrder) {
   Table numbers = keyedTable("ApexInt");
   for (const char* const key : {"2", "10", "1"}) add(numbers, {key, ""});
   numbers.setUpPrimaryKeyMap("key", 0);
-  EXPECT_EQ(numbers.primaryKeyMap.keys(), (std::vector<std::string>{"1", "2", "10"}));
-  EXPECT_EQ(numbers.primaryKeyMap.find("10"), 1);
+  EXPECT_EQ(numbers.keys().keys(), (std::vector<std::string>{"1", "2", "10"}));
+  EXPECT_EQ(numbers.keys().find("10"), 1);
   EXPECT_EQ(numbers.primaryKeyColumn, "key");
   EXPECT_EQ(numbers.primaryKeyIndex, 0);
   EXPECT_TRUE(numbers.hasPrimaryKey());
-  EXPECT_EQ(numbers.primaryKeyMap.comparator().type, "ApexInt");
+  EXPECT_EQ(numbers.keys().comparator().type, "ApexInt");
 
   Table texts = keyedTable("string");
   for (const char* const key : {"2", "10", "1"}) add(texts, {key, key});
   texts.setUpPrimaryKeyMap("text", 0);
-  EXPECT_EQ(texts.primaryKeyMap.keys(), (std::vector<std::string>{"1", "10", "2"}));
+  EXPECT_EQ(texts.keys().keys(), (std::vector<std::string>{"1", "10", "2"}));
   EXPECT_EQ(texts.primaryKeyIndex, 1);
 }
 
@@ -154,11 +154,11 @@ TEST(Table, countsDeletedRowsAmongEqualKeys) {
   EXPECT_EQ(failureOf(table, "key"),
             "Cannot create Primary Key: Duplicate value '5' already exists in column");
   EXPECT_EQ(failureOf(table, "key", KeyRule::liveFirst), "no failure");
-  EXPECT_EQ(table.primaryKeyMap.find("5"), 1);
+  EXPECT_EQ(table.keys().find("5"), 1);
   table.setDeleted(0, false);
   table.setDeleted(1, true);
   EXPECT_EQ(failureOf(table, "key", KeyRule::liveFirst), "no failure");
-  EXPECT_EQ(table.primaryKeyMap.find("5"), 0);
+  EXPECT_EQ(table.keys().find("5"), 0);
   table.setDeleted(1, false);
   EXPECT_EQ(failureOf(table, "key", KeyRule::liveFirst),
             "Cannot create Primary Key: Duplicate value '5' already exists in column");
@@ -176,7 +176,7 @@ TEST(Table, keysATimedCellByItsCurrentState) {
   Table table = keyedTable("int");
   addTimed(table, {"7", "8"});
   table.setUpPrimaryKeyMap("key", 10);
-  EXPECT_EQ(table.primaryKeyMap.keys(), std::vector<std::string>{"8"});
+  EXPECT_EQ(table.keys().keys(), std::vector<std::string>{"8"});
 }
 
 // What the clock makes of a timed key must not end a start.
@@ -191,18 +191,18 @@ TEST(Table, keysARowThatIsLoadedByItsOwnKeyBeforeATimedOne) {
   table.setDeleted(4, true);
   addTimed(table, {"1", "5"});
   table.setUpPrimaryKeyMap("key", 10, KeyRule::liveFirstTimedLast);
-  EXPECT_EQ(table.primaryKeyMap.keys(), (std::vector<std::string>{"2", "5"}));
-  EXPECT_EQ(table.primaryKeyMap.find("2"), 1);
-  EXPECT_EQ(table.primaryKeyMap.find("5"), 5);
+  EXPECT_EQ(table.keys().keys(), (std::vector<std::string>{"2", "5"}));
+  EXPECT_EQ(table.keys().find("2"), 1);
+  EXPECT_EQ(table.keys().find("5"), 5);
   EXPECT_EQ(table.findLive("2", 10), 1);
   EXPECT_THROW(table.setUpPrimaryKeyMap("key", 10), std::runtime_error);
   // Of two timed ones the first is found.
   table.setUpPrimaryKeyMap("key", 0, KeyRule::liveFirstTimedLast);
-  EXPECT_EQ(table.primaryKeyMap.find("1"), 0);
-  EXPECT_EQ(table.primaryKeyMap.find("3"), 3);
+  EXPECT_EQ(table.keys().find("1"), 0);
+  EXPECT_EQ(table.keys().find("3"), 3);
   table.columns[0].maxStates = 1;
   table.setUpPrimaryKeyMap("key", 0, KeyRule::liveFirstTimedLast);
-  EXPECT_EQ(table.primaryKeyMap.find("3"), 3);
+  EXPECT_EQ(table.keys().find("3"), 3);
 }
 
 TEST(Table, stillRefusesTwoLoadedRowsWithOneKeyOfTheirOwn) {
@@ -217,7 +217,7 @@ TEST(Table, setsItsKeyMapUpAnew) {
   add(table, {"1", "x"});
   table.setUpPrimaryKeyMap("key", 0);
   table.setUpPrimaryKeyMap("text", 0);
-  EXPECT_EQ(table.primaryKeyMap.keys(), std::vector<std::string>{"x"});
+  EXPECT_EQ(table.keys().keys(), std::vector<std::string>{"x"});
   EXPECT_EQ(table.primaryKeyColumn, "text");
 }
 

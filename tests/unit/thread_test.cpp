@@ -214,7 +214,7 @@ TEST_F(ThreadTest, SelectsBesideInsertsAndDeletes) {
   };
   runTogether({[&] { write("one"); }, [&] { write("two"); }, read, read});
   EXPECT_EQ(database.getTable("t").rowCount(), 2U * rounds);
-  EXPECT_EQ(database.getTable("t").primaryKeyMap.size(), 2U * rounds);
+  EXPECT_EQ(database.getTable("t").keys().size(), 2U * rounds);
   EXPECT_EQ(database.pendingWebhooks.size(), 4U * rounds);
   EXPECT_EQ(bytesOf("webhooks.bin").size(), 85U * 4U * rounds);
 }
