@@ -253,8 +253,10 @@ void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view
     }
     if (holdsTexts(kind_)) {
       values.texts()[place] = model.texts()[modelPlace];
-    } else if (kind_ != ValueKind::boolean) {
-      values.numbers()[place] = model.numbers()[modelPlace];  // or the four bytes of a float
+    } else if (kind_ == ValueKind::integer) {
+      values.numbers()[place] = model.numbers()[modelPlace];
+    } else if (kind_ == ValueKind::real) {
+      values.reals()[place] = model.reals()[modelPlace];
     }
     if (kind_ != ValueKind::integer) values.codes[place] = model.codes[modelPlace];
   }

@@ -12,9 +12,14 @@ Table::Table(std::string name, std::vector<Column> columns_)
       columns(std::move(columns_)),
       typedColumns(columns.size()),
       rows_(std::make_unique<Rows>()) {
-  for (const Column& column : columns) {
-    positions_.emplace(column.name, values_.size());
-    values_.push_back(std::make_unique<ColumnValues>(valueKind(column.type), *rows_));
+  try {
+    for (const Column& column : columns) {
+      positions_.emplace(column.name, values_.size());
+      values_.push_back(std::make_unique<ColumnValues>(valueKind(column.type), *rows_));
+    }
+  } catch (...) {
+    values_.clear();  // no destructor comes to it, and the rows go first
+    throw;
   }
 }
 

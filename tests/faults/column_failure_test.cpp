@@ -1,5 +1,6 @@
 // Memory that runs out while a cell is given another value: the cell stays as it was, in its text
-// and in its column's arrays, and the same change succeeds when it is made again.
+// and in its column's arrays, and the same change succeeds when it is made again. And memory that
+// runs out while a table is made.
 #include <gtest/gtest.h>
 
 #include <new>
@@ -86,6 +87,13 @@ TEST_P(ColumnFailures, leaveTheArraysToTheNextWhoAsks) {
       expectCell(table, row, cells[row], second);
     }
   }
+}
+
+// Nor does giving up touch what has gone already, as a sanitizer would see.
+TEST(TableFailures, leaveNothingOfATable) {
+  const std::vector<Column> columns = {{"name", "string"}, {"place", "string"}, {"count", "int"}};
+  EXPECT_GT(failEach([&] { const Table table("t", columns); }, [] {}), 10);
+  EXPECT_EQ(Table("t", columns).rowCount(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Types, ColumnFailures, testing::ValuesIn(allTypes),
