@@ -126,8 +126,8 @@ class Table {
     for (const std::int32_t row : rows) dirtyRows_.mark(static_cast<std::size_t>(row));
     values_[column]->setTexts(rows, cell.value);
   }
-  // The same for a cell that was taken from here, whose key text stays as it was; the row must not be
-  // filed meanwhile.
+  // The same for a cell that was taken from here, whose key text stays as it was; the row must not
+  // be filed meanwhile.
   void restore(std::size_t row, std::size_t column, const Cell& cell, std::int64_t now) {
     values_[column]->restore(row, cell, now);
     dirtyRows_.mark(row);
