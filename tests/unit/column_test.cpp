@@ -168,7 +168,7 @@ TEST(ColumnTexts, ofSevenDigitsComeOutAsTheyWentIn) {
   table.appendRow();
   TextRoom room;
   for (int number = 0; number < 10'000'000; number += 97) {
-    char digits[8];
+    char digits[12];
     std::snprintf(digits, sizeof digits, "%07d", number);
     for (std::size_t decimals = 0; decimals <= 7; ++decimals) {
       std::string text = digits;

@@ -189,16 +189,19 @@ TEST_F(StorageFilesTest, valuesReadBackInTheirOwnForm) {
             int32Bytes(-5) + std::string("\0\0\xc0\x3f\1", 5) + std::string(60, 'x'));
 }
 
-// Four bytes a float: how its text was spelled is not kept.
+// Four bytes a float: how its text was spelled is not kept, and its value is that of the six
+// decimals from then on.
 TEST_F(StorageFilesTest, floatsReadBackWithSixDecimals) {
-  constexpr std::size_t count = 3000;  // more than a chunk of rows
+  constexpr std::size_t count = 9000;  // more than a chunk of rows
   Table table("t", {{"f", "float", 0, 60}});
   std::vector<std::string> expected;
   std::mt19937 random(1);
   for (std::size_t i = 0; i < count; ++i) {
     char text[maxNumberText];
     const auto bits = static_cast<std::uint32_t>(random());
-    const float number = i % 2 == 0 ? std::bit_cast<float>(bits) : static_cast<float>(bits) / 1e7F;
+    const float number = i % 3 == 0   ? std::bit_cast<float>(bits)
+                         : i % 3 == 1 ? static_cast<float>(bits) / 1e7F
+                                      : static_cast<float>(static_cast<std::int32_t>(bits)) / 2e8F;
     const auto value = static_cast<double>(number);
     std::snprintf(text, sizeof text, "%.9g", value);
     addRow(table, {text});
@@ -213,7 +216,14 @@ TEST_F(StorageFilesTest, floatsReadBackWithSixDecimals) {
   save(std::move(table));
   const Table loaded = load();
   ASSERT_EQ(loaded.rowCount(), count);
-  for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(valuesOf(loaded, i)[0], expected[i]) << i;
+  for (std::size_t i = 0; i < count; ++i) {
+    ASSERT_EQ(valuesOf(loaded, i)[0], expected[i]) << i;
+    if (expected[i] == missingValue) continue;
+    const float value = loaded.values(0).chunk(Rows::chunkOf(i)).reals()[Rows::placeOf(i)];
+    ASSERT_EQ(std::bit_cast<std::uint32_t>(value),
+              std::bit_cast<std::uint32_t>(parseFloat(expected[i])))
+        << expected[i];
+  }
 }
 
 TEST_F(StorageFilesTest, floatsThatAreNotFiniteReadBackAsSuch) {

@@ -124,11 +124,11 @@ TEST(NextChange, isTheSecondOfTheNextState) {
 // Up to the second that it gives the state stays; and that second is a later one.
 void checkNextChange(const TempRule& rule, std::int64_t now) {
   const std::int64_t change = rule.nextChange(now);
-  ASSERT_TRUE(change > now || now == most) << now;
+  ASSERT_GT(change, now);
   const std::size_t index = rule.calculateIndex(now);
   // Beyond some hundred seconds, where no short pass can hide a change, only the end is looked at.
-  for (std::int64_t i = 1; i <= 400 && change - now - i > 0; ++i) {
-    ASSERT_EQ(rule.calculateIndex(now + i), index) << now << ", " << change << ", " << now + i;
+  for (std::int64_t later = now + 1; later < change && later <= now + 400; ++later) {
+    ASSERT_EQ(rule.calculateIndex(later), index) << now << ", " << change << ", " << later;
   }
   if (change != most) {
     ASSERT_EQ(rule.calculateIndex(change - 1), index) << now << ", " << change;
