@@ -84,8 +84,6 @@ char* writeGeneral(char* out, float value) noexcept;
 char* writeGeneral(char* out, float value, int decimals) noexcept;
 // %.*f: so many digits behind the point.
 char* writeDecimals(char* out, float value, int decimals) noexcept;
-// %f: six of them.
-inline char* writeFixed(char* out, float value) noexcept { return writeDecimals(out, value, 6); }
 
 void appendInt(std::string& out, std::int64_t value);
 

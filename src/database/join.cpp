@@ -175,7 +175,7 @@ class PartnerIndex {
   template <typename Emit>
   void findPairs(KeyColumn& leftKeys, std::span<const std::int32_t> leftRows,
                  std::vector<Pair>& pairs, Emit emit) const {
-    Key keys[blockSize];
+    Key keys[blockSize] = {};
     for (std::size_t i = 0; i < leftRows.size(); ++i) {
       keys[i] = leftKeys.key(leftRows[i]);
       __builtin_prefetch(&buckets_[bucketOf(keys[i].code)]);

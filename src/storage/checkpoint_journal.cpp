@@ -21,7 +21,7 @@ constexpr std::string_view pieceWord = "/piece ";
 constexpr std::string_view sizeWord = "/size ";
 constexpr std::string_view endWord = "/end ";
 
-constexpr std::array<std::uint32_t, 256> crcTable = [] {
+constexpr std::array<std::uint32_t, 256> makeCrcTable() {
   std::array<std::uint32_t, 256> table = {};
   for (std::uint32_t i = 0; i < table.size(); ++i) {
     std::uint32_t value = i;
@@ -29,7 +29,8 @@ constexpr std::array<std::uint32_t, 256> crcTable = [] {
     table[i] = value;
   }
   return table;
-}();
+}
+constexpr std::array<std::uint32_t, 256> crcTable = makeCrcTable();
 
 // The CRC-32 of some bytes and these.
 std::uint32_t crcOf(std::uint32_t crc, std::string_view bytes) {

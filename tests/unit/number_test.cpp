@@ -27,6 +27,8 @@
 namespace velmora {
 namespace {
 
+char* writeFixed(char* out, float value) { return writeDecimals(out, value, 6); }
+
 // What a conversion came to, as a text that can be compared: the number's bits or the exception.
 template <typename Number>
 std::string outcomeOf(const std::function<Number()>& convert) {
