@@ -74,7 +74,7 @@ std::string Engine::everything() {
       all += column.name + " " + column.type + " ";
     }
     const auto thrown = textThrownBy([&] {
-      const TextBuffer rows = renderJson(database_->select(name, columns, {}));
+      const TextBuffer rows = renderJson(database_->select(name, columns, {}, clock::now()));
       all += name + " " + std::string(rows.view()) + "\n";
     });
     if (thrown) all += name + " throws " + *thrown + "\n";

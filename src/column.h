@@ -34,10 +34,11 @@ namespace velmora {
 // Memory for the text of a number.
 using TextRoom = char[maxNumberText];
 
-// How a float's text is spelled: a number of decimals, or one of these.
+// How a float's text is spelled: a number of decimals, or one of these, of which arrays hold the
+// first alone.
 inline constexpr std::uint8_t missingSpelling = 254;
 inline constexpr std::uint8_t oddSpelling = 255;
-// What a bool is.
+// What a bool is; no array holds odd.
 enum class BoolCode : std::uint8_t { isFalse, isTrue, missing, odd };
 BoolCode boolCodeOf(std::string_view text) noexcept;
 

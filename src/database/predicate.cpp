@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "../number.h"
 
@@ -190,19 +191,14 @@ void Predicate::decideIntegers(const ColumnValues::Chunk& values, Block& block) 
 void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) const {
   const float* const reals = values.reals();
   const float limit = real_;
-  // Equal texts have equal numbers of decimals, and values that differ by less than those show.
-  float wanted = 0;
+  // An array's value is the one that its text reads as, so value and spelling tell the text.
+  float wanted = std::numeric_limits<float>::quiet_NaN();
   const auto decimals = decimalsOf(literal_, wanted);
-  const float nearly =
-      std::pow(10.0F, -static_cast<float>(decimals.value_or(0))) + std::fabs(wanted) * 1e-6F;
   const std::uint8_t spelling =
       decimals.value_or(literal_ == missingValue ? missingSpelling : oddSpelling);
-  const auto isText = [&](std::size_t i) {
-    if (values.codes[i] != spelling || spelling == oddSpelling) return false;
-    if (spelling == missingSpelling) return true;
-    if (std::fabs(reals[i] - wanted) > nearly) return false;
-    TextRoom room;
-    return std::string_view(room, writeDecimals(room, reals[i], spelling)) == literal_;
+  const auto isText = [=, codes = values.codes,
+                       bits = std::bit_cast<std::int32_t>(wanted)](std::size_t i) {
+    return (codes[i] == spelling) & (std::bit_cast<std::int32_t>(reals[i]) == bits);
   };
   // Where no value was given, comparing has to fail.
   const bool areGiven = std::memchr(values.codes, missingSpelling, block.size) == nullptr;
@@ -238,10 +234,8 @@ void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) con
 void Predicate::decideBools(const ColumnValues::Chunk& values, Block& block) const {
   const auto wanted = static_cast<std::uint8_t>(boolCodeOf(literal_));
   const bool isWantedEqual = comparison_ == Comparison::equal;
-  const bool canEqual = boolCodeOf(literal_) != BoolCode::odd;
   const std::uint8_t* const codes = values.codes;
-  narrow(block, values,
-         [=](std::size_t i) { return (canEqual & (codes[i] == wanted)) == isWantedEqual; });
+  narrow(block, values, [=](std::size_t i) { return (codes[i] == wanted) == isWantedEqual; });
 }
 
 void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) const {

@@ -1,7 +1,9 @@
 // What tests of columns share: timed values, texts of cells, and what a chunk's arrays tell.
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <random>
@@ -83,17 +85,27 @@ inline std::string textOf(const Table& table, std::size_t row, std::size_t colum
   return std::string(table.text(row, column, now, room));
 }
 
+// The text of a float and its spelling, of which the float has to be the very value.
+inline std::string toldFloat(float value, std::uint8_t spelling) {
+  const auto bitsOf = [](float each) { return std::bit_cast<std::uint32_t>(each); };
+  if (spelling == missingSpelling) {
+    const bool isNone = bitsOf(value) == bitsOf(std::numeric_limits<float>::quiet_NaN());
+    return isNone ? std::string(missingValue) : "(missing)";
+  }
+  TextRoom room;
+  const std::string text(room, writeDecimals(room, value, spelling));
+  return bitsOf(parseFloat(text)) == bitsOf(value) ? text : "(another value)";
+}
+
 // The text that a chunk's arrays tell for a row; nothing where they say that they do not.
 inline std::optional<std::string> toldText(ValueKind kind, const ColumnValues::Chunk& chunk,
                                            std::size_t place) {
   if (chunk.isUnclear(place)) return std::nullopt;
-  TextRoom room;
   switch (kind) {
     case ValueKind::integer:
       return std::to_string(chunk.numbers()[place]);
     case ValueKind::real:
-      if (chunk.codes[place] == missingSpelling) return std::string(missingValue);
-      return std::string(room, writeDecimals(room, chunk.reals()[place], chunk.codes[place]));
+      return toldFloat(chunk.reals()[place], chunk.codes[place]);
     case ValueKind::boolean: {
       constexpr const char* texts[] = {"false", "true", "#/#?", "(odd)"};
       return texts[chunk.codes[place]];
