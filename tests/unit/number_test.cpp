@@ -27,7 +27,7 @@
 namespace velmora {
 namespace {
 
-char* writeFixed(char* out, float value) { return writeDecimals(out, value, 6); }
+char* writeFixed(char* out, float value) noexcept { return writeDecimals(out, value, 6); }
 
 // What a conversion came to, as a text that can be compared: the number's bits or the exception.
 template <typename Number>
