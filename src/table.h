@@ -182,6 +182,7 @@ class Table {
   }
   // How many rows the table's files hold, unless it is all dirty.
   std::size_t storedRowCount() const noexcept { return dirtyRows_.storedCount(); }
+  // Has the next checkpoint write the table whole: how tests compare that way with the other.
   void markAllDirty() noexcept { dirtyRows_.markAll(); }
   // The files hold the table as it is, or will when an interrupted checkpoint has been completed.
   void markClean() noexcept { dirtyRows_.markNone(rowCount()); }
