@@ -1,0 +1,79 @@
+// The log of a database that handles use: velmora.wal with a sequence number and a checksum behind
+// each record, so that what is wrong can be told from what was cut off by a crash.
+//
+//   COMMAND #TIME# SECOND SEQUENCE CRC              one command: its text, the second at which it
+//   ran COMMAND #TIME# START #TIME# SECOND SEQUENCE CRC the same with the clock that it was given
+//
+// A transaction is one record: a line BEGIN, its commands, each with its second (and clock), each
+// on lines of its own, and the line COMMIT #TIME# SECOND SEQUENCE CRC. Numbers are decimal; the CRC
+// is the CRC-32C, in eight hexadecimal digits, of all bytes of the record before the blank in front
+// of it. Sequence numbers go up by one. A record ends with a line feed; a text of a command may
+// hold more.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "files.h"
+
+namespace velmora {
+
+struct LoggedCommand {
+  std::string text;                   // values and all, as the strict parser reads it
+  std::int64_t second = 0;            // at which it ran
+  std::optional<std::int64_t> clock;  // at which its timed values start, if it was told
+};
+
+class RecordLog {
+ public:
+  // The directory has to stay. Records go behind the given size, which is the file's, and are
+  // numbered from the sequence number on.
+  RecordLog(const Directory& directory, std::int64_t size, std::uint64_t nextSequence);
+  ~RecordLog();
+
+  // Appends the commands as one record; returns where it ends. One thread at a time. Throws Failure
+  // (full or io, with the system's error) when it cannot be written; the file then is as before, or
+  // the log has failed and takes no record any more.
+  std::int64_t append(std::span<const LoggedCommand> commands);
+  // Returns once everything up to there is on the disk. Threads that wait at the same time share a
+  // sync. Throws Failure with io when the system refuses; the log has failed then.
+  void syncTo(std::int64_t end);
+  // Whether something was not written, so that nothing more may be.
+  bool hasFailed() const noexcept;
+  std::int64_t size() const noexcept;
+  std::uint64_t nextSequence() const noexcept;
+  // A checkpoint has emptied the file.
+  void wasEmptied();
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+// Reads such a log from its beginning.
+class RecordLogReader {
+ public:
+  // The first record has to have this sequence number.
+  RecordLogReader(const Directory& directory, std::uint64_t firstSequence);
+  ~RecordLogReader();
+
+  // The next record's commands, or nothing at the end and at the first fault.
+  std::optional<std::vector<LoggedCommand>> next();
+  // Of the records read: where the last one ends, and the number behind its own.
+  std::int64_t completeSize() const noexcept;
+  std::uint64_t nextSequence() const noexcept;
+  // Behind the end: whether a record follows that was cut off while it was written.
+  bool hasTornTail() const noexcept;
+  // What is wrong behind the records read, if it is no torn tail; it begins at completeSize.
+  const std::optional<std::string>& fault() const noexcept;
+
+ private:
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
+};
+
+}  // namespace velmora
