@@ -15,6 +15,7 @@
 #include "database/database.h"
 #include "number.h"
 #include "parser/parser.h"
+#include "storage/directory_lock.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "database/database.h"
 #include "engine.h"
 #include "number.h"
+#include "storage/directory_lock.h"
 
 namespace velmora {
 

@@ -3,7 +3,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -349,15 +348,5 @@ std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_vi
             [](const DirectoryEntry& a, const DirectoryEntry& b) { return a.name < b.name; });
   return entries;
 }
-
-DirectoryLock::DirectoryLock() : descriptor_(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (descriptor_ < 0) throw std::runtime_error("Failed to open the database directory");
-  if (uninterrupted([&] { return flock(descriptor_, LOCK_EX | LOCK_NB); }) != 0) {
-    close(descriptor_);
-    throw std::runtime_error("Database directory is already in use");
-  }
-}
-
-DirectoryLock::~DirectoryLock() { close(descriptor_); }
 
 }  // namespace velmora

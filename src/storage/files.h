@@ -166,21 +166,4 @@ struct DirectoryEntry {
 };
 std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_view suffix);
 
-// Holds the current directory, open and locked against every other holder, until destroyed. A
-// process that dies lets go of it.
-class DirectoryLock {
- public:
-  // Throws std::runtime_error "Database directory is already in use", or "Failed to open the
-  // database directory" when the current directory cannot be opened.
-  DirectoryLock();
-  ~DirectoryLock();
-  DirectoryLock(const DirectoryLock&) = delete;
-  DirectoryLock& operator=(const DirectoryLock&) = delete;
-
-  Directory directory() const noexcept { return {descriptor_}; }
-
- private:
-  int descriptor_;
-};
-
 }  // namespace velmora
