@@ -75,9 +75,9 @@ std::vector<fs::path> includesOf(const fs::path& source) {
 int layerOf(const fs::path& source) {
   static constexpr std::array<std::string_view, 3> rooms = {"src/storage/", "src/database/",
                                                             "src/parser/"};
-  static const std::set<std::string> frontEnds = {
-      "src/engine.h",          "src/velmora.cpp", "src/guarded.cpp",          "src/value_binding.h",
-      "src/value_binding.cpp", "src/main.cpp",    "include/velmora/velmora.h"};
+  static const std::set<std::string> frontEnds = {"src/velmora.cpp", "src/handles.h",
+                                                  "src/handles.cpp", "src/results.cpp",
+                                                  "src/main.cpp",    "include/velmora/velmora.h"};
   const std::string name = nameOf(source);
   if (frontEnds.contains(name)) return 5;
   if (name.starts_with("src/startup.")) return 4;
