@@ -68,6 +68,8 @@ class Answer {
   std::string_view text(const AnswerValue& value) const noexcept {
     return std::string_view(texts).substr(value.textOffset, value.textSize);
   }
+  // Makes it an empty one, which keeps the memory.
+  void clear() noexcept;
   // Null where the value is not timed.
   const TimedAnswer* timedAt(std::size_t row, std::size_t column) const noexcept;
 

@@ -67,16 +67,14 @@ void appendEscape(std::string& out, char c) {
 
 }  // namespace
 
-bool isPlainJson(std::string_view text) noexcept {
-  return std::all_of(text.begin(), text.end(), isPlain);
-}
-
 void appendJsonText(std::string& out, std::string_view text) {
   while (!text.empty()) {
+    const auto plainEnd = std::ranges::find_if_not(text, isPlain);
+    out.append(text.begin(), plainEnd);
+    text.remove_prefix(static_cast<std::size_t>(plainEnd - text.begin()));
+    if (text.empty()) return;
     std::size_t size = 1;
-    if (isPlain(text.front())) {
-      out += text.front();
-    } else if (isAscii(text.front())) {
+    if (isAscii(text.front())) {
       appendEscape(out, text.front());
     } else {
       const Sequence sequence = firstSequence(text);
@@ -85,6 +83,17 @@ void appendJsonText(std::string& out, std::string_view text) {
     }
     text.remove_prefix(size);
   }
+}
+
+std::size_t validUtf8Size(std::string_view text) noexcept {
+  std::size_t size = 0;
+  while (size < text.size()) {
+    const Sequence sequence =
+        isAscii(text[size]) ? Sequence{1, true} : firstSequence(text.substr(size));
+    if (!sequence.isValid) return size;
+    size += sequence.size;
+  }
+  return size;
 }
 
 }  // namespace velmora

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <new>
 
-#include "json_text.h"
 #include "number.h"
 
 namespace velmora {
@@ -51,15 +50,10 @@ char* TextBuffer::prepend(std::size_t count) {
   return at(begin_);
 }
 
-void JsonRows::begin(std::span<const std::string> columns, JsonTarget&& target) {
-  buffer_ = std::move(target.memory);
+void JsonRows::begin(std::span<const std::string> columns, TextBuffer&& memory) {
+  buffer_ = std::move(memory);
   buffer_.clear();
   names_ = columns;
-  style_ = target.style;
-  const auto isPlain = [](const std::string& name) { return isPlainJson(name); };
-  if (style_ == JsonStyle::raw || std::all_of(columns.begin(), columns.end(), isPlain)) return;
-  for (const std::string& name : columns) appendJsonText(escapedNames_.emplace_back(), name);
-  names_ = escapedNames_;
 }
 
 void JsonRows::offerMemory(TextBuffer&& memory) noexcept {
@@ -124,12 +118,6 @@ void JsonRows::addText(std::string_view text) {
     addPrinted("null");
     return;
   }
-  if (style_ == JsonStyle::valid && !isPlainJson(text)) {
-    std::string quoted = "\"";
-    appendJsonText(quoted, text);
-    addPrinted(quoted += '"');
-    return;
-  }
   char* out = beginValue(text.size() + 2);
   *out++ = '"';
   std::memcpy(out, text.data(), text.size());
@@ -140,13 +128,7 @@ void JsonRows::addText(std::string_view text) {
 
 void JsonRows::addInt(std::int64_t value) { endValue(writeInt(beginValue(maxNumberText), value)); }
 
-void JsonRows::addFloat(float value) {
-  if (style_ == JsonStyle::valid && !std::isfinite(value)) {
-    addNull();
-  } else {
-    endValue(writeGeneral(beginValue(maxNumberText), value));
-  }
-}
+void JsonRows::addFloat(float value) { endValue(writeGeneral(beginValue(maxNumberText), value)); }
 
 void JsonRows::addFloat(float value, int decimals) {
   if (std::isfinite(value)) {
@@ -179,7 +161,7 @@ ResultSet refused(std::string_view text) {
   return result;
 }
 
-TextBuffer renderJson(ResultSet&& result, JsonStyle style) {
+TextBuffer renderJson(ResultSet&& result) {
   constexpr std::string_view succeeded = "{\n  \"success\": true,\n  \"message\": \"";
   constexpr std::string_view failed = "{\n  \"success\": false,\n  \"message\": \"";
   constexpr std::string_view rowCount = "\",\n  \"rows_affected\": ";
@@ -192,11 +174,6 @@ TextBuffer renderJson(ResultSet&& result, JsonStyle style) {
     json.append("}\n  ]\n}");
   } else {
     json.append("\n}");
-  }
-  if (style == JsonStyle::valid) {
-    std::string message;
-    appendJsonText(message, result.message);
-    result.message = std::move(message);
   }
   char number[maxNumberText];
   const std::string_view affected(number, writeInt(number, result.rowsAffected));

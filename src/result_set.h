@@ -74,25 +74,12 @@ class TextBuffer {
   std::size_t capacity_ = 0;
 };
 
-// How an answer becomes JSON.
-enum class JsonStyle : std::uint8_t {
-  raw,   // texts as they are stored, floats as printf writes them
-  valid  // as RFC 8259 wants it: texts escaped and made UTF-8, floats that are not finite null
-};
-
-// What the rows of an answer are to be: their style, and the text of an earlier answer whose memory
-// they may take.
-struct JsonTarget {
-  JsonStyle style = JsonStyle::raw;
-  TextBuffer memory = {};
-};
-
 // The data rows of one answer as JSON, one line a row. Values are added row by row, as many to a
 // row as there are columns; the columns' names are read where they are, and must stay there.
 class JsonRows {
  public:
-  // To be called before the first value.
-  void begin(std::span<const std::string> columns, JsonTarget&& target = {});
+  // To be called before the first value; the memory is that of an earlier answer, or empty.
+  void begin(std::span<const std::string> columns, TextBuffer&& memory = {});
   // Tells how many rows come, at least: many are prepared for.
   void expectRows(std::size_t count);
   void addNull() { addPrinted("null"); }
@@ -127,9 +114,7 @@ class JsonRows {
   TextBuffer buffer_;
   std::span<const std::string> names_;
   std::vector<Prefix> prefixes_;
-  std::vector<std::string> escapedNames_;  // what names_ refers to when they need escapes
-  std::size_t column_ = 0;                 // of the next value
-  JsonStyle style_ = JsonStyle::raw;
+  std::size_t column_ = 0;  // of the next value
 };
 
 struct ResultSet {
@@ -144,8 +129,8 @@ ResultSet successful(std::string message, std::int32_t rowsAffected = 0);
 // The answer to a command that failed with this text, which goes out as "Error: " + text.
 ResultSet refused(std::string_view text);
 
-// The answer as JSON, which does not end with a line feed; it takes the rows' memory. The style is
-// that of the message, and should be the one that the rows were made with. Throws std::bad_alloc.
-TextBuffer renderJson(ResultSet&& result, JsonStyle style = JsonStyle::raw);
+// The answer as JSON, which does not end with a line feed; it takes the rows' memory. Texts stand
+// in it as they are stored. Throws std::bad_alloc.
+TextBuffer renderJson(ResultSet&& result);
 
 }  // namespace velmora

@@ -1,7 +1,9 @@
-// The three plain exported functions, and the process's one engine, which they share with the
-// guarded ones. No engine logic lives here.
+// The three plain exported functions, and the process's one plain engine. No engine logic lives
+// here. The rules of the locks stand in database/database.h.
 #include "velmora/velmora.h"
 
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -10,19 +12,20 @@
 
 #include "clock.h"
 #include "database/database.h"
-#include "engine.h"
 #include "number.h"
+#include "engine/opening.h"
+#include "parser/parser.h"
 #include "storage/directory_lock.h"
 
 namespace velmora {
-
-constinit std::mutex engine_mutex;
-std::unique_ptr<Parser> global_parser;
-
 namespace {
 
+// Serialises every call of the exported functions; held around everything below.
+constinit std::mutex engine_mutex;
 std::optional<DirectoryLock> global_directory;  // held from a start to its stop
 std::unique_ptr<Database> global_db;
+// Null while the engine is stopped, and after a start that failed while loading.
+std::unique_ptr<Parser> global_parser;
 TextBuffer last_result_buffer;  // keeps its memory from one command to the next
 
 constexpr const char* notStarted = "{\"success\": false, \"message\": \"Engine not started.\"}";
@@ -37,15 +40,12 @@ void runCommand(const char* query) {
   if (query == nullptr) throw std::logic_error("ExecuteQuery needs a command");
   try {
     command = query;
-    ResultSet result =
-        global_parser->handleCommand(command, {JsonStyle::raw, std::move(last_result_buffer)});
+    ResultSet result = global_parser->handleCommand(command, std::move(last_result_buffer));
     last_result_buffer = renderJson(std::move(result));
   } catch (const std::runtime_error& error) {
     setResult(std::string("{\"success\": false, \"message\": \"") + error.what() + "\"}");
   }
 }
-
-}  // namespace
 
 void startEngine() {
   if (global_db != nullptr) return;
@@ -57,7 +57,7 @@ void startEngine() {
     throw;
   }
   // Deliberate: a load that fails leaves the database set and the parser null.
-  global_db->loadFromDisk();
+  loadForPlainFunctions(*global_db);
   global_parser = std::make_unique<Parser>(global_db.get());
 }
 
@@ -70,6 +70,7 @@ void stopEngine() {
   global_directory.reset();
 }
 
+}  // namespace
 }  // namespace velmora
 
 extern "C" {

@@ -37,7 +37,7 @@ std::string withoutComments(const std::string& source) {
 Names declaredFunctions() {
   const std::string header =
       withoutComments(readFile(VELMORA_SOURCE_DIR "/include/velmora/velmora.h"));
-  const std::regex declaration(R"((\w+)\s*\([^;{}]*\)\s*;)");
+  const std::regex declaration(R"((\w+)\s*\([^*;{}][^;{}]*\)\s*;)");
   Names names;
   for (std::sregex_iterator match(header.begin(), header.end(), declaration), end; match != end;
        ++match) {

@@ -74,11 +74,11 @@ std::vector<fs::path> includesOf(const fs::path& source) {
 // Records, storage, strict language, queries, database, parser, start-up, front ends: each builds
 // on those before it.
 int layerOf(const fs::path& source) {
-  static constexpr std::array<std::string_view, 5> rooms = {
-      "src/storage/", "src/strict/", "src/query/", "src/database/", "src/parser/"};
-  static const std::set<std::string> frontEnds = {
-      "src/engine.h",          "src/velmora.cpp", "src/guarded.cpp",          "src/value_binding.h",
-      "src/value_binding.cpp", "src/main.cpp",    "include/velmora/velmora.h"};
+  static constexpr std::array<std::string_view, 6> rooms = {
+      "src/storage/", "src/strict/", "src/query/", "src/database/", "src/parser/", "src/engine/"};
+  static const std::set<std::string> frontEnds = {"src/velmora.cpp", "src/handles.h",
+                                                  "src/handles.cpp", "src/results.cpp",
+                                                  "src/main.cpp",    "include/velmora/velmora.h"};
   const std::string name = nameOf(source);
   if (frontEnds.contains(name)) return 7;
   if (name.starts_with("src/startup.")) return 6;

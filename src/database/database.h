@@ -137,7 +137,7 @@ class Database {
   // Throws "Requested column not found".
   ResultSet select(const std::string& tableName, std::vector<std::string> columns,
                    const std::vector<Condition>& conditions, std::int64_t now,
-                   JsonTarget&& target = {});
+                   TextBuffer&& spare = {});
   // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not
   // exist come into being, empty. Throws "Unknown table prefix 'P' in WHERE clause." (or "in SELECT
   // list.", "in JOIN ON clause."), "Column 'C' not found in either table.", "JOIN ON needs a
@@ -146,7 +146,7 @@ class Database {
                        const ColumnReference& firstOn, const ColumnReference& secondOn,
                        const std::vector<ColumnReference>& columns,
                        const std::vector<Condition>& conditions, std::int64_t now,
-                       JsonTarget&& target = {});
+                       TextBuffer&& spare = {});
 
   // Links (links.cpp).
 

@@ -301,7 +301,7 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
                                const ColumnReference& firstOn, const ColumnReference& secondOn,
                                const std::vector<ColumnReference>& columns,
                                const std::vector<Condition>& conditions, std::int64_t now,
-                               JsonTarget&& target) {
+                               TextBuffer&& spare) {
   const std::unique_lock lock(dbMutex);
   const Table& left = tableOrNew(leftTable);
   const Table& right = tableOrNew(rightTable);
@@ -336,7 +336,7 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     const ColumnReader reader(table.values(side.column), now);
     outputs.push_back({&table, side.column, side.isRight, reader});
   }
-  result.rows.begin(result.columns, std::move(target));
+  result.rows.begin(result.columns, std::move(spare));
   result.rows.expectRows(leftRows.size());
   const auto addRows = [&](std::vector<Pair>& pairs) {
     for (const Pair& pair : pairs) {

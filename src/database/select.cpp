@@ -11,7 +11,7 @@ namespace velmora {
 
 ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
                            const std::vector<Condition>& conditions, std::int64_t now,
-                           JsonTarget&& target) {
+                           TextBuffer&& spare) {
   const std::unique_lock lock(dbMutex);
   const Table& table = tableOrNew(tableName);
   std::byte memory[16 * sizeof(ColumnReader)];  // enough for a usual table
@@ -28,7 +28,7 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   }
   ResultSet result;
   result.columns = std::move(columns);
-  result.rows.begin(result.columns, std::move(target));
+  result.rows.begin(result.columns, std::move(spare));
   const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
   result.rows.expectRows(matched.size());

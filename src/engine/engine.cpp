@@ -311,7 +311,7 @@ void Engine::Parts::checkpoint() {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "A checkpoint cannot be part of a transaction");
   }
-  const std::lock_guard lock(files);
+  const std::lock_guard hold(files);
   const WriterVisit visit(gate, Interrupt(interrupts));
   requireWritable();
   saveFiles(second());
@@ -321,7 +321,7 @@ void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "VACUUM cannot be part of a transaction");
   }
-  const std::lock_guard lock(files);
+  const std::lock_guard hold(files);
   const Interrupt interrupt(interrupts);
   const WriterVisit visit(gate, interrupt);
   requireWritable();

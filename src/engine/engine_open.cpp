@@ -11,6 +11,7 @@
 #include "../clock.h"
 #include "../failure.h"
 #include "../storage/block_io.h"
+#include "../storage/damaged_files.h"
 #include "../storage/sealed.h"
 #include "../text.h"
 #include "engine_parts.h"

@@ -65,16 +65,15 @@ std::span<const Parser::Rule> Parser::rules() {
   return table;
 }
 
-ResultSet Parser::handleCommand(const std::string& command, JsonTarget&& target,
-                                std::span<const BoundFloat> floats) {
-  ResultSet result = run({command, tokens_, clock::now(), 0, floats, target, false});
-  result.rows.offerMemory(std::move(target.memory));
+ResultSet Parser::handleCommand(const std::string& command, TextBuffer&& memory) {
+  ResultSet result = run({command, tokens_, clock::now(), 0, memory, false});
+  result.rows.offerMemory(std::move(memory));
   return result;
 }
 
 ResultSet Parser::replay(const std::string& command, std::int64_t second) {
-  JsonTarget target;
-  return run({command, tokens_, second, 0, {}, target, true});
+  TextBuffer memory;
+  return run({command, tokens_, second, 0, memory, true});
 }
 
 ResultSet Parser::run(Command command) {

@@ -65,22 +65,14 @@ class TokenCursor {
   const std::vector<Token>* tokens_;
 };
 
-// A float that was bound to a command: where its digits begin in the text, and its number among the
-// values, counted from 1.
-struct BoundFloat {
-  std::size_t offset = 0;
-  std::size_t parameter = 0;
-};
-
 // One command on its way through the parser.
 struct Command {
   const std::string& text;           // as it was given
   const std::vector<Token>& tokens;  // of what stands in front of its clock marker
   std::int64_t second = 0;           // at which it runs
   std::int64_t timedStart = 0;       // at which its timed values start
-  std::span<const BoundFloat> floats;
-  JsonTarget& target;       // of its answer
-  bool isReplayed = false;  // comes from the log, and does not go there
+  TextBuffer& memory;                // of an earlier answer, for its own
+  bool isReplayed = false;           // comes from the log, and does not go there
 };
 
 class Parser {
@@ -90,11 +82,9 @@ class Parser {
 
   // Runs one command, at the second that the clock shows. Every std::runtime_error becomes an
   // answer with success false and the message "Error: " + its text; other exceptions pass. The
-  // answer's rows hold the target's memory. Callers run one command at a time. The floats, in
-  // ascending order, are refused where an integer column cannot hold them; numbers that were typed
-  // are not.
-  ResultSet handleCommand(const std::string& command, JsonTarget&& target = {},
-                          std::span<const BoundFloat> floats = {});
+  // answer's rows hold the memory, which may be an earlier answer's. Callers run one command at a
+  // time.
+  ResultSet handleCommand(const std::string& command, TextBuffer&& memory = {});
   // The same for a command of the log, at the second at which it first ran. Nothing is logged, a
   // CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which no log of the
   // engine's own holds, does nothing: it would empty the log that is being read.

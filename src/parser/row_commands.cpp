@@ -100,7 +100,7 @@ ResultSet Parser::select(const Command& command) {
   if (cursor.nextIs("JOIN")) return selectJoin(command, cursor, tableName, listEnd);
   if (!isStar) columns = bareColumns(tokens, listEnd);
   return db_->select(tableName, std::move(columns), optionalFilter(cursor), command.second,
-                     std::move(command.target));
+                     std::move(command.memory));
 }
 
 ResultSet Parser::selectJoin(const Command& command, TokenCursor cursor,
@@ -123,7 +123,7 @@ ResultSet Parser::selectJoin(const Command& command, TokenCursor cursor,
     columns = joinedColumns(cursor.tokens(), listEnd);
   }
   return db_->selectJoin(leftTable, rightTable, first, second, columns, optionalFilter(cursor),
-                         command.second, std::move(command.target));
+                         command.second, std::move(command.memory));
 }
 
 }  // namespace velmora

@@ -4,7 +4,6 @@
 //
 // The duration behind an "@" belongs to the value before its arrow; the last value repeats the last
 // duration.
-#include <algorithm>
 #include <optional>
 #include <stdexcept>
 
@@ -28,12 +27,6 @@ bool matchesKind(const Token& token, ValueKind kind) {
     default:
       return false;
   }
-}
-
-// Whether a number's token is an integer of 32 bits to its last digit.
-bool isWholeInt(std::string_view number) {
-  std::int32_t value = 0;
-  return number.find('.') == std::string_view::npos && convertInt(number, value) == Conversion::ok;
 }
 
 // The seconds of a unit, or 0 for none.
@@ -77,15 +70,9 @@ class PlaceOfColumn {
   std::vector<std::size_t> places_;
 };
 
-// Refuses a token that is no value for the column, or a bound float that it cannot hold.
-void checkValue(const Command& command, const Token& token, const Column& column, ValueKind kind) {
+// Refuses a token that is no value for the column.
+void checkValue(const Token& token, ValueKind kind) {
   if (!matchesKind(token, kind)) throwUnmatchingType();
-  if (kind != ValueKind::integer || command.floats.empty()) return;
-  const auto offset = static_cast<std::size_t>(token.value.data() - command.text.data());
-  const auto found = std::ranges::lower_bound(command.floats, offset, {}, &BoundFloat::offset);
-  if (found == command.floats.end() || found->offset != offset || isWholeInt(token.value)) return;
-  throw std::runtime_error("Parameter " + std::to_string(found->parameter) + " is a float that " +
-                           column.type + " column '" + column.name + "' cannot hold");
 }
 
 // Reads the states that follow the first value, and gives the cell its rule.
@@ -98,7 +85,7 @@ void readStates(const Command& command, TokenCursor& cursor, const Column& colum
   while (cursor.nextIs("-->")) {
     ++cursor.position;
     const Token& next = cursor.take("Expected value after -->");
-    checkValue(command, next, column, kind);
+    checkValue(next, kind);
     cursor.expect("@", "Expected '@'");
     seconds = duration(cursor);
     rule->states.push_back({std::move(pending), seconds});
@@ -124,7 +111,7 @@ void readStates(const Command& command, TokenCursor& cursor, const Column& colum
 void readValue(const Command& command, TokenCursor& cursor, const Table& table, std::size_t column,
                Cell& cell) {
   const Token& token = cursor.take("Expected value");
-  checkValue(command, token, table.columns[column], table.kind(column));
+  checkValue(token, table.kind(column));
   cell.value = token.value;
   cell.tempRule.reset();
   if (cursor.nextIs(TokenType::OPERATOR, "-->")) {

@@ -1,0 +1,80 @@
+// What the handles of the public header are, and how each exported function over them begins and
+// ends: no exception leaves it, a failure becomes a code and an object, and a result lies in memory
+// that an earlier one has left. Databases and statements are in handles.cpp, results and errors in
+// results.cpp.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "answer.h"
+#include "engine/engine.h"
+#include "failure.h"
+#include "value.h"
+#include "velmora/velmora.h"
+
+struct velmora_db {
+  velmora_db(std::string_view path, const velmora_options& options);
+
+  velmora::Engine engine;
+  std::atomic<std::size_t> statements = 0;
+};
+
+struct velmora_statement {
+  velmora_db* db;
+  std::unique_ptr<velmora::Prepared> prepared;
+  std::vector<velmora::Value> values;  // one a parameter
+};
+
+struct velmora_result {
+  velmora::Answer answer;
+  std::mutex jsonMutex;  // guards what follows
+  std::string json;      // empty until it is asked for
+};
+
+struct velmora_error {
+  velmora::Failure failure;
+};
+
+namespace velmora {
+
+struct ResultReturn {
+  void operator()(velmora_result* result) const noexcept { velmora_result_destroy(result); }
+};
+using NewResult = std::unique_ptr<velmora_result, ResultReturn>;
+
+// An empty result, in memory that one of this thread's has left. Throws std::bad_alloc.
+NewResult newResult();
+
+// The code of the exception being handled, and the object for it.
+int tellFailure(velmora_error** error) noexcept;
+
+// What an exported function returns that does this.
+template <typename Call>
+int codeOf(velmora_error** error, Call call) noexcept {
+  if (error != nullptr) *error = nullptr;
+  try {
+    call();
+    return VELMORA_OK;
+  } catch (...) {
+    return tellFailure(error);
+  }
+}
+
+// The same for one that fills an answer.
+template <typename Fill>
+int codeOfAnswer(velmora_result** result, velmora_error** error, Fill fill) noexcept {
+  if (result != nullptr) *result = nullptr;
+  return codeOf(error, [&] {
+    NewResult made = newResult();
+    fill(made->answer);
+    if (result != nullptr) *result = made.release();
+  });
+}
+
+}  // namespace velmora
