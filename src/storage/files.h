@@ -127,7 +127,8 @@ class File {
   bool hasSecondName() const;
   std::optional<std::size_t> readStored(std::int64_t offset, char* out, std::size_t count);
   std::optional<std::size_t> readPatched(std::int64_t offset, char* out, std::size_t count);
-  bool writePiece(std::string_view bytes, int wish);
+  bool writePiece(std::string_view bytes, std::int64_t offset, int wish);
+  bool writePages(std::string_view bytes, std::int64_t offset, bool isPlaced);
 
   int descriptor_ = -1;
   std::size_t lastWritten_ = 0;
