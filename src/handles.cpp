@@ -10,7 +10,7 @@
 #include <span>
 #include <utility>
 
-#include "json_text.h"
+#include "text.h"
 
 namespace velmora {
 namespace {
@@ -24,7 +24,7 @@ std::string_view givenText(const char* text, std::size_t length, const char* nam
 
 // How many bytes of the text may stand in a command or a value.
 std::size_t acceptableSize(std::string_view text) noexcept {
-  return validUtf8Size(text.substr(0, text.find('\0')));
+  return utf8Prefix(text.substr(0, text.find('\0')));
 }
 
 const char* faultAt(std::string_view text, std::size_t offset) noexcept {

@@ -26,8 +26,8 @@ struct OpenedLog {
 using StepProgress =
     std::function<bool(std::string_view step, std::uint64_t done, std::uint64_t total)>;
 
-// Loads what loadSealed or loadPlain has read, its links included, into an empty database. Faults go
-// to the report; what is left out then is not there.
+// Loads what loadSealed or loadPlain has read, its links included, into an empty database. Faults
+// go to the report; what is left out then is not there.
 void takeTables(SealedState&& state, Database& database, const ReportFault& report,
                 std::int64_t now);
 // Loads a sealed database, log and all. Nothing on disk changes.
@@ -43,7 +43,7 @@ bool changesCatalogue(const strict::Command& command) noexcept;
 
 // The load of the plain functions: what Database::loadFromDisk does, or, where handles have used
 // the directory, what they have left, brought into plain files. Throws as that does, and
-// std::runtime_error "Database holds what plain files cannot: table 'T'"; nothing has changed then.
+// std::runtime_error "Database holds what plain files cannot"; nothing has changed then.
 void loadForPlainFunctions(Database& database);
 
 }  // namespace velmora
