@@ -17,13 +17,34 @@ std::int64_t wrappingSubtract(std::int64_t a, std::int64_t b) noexcept {
   return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
 }
 
+constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+
+// Whether the rule's next change can be told from its durations: what no clock shows and no command
+// gives may wrap.
+bool isUsual(const TempRule& rule, std::int64_t now) noexcept {
+  constexpr std::int64_t far = std::int64_t{1} << 40;
+  const auto isNear = [](std::int64_t seconds) { return -far < seconds && seconds < far; };
+  return isNear(now) && isNear(rule.startTime) && isNear(rule.cycleLength) &&
+         rule.cycleLength >= (rule.repeat ? 1 : 0) &&
+         std::all_of(rule.states.begin(), rule.states.end(), [&](const TempState& state) {
+           return state.duration >= 0 && isNear(state.duration);
+         });
+}
+
 }  // namespace
+
+bool isStoredType(std::string_view typeName) noexcept {
+  return typeName == longType || typeName == doubleType ||
+         std::find(typeNames.begin(), typeNames.end(), typeName) != typeNames.end();
+}
 
 ValueKind valueKind(std::string_view typeName) noexcept {
   if (typeName == "string") return ValueKind::text;
   if (typeName == "int" || typeName == "ApexInt") return ValueKind::integer;
   if (typeName == "float") return ValueKind::real;
   if (typeName == "bool") return ValueKind::boolean;
+  if (typeName == longType) return ValueKind::longInteger;
+  if (typeName == doubleType) return ValueKind::doubleReal;
   return ValueKind::unknown;
 }
 
@@ -47,17 +68,8 @@ std::string_view TempRule::valueAt(std::int64_t now) const {
 }
 
 std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
-  constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
   if (states.empty() || now == never) return never;
-  // What no clock shows and no command gives may wrap; it is asked again each second.
-  constexpr std::int64_t far = std::int64_t{1} << 40;
-  const auto isNear = [](std::int64_t seconds) { return -far < seconds && seconds < far; };
-  const bool isUsual = isNear(now) && isNear(startTime) && isNear(cycleLength) &&
-                       cycleLength >= (repeat ? 1 : 0) &&
-                       std::all_of(states.begin(), states.end(), [&](const TempState& state) {
-                         return state.duration >= 0 && isNear(state.duration);
-                       });
-  if (!isUsual) return now + 1;
+  if (!isUsual(*this, now)) return now + 1;
   // A first state of no length is passed over once a pass, before the start as well.
   if (now < startTime) return states.front().duration > 0 ? startTime : now + 1;
   std::int64_t elapsed = now - startTime;
@@ -70,6 +82,20 @@ std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
   }
   // A pass whose length is not its states' sum ends when its length says so.
   return now + (elapsed < end ? std::min(end, cycleLength) : cycleLength) - elapsed;
+}
+
+std::int64_t TempRule::nextValueChange(std::int64_t now) const noexcept {
+  if (states.empty() || now == never) return never;
+  const std::string_view shown = states[calculateIndex(now)].value;
+  std::int64_t second = now;
+  // The start, each state of a pass, and that of the next one in which this second lies.
+  for (std::size_t i = 0; i < states.size() + 2; ++i) {
+    if (!isUsual(*this, second)) return second + 1;
+    second = nextChange(second);
+    if (second == never) return never;
+    if (states[calculateIndex(second)].value != shown) return second;
+  }
+  return never;
 }
 
 Cell::Cell(const Cell& other)
@@ -87,6 +113,10 @@ bool comesBefore(ValueKind kind, std::string_view a, std::string_view b) {
       return parseInt(a) < parseInt(b);
     case ValueKind::real:
       return parseFloat(a) < parseFloat(b);
+    case ValueKind::longInteger:
+      return parseLong(a) < parseLong(b);
+    case ValueKind::doubleReal:
+      return parseDouble(a) < parseDouble(b);
     case ValueKind::boolean:
       return a == "false" && b == "true";
     case ValueKind::text:

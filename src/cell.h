@@ -18,9 +18,24 @@ namespace velmora {
 inline constexpr std::array<std::string_view, 5> typeNames = {"int", "string", "ApexInt", "float",
                                                               "bool"};
 
+// Types that the plain functions do not know. No column can be called so, since a table file tells
+// its column names from its types by them.
+inline constexpr std::string_view longType = "/long";
+inline constexpr std::string_view doubleType = "/double";
+// Whether a table file can have columns of the type.
+bool isStoredType(std::string_view typeName) noexcept;
+
 // How values of a type compare, convert and are stored. ApexInt behaves like int but for its
-// numbering.
-enum class ValueKind : std::uint8_t { integer, real, boolean, text, unknown };
+// numbering; longInteger and doubleReal are the same in 64 bits.
+enum class ValueKind : std::uint8_t {
+  integer,
+  real,
+  boolean,
+  text,
+  unknown,
+  longInteger,
+  doubleReal
+};
 ValueKind valueKind(std::string_view typeName) noexcept;
 
 // What a cell holds to which no value was given; readers see it as null.
@@ -49,6 +64,9 @@ struct TempRule {
   // A second up to which the state in force at `now` stays; behind it the rule has to be asked
   // again.
   std::int64_t nextChange(std::int64_t now) const noexcept;
+  // The first second behind `now` at which another value is shown; the largest number if none is.
+  // Where durations or seconds are absurd it may be too early.
+  std::int64_t nextValueChange(std::int64_t now) const noexcept;
 
   // Calls use(text) for each value that is shown now or can be shown later: all of them when it
   // cycles, else those from the current one on.

@@ -11,12 +11,14 @@ namespace {
 
 constexpr std::int64_t always = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
-
-bool holdsTexts(ValueKind kind) { return kind == ValueKind::text || kind == ValueKind::unknown; }
+constexpr float noFloat = std::numeric_limits<float>::quiet_NaN();
+constexpr double noDouble = std::numeric_limits<double>::quiet_NaN();
 
 std::size_t widthOf(ValueKind kind) {
   if (kind == ValueKind::boolean) return 1;
-  return holdsTexts(kind) ? sizeof(Text) : 4;
+  if (kind == ValueKind::longInteger || kind == ValueKind::doubleReal) return 8;
+  const bool isNumber = kind == ValueKind::integer || kind == ValueKind::real;
+  return isNumber ? 4 : sizeof(Text);
 }
 
 // Adds a value whose text the arrays do not tell.
@@ -27,6 +29,10 @@ void printText(std::string_view text, ValueKind kind, JsonRows& answer) {
     answer.addInt(parseInt(text));
   } else if (kind == ValueKind::real) {
     answer.addFloat(parseFloat(text));
+  } else if (kind == ValueKind::longInteger) {
+    answer.addInt(parseLong(text));
+  } else if (kind == ValueKind::doubleReal) {
+    answer.addDouble(parseDouble(text));
   } else if (kind == ValueKind::boolean) {
     answer.addBool(isTrueText(text));
   } else {
@@ -44,7 +50,8 @@ BoolCode boolCodeOf(std::string_view text) noexcept {
 
 ColumnValues::ColumnValues(ValueKind kind, Rows& rows)
     : kind_(kind), rows_(rows), width_(widthOf(kind)), values_(rows.addArray(width_)) {
-  const bool hasCodes = kind == ValueKind::real || holdsTexts(kind);
+  const bool hasCodes =
+      kind == ValueKind::real || kind == ValueKind::doubleReal || holdsTexts(kind);
   codes_ = hasCodes ? rows.addArray(1) : values_;
 }
 
@@ -53,11 +60,6 @@ ColumnValues::~ColumnValues() {
   for (std::size_t c = 0; c < rows_.chunkCount(); ++c) {
     std::destroy_n(rows_.array<Text>(c, values_), rows_.sizeOf(c));
   }
-}
-
-void ColumnValues::keepRight(std::size_t chunk, std::int64_t now) const {
-  OddCells& odd = *odd_[chunk];
-  if (now < odd.since || now >= odd.until) refresh(chunk, odd, now);
 }
 
 std::size_t ColumnValues::OddCells::find(std::size_t place) const noexcept {
@@ -93,7 +95,15 @@ std::string_view ColumnValues::plainText(std::size_t row, TextRoom& room) const 
       return {room, writeInt(room, values.numbers()[place])};
     case ValueKind::real:
       if (values.codes[place] == missingSpelling) return missingValue;
+      if (values.codes[place] == shortestSpelling) {
+        return {room, writeShortest(room, values.reals()[place])};
+      }
       return {room, writeDecimals(room, values.reals()[place], values.codes[place])};
+    case ValueKind::longInteger:
+      return {room, writeInt(room, values.longs()[place])};
+    case ValueKind::doubleReal:
+      if (values.codes[place] == missingSpelling) return missingValue;
+      return {room, writeShortest(room, values.doubles()[place])};
     case ValueKind::boolean: {
       const auto code = static_cast<BoolCode>(values.codes[place]);
       if (code == BoolCode::missing) return missingValue;
@@ -147,8 +157,20 @@ void ColumnReader::print(std::size_t row, JsonRows& answer) {
     case ValueKind::real:
       if (values.codes[place] == missingSpelling) {
         answer.addNull();
+      } else if (values.codes[place] == shortestSpelling) {
+        answer.addFloat(values.reals()[place]);
       } else {
         answer.addFloat(values.reals()[place], values.codes[place]);
+      }
+      break;
+    case ValueKind::longInteger:
+      answer.addInt(values.longs()[place]);
+      break;
+    case ValueKind::doubleReal:
+      if (values.codes[place] == missingSpelling) {
+        answer.addNull();
+      } else {
+        answer.addDouble(values.doubles()[place]);
       }
       break;
     case ValueKind::boolean:
@@ -166,6 +188,7 @@ void ColumnReader::print(std::size_t row, JsonRows& answer) {
 }
 
 void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
+  forgetKept(Rows::chunkOf(row));
   const Chunk values = chunk(Rows::chunkOf(row));
   const std::size_t place = Rows::placeOf(row);
   switch (kind_) {
@@ -173,7 +196,14 @@ void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
       std::fill_n(values.numbers() + place, count, 0);
       break;
     case ValueKind::real:
-      std::fill_n(values.reals() + place, count, std::numeric_limits<float>::quiet_NaN());
+      std::fill_n(values.reals() + place, count, noFloat);
+      std::fill_n(values.codes + place, count, missingSpelling);
+      break;
+    case ValueKind::longInteger:
+      std::fill_n(values.longs() + place, count, 0);
+      break;
+    case ValueKind::doubleReal:
+      std::fill_n(values.doubles() + place, count, noDouble);
       std::fill_n(values.codes + place, count, missingSpelling);
       break;
     case ValueKind::boolean:
@@ -190,6 +220,7 @@ void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
 }
 
 void ColumnValues::removeLast(std::size_t row) noexcept {
+  forgetKept(Rows::chunkOf(row));
   if (isOdd(row)) removeOdd(row);
   if (holdsTexts(kind_)) std::destroy_at(&rows_.at<Text>(row, values_));
 }
@@ -204,12 +235,25 @@ bool ColumnValues::store(const Chunk& chunk, std::size_t place, std::string_view
       return number.has_value();
     }
     case ValueKind::real: {
-      float value = std::numeric_limits<float>::quiet_NaN();
+      float value = noFloat;
       auto spelling = decimalsOf(text, value);
       if (text == missingValue) spelling = missingSpelling;
       if (!spelling) return false;
       chunk.reals()[place] = value;
       chunk.codes[place] = *spelling;
+      return true;
+    }
+    case ValueKind::longInteger: {
+      const auto number = canonicalLong(text);
+      if (number) chunk.longs()[place] = *number;
+      return number.has_value();
+    }
+    case ValueKind::doubleReal: {
+      const bool isMissing = text == missingValue;
+      const auto value = isMissing ? noDouble : canonicalDouble(text);
+      if (!value) return false;
+      chunk.doubles()[place] = *value;
+      chunk.codes[place] = isMissing ? missingSpelling : shortestSpelling;
       return true;
     }
     case ValueKind::boolean: {
@@ -228,6 +272,7 @@ bool ColumnValues::store(const Chunk& chunk, std::size_t place, std::string_view
 }
 
 void ColumnValues::setText(std::size_t row, std::string_view text) {
+  forgetKept(Rows::chunkOf(row));
   const Chunk values = chunk(Rows::chunkOf(row));
   if (!store(values, Rows::placeOf(row), text)) {
     setOdd(row, Cell(Text(text)), 0);
@@ -251,19 +296,59 @@ void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view
       setText(row, text);
       continue;
     }
+    forgetKept(Rows::chunkOf(row));
     if (holdsTexts(kind_)) {
       values.texts()[place] = model.texts()[modelPlace];
     } else if (kind_ == ValueKind::integer) {
       values.numbers()[place] = model.numbers()[modelPlace];
     } else if (kind_ == ValueKind::real) {
       values.reals()[place] = model.reals()[modelPlace];
+    } else if (width_ == 8) {
+      values.longs()[place] = model.longs()[modelPlace];
     }
-    if (kind_ != ValueKind::integer) values.codes[place] = model.codes[modelPlace];
+    if (codes_ != values_ || kind_ == ValueKind::boolean) {
+      values.codes[place] = model.codes[modelPlace];
+    }
   }
 }
 
 void ColumnValues::setNumber(std::size_t row, std::int32_t number) noexcept {
+  forgetKept(Rows::chunkOf(row));
   rows_.at<std::int32_t>(row, values_) = number;
+  if (isOdd(row)) removeOdd(row);
+}
+
+void ColumnValues::setValue(std::size_t row, const Value& value) {
+  const std::size_t place = Rows::placeOf(row);
+  const TypedValue typed = typedValue(value);
+  const auto realOf = [&] {
+    return typed.type == AnswerType::integer ? static_cast<double>(typed.integer) : typed.real;
+  };
+  if (isNull(value)) {
+    setText(row, missingValue);
+    return;
+  }
+  if (holdsTexts(kind_)) {
+    if (typed.text != missingValue) {
+      setText(row, typed.text);
+    } else {
+      setOdd(row, Cell(Text(typed.text)), 0);
+    }
+    return;
+  }
+  forgetKept(Rows::chunkOf(row));
+  const Chunk values = chunk(Rows::chunkOf(row));
+  if (kind_ == ValueKind::integer) {
+    values.numbers()[place] = static_cast<std::int32_t>(typed.integer);
+  } else if (kind_ == ValueKind::longInteger) {
+    values.longs()[place] = typed.integer;
+  } else if (kind_ == ValueKind::boolean) {
+    values.codes[place] = static_cast<std::uint8_t>(typed.isTrue);
+  } else {
+    if (kind_ == ValueKind::real) values.reals()[place] = static_cast<float>(realOf());
+    if (kind_ == ValueKind::doubleReal) values.doubles()[place] = realOf();
+    values.codes[place] = shortestSpelling;
+  }
   if (isOdd(row)) removeOdd(row);
 }
 
@@ -286,6 +371,7 @@ void ColumnValues::restore(std::size_t row, const Cell& cell, std::int64_t now) 
 }
 
 void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
+  forgetKept(Rows::chunkOf(row));
   OddCells& odd = oddCells(Rows::chunkOf(row));
   const std::size_t place = Rows::placeOf(row);
   const std::size_t at = odd.find(place);
@@ -311,7 +397,10 @@ void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
   odd.changes[at] = change;
   odd.until = std::min(odd.until, change);
   if (isTimed && isCurrent) odd.since = now;
+  since_ = std::max(since_, odd.since);
+  until_ = std::min(until_, odd.until);
   odd.flags[place] = isTold ? listed : listed | unclear;
+  if (!isTimed && holdsTexts(kind_)) odd.flags[place] |= literal;
   odd.cells[at] = std::move(cell);
 }
 
@@ -330,26 +419,6 @@ void ColumnValues::refile(std::size_t row, std::int64_t now) {
   OddCells& odd = *odd_[Rows::chunkOf(row)];
   Cell& cell = odd.cells[odd.find(Rows::placeOf(row))];
   cell.value = cell.valueAt(now);
-}
-
-// Puts the states in force into the arrays where they have changed.
-void ColumnValues::refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const {
-  const bool isBack = now < odd.since;
-  const Chunk values = this->chunk(chunk);
-  // Until all is done nothing is right.
-  odd.since = always;
-  std::int64_t until = always;
-  for (std::size_t i = 0; i < odd.places.size(); ++i) {
-    const TempRule* const rule = odd.cells[i].tempRule.get();
-    if (rule != nullptr && (isBack || odd.changes[i] <= now)) {
-      const bool isTold = !rule->states.empty() && store(values, odd.places[i], rule->valueAt(now));
-      odd.flags[odd.places[i]] = isTold ? listed : listed | unclear;
-      odd.changes[i] = rule->nextChange(now);
-    }
-    until = std::min(until, odd.changes[i]);
-  }
-  odd.since = now;
-  odd.until = until;
 }
 
 }  // namespace velmora

@@ -5,6 +5,7 @@
 //
 //   int, ApexInt   4 bytes; the text is the number's shortest form
 //   float          4 bytes, and one for the spelling: how many decimals the text has
+//   long, double   8 bytes, and one for a double to tell whether there is one
 //   bool           1 byte
 //   string         a Text, and one byte that is seldom equal for unequal texts
 //
@@ -15,11 +16,16 @@
 //
 // Only this room knows which cells are odd. Who scans asks for a chunk's arrays and is told which
 // rows they do not stand for.
+//
+// The strict language has values instead of texts. Null is the missing value there, in the arrays
+// or as the text of an odd cell; a text that reads like it is an odd cell that is not timed. Such
+// reads change nothing that others read, and may be at any second: see chunkAt.
 #pragma once
 
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -28,6 +34,7 @@
 #include "number.h"
 #include "result_set.h"
 #include "rows.h"
+#include "typed_value.h"
 
 namespace velmora {
 
@@ -35,7 +42,9 @@ namespace velmora {
 using TextRoom = char[maxNumberText];
 
 // How a float's text is spelled: a number of decimals, or one of these, of which arrays hold the
-// first alone.
+// first two. The shortest form is any float's that the strict language stores; doubles have no
+// other.
+inline constexpr std::uint8_t shortestSpelling = 253;
 inline constexpr std::uint8_t missingSpelling = 254;
 inline constexpr std::uint8_t oddSpelling = 255;
 // What a bool is; no array holds odd.
@@ -94,12 +103,17 @@ class ColumnValues {
   void setText(std::size_t row, std::string_view text);
   void setTexts(std::span<const std::int32_t> rows, std::string_view text);
   void setNumber(std::size_t row, std::int32_t number) noexcept;
+  // The same for a value of the strict language, of the column's type and within its range; a
+  // number of either sort goes into floats.
+  void setValue(std::size_t row, const Value& value);
   // Has a timed value filed under the text in force.
   void refile(std::size_t row, std::int64_t now);
 
-  // In Chunk::odd: the cell is odd; and its array value does not tell its text.
+  // In Chunk::odd: the cell is odd; its array value does not tell its text; and it is a text that
+  // only reads like the missing value.
   static constexpr std::uint8_t listed = 1;
   static constexpr std::uint8_t unclear = 2;
+  static constexpr std::uint8_t literal = 4;
   // The arrays of a chunk.
   struct Chunk {
     std::byte* values;
@@ -108,11 +122,17 @@ class ColumnValues {
 
     std::int32_t* numbers() const noexcept { return reinterpret_cast<std::int32_t*>(values); }
     float* reals() const noexcept { return reinterpret_cast<float*>(values); }  // or NaN for none
+    std::int64_t* longs() const noexcept { return reinterpret_cast<std::int64_t*>(values); }
+    double* doubles() const noexcept { return reinterpret_cast<double*>(values); }  // or NaN
     Text* texts() const noexcept { return reinterpret_cast<Text*>(values); }
     bool isUnclear(std::size_t place) const noexcept {
       return odd != nullptr && (odd[place] & unclear) != 0;
     }
     bool isOdd(std::size_t place) const noexcept { return odd != nullptr && odd[place] != 0; }
+    // Of a column of texts.
+    bool isNullText(std::size_t place) const noexcept {
+      return texts()[place] == missingValue && (odd == nullptr || (odd[place] & literal) == 0);
+    }
   };
   // What holds for the second `now`.
   Chunk chunk(std::size_t chunk, std::int64_t now) const {
@@ -125,6 +145,33 @@ class ColumnValues {
     return {rows_.array<std::byte>(chunk, values_), rows_.array<std::uint8_t>(chunk, codes_),
             hasOdd ? odd_[chunk]->flags.data() : nullptr};
   }
+
+  // The arrays of a chunk as they are at the second `now`, also where others read them at another:
+  // then they are a copy, which is kept here and by the column for the next who asks. Any number of
+  // threads may ask as long as none changes the table.
+  struct Snapshot;
+  struct ChunkAt {
+    Chunk arrays{};
+    std::shared_ptr<const Snapshot> copy;
+  };
+  ChunkAt chunkAt(std::size_t chunk, std::int64_t now) const;
+  // The value of a row at the second `now`; its text lies in the column.
+  TypedValue value(std::size_t row, std::int64_t now) const;
+  // The same with the arrays of the row's chunk at that second, in which its text may lie.
+  TypedValue value(const Chunk& chunk, std::size_t row, std::int64_t now) const;
+  // The first second behind `now` at which a live row shows another value; the largest number if
+  // none does. Threads as for chunkAt.
+  std::int64_t nextChange(std::int64_t now) const;
+  // Whether all arrays are right for the second as they are (it may say no where they are); and
+  // makes them so, which nobody may read meanwhile.
+  bool statesAreCurrent(std::int64_t now) const noexcept { return since_ <= now && now < until_; }
+  void refreshStates(std::int64_t now);
+  // To be called when rows of the chunk have come to life or gone: what is kept for readers is no
+  // longer right.
+  void forgetKept(std::size_t chunk) noexcept {
+    if (chunk < odd_.size() && odd_[chunk] != nullptr) dropKept(chunk);
+  }
+
   // The cell of an odd one.
   const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 
@@ -151,9 +198,23 @@ class ColumnValues {
     std::int64_t since = std::numeric_limits<std::int64_t>::min();
     std::int64_t until = std::numeric_limits<std::int64_t>::max();
 
+    // What readers have made for those who come: the last two of each.
+    struct Change {  // the next one, from each second of these
+      std::int64_t from = 0;
+      std::int64_t second = 0;
+    };
+    mutable std::mutex guard;  // of these
+    mutable std::shared_ptr<const Snapshot> snapshots[2];
+    mutable Change nextChanges[2];
+    mutable std::size_t newerSnapshot = 0;
+    mutable std::size_t newerChange = 0;
+
     std::size_t find(std::size_t place) const noexcept;
   };
 
+  static bool holdsTexts(ValueKind kind) noexcept {
+    return kind == ValueKind::text || kind == ValueKind::unknown;
+  }
   bool isOdd(std::size_t row) const noexcept { return !odd_.empty() && oddOf(row) != nullptr; }
   const Cell* oddOf(std::size_t row) const noexcept;
   OddCells& oddCells(std::size_t chunk);
@@ -163,6 +224,9 @@ class ColumnValues {
   std::string_view plainText(std::size_t row, TextRoom& room) const;
   void keepRight(std::size_t chunk, std::int64_t now) const;
   void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
+  void dropKept(std::size_t chunk) noexcept;
+  std::shared_ptr<const Snapshot> snapshot(std::size_t chunk, std::int64_t now) const;
+  std::int64_t nextChange(std::size_t chunk, std::int64_t now) const;
 
   ValueKind kind_;
   Rows& rows_;
@@ -170,6 +234,9 @@ class ColumnValues {
   std::size_t values_;                          // the array of the values
   std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
+  // The seconds for which all chunks' arrays are right, or fewer.
+  mutable std::int64_t since_ = std::numeric_limits<std::int64_t>::min();
+  mutable std::int64_t until_ = std::numeric_limits<std::int64_t>::max();
 };
 
 // Reads a column row by row at one second, quickly where the next row is near the one before. The

@@ -13,8 +13,10 @@
 
 #include "clock.h"
 #include "database/database.h"
+#include "engine/opening.h"
 #include "number.h"
 #include "parser/parser.h"
+#include "storage/directory_lock.h"
 
 namespace {
 
@@ -74,7 +76,7 @@ int main() {
   Database db(lock->directory());
   Parser parser(&db);
   velmora::withStandardExceptions([&] {
-    db.loadFromDisk();
+    velmora::loadForPlainFunctions(db);
     printBanner();
     runShell(parser);
     db.checkpoint(velmora::clock::now());

@@ -190,6 +190,19 @@ std::optional<std::uint8_t> decimalsOf(std::string_view text, float& result) {
   return count;
 }
 
+Conversion convertDouble(std::string_view text, double& result) noexcept {
+  bool negative = false;
+  const std::string_view digits = skipBlanksAndSign(text, negative);
+  // Only one sign is read.
+  if (digits.empty() || digits.front() == '-') return Conversion::invalid;
+  double value = 0;
+  const auto error = std::from_chars(digits.data(), digits.data() + digits.size(), value).ec;
+  if (error == std::errc::result_out_of_range) return Conversion::outOfRange;
+  if (error != std::errc()) return Conversion::invalid;
+  result = negative ? -value : value;
+  return Conversion::ok;
+}
+
 void requireConverted(Conversion conversion, const char* name, std::string_view text) {
   if (conversion == Conversion::invalid) throw InvalidNumber(name, text);
   if (conversion == Conversion::outOfRange) throw NumberOutOfRange(name, text);
@@ -204,6 +217,12 @@ std::int32_t parseInt(std::string_view text) {
 float parseFloat(std::string_view text) {
   float value = 0;
   requireConverted(convertFloat(text, value), "stof", text);
+  return value;
+}
+
+double parseDouble(std::string_view text) {
+  double value = 0;
+  requireConverted(convertDouble(text, value), "stod", text);
   return value;
 }
 
@@ -240,6 +259,22 @@ std::optional<std::int32_t> canonicalInt(std::string_view text) noexcept {
     return std::nullopt;
   }
   return static_cast<std::int32_t>(value);
+}
+
+std::optional<std::int64_t> canonicalLong(std::string_view text) noexcept {
+  std::int64_t value = 0;
+  if (convertLong(text, value) != Conversion::ok) return std::nullopt;
+  char digits[maxNumberText];
+  if (std::string_view(digits, writeInt(digits, value)) != text) return std::nullopt;
+  return value;
+}
+
+std::optional<double> canonicalDouble(std::string_view text) noexcept {
+  double value = 0;
+  if (convertDouble(text, value) != Conversion::ok) return std::nullopt;
+  char digits[maxNumberText];
+  if (std::string_view(digits, writeShortest(digits, value)) != text) return std::nullopt;
+  return value;
 }
 
 char* writeInt(char* out, std::int64_t value) noexcept {
@@ -294,6 +329,14 @@ char* writeDecimals(char* out, float value, int decimals) noexcept {
   return std::to_chars(out, out + maxNumberText, static_cast<double>(value),
                        std::chars_format::fixed, decimals)
       .ptr;
+}
+
+char* writeShortest(char* out, float value) noexcept {
+  return std::to_chars(out, out + maxNumberText, value).ptr;
+}
+
+char* writeShortest(char* out, double value) noexcept {
+  return std::to_chars(out, out + maxNumberText, value).ptr;
 }
 
 void appendInt(std::string& out, std::int64_t value) {

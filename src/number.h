@@ -21,6 +21,8 @@ Conversion convertInt(std::string_view text, std::int32_t& result) noexcept;
 Conversion convertLong(std::string_view text, std::int64_t& result) noexcept;
 // Reads a float as strtof does: decimal or hexadecimal, with exponent, infinities and NaN.
 Conversion convertFloat(std::string_view text, float& result);
+// Reads a decimal double, with exponent, infinities and NaN.
+Conversion convertDouble(std::string_view text, double& result) noexcept;
 
 // What a failed conversion knows beside its standard exception. The conversion gives the text; the
 // place is filled in on the way out, by those who know it.
@@ -39,9 +41,11 @@ struct NumberOutOfRange : std::out_of_range, FailedConversion {
       : std::out_of_range(name), FailedConversion{std::string(unread), {}, {}, {}} {}
 };
 
-// The same, throwing InvalidNumber or NumberOutOfRange with "stoi", "stof" or "stoll" as what().
+// The same, throwing InvalidNumber or NumberOutOfRange with "stoi", "stof", "stod" or "stoll" as
+// what().
 std::int32_t parseInt(std::string_view text);
 float parseFloat(std::string_view text);
+double parseDouble(std::string_view text);
 std::int64_t parseLong(std::string_view text);
 
 // Throws for a conversion of the text that was not ok, with the function's name as what(); returns
@@ -66,6 +70,9 @@ std::int64_t saturatedLong(std::string_view text) noexcept;
 
 // The number if the text is exactly its shortest decimal form ("5", "-17", not "05", "+5", "-0").
 std::optional<std::int32_t> canonicalInt(std::string_view text) noexcept;
+std::optional<std::int64_t> canonicalLong(std::string_view text) noexcept;
+// The number if the text is what writeShortest makes of it.
+std::optional<double> canonicalDouble(std::string_view text) noexcept;
 
 // How many decimals the text has if it is what writeDecimals makes of its value, with nine at the
 // most; the value goes to result then.
@@ -84,6 +91,10 @@ char* writeGeneral(char* out, float value) noexcept;
 char* writeGeneral(char* out, float value, int decimals) noexcept;
 // %.*f: so many digits behind the point.
 char* writeDecimals(char* out, float value, int decimals) noexcept;
+
+// The shortest form that reads back as the same number, fixed or scientific.
+char* writeShortest(char* out, float value) noexcept;
+char* writeShortest(char* out, double value) noexcept;
 
 void appendInt(std::string& out, std::int64_t value);
 

@@ -126,7 +126,7 @@ void JsonRows::addText(std::string_view text) {
   endValue(out);
 }
 
-void JsonRows::addInt(std::int32_t value) { endValue(writeInt(beginValue(maxNumberText), value)); }
+void JsonRows::addInt(std::int64_t value) { endValue(writeInt(beginValue(maxNumberText), value)); }
 
 void JsonRows::addFloat(float value) { endValue(writeGeneral(beginValue(maxNumberText), value)); }
 
@@ -135,6 +135,14 @@ void JsonRows::addFloat(float value, int decimals) {
     endValue(writeGeneral(beginValue(maxNumberText), value, decimals));
   } else {
     addFloat(value);
+  }
+}
+
+void JsonRows::addDouble(double value) {
+  if (style_ == JsonStyle::valid && !std::isfinite(value)) {
+    addNull();
+  } else {
+    endValue(writeShortest(beginValue(maxNumberText), value));
   }
 }
 

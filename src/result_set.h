@@ -83,10 +83,12 @@ class JsonRows {
   // Tells how many rows come, at least: many are prepared for.
   void expectRows(std::size_t count);
   void addNull() { addPrinted("null"); }
-  void addInt(std::int32_t value);
+  void addInt(std::int64_t value);
   void addFloat(float value);
   // The same for one that prints as itself with so many decimals.
   void addFloat(float value, int decimals);
+  // A double, in the shortest form that reads back as the same.
+  void addDouble(double value);
   void addBool(bool value) { addPrinted(value ? "true" : "false"); }
   // A text; null for one that reads NULL.
   void addText(std::string_view text);

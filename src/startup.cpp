@@ -7,9 +7,9 @@
 // completed afterwards, and what is torn is cut off last.
 #include <algorithm>
 #include <cerrno>
-#include <iostream>
 #include <new>
 #include <optional>
+#include <ostream>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -27,9 +27,10 @@
 namespace velmora {
 namespace {
 
-void printSkipped(std::string_view what, const std::string& fileName, std::string_view reason) {
-  std::cout << "[STORAGE] Skipped " << what << " " << printable(fileName) << ": "
-            << printable(reason) << "\n";
+void printSkipped(std::ostream& report, std::string_view what, const std::string& fileName,
+                  std::string_view reason) {
+  report << "[STORAGE] Skipped " << what << " " << printable(fileName) << ": " << printable(reason)
+         << "\n";
 }
 
 // The table files, each with its table's name. Where two files would give one table, the one named
@@ -89,13 +90,14 @@ bool wasTable(const std::string& name, const std::string& fileName,
   });
 }
 
-void loadTables(Database& db, const std::vector<RelationFile>& relations, std::int64_t now) {
+void loadTables(Database& db, const std::vector<RelationFile>& relations, std::int64_t now,
+                std::ostream& report) {
   for (const std::string& file : tableFiles(db.directory)) {
     std::optional<Table> table = Storage::loadTable(file, db.directory);
     if (!table) {
       const std::string name = file.substr(0, file.find('.'));
       if (wasTable(name, file, relations, db.directory)) {
-        printSkipped("file", file, "no table header");
+        printSkipped(report, "file", file, "no table header");
       }
       continue;
     }
@@ -130,7 +132,7 @@ std::set<Relation> linksInLog(const Directory& directory) {
 }
 
 // Makes a stored link again; says so when it no longer holds.
-void restoreLink(Database& db, const RelationFile& file, std::int64_t now) {
+void restoreLink(Database& db, const RelationFile& file, std::int64_t now, std::ostream& report) {
   const Relation& link = file.relation;
   try {
     db.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, now);
@@ -140,14 +142,14 @@ void restoreLink(Database& db, const RelationFile& file, std::int64_t now) {
   } catch (const NotRegularFile&) {
     throw;
   } catch (const std::exception& error) {
-    printSkipped("relation", file.name, error.what());
+    printSkipped(report, "relation", file.name, error.what());
   }
 }
 
 // Makes the stored links again, but for those whose LINK command stands in the log, which are left
 // to that command; these are the answer.
 std::vector<RelationFile> loadRelations(Database& db, const std::vector<RelationFile>& files,
-                                        std::int64_t now) {
+                                        std::int64_t now, std::ostream& report) {
   if (files.empty()) return {};
   std::vector<RelationFile> left;
   const std::set<Relation> logged = linksInLog(db.directory);
@@ -155,14 +157,15 @@ std::vector<RelationFile> loadRelations(Database& db, const std::vector<Relation
     if (logged.contains(file.relation)) {
       left.push_back(file);
     } else {
-      restoreLink(db, file, now);
+      restoreLink(db, file, now, report);
     }
   }
   return left;
 }
 
 // What the log's own command could not make again, a link of the files may still be.
-void restoreLinksLeftToLog(Database& db, const std::vector<RelationFile>& left, std::int64_t now) {
+void restoreLinksLeftToLog(Database& db, const std::vector<RelationFile>& left, std::int64_t now,
+                           std::ostream& report) {
   for (const RelationFile& file : left) {
     const Relation& link = file.relation;
     const auto child = db.tables.find(link.childTable);
@@ -170,31 +173,31 @@ void restoreLinksLeftToLog(Database& db, const std::vector<RelationFile>& left, 
     const bool isInForce = child != db.tables.end() &&
                            std::find(child->second.links.begin(), child->second.links.end(),
                                      record) != child->second.links.end();
-    if (!isInForce) restoreLink(db, file, now);
+    if (!isInForce) restoreLink(db, file, now, report);
   }
 }
 
-std::optional<StoredRecords> loadListeners(Database& db) {
+std::optional<StoredRecords> loadListeners(Database& db, std::ostream& report) {
   if (!identityOf(db.directory, listenersFileName)) return std::nullopt;
-  std::cout << "[STORAGE] Reloading Webhook Listeners...\n";
+  report << "[STORAGE] Reloading Webhook Listeners...\n";
   return Storage::readListeners([&](const Listener& listener) { db.addListener(listener, true); },
                                 db.directory);
 }
 
-std::optional<StoredRecords> loadWebhooks(Database& db) {
+std::optional<StoredRecords> loadWebhooks(Database& db, std::ostream& report) {
   if (!identityOf(db.directory, webhooksFileName)) return std::nullopt;
-  std::cout << "[STORAGE] Sweeping webhooks.bin for pending events...\n";
+  report << "[STORAGE] Sweeping webhooks.bin for pending events...\n";
   std::vector<WebhookTask>& tasks = db.pendingWebhooks;
   const auto read = Storage::readWebhooks(
       [&](WebhookTask task) { tasks.push_back(std::move(task)); }, db.directory);
   std::make_heap(tasks.begin(), tasks.end(), WebhookTask::firesLater);
-  std::cout << "[STORAGE] Revived " << tasks.size() << " pending webhooks from the grave!\n";
+  report << "[STORAGE] Revived " << tasks.size() << " pending webhooks from the grave!\n";
   return read;
 }
 
 // Runs every logged command again; their answers and failures are discarded.
-void replayLog(Database& db, LogReader& reader) {
-  std::cout << "[BOOTLOADER] Replaying Write-Ahead Log...\n";
+void replayLog(Database& db, LogReader& reader, std::ostream& report) {
+  report << "[BOOTLOADER] Replaying Write-Ahead Log...\n";
   Parser parser(&db);
   std::string command;
   while (const auto record = reader.next()) {
@@ -211,7 +214,7 @@ void replayLog(Database& db, LogReader& reader) {
 
 }  // namespace
 
-void Database::loadFromDisk() {
+void Database::loadFromDisk(std::ostream& report) {
   const std::int64_t now = clock::now();
   Storage::checkLeftOvers(directory);
   for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
@@ -221,7 +224,7 @@ void Database::loadFromDisk() {
   directory.awaited = &awaited;
   deferred_.emplace();
   try {
-    load(now);
+    load(now, report);
   } catch (...) {
     directory.awaited = nullptr;
     if (deferred_) {
@@ -234,26 +237,26 @@ void Database::loadFromDisk() {
   }
 }
 
-void Database::load(std::int64_t now) {
+void Database::load(std::int64_t now, std::ostream& report) {
   const std::vector<RelationFile> relations = relationFiles(directory);
-  loadTables(*this, relations, now);
-  std::vector<RelationFile> left = loadRelations(*this, relations, now);
-  const auto storedListeners = loadListeners(*this);
-  const auto storedWebhooks = loadWebhooks(*this);
+  loadTables(*this, relations, now, report);
+  std::vector<RelationFile> left = loadRelations(*this, relations, now, report);
+  const auto storedListeners = loadListeners(*this, report);
+  const auto storedWebhooks = loadWebhooks(*this, report);
   File logFile(directory, logFileName, File::Mode::read);
   const bool hasLog = logFile.isOpen() || errno != ENOENT;
   if (hasLog && !logFile.isOpen()) throwUnreadable(logFileName);
   LogReader reader(logFile);
   if (hasLog) {
     isReplaying = true;
-    replayLog(*this, reader);
+    replayLog(*this, reader, report);
     isReplaying = false;
   }
   std::erase_if(left, [&](const RelationFile& file) {
     const std::vector<std::string>& removals = deferred_->removals;  // a dropped table's among them
     return std::find(removals.begin(), removals.end(), file.name) != removals.end();
   });
-  restoreLinksLeftToLog(*this, left, now);
+  restoreLinksLeftToLog(*this, left, now, report);
   for (const std::string& name : deferred_->tables) checkMissingFiles(name);
 
   // Everything has been read.
@@ -282,9 +285,9 @@ void Database::load(std::int64_t now) {
   }
   if (hasLog) {
     log.repair(reader);
-    std::cout << "[BOOTLOADER] WAL Replay Complete. RAM is 100% synced.\n";
+    report << "[BOOTLOADER] WAL Replay Complete. RAM is 100% synced.\n";
   }
-  std::cout << std::flush;
+  report << std::flush;
 }
 
 }  // namespace velmora

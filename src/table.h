@@ -100,6 +100,10 @@ class Table {
                         TextRoom& room) const {
     return values_[column]->text(row, now, room);
   }
+  // Whether scans at the second find its states in the columns' arrays; and puts them there, for
+  // who has the table alone. Scans at another second, or before that, have to make copies.
+  bool statesAreCurrent(std::int64_t now) const noexcept;
+  void refreshStates(std::int64_t now);
   // Has the row brought into the cache, if it is a usual one, or else its first cells.
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
     constexpr std::size_t mostCells = 16;
@@ -136,8 +140,14 @@ class Table {
     values_[column]->setNumber(row, number);
     dirtyRows_.mark(row);
   }
+  // The same for a value of the strict language.
+  void setValue(std::size_t row, std::size_t column, const Value& value) {
+    values_[column]->setValue(row, value);
+    dirtyRows_.mark(row);
+  }
   void setDeleted(std::size_t row, bool isDeleted) noexcept {
     rows_->setDeleted(row, isDeleted);
+    for (const auto& column : values_) column->forgetKept(Rows::chunkOf(row));
     dirtyRows_.mark(row);
   }
   // The same for a loader, which puts the values into the columns' arrays itself: at most so many

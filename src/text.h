@@ -101,4 +101,14 @@ static_assert(sizeof(Text) == 16);
 // to forge a line or to drive a terminal.
 std::string printable(std::string_view text);
 
+struct Utf8Sequence {
+  std::size_t size = 0;
+  bool isValid = false;
+};
+// The UTF-8 sequence at the beginning of a text that does not begin with an ASCII character; an
+// invalid one as far as it is the beginning of a valid one, but at least one byte.
+Utf8Sequence firstUtf8Sequence(std::string_view text) noexcept;
+// How many bytes of the text are valid UTF-8, counted from its beginning.
+std::size_t utf8Prefix(std::string_view text) noexcept;
+
 }  // namespace velmora

@@ -13,7 +13,9 @@
 #include "clock.h"
 #include "database/database.h"
 #include "number.h"
+#include "engine/opening.h"
 #include "parser/parser.h"
+#include "storage/directory_lock.h"
 
 namespace velmora {
 namespace {
@@ -55,7 +57,7 @@ void startEngine() {
     throw;
   }
   // Deliberate: a load that fails leaves the database set and the parser null.
-  global_db->loadFromDisk();
+  loadForPlainFunctions(*global_db);
   global_parser = std::make_unique<Parser>(global_db.get());
 }
 

@@ -71,16 +71,17 @@ std::vector<fs::path> includesOf(const fs::path& source) {
   return includes;
 }
 
-// Records, storage, database, parser, start-up, front ends: each builds on those before it.
+// Records, storage, strict language, queries, database, parser, start-up, front ends: each builds
+// on those before it.
 int layerOf(const fs::path& source) {
-  static constexpr std::array<std::string_view, 3> rooms = {"src/storage/", "src/database/",
-                                                            "src/parser/"};
+  static constexpr std::array<std::string_view, 6> rooms = {
+      "src/storage/", "src/strict/", "src/query/", "src/database/", "src/parser/", "src/engine/"};
   static const std::set<std::string> frontEnds = {"src/velmora.cpp", "src/handles.h",
                                                   "src/handles.cpp", "src/results.cpp",
                                                   "src/main.cpp",    "include/velmora/velmora.h"};
   const std::string name = nameOf(source);
-  if (frontEnds.contains(name)) return 5;
-  if (name.starts_with("src/startup.")) return 4;
+  if (frontEnds.contains(name)) return 7;
+  if (name.starts_with("src/startup.")) return 6;
   for (std::size_t room = 0; room < rooms.size(); ++room) {
     if (name.starts_with(rooms[room])) return static_cast<int>(room) + 1;
   }

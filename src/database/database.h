@@ -14,11 +14,13 @@
 #pragma once
 
 #include <cstdint>
+#include <iostream>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,6 +56,16 @@ struct ColumnReference {
   std::string column;
 };
 
+// A child's value has no parent.
+struct MissingParent : std::runtime_error {
+  MissingParent(const LinkRecord& link_, std::string_view key_)
+      : std::runtime_error("Primary table is missing required future key: " + std::string(key_)),
+        link(link_),
+        key(key_) {}
+  LinkRecord link;
+  std::string key;
+};
+
 class Database {
  public:
   Tables tables;
@@ -61,6 +73,9 @@ class Database {
   std::vector<TransactionAction> transactionLog;  // oldest first; empty outside a transaction
   // True while the log is replayed: timed values schedule nothing then, it has been scheduled.
   bool isReplaying = false;
+  // True where nothing but a checkpoint changes the files, and whoever owns the database keeps a
+  // log.
+  bool isSealed = false;
   std::map<std::string, std::set<Listener>, std::less<>> listeners;  // by table name
   // Scheduled changes as a binary heap, the first to fire on top.
   std::vector<WebhookTask> pendingWebhooks;
@@ -157,6 +172,11 @@ class Database {
   bool isActivelyRestricted(const Table& parent, std::int32_t parentRow, std::string_view keyText,
                             std::int64_t now) const;
 
+  // Takes a child row out of its parents' dependents. dbMutex held.
+  void unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
+  // Makes all parents forget a table's rows. dbMutex held.
+  void forgetChildTable(const Table& table);
+
   // Transactions (transactions.cpp): one at a time for the whole engine.
 
   // Throws "Transaction is already active!".
@@ -179,11 +199,12 @@ class Database {
 
   // Writes all tables to their files and empties the log; see Storage::saveCheckpoint.
   void checkpoint(std::int64_t now);
-  // Loads everything from the files and replays the log. Called once, before any other operation.
+  // Loads everything from the files and replays the log, with lines on what it does and what it has
+  // to leave out. Called once, before any other operation.
   // Throws std::runtime_error ("Corrupt table file: NAME" and others); the database is then loaded
   // in part and must not be written. As long as not everything could be read, the files stay as
   // they were.
-  void loadFromDisk();
+  void loadFromDisk(std::ostream& report = std::cout);
 
  private:
   // The creating access: the table, made empty and without columns if need be. dbMutex held.
@@ -192,10 +213,6 @@ class Database {
   void applyValue(Table& table, std::int32_t rowIndex, const GivenValue& given, std::int64_t now);
   // Gives a row another key, and moves it in the key map. dbMutex held.
   void moveKey(Table& table, std::int32_t rowIndex, const Cell& cell, std::int64_t now);
-  // Takes a child row out of its parents' dependents. dbMutex held.
-  void unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
-  // Makes all parents forget a table's rows. dbMutex held.
-  void forgetChildTable(const Table& table);
   void undo(const TransactionAction& action, std::int64_t now);
   // Drops the undo records of a table that is going away. dbMutex held.
   void forgetUndo(std::string_view tableName);
@@ -205,12 +222,12 @@ class Database {
   // Looks at the log that the command will be appended to, before anything changes. Throws
   // NotRegularFile.
   void checkLog() {
-    if (!isReplaying) log.check();
+    if (!isReplaying && !isSealed) log.check();
   }
   // Looks at the file that a command with timed values will append to, before anything changes.
   // Throws NotRegularFile.
   void checkSchedule(const std::vector<GivenValue>& values);
-  void load(std::int64_t now);
+  void load(std::int64_t now, std::ostream& report);
   // Of a table that the log has created: whether its files are yet to be made; makes sure that they
   // can be; and makes them.
   bool lacksFiles(const std::string& name) const;

@@ -109,7 +109,7 @@ void Database::link(const std::string& childTable, const std::string& childColum
   if (fileIsTaken(tables, relation)) {
     throw std::runtime_error("Relation file name is taken by another link");
   }
-  if (!deferred_) {
+  if (!deferred_ && !isSealed) {
     checkLog();
     requireRegular(directory, Storage::relationFileName(relation));
   }
@@ -123,6 +123,7 @@ void Database::link(const std::string& childTable, const std::string& childColum
     if (!child.isLive(i)) continue;
     const ChildCell childCell{child, childPosition, i};
     child.values(childPosition).forEachComingText(i, now, [&](std::string_view key) {
+      if (isSealed && key == missingValue) return;
       const bool isThere =
           forEachParent(*this, childCell, parent, parentPosition, key, now, [&](std::int32_t row) {
             pairs.push_back({static_cast<std::int32_t>(i), row});
@@ -167,7 +168,8 @@ void Database::saveRelation(const std::string& childTable, const std::string& ch
 void Database::makePrimaryKey(Table& parent, const std::string& column, std::int64_t now) {
   try {
     // What was loaded or is replayed may have reused a deleted row's key since the link was made.
-    parent.setUpPrimaryKeyMap(column, now, deferred_ ? KeyRule::liveFirst : KeyRule::noDuplicates);
+    const bool mayRepeat = deferred_ || isSealed;
+    parent.setUpPrimaryKeyMap(column, now, mayRepeat ? KeyRule::liveFirst : KeyRule::noDuplicates);
   } catch (...) {
     // A half-built map must not be taken for the rows' keys.
     parent.dropPrimaryKey();
@@ -187,7 +189,8 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t n
   std::pmr::vector<Found> found(&resource);
   for (const LinkRecord& link : table.links) {
     const auto parentEntry = tables.find(link.parentTable);
-    if (parentEntry == tables.end() || parentEntry->second.rowCount() == 0) {
+    // A value that is null needs no parent.
+    if (parentEntry == tables.end() || (parentEntry->second.rowCount() == 0 && !isSealed)) {
       throw std::runtime_error("Primary table is empty");
     }
     Table& parent = parentEntry->second;
@@ -195,13 +198,13 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t n
     const ChildCell child{table, table.columnPosition(link.column),
                           static_cast<std::size_t>(rowIndex)};
     table.values(child.column).forEachComingText(child.row, now, [&](std::string_view key) {
+      if (isSealed && key == missingValue) return;
       const bool isThere =
           forEachParent(*this, child, parent, parentPosition, key, now, [&](std::int32_t index) {
             found.push_back({&link, &parent, static_cast<std::size_t>(index)});
           });
       if (!isThere) {
-        throw std::runtime_error("Primary table is missing required future key: " +
-                                 std::string(key));
+        throw MissingParent(link, key);
       }
     });
   }
@@ -239,6 +242,7 @@ void Database::unlinkRow(const Table& table, std::int32_t rowIndex, std::int64_t
     const ChildCell child{table, table.columnPosition(link.column),
                           static_cast<std::size_t>(rowIndex)};
     table.values(child.column).forEachComingText(child.row, now, [&](std::string_view key) {
+      if (isSealed && key == missingValue) return;
       forEachParent(*this, child, parent, parentPosition, key, now, [&](std::int32_t index) {
         for (Dependents* linked = parent.dependents(static_cast<std::size_t>(index));
              linked != nullptr; linked = linked->next.get()) {

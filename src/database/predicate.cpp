@@ -26,7 +26,7 @@ void narrow(Block& block, const ColumnValues::Chunk& values, Matches matches, Is
   block.hasUnsure = true;
   for (std::size_t i = 0; i < block.size; ++i) {
     const auto open =
-        static_cast<std::uint8_t>((unclear[i] / ColumnValues::unclear) |
+        static_cast<std::uint8_t>(((unclear[i] & ColumnValues::unclear) >> 1) |
                                   static_cast<std::uint8_t>(isOpen(i)) | block.isUnsure[i]);
     const auto stays = static_cast<std::uint8_t>(static_cast<std::uint8_t>(matches(i)) | open);
     block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & stays);
@@ -136,6 +136,7 @@ void Predicate::require(Conversion conversion, const char* name, std::string_vie
 
 bool Predicate::canDecide() const noexcept {
   if (column_ == noColumn || comparison_ == Comparison::never) return false;
+  if (kind_ == ValueKind::longInteger || kind_ == ValueKind::doubleReal) return false;
   const bool isNumber = kind_ == ValueKind::integer || kind_ == ValueKind::real;
   if (isNumber && isOrder()) return conversion_ == Conversion::ok;
   return !isOrder() || kind_ == ValueKind::text;
@@ -156,6 +157,9 @@ void Predicate::decide(const ColumnValues::Chunk& values, Block& block) const {
     case ValueKind::unknown:
       decideTexts(values, block);
       break;
+    case ValueKind::longInteger:
+    case ValueKind::doubleReal:
+      break;  // canDecide refuses them
   }
 }
 
@@ -200,21 +204,33 @@ void Predicate::decideReals(const ColumnValues::Chunk& values, Block& block) con
                        bits = std::bit_cast<std::int32_t>(wanted)](std::size_t i) {
     return (codes[i] == spelling) & (std::bit_cast<std::int32_t>(reals[i]) == bits);
   };
+  // Of a float without decimals' number the text has to be asked.
+  const bool areTold = std::memchr(values.codes, shortestSpelling, block.size) == nullptr;
+  const auto narrowByText = [&](auto matches) {
+    if (areTold) {
+      narrow(block, values, matches);
+    } else {
+      narrow(block, values, matches,
+             [codes = values.codes](std::size_t i) { return codes[i] == shortestSpelling; });
+    }
+  };
   // Where no value was given, comparing has to fail.
   const bool areGiven = std::memchr(values.codes, missingSpelling, block.size) == nullptr;
   const auto narrowBy = [&](auto matches) {
-    if (areGiven) {
+    if (areGiven && areTold) {
       narrow(block, values, matches);
     } else {
-      narrow(block, values, matches, [=](std::size_t i) { return std::isnan(reals[i]); });
+      narrow(block, values, matches, [=, codes = values.codes](std::size_t i) {
+        return std::isnan(reals[i]) | (codes[i] == shortestSpelling);
+      });
     }
   };
   switch (comparison_) {
     case Comparison::equal:
-      narrow(block, values, isText);
+      narrowByText(isText);
       break;
     case Comparison::notEqual:
-      narrow(block, values, [=](std::size_t i) { return !isText(i); });
+      narrowByText([=](std::size_t i) { return !isText(i); });
       break;
     case Comparison::less:
       narrowBy([=](std::size_t i) { return reals[i] < limit; });

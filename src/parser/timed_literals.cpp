@@ -20,7 +20,8 @@ bool matchesKind(const Token& token, ValueKind kind) {
     case TokenType::STRING:
       return kind == ValueKind::text;
     case TokenType::NUMBER:
-      return kind == ValueKind::integer || kind == ValueKind::real;
+      return kind == ValueKind::integer || kind == ValueKind::real ||
+             kind == ValueKind::longInteger || kind == ValueKind::doubleReal;
     case TokenType::IDENTIFIER:
       return kind == ValueKind::boolean && (token.value == "true" || token.value == "false");
     default:

@@ -3,7 +3,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -161,12 +160,17 @@ File::~File() {
   if (isOpen()) close(descriptor_);
 }
 
-bool File::writePiece(std::string_view bytes, int wish) {
+// At the file position for a negative offset.
+bool File::writePiece(std::string_view bytes, std::int64_t offset, int wish) {
   if (wish > 0) return false;
   const std::size_t end = wish == shortWrite ? bytes.size() / 2 : bytes.size();
   for (std::size_t done = 0; done < end;) {
-    const ssize_t count =
-        uninterrupted([&] { return ::write(descriptor_, bytes.data() + done, end - done); });
+    const char* const from = bytes.data() + done;
+    const std::int64_t to = offset + static_cast<std::int64_t>(done);
+    const ssize_t count = uninterrupted([&] {
+      return offset < 0 ? ::write(descriptor_, from, end - done)
+                        : pwrite(descriptor_, from, end - done, to);
+    });
     if (count <= 0) return false;
     done += static_cast<std::size_t>(count);
     lastWritten_ += static_cast<std::size_t>(count);
@@ -176,15 +180,29 @@ bool File::writePiece(std::string_view bytes, int wish) {
 }
 
 bool File::write(std::string_view bytes) {
+  if (fileHook.load(std::memory_order_relaxed) != nullptr) {
+    const bool isAppended = (fcntl(descriptor_, F_GETFL) & O_APPEND) != 0;
+    return writePages(bytes, isAppended ? size().value_or(0) : position(), false);
+  }
   lastWritten_ = 0;
-  if (fileHook.load(std::memory_order_relaxed) == nullptr) return writePiece(bytes, 0);
+  return writePiece(bytes, -1, 0);
+}
+
+bool File::writeAt(std::int64_t offset, std::string_view bytes) {
+  if (fileHook.load(std::memory_order_relaxed) != nullptr) return writePages(bytes, offset, true);
+  lastWritten_ = 0;
+  return writePiece(bytes, offset, 0);
+}
+
+// Page by page, for the hook.
+bool File::writePages(std::string_view bytes, std::int64_t offset, bool isPlaced) {
   constexpr std::int64_t pageSize = 4096;
-  const bool isAppended = (fcntl(descriptor_, F_GETFL) & O_APPEND) != 0;
-  std::int64_t offset = isAppended ? size().value_or(0) : position();
+  lastWritten_ = 0;
   do {
     const auto toPageEnd = static_cast<std::size_t>(pageSize - offset % pageSize);
     const std::string_view piece = bytes.substr(0, toPageEnd);
-    if (!writePiece(piece, announce(FileOperation::write, name_))) return false;
+    const int wish = announce(FileOperation::write, name_);
+    if (!writePiece(piece, isPlaced ? offset : -1, wish)) return false;
     bytes.remove_prefix(piece.size());
     offset += static_cast<std::int64_t>(piece.size());
   } while (!bytes.empty());
@@ -192,11 +210,6 @@ bool File::write(std::string_view bytes) {
 }
 
 std::int64_t File::position() const { return lseek(descriptor_, 0, SEEK_CUR); }
-
-bool File::writeAt(std::int64_t offset, std::string_view bytes) {
-  if (uninterrupted([&] { return lseek(descriptor_, offset, SEEK_SET); }) < 0) return false;
-  return write(bytes);
-}
 
 std::optional<std::size_t> File::readAt(std::int64_t offset, char* out, std::size_t count) {
   return patch_ == nullptr ? readStored(offset, out, count) : readPatched(offset, out, count);
@@ -349,15 +362,5 @@ std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_vi
             [](const DirectoryEntry& a, const DirectoryEntry& b) { return a.name < b.name; });
   return entries;
 }
-
-DirectoryLock::DirectoryLock() : descriptor_(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (descriptor_ < 0) throw std::runtime_error("Failed to open the database directory");
-  if (uninterrupted([&] { return flock(descriptor_, LOCK_EX | LOCK_NB); }) != 0) {
-    close(descriptor_);
-    throw std::runtime_error("Database directory is already in use");
-  }
-}
-
-DirectoryLock::~DirectoryLock() { close(descriptor_); }
 
 }  // namespace velmora

@@ -127,7 +127,8 @@ class File {
   bool hasSecondName() const;
   std::optional<std::size_t> readStored(std::int64_t offset, char* out, std::size_t count);
   std::optional<std::size_t> readPatched(std::int64_t offset, char* out, std::size_t count);
-  bool writePiece(std::string_view bytes, int wish);
+  bool writePiece(std::string_view bytes, std::int64_t offset, int wish);
+  bool writePages(std::string_view bytes, std::int64_t offset, bool isPlaced);
 
   int descriptor_ = -1;
   std::size_t lastWritten_ = 0;
@@ -165,22 +166,5 @@ struct DirectoryEntry {
   bool isRegular = true;
 };
 std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_view suffix);
-
-// Holds the current directory, open and locked against every other holder, until destroyed. A
-// process that dies lets go of it.
-class DirectoryLock {
- public:
-  // Throws std::runtime_error "Database directory is already in use", or "Failed to open the
-  // database directory" when the current directory cannot be opened.
-  DirectoryLock();
-  ~DirectoryLock();
-  DirectoryLock(const DirectoryLock&) = delete;
-  DirectoryLock& operator=(const DirectoryLock&) = delete;
-
-  Directory directory() const noexcept { return {descriptor_}; }
-
- private:
-  int descriptor_;
-};
 
 }  // namespace velmora

@@ -30,17 +30,20 @@ struct LoggedCommand {
 
 class RecordLog {
  public:
-  // The directory has to stay. Records go behind the given size, which is the file's, and are
-  // numbered from the sequence number on.
+  // The directory has to stay. Records go behind the given size, which is that of the records that
+  // a reader found, and are numbered from the sequence number on. What lies behind it, a torn tail,
+  // is cut off before the first of them is written.
   RecordLog(const Directory& directory, std::int64_t size, std::uint64_t nextSequence);
   ~RecordLog();
 
-  // Appends the commands as one record; returns where it ends. One thread at a time. Throws Failure
+  // Appends the commands as one record; returns what syncTo has to be given for it, which goes up
+  // from one record to the next. One thread at a time. Throws Failure
   // (full or io, with the system's error) when it cannot be written; the file then is as before, or
   // the log has failed and takes no record any more.
   std::int64_t append(std::span<const LoggedCommand> commands);
-  // Returns once everything up to there is on the disk. Threads that wait at the same time share a
-  // sync. Throws Failure with io when the system refuses; the log has failed then.
+  // Returns once everything up to there is on the disk, also by way of a checkpoint. Threads that
+  // wait at the same time share a sync. Throws Failure with io when the system refuses; the log has
+  // failed then.
   void syncTo(std::int64_t end);
   // Whether something was not written, so that nothing more may be.
   bool hasFailed() const noexcept;

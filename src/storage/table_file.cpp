@@ -164,8 +164,13 @@ bool isFileAsWritten(File& file, const std::string& fileName, const Table& table
 
 }  // namespace
 
-const std::map<std::string, int, std::less<>> Storage::typeSizes = {
-    {"int", 4}, {"ApexInt", 4}, {"float", 4}, {"bool", 1}, {"string", 60}};
+const std::map<std::string, int, std::less<>> Storage::typeSizes = {{"int", 4},
+                                                                    {"ApexInt", 4},
+                                                                    {"float", 4},
+                                                                    {"bool", 1},
+                                                                    {"string", 60},
+                                                                    {std::string(longType), 8},
+                                                                    {std::string(doubleType), 8}};
 
 std::int64_t Storage::getColumnBinSize(const Column& column) {
   const auto size = typeSizes.find(column.type);
@@ -260,7 +265,7 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
   };
   while (true) {
     const std::string type = read(file, offset);
-    if (std::find(typeNames.begin(), typeNames.end(), type) == typeNames.end()) break;
+    if (!isStoredType(type)) break;
     nextField();
     columns.emplace_back();
     columns.back().type = type;

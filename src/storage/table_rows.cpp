@@ -24,6 +24,7 @@ std::size_t plainWidth(const Column& column, ValueKind kind, CellWidths widths) 
     return widths == CellWidths::declared ? static_cast<std::size_t>(column.stringSize)
                                           : stringWidth;
   }
+  if (kind == ValueKind::longInteger || kind == ValueKind::doubleReal) return 8;
   return kind == ValueKind::boolean ? 1 : 4;
 }
 
@@ -63,6 +64,10 @@ float getFloat(const char* in) {
   return value;
 }
 
+char* putDouble(char* out, double value) {
+  return putInt64(out, std::bit_cast<std::int64_t>(value));
+}
+
 // A value by its text.
 char* encodeText(char* out, const CellShape& shape, std::string_view text, bool isLive) {
   switch (shape.kind) {
@@ -76,6 +81,12 @@ char* encodeText(char* out, const CellShape& shape, std::string_view text, bool 
       // Deliberate: only columns that cannot hold timed values take TRUE in capitals for true.
       *out++ = (shape.canBeTimed ? isTrueText(text) : isTrueInLowerCase(text)) ? '\1' : '\0';
       return out;
+    case ValueKind::longInteger:
+      return putInt64(
+          out, text == missingValue ? 0 : converted(isLive, [&] { return parseLong(text); }));
+    case ValueKind::doubleReal:
+      if (text == missingValue) return putDouble(out, std::numeric_limits<double>::quiet_NaN());
+      return putDouble(out, converted(isLive, [&] { return parseDouble(text); }));
     case ValueKind::text:
     case ValueKind::unknown:
       break;
@@ -94,6 +105,10 @@ char* encodePlain(char* out, const CellShape& shape, const ColumnValues::Chunk& 
     case ValueKind::boolean:
       *out++ = values.codes[place] == static_cast<std::uint8_t>(BoolCode::isTrue) ? '\1' : '\0';
       return out;
+    case ValueKind::longInteger:
+      return putInt64(out, values.longs()[place]);
+    case ValueKind::doubleReal:
+      return putDouble(out, values.doubles()[place]);
     case ValueKind::text:
     case ValueKind::unknown:
       break;
@@ -170,6 +185,18 @@ bool decodePlain(const char* in, std::size_t stride, const CellShape& shape,
         const auto code = *at != 0 ? BoolCode::isTrue : BoolCode::isFalse;
         values.codes[i] = static_cast<std::uint8_t>(code);
         areAsWritten &= static_cast<unsigned char>(*at) <= 1;
+      });
+      break;
+    case ValueKind::longInteger:
+      forEach([&](const char* at, std::size_t i) { values.longs()[i] = getInt64(at); });
+      break;
+    case ValueKind::doubleReal:
+      forEach([&](const char* at, std::size_t i) {
+        constexpr double missing = std::numeric_limits<double>::quiet_NaN();
+        const auto stored = std::bit_cast<double>(getInt64(at));
+        values.doubles()[i] = std::isnan(stored) ? missing : stored;
+        values.codes[i] = std::isnan(stored) ? missingSpelling : shortestSpelling;
+        areAsWritten &= getInt64(at) == std::bit_cast<std::int64_t>(values.doubles()[i]);
       });
       break;
     case ValueKind::text:

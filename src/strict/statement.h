@@ -53,6 +53,8 @@ struct Comparison {
 };
 using Filter = std::vector<Comparison>;
 
+// The most seconds that a state may last.
+inline constexpr std::int64_t longestState = std::int64_t{1} << 40;
 // A state behind an arrow: the value, and how long the one before it lasts.
 struct State {
   Operand value;
@@ -157,7 +159,8 @@ struct Statement {
   std::string text;  // without the clock marker that may follow it
   Command command;
   int parameterCount = 0;
-  // Where the bound values stand in the text, ascending, one a parameter.
+  // Where the bound values stand in the text, ascending, one a parameter. That of a bound clock is
+  // the last and lies behind the text.
   std::vector<std::size_t> parameterOffsets;
   std::optional<Operand> clock;  // behind " #TIME# ": the second at which timed values start
 };

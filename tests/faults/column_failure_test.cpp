@@ -96,8 +96,9 @@ TEST(TableFailures, leaveNothingOfATable) {
   EXPECT_EQ(Table("t", columns).rowCount(), 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Types, ColumnFailures, testing::ValuesIn(allTypes),
-                         [](const auto& each) { return each.param; });
+INSTANTIATE_TEST_SUITE_P(Types, ColumnFailures, testing::ValuesIn(allTypes), [](const auto& each) {
+  return each.param.substr(each.param.starts_with('/') ? 1 : 0);
+});
 
 }  // namespace
 }  // namespace velmora::faults

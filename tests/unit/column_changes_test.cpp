@@ -25,7 +25,7 @@ class ModelledColumn {
     const auto last = static_cast<std::int64_t>(model_.size()) - 1;
     if (last < 0 || choices_.oneIn(8)) {
       table_.appendRow();
-      model_.push_back(plainCell(table_.kind(0) == ValueKind::integer ? "0" : missingValue));
+      model_.push_back(plainCell(unsetText(table_.kind(0))));
     } else if (choices_.oneIn(12)) {
       table_.removeLastRow();
       model_.pop_back();
@@ -123,7 +123,7 @@ TEST(ColumnCells, areTakenBackWithTheirRow) {
       const std::size_t row = add(table, cell);
       table.removeLastRow();
       EXPECT_EQ(table.appendRow(), row);
-      EXPECT_EQ(textOf(table, row, 0, 0), table.kind(0) == ValueKind::integer ? "0" : missingValue);
+      EXPECT_EQ(textOf(table, row, 0, 0), unsetText(table.kind(0)));
       EXPECT_EQ(table.values(0).rule(row), nullptr);
       EXPECT_FALSE(isOdd(table, row));
     }

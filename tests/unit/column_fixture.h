@@ -44,7 +44,8 @@ inline TempRule ruleOf(const std::vector<State>& states, bool repeat, std::int64
 
 using Texts = std::vector<std::string>;
 
-inline const Texts allTypes = {"int", "ApexInt", "float", "bool", "string", "other"};
+inline const Texts allTypes = {"int",    "ApexInt", "float", "bool",
+                               "string", "other",   "/long", "/double"};
 
 // Texts that a column of the kind takes: usual ones, odd ones, none.
 inline Texts textsFor(ValueKind kind) {
@@ -55,9 +56,19 @@ inline Texts textsFor(ValueKind kind) {
       return {"5", "1.50", "-0", "0.123456", "1e5", "5.", "#/#?", "x", "1" + std::string(50, '0')};
     case ValueKind::boolean:
       return {"true", "false", "#/#?", "1", "yes"};
+    case ValueKind::longInteger:
+      return {"5", "-17", "9223372036854775807", "05", "99999999999999999999", "#/#?", "x"};
+    case ValueKind::doubleReal:
+      return {"5", "1.5", "-0", "1e+300", "0.1", "1.50", "1e999", "#/#?", "x"};
     default:
       return {"", "a", "a text longer than fifteen bytes", "another text that is long", "#/#?"};
   }
+}
+
+// What an appended row shows.
+inline std::string_view unsetText(ValueKind kind) {
+  const bool isWhole = kind == ValueKind::integer || kind == ValueKind::longInteger;
+  return isWhole ? "0" : missingValue;
 }
 
 // A table of one column.
@@ -88,6 +99,10 @@ inline std::string textOf(const Table& table, std::size_t row, std::size_t colum
 // The text of a float and its spelling, of which the float has to be the very value.
 inline std::string toldFloat(float value, std::uint8_t spelling) {
   const auto bitsOf = [](float each) { return std::bit_cast<std::uint32_t>(each); };
+  if (spelling == shortestSpelling) {
+    TextRoom room;
+    return {room, writeShortest(room, value)};
+  }
   if (spelling == missingSpelling) {
     const bool isNone = bitsOf(value) == bitsOf(std::numeric_limits<float>::quiet_NaN());
     return isNone ? std::string(missingValue) : "(missing)";
@@ -109,6 +124,13 @@ inline std::optional<std::string> toldText(ValueKind kind, const ColumnValues::C
     case ValueKind::boolean: {
       constexpr const char* texts[] = {"false", "true", "#/#?", "(odd)"};
       return texts[chunk.codes[place]];
+    }
+    case ValueKind::longInteger:
+      return std::to_string(chunk.longs()[place]);
+    case ValueKind::doubleReal: {
+      if (chunk.codes[place] == missingSpelling) return std::string(missingValue);
+      TextRoom room;
+      return std::string(room, writeShortest(room, chunk.doubles()[place]));
     }
     default:
       break;

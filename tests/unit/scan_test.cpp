@@ -59,6 +59,10 @@ int compare(const Table& table, std::size_t column, std::size_t row, std::string
       return compareNumbers(parseInt, table, column, row, text, literal);
     case ValueKind::real:
       return compareNumbers(parseFloat, table, column, row, text, literal);
+    case ValueKind::longInteger:
+      return compareNumbers(parseLong, table, column, row, text, literal);
+    case ValueKind::doubleReal:
+      return compareNumbers(parseDouble, table, column, row, text, literal);
     case ValueKind::boolean:
       return text == "false" && literal == "true" ? -1 : text == "true" && literal == "false";
     case ValueKind::text:

@@ -125,9 +125,13 @@ WebhookTask task(std::int64_t fireTime, const std::string& value) {
 }
 
 TEST_F(StorageFilesTest, typesHaveTheirWidths) {
-  EXPECT_EQ(Storage::typeSizes,
-            (std::map<std::string, int, std::less<>>{
-                {"int", 4}, {"ApexInt", 4}, {"float", 4}, {"bool", 1}, {"string", 60}}));
+  EXPECT_EQ(Storage::typeSizes, (std::map<std::string, int, std::less<>>{{"int", 4},
+                                                                         {"ApexInt", 4},
+                                                                         {"float", 4},
+                                                                         {"bool", 1},
+                                                                         {"string", 60},
+                                                                         {"/long", 8},
+                                                                         {"/double", 8}}));
 }
 
 TEST_F(StorageFilesTest, aColumnIsAsWideAsItsTypeOrItsDeclaredTextAndAFlagByte) {

@@ -1,0 +1,348 @@
+// How an engine runs commands; see engine.h. Opening and closing stand in engine_open.cpp.
+#include "engine.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+#include "../failure.h"
+#include "../strict/parser.h"
+#include "../strict/render.h"
+#include "engine_parts.h"
+
+namespace velmora {
+namespace {
+
+// What goes to the log of a command.
+LoggedCommand loggedOf(const strict::Statement& statement, std::span<const Value> values,
+                       const RunContext& context) {
+  LoggedCommand logged;
+  logged.text = strict::withValues(statement, values);
+  logged.second = context.now;
+  if (statement.clock) logged.clock = context.timedStart;
+  return logged;
+}
+
+std::int64_t clockOf(const strict::Statement& statement, std::span<const Value> values,
+                     std::int64_t now) {
+  if (!statement.clock) return now;
+  const auto* const second = std::get_if<std::int64_t>(&valueOf(*statement.clock, values));
+  if (second != nullptr) return *second;
+  throw Failure(Code::type, "The clock has to be a whole number").at(statement.clock->offset);
+}
+
+// Whether nothing needs to be kept of the command: it found no row.
+bool hasNoEffect(const strict::Command& command, const Answer& answer) {
+  const bool countsRows = std::holds_alternative<strict::Update>(command) ||
+                          std::holds_alternative<strict::Delete>(command) ||
+                          std::holds_alternative<strict::Listen>(command);
+  return countsRows && answer.rowsAffected == 0;
+}
+
+// Faults that are told by other exceptions, as failures.
+template <typename Run>
+void translated(Run run) {
+  try {
+    run();
+  } catch (const Failure&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const NotRegularFile& error) {
+    throw Failure(Code::io, error.what());
+  } catch (const std::length_error& error) {
+    throw Failure(Code::full, error.what());
+  } catch (const std::runtime_error& error) {
+    throw Failure(Code::full, error.what());
+  } catch (const std::exception& error) {
+    throw Failure(Code::internal, error.what());
+  }
+}
+
+}  // namespace
+
+Prepared::Prepared(std::unique_ptr<Parts> parts) : parts_(std::move(parts)) {}
+Prepared::~Prepared() = default;
+int Prepared::parameterCount() const noexcept { return parts_->statement.parameterCount; }
+
+std::unique_ptr<Prepared> Engine::prepare(std::string_view text) {
+  auto parts = std::make_unique<Prepared::Parts>();
+  parts->statement = strict::parse(text);
+  return std::unique_ptr<Prepared>(new Prepared(std::move(parts)));
+}
+
+void Engine::run(Prepared& prepared, std::span<const Value> values, Answer& answer) {
+  const strict::Statement& statement = prepared.parts_->statement;
+  if (values.size() != static_cast<std::size_t>(statement.parameterCount)) {
+    throw Failure(Code::misuse, "The command has places for " +
+                                    std::to_string(statement.parameterCount) + " values, not " +
+                                    std::to_string(values.size()));
+  }
+  Parts& engine = *parts_;
+  translated([&] {
+    std::visit(
+        [&](const auto& command) {
+          using T = std::remove_cvref_t<decltype(command)>;
+          if constexpr (std::is_same_v<T, strict::Select> || std::is_same_v<T, strict::Show>) {
+            engine.read(*prepared.parts_, values, answer);
+          } else if constexpr (std::is_same_v<T, strict::Begin>) {
+            engine.beginTransaction();
+          } else if constexpr (std::is_same_v<T, strict::Commit>) {
+            engine.commitTransaction();
+          } else if constexpr (std::is_same_v<T, strict::Rollback>) {
+            engine.rollbackTransaction();
+          } else if constexpr (std::is_same_v<T, strict::Checkpoint>) {
+            engine.checkpoint();
+          } else if constexpr (std::is_same_v<T, strict::Vacuum>) {
+            engine.vacuum(command, answer);
+          } else {
+            engine.change(statement, values, answer);
+          }
+        },
+        statement.command);
+  });
+  engine.tellOfClock();
+}
+
+void Engine::runMany(Prepared& prepared, std::span<const Value> values, std::size_t rows,
+                     Answer& answer) {
+  const strict::Statement& statement = prepared.parts_->statement;
+  const auto width = static_cast<std::size_t>(statement.parameterCount);
+  if (values.size() != width * rows) {
+    throw Failure(Code::misuse, "Each run of the command needs " + std::to_string(width) +
+                                    " values");
+  }
+  if (!isChange(statement.command)) {
+    throw Failure(Code::misuse, "Only a command that changes something can be run many times");
+  }
+  translated([&] {
+    parts_->asOne([&] {
+      std::int64_t rowsAffected = 0;
+      for (std::size_t i = 0; i < rows; ++i) {
+        answer.rowsAffected = 0;
+        parts_->change(statement, values.subspan(i * width, width), answer);
+        rowsAffected += answer.rowsAffected;
+      }
+      answer.rowsAffected = rowsAffected;
+    });
+  });
+  parts_->tellOfClock();
+}
+
+void Engine::runBatch(std::span<const BatchCommand> commands, Answer& answer) {
+  std::vector<std::unique_ptr<Prepared>> prepared;
+  for (const BatchCommand& command : commands) {
+    prepared.push_back(prepare(command.text));
+    const strict::Command& kind = prepared.back()->parts_->statement.command;
+    const bool isRead = std::holds_alternative<strict::Select>(kind) ||
+                        std::holds_alternative<strict::Show>(kind);
+    if (!isRead && !isChange(kind)) {
+      throw Failure(Code::transaction, "The command cannot be part of a batch").at(0);
+    }
+  }
+  translated([&] {
+    parts_->asOne([&] {
+      for (std::size_t i = 0; i < commands.size(); ++i) {
+        answer = Answer();
+        run(*prepared[i], commands[i].values, answer);
+      }
+    });
+  });
+}
+
+void Engine::checkpoint() {
+  translated([&] { parts_->checkpoint(); });
+  parts_->tellOfClock();
+}
+
+void Engine::interrupt() noexcept {
+  parts_->interrupts.interruptAll();
+  parts_->gate.wakeAll();
+}
+
+void Engine::close() noexcept { parts_->close(); }
+
+void Engine::Parts::requireWritable() const {
+  if (options.isReadOnly) throw Failure(Code::readOnly, "The database is open to be read only");
+  if (isBroken) {
+    throw Failure(Code::internal, "A change could not be taken back: open the database again");
+  }
+  if (log->hasFailed()) {
+    throw Failure(Code::io, "The log could not be written: open the database again");
+  }
+}
+
+void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> values,
+                         Answer& answer) {
+  const Interrupt interrupt(interrupts);
+  const ReaderVisit visit(gate, interrupt);
+  const QueryContext context{values, second(), interrupt};
+  const auto* const select = std::get_if<strict::Select>(&prepared.statement.command);
+  if (select == nullptr) {
+    show(std::get<strict::Show>(prepared.statement.command), database->tables, database->listeners,
+         context, answer);
+    return;
+  }
+  if (prepared.catalogueVersion != catalogueVersion) {
+    prepared.query.reset();
+    prepared.query.emplace(*select, database->tables);
+    prepared.catalogueVersion = catalogueVersion;
+  }
+  prepared.query->run(context, answer);
+}
+
+void Engine::Parts::change(const strict::Statement& statement, std::span<const Value> values,
+                           Answer& answer) {
+  const Interrupt interrupt(interrupts);
+  WriterVisit visit(gate, interrupt);
+  requireWritable();
+  const std::int64_t now = second();
+  const RunContext context{values, now, clockOf(statement, values, now), interrupt};
+  const std::size_t before = changes->undo().size();
+  if (changesCatalogue(statement.command)) ++catalogueVersion;
+  std::int64_t end = 0;
+  try {
+    runChange(*changes, statement.command, context, answer);
+    const bool isKept = !hasNoEffect(statement.command, answer);
+    if (isKept) {
+      LoggedCommand logged = loggedOf(statement, values, context);
+      if (gate.isInTransaction()) {
+        transaction.push_back(std::move(logged));
+      } else {
+        end = log->append(std::span(&logged, 1));
+      }
+    }
+  } catch (...) {
+    undoTo(before, now);
+    throw;
+  }
+  answer.second = now;
+  if (gate.isInTransaction()) return;
+  changes->undo().clear();
+  visit.leave();
+  syncIfAlways(end);
+}
+
+void Engine::Parts::undoTo(std::size_t changeCount, std::int64_t now) {
+  try {
+    changes->undo().undoTo(changeCount, now);
+  } catch (...) {
+    isBroken = true;
+    throw;
+  }
+}
+
+void Engine::Parts::syncIfAlways(std::int64_t end) {
+  if (end > 0 && options.durability == Durability::always) log->syncTo(end);
+}
+
+void Engine::Parts::beginTransaction() {
+  if (gate.isInTransaction()) throw Failure(Code::transaction, "A transaction is open");
+  const Interrupt interrupt(interrupts);
+  WriterVisit visit(gate, interrupt);
+  requireWritable();
+  visit.handToTransaction();
+}
+
+void Engine::Parts::commitTransaction() {
+  if (!gate.isInTransaction()) throw Failure(Code::transaction, "No transaction is open");
+  std::int64_t end = 0;
+  try {
+    if (!transaction.empty()) end = log->append(transaction);
+  } catch (...) {
+    rollbackTransaction();
+    throw;
+  }
+  changes->undo().clear();
+  transaction.clear();
+  gate.endTransaction();
+  syncIfAlways(end);
+}
+
+void Engine::Parts::rollbackTransaction() {
+  if (!gate.isInTransaction()) throw Failure(Code::transaction, "No transaction is open");
+  transaction.clear();
+  ++catalogueVersion;
+  try {
+    undoTo(0, second());
+  } catch (...) {
+    gate.endTransaction();
+    throw;
+  }
+  gate.endTransaction();
+}
+
+template <typename Steps>
+void Engine::Parts::asOne(Steps steps) {
+  if (gate.isInTransaction()) {
+    const std::size_t changeCount = changes->undo().size();
+    const std::size_t commandCount = transaction.size();
+    try {
+      steps();
+    } catch (...) {
+      ++catalogueVersion;
+      undoTo(changeCount, second());
+      transaction.resize(commandCount);
+      throw;
+    }
+    return;
+  }
+  beginTransaction();
+  try {
+    steps();
+  } catch (...) {
+    rollbackTransaction();
+    throw;
+  }
+  commitTransaction();
+}
+
+// files and the gate, as a writer, held.
+void Engine::Parts::saveFiles(std::int64_t now) {
+  saveSealed(database->tables,
+             {database->listeners, log->nextSequence(), std::max(now, lastSecond.load())},
+             database->directory, progressOf("checkpoint"));
+  log->wasEmptied();
+}
+
+void Engine::Parts::checkpoint() {
+  if (gate.isInTransaction()) {
+    throw Failure(Code::transaction, "A checkpoint cannot be part of a transaction");
+  }
+  const std::lock_guard hold(files);
+  const WriterVisit visit(gate, Interrupt(interrupts));
+  requireWritable();
+  saveFiles(second());
+}
+
+void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
+  if (gate.isInTransaction()) {
+    throw Failure(Code::transaction, "VACUUM cannot be part of a transaction");
+  }
+  const std::lock_guard hold(files);
+  const Interrupt interrupt(interrupts);
+  const WriterVisit visit(gate, interrupt);
+  requireWritable();
+  const std::int64_t now = second();
+  ++catalogueVersion;
+  const auto rowsOf = [&] {
+    std::int64_t count = 0;
+    for (const auto& [name, table] : database->tables) {
+      count += static_cast<std::int64_t>(table.rowCount());
+    }
+    return count;
+  };
+  const std::int64_t before = rowsOf();
+  std::vector<Table> replaced = changes->vacuum(command, {{}, now, now, interrupt});
+  answer.rowsAffected = before - rowsOf();
+  try {
+    saveFiles(now);
+  } catch (...) {
+    changes->restore(replaced, now);
+    throw;
+  }
+}
+
+}  // namespace velmora

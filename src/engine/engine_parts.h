@@ -1,0 +1,92 @@
+// What an engine is made of, for the sources that implement it; see engine.h.
+//
+// Locks, in this order: files, held while files other than the log are written or copied; the gate,
+// which lets commands to the tables; the log's own.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "../query/query.h"
+#include "../storage/directory_lock.h"
+#include "../storage/record_log.h"
+#include "changes.h"
+#include "engine.h"
+#include "gate.h"
+#include "opening.h"
+
+namespace velmora {
+
+struct Prepared::Parts {
+  strict::Statement statement;
+  // What was looked up for a SELECT, and of which state of the catalogue that is.
+  std::optional<Query> query;
+  std::uint64_t catalogueVersion = 0;
+};
+
+struct Engine::Parts {
+  explicit Parts(OpenOptions options_);
+
+  const OpenOptions options;
+  std::unique_ptr<DirectoryLock> lock;  // goes last
+  Interrupts interrupts;
+  std::mutex files;
+  Gate gate;
+  // In the gate's care.
+  std::optional<Database> database;
+  std::optional<Changes> changes;
+  std::optional<RecordLog> log;
+  std::uint64_t catalogueVersion = 1;
+  std::vector<LoggedCommand> transaction;  // what the open one has changed
+  bool isBroken = false;                   // something could not be taken back
+  // The latest second that a command has run at; and where the clock went back to from there, for
+  // the log callback, which is called when no lock is held.
+  std::atomic<std::int64_t> lastSecond = 0;
+  std::atomic<std::int64_t> backFrom = 0;
+  std::atomic<std::int64_t> backTo = 0;
+  // Syncs the log once a second, where that is the durability.
+  std::thread syncer;
+  std::mutex syncerMutex;
+  std::condition_variable syncerWakes;
+  bool isSyncerStopped = false;
+
+  // opening and closing (engine_open.cpp)
+  void open(const std::string& path);
+  void makeDatabase();
+  void convertPlain(const ReportFault& report);
+  void openLog(const OpenedLog& opened, bool isDamaged);
+  void keepDamagedFiles();
+  void close() noexcept;
+  void runSyncer();
+
+  void tell(LogLevel level, const std::string& line) const;
+  bool goOn(std::string_view step, std::uint64_t done, std::uint64_t total) const;
+  Progress progressOf(std::string_view step) const;
+  std::int64_t second();
+  void tellOfClock();
+
+  // commands (engine.cpp)
+  void requireWritable() const;
+  void read(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer);
+  void change(const strict::Statement& statement, std::span<const Value> values, Answer& answer);
+  void beginTransaction();
+  void commitTransaction();
+  void rollbackTransaction();
+  void undoTo(std::size_t changeCount, std::int64_t now);
+  void saveFiles(std::int64_t now);
+  void checkpoint();
+  void vacuum(const strict::Vacuum& command, Answer& answer);
+  void syncIfAlways(std::int64_t end);
+  // Runs steps as one transaction, or as one step of the open one.
+  template <typename Steps>
+  void asOne(Steps steps);
+};
+
+}  // namespace velmora

@@ -1,0 +1,234 @@
+// See fitting.h.
+#include "fitting.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <utility>
+
+#include "../failure.h"
+#include "../number.h"
+#include "../text.h"
+#include "../typed_value.h"
+#include "../json_text.h"
+
+namespace velmora {
+namespace {
+
+// A column that a value is given to, and where the command gives it.
+struct Target {
+  const Table& table;
+  std::size_t column;
+  std::size_t offset;
+
+  const Column& definition() const { return table.columns[column]; }
+};
+
+std::string shown(const Value& value) {
+  if (isNull(value)) return "NULL";
+  if (const auto* const number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
+  if (const auto* const real = std::get_if<double>(&value)) {
+    char text[maxNumberText];
+    return {text, std::to_chars(text, text + sizeof text, *real).ptr};
+  }
+  if (const auto* const truth = std::get_if<bool>(&value)) return *truth ? "true" : "false";
+  constexpr std::size_t mostBytes = 60;
+  const auto& text = std::get<std::string>(value);
+  return "'" + printable(std::string_view(text).substr(0, mostBytes)) +
+         (text.size() > mostBytes ? "...'" : "'");
+}
+
+// A type as commands name it.
+std::string_view typeShown(std::string_view type) {
+  return type.starts_with('/') ? type.substr(1) : type;
+}
+
+[[noreturn]] void refuse(Code code, const std::string& what, const Target& target) {
+  const Column& column = target.definition();
+  throw Failure(code, what + " for column '" + column.name + "' of table '" +
+                          target.table.tableName + "', which is " +
+                          std::string(typeShown(column.type)))
+      .of(target.table.tableName, column.name)
+      .at(target.offset);
+}
+
+[[noreturn]] void refuseType(const Value& value, const Target& target) {
+  refuse(Code::type, shown(value) + " is no value", target);
+}
+
+[[noreturn]] void refuseRange(const Value& value, const Target& target) {
+  refuse(Code::range, shown(value) + " is out of range", target);
+}
+
+Value fitInteger(const Value& value, bool isLong, const Target& target) {
+  const auto* const number = std::get_if<std::int64_t>(&value);
+  if (number == nullptr) {
+    const bool isReal = std::holds_alternative<double>(value);
+    const bool isWhole = isReal && std::trunc(std::get<double>(value)) == std::get<double>(value);
+    // Digits that no 64 bits hold come as a float.
+    if (isWhole && std::abs(std::get<double>(value)) >= 0x1p63) refuseRange(value, target);
+    refuseType(value, target);
+  }
+  if (!isLong && !std::in_range<std::int32_t>(*number)) refuseRange(value, target);
+  return *number;
+}
+
+Value fitReal(const Value& value, bool isDouble, const Target& target) {
+  double real = 0;
+  if (const auto* const number = std::get_if<std::int64_t>(&value)) {
+    real = static_cast<double>(*number);
+  } else if (const auto* const given = std::get_if<double>(&value)) {
+    real = *given;
+  } else {
+    refuseType(value, target);
+  }
+  if (!std::isfinite(real)) refuseRange(value, target);
+  if (isDouble) return real;
+  // What lies between the largest float and what would round to more is the largest float.
+  constexpr double tooLarge = 0x1.ffffffp127;
+  if (std::abs(real) >= tooLarge) refuseRange(value, target);
+  const auto narrowed = static_cast<float>(real);
+  if (narrowed == 0 && real != 0) refuseRange(value, target);
+  return static_cast<double>(narrowed);
+}
+
+void checkUtf8(const std::string& text, const Target& target) {
+  if (text.find('\0') != std::string::npos) {
+    refuse(Code::range, "A text with a zero byte is no value", target);
+  }
+  if (validUtf8Size(text) != text.size()) refuse(Code::range, "A text that is not UTF-8 is no value", target);
+}
+
+Value fitText(const Value& value, const Target& target) {
+  const auto* const text = std::get_if<std::string>(&value);
+  if (text == nullptr) refuseType(value, target);
+  const auto most = static_cast<std::size_t>(target.definition().stringSize);
+  if (text->size() > most) {
+    refuse(Code::range,
+           "A text of " + std::to_string(text->size()) + " bytes is longer than " +
+               std::to_string(most),
+           target);
+  }
+  checkUtf8(*text, target);
+  return *text;
+}
+
+Value fitValue(const Value& value, const Target& target) {
+  if (isNull(value)) return value;
+  const ValueKind kind = target.table.kind(target.column);
+  switch (kind) {
+    case ValueKind::integer:
+    case ValueKind::longInteger:
+      return fitInteger(value, kind == ValueKind::longInteger, target);
+    case ValueKind::real:
+    case ValueKind::doubleReal:
+      return fitReal(value, kind == ValueKind::doubleReal, target);
+    case ValueKind::boolean:
+      if (!std::holds_alternative<bool>(value)) refuseType(value, target);
+      return value;
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  return fitText(value, target);
+}
+
+// The seconds that a state's amount and unit are.
+std::int64_t secondsOf(const strict::State& state, const RunContext& context,
+                       const Target& target) {
+  constexpr std::int64_t most = std::int64_t{1} << 40;
+  const Value& amount = valueOf(state.amount, context.values);
+  const auto* const number = std::get_if<std::int64_t>(&amount);
+  if (number == nullptr || *number < 1 || *number > most / state.unitSeconds) {
+    throw Failure(Code::range, "A duration has to be a positive whole number, and no longer than " +
+                                   std::to_string(most) + " seconds: " + shown(amount))
+        .of(target.table.tableName, target.definition().name)
+        .at(state.amount.offset);
+  }
+  return *number * state.unitSeconds;
+}
+
+Text stateText(const strict::Operand& operand, const RunContext& context, Target target) {
+  target.offset = operand.offset;
+  const Value fitted = fitValue(valueOf(operand, context.values), target);
+  if (isNull(fitted)) refuse(Code::type, "NULL is no state", target);
+  const std::string text = textOf(target.table.kind(target.column), fitted);
+  if (text == missingValue) refuse(Code::range, "'#/#?' is no state", target);
+  return Text(text);
+}
+
+// The rule of a timed value: each duration is that of the state in front of its arrow, and the last
+// state takes over the last duration.
+std::unique_ptr<TempRule> ruleOf(const strict::Assignment& assignment, const RunContext& context,
+                                 const Target& target) {
+  const Column& column = target.definition();
+  const std::size_t count = assignment.states.size() + 1;
+  if (count > static_cast<std::size_t>(column.maxStates)) {
+    refuse(Code::range,
+           std::to_string(count) + " states are more than " + std::to_string(column.maxStates),
+           target);
+  }
+  auto rule = std::make_unique<TempRule>();
+  rule->startTime = context.timedStart;
+  rule->repeat = assignment.cycles;
+  Text pending = stateText(assignment.value, context, target);
+  std::int64_t seconds = 0;
+  for (const strict::State& state : assignment.states) {
+    seconds = secondsOf(state, context, target);
+    rule->states.push_back({std::move(pending), seconds});
+    pending = stateText(state.value, context, target);
+  }
+  rule->states.push_back({std::move(pending), seconds});
+  for (const TempState& state : rule->states) rule->cycleLength += state.duration;
+  return rule;
+}
+
+}  // namespace
+
+const Value& valueOf(const strict::Operand& operand, std::span<const Value> values) {
+  return operand.isParameter() ? values[static_cast<std::size_t>(operand.parameter)]
+                               : operand.value;
+}
+
+std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments,
+                             const Table& table, const RunContext& context) {
+  std::vector<FittedValue> fitted;
+  fitted.reserve(assignments.size());
+  std::size_t hint = 0;
+  for (const strict::Assignment& assignment : assignments) {
+    const std::size_t column = table.columnPosition(assignment.column.text, hint);
+    if (column == noColumn) {
+      throw Failure(Code::notFound, "Table '" + table.tableName + "' has no column '" +
+                                        assignment.column.text + "'")
+          .of(table.tableName, assignment.column.text)
+          .at(assignment.column.offset);
+    }
+    hint = column + 1;
+    const Target target{table, column, assignment.value.offset};
+    const auto isSame = [&](const FittedValue& other) { return other.column == column; };
+    if (std::any_of(fitted.begin(), fitted.end(), isSame)) {
+      throw Failure(Code::syntax, "Column '" + assignment.column.text + "' is given twice")
+          .of(table.tableName, assignment.column.text)
+          .at(assignment.column.offset);
+    }
+    if (table.columns[column].type == "ApexInt") {
+      throw Failure(Code::type, "Column '" + assignment.column.text + "' of table '" +
+                                    table.tableName + "' is numbered by the engine")
+          .of(table.tableName, assignment.column.text)
+          .at(assignment.column.offset);
+    }
+    FittedValue& value = fitted.emplace_back();
+    value.column = column;
+    value.offset = assignment.value.offset;
+    if (assignment.states.empty()) {
+      value.value = fitValue(valueOf(assignment.value, context.values), target);
+    } else {
+      value.rule = ruleOf(assignment, context, target);
+    }
+  }
+  return fitted;
+}
+
+}  // namespace velmora

@@ -1,0 +1,127 @@
+// See gate.h.
+#include "gate.h"
+
+#include <algorithm>
+
+namespace velmora {
+namespace {
+
+std::uint64_t threadNumber() noexcept {
+  static std::atomic<std::uint64_t> lastNumber = 0;
+  thread_local const std::uint64_t number = lastNumber.fetch_add(1) + 1;
+  return number;
+}
+
+}  // namespace
+
+Gate::Counter& Gate::ownCounter() noexcept { return counters_[threadNumber() % counterCount]; }
+
+bool Gate::hasReaders() const noexcept {
+  return std::any_of(counters_.begin(), counters_.end(),
+                     [](const Counter& counter) { return counter.readers.load() != 0; });
+}
+
+template <typename Ready>
+void Gate::waitUntil(std::unique_lock<std::mutex>& lock, const Interrupt& interrupt, Ready ready) {
+  using Clock = std::chrono::steady_clock;
+  const bool isLimited = transactionWait_ != std::chrono::milliseconds::max();
+  const auto limit = isLimited ? Clock::now() + transactionWait_ : Clock::time_point::max();
+  while (!ready()) {
+    interrupt.check();
+    const bool isOpen = transactionThread_.load() != 0;
+    if (isOpen && isLimited && Clock::now() >= limit) {
+      throw Failure(Code::busy, "Another thread's transaction is open");
+    }
+    if (isOpen && isLimited) {
+      changed_.wait_until(lock, limit);
+    } else {
+      changed_.wait(lock);
+    }
+  }
+}
+
+void Gate::enterAsReader(const Interrupt& interrupt) {
+  Counter& counter = ownCounter();
+  while (true) {
+    // Noted before the look at the door, as the writer closes the door before it looks at the
+    // notes.
+    counter.readers.fetch_add(1);
+    if (!isClosed_.load()) return;
+    leaveAsReader();
+    std::unique_lock lock(mutex_);
+    waitUntil(lock, interrupt, [&] { return !isClosed_.load(); });
+  }
+}
+
+void Gate::leaveAsReader() noexcept {
+  ownCounter().readers.fetch_sub(1);
+  if (isClosed_.load()) wakeAll();
+}
+
+void Gate::enterAsWriter(const Interrupt& interrupt) {
+  std::unique_lock lock(mutex_);
+  waitUntil(lock, interrupt, [&] { return !hasWriter_; });
+  hasWriter_ = true;
+  isClosed_.store(true);
+  try {
+    waitUntil(lock, interrupt, [&] { return !hasReaders(); });
+  } catch (...) {
+    hasWriter_ = false;
+    isClosed_.store(false);
+    changed_.notify_all();
+    throw;
+  }
+}
+
+void Gate::leaveAsWriter() noexcept {
+  const std::lock_guard lock(mutex_);
+  hasWriter_ = false;
+  isClosed_.store(false);
+  changed_.notify_all();
+}
+
+void Gate::beginTransaction() noexcept { transactionThread_.store(threadNumber()); }
+
+void Gate::endTransaction() noexcept {
+  transactionThread_.store(0);
+  leaveAsWriter();
+}
+
+bool Gate::isInTransaction() const noexcept { return transactionThread_.load() == threadNumber(); }
+
+bool Gate::takeOverTransaction() noexcept {
+  if (transactionThread_.load() == 0) return false;
+  beginTransaction();
+  return true;
+}
+
+void Gate::wakeAll() {
+  const std::lock_guard lock(mutex_);
+  changed_.notify_all();
+}
+
+ReaderVisit::ReaderVisit(Gate& gate, const Interrupt& interrupt)
+    : gate_(gate), isIn_(!gate.isInTransaction()) {
+  if (isIn_) gate.enterAsReader(interrupt);
+}
+
+ReaderVisit::~ReaderVisit() {
+  if (isIn_) gate_.leaveAsReader();
+}
+
+WriterVisit::WriterVisit(Gate& gate, const Interrupt& interrupt)
+    : gate_(gate), isIn_(!gate.isInTransaction()) {
+  if (isIn_) gate.enterAsWriter(interrupt);
+}
+
+void WriterVisit::leave() noexcept {
+  if (isIn_) gate_.leaveAsWriter();
+  isIn_ = false;
+}
+
+void WriterVisit::handToTransaction() noexcept {
+  gate_.beginTransaction();
+  isIn_ = false;
+}
+
+}  // namespace velmora

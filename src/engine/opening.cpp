@@ -1,0 +1,156 @@
+// See opening.h.
+#include "opening.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "../clock.h"
+#include "../failure.h"
+#include "../strict/parser.h"
+
+namespace velmora {
+namespace {
+
+template <typename T>
+constexpr bool isRowChange = std::is_same_v<T, strict::Insert> ||
+                             std::is_same_v<T, strict::Update> || std::is_same_v<T, strict::Delete>;
+template <typename T>
+constexpr bool isCatalogueChange =
+    std::is_same_v<T, strict::CreateTable> || std::is_same_v<T, strict::DropTable> ||
+    std::is_same_v<T, strict::Link> || std::is_same_v<T, strict::Unlink> ||
+    std::is_same_v<T, strict::Listen> || std::is_same_v<T, strict::Unlisten>;
+
+void replay(const LoggedCommand& logged, Changes& changes) {
+  const strict::Statement statement = strict::parse(logged.text);
+  Answer answer;
+  runChange(changes, statement.command,
+            {{}, logged.second, logged.clock.value_or(logged.second), {}}, answer);
+  changes.undo().clear();
+}
+
+}  // namespace
+
+void takeTables(SealedState&& state, Database& database, const ReportFault& report,
+                std::int64_t now) {
+  database.isSealed = true;
+  database.tables = std::move(state.tables);
+  for (Listener& listener : state.listeners) {
+    database.listeners[listener.tableName].insert(std::move(listener));
+  }
+  for (const Relation& link : state.links) {
+    try {
+      database.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, now);
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception& error) {
+      report(Storage::relationFileName(link), -1,
+             "The link from " + link.childTable + "." + link.childColumn + " to " +
+                 link.parentTable + "." + link.parentColumn + " does not hold: " + error.what());
+    }
+  }
+}
+
+OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& report,
+                     const StepProgress& progress, std::int64_t now) {
+  SealedState state =
+      loadSealed(database.directory, report,
+                 [&](std::uint64_t done, std::uint64_t total) { return progress("load", done, total); });
+  OpenedLog opened;
+  opened.second = state.second;
+  RecordLogReader reader(database.directory, state.nextSequence);
+  // States are looked at as of the last second that the database has seen, so that opening it does
+  // not depend on the clock.
+  takeTables(std::move(state), database, report, std::max(now, opened.second));
+  const auto total = static_cast<std::uint64_t>(sizeOf(database.directory, logFileName));
+  std::uint64_t count = 0;
+  while (true) {
+    const std::int64_t start = reader.completeSize();
+    const auto commands = reader.next();
+    if (!commands) break;
+    for (const LoggedCommand& command : *commands) {
+      opened.second = std::max(opened.second, command.second);
+      try {
+        replay(command, changes);
+      } catch (const std::bad_alloc&) {
+        throw;
+      } catch (const std::exception& error) {
+        changes.undo().undoTo(0, command.second);
+        report(logFileName, start, std::string("A command cannot be run again: ") + error.what());
+      }
+    }
+    constexpr std::uint64_t recordsPerCall = 1024;
+    if (++count % recordsPerCall == 0 &&
+        !progress("replay", static_cast<std::uint64_t>(reader.completeSize()), total)) {
+      throw Failure(Code::interrupted, "Interrupted");
+    }
+  }
+  if (reader.fault()) report(logFileName, reader.completeSize(), *reader.fault());
+  opened.nextSequence = reader.nextSequence();
+  opened.size = reader.completeSize();
+  opened.hasTornTail = reader.hasTornTail();
+  opened.hasFault = reader.fault().has_value();
+  return opened;
+}
+
+void runChange(Changes& changes, const strict::Command& command, const RunContext& context,
+               Answer& answer) {
+  std::visit(
+      [&](const auto& each) {
+        using T = std::remove_cvref_t<decltype(each)>;
+        if constexpr (isRowChange<T> || isCatalogueChange<T>) {
+          changes.run(each, context, answer);
+        } else {
+          throw Failure(Code::internal, "The command changes nothing");
+        }
+      },
+      command);
+}
+
+bool isChange(const strict::Command& command) noexcept {
+  return std::visit(
+      [](const auto& each) {
+        using T = std::remove_cvref_t<decltype(each)>;
+        return isRowChange<T> || isCatalogueChange<T>;
+      },
+      command);
+}
+
+bool changesCatalogue(const strict::Command& command) noexcept {
+  return std::visit(
+      [](const auto& each) { return isCatalogueChange<std::remove_cvref_t<decltype(each)>>; },
+      command);
+}
+
+void loadForPlainFunctions(Database& database) {
+  if (contentsOf(database.directory) != Contents::sealed) {
+    database.loadFromDisk();
+    return;
+  }
+  const std::int64_t now = clock::now();
+  Changes changes(database);
+  const auto refuse = [](const std::string& file, std::int64_t /*offset*/,
+                         const std::string& meaning) {
+    throw std::runtime_error("Corrupt file: " + file + ": " + meaning);
+  };
+  openSealed(
+      database, changes, refuse, [](auto...) { return true; }, now);
+  for (const auto& [name, table] : database.tables) {
+    if (!fitsPlainFiles(table)) {
+      throw std::runtime_error("Database holds what plain files cannot: table '" + name + "'");
+    }
+  }
+  finishSealed(database.directory);
+  unseal(database.tables, {database.listeners, 0, 0}, now, database.directory);
+  database.isSealed = false;
+  Storage::readWebhooks(
+      [&](WebhookTask task) { database.pendingWebhooks.push_back(std::move(task)); },
+      database.directory);
+  std::make_heap(database.pendingWebhooks.begin(), database.pendingWebhooks.end(),
+                 WebhookTask::firesLater);
+}
+
+}  // namespace velmora

@@ -1,0 +1,184 @@
+// See record_log.h: the writer.
+//
+// A position is where a record ends in the file, counted on over checkpoints that emptied it, so
+// that a thread that waits for its record to be synced need not know of them.
+#include "record_log.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+
+#include "../clock.h"
+#include "../failure.h"
+#include "../number.h"
+#include "checksum.h"
+#include "file_names.h"
+
+namespace velmora {
+namespace {
+
+[[noreturn]] void throwUnwritten(const char* what) {
+  const int error = errno;
+  const bool isFull = error == ENOSPC || error == EDQUOT || error == EFBIG;
+  throw Failure(isFull ? Code::full : Code::io, std::string(what) + " " + logFileName)
+      .because(error);
+}
+
+void appendSecond(std::string& record, std::int64_t second) {
+  record += clockMarker;
+  appendInt(record, second);
+}
+
+void appendCommand(std::string& record, const LoggedCommand& command) {
+  record += command.text;
+  if (command.clock) appendSecond(record, *command.clock);
+  appendSecond(record, command.second);
+}
+
+}  // namespace
+
+struct RecordLog::Parts {
+  Parts(const Directory& directory_, std::int64_t size_, std::uint64_t nextSequence_)
+      : directory(directory_), size(size_), nextSequence(nextSequence_) {}
+
+  Directory directory;
+  std::optional<File> file;  // not open before the first record
+  std::string record;        // keeps its memory
+  // The mutex guards what is below; the file is written and synced without it.
+  std::mutex mutex;
+  std::condition_variable syncDone;
+  std::int64_t size;
+  std::int64_t emptied = 0;  // bytes that earlier files had
+  std::int64_t synced = 0;   // a position
+  std::uint64_t nextSequence;
+  bool isSyncing = false;
+  bool hasFailed = false;
+
+  void open();
+  void write();
+  void fail();
+  void sync(std::unique_lock<std::mutex>& lock);
+};
+
+RecordLog::RecordLog(const Directory& directory, std::int64_t size, std::uint64_t nextSequence)
+    : parts_(std::make_unique<Parts>(directory, size, nextSequence)) {}
+
+RecordLog::~RecordLog() = default;
+
+// Opens the file. A torn tail is gone for good before another record takes its place: no power cut
+// may leave a mixture of both.
+void RecordLog::Parts::open() {
+  file.emplace(directory, logFileName, File::Mode::change);
+  const auto found = file->size();
+  const bool isLonger = found && *found > size;
+  if (!found || *found < size || (isLonger && !(file->truncate(size) && file->sync()))) {
+    if (found && *found < size) errno = EIO;
+    const int error = errno;
+    file.reset();
+    errno = error;
+    throwUnwritten("cannot open");
+  }
+}
+
+void RecordLog::Parts::write() {
+  if (file->writeAt(size, record)) return;
+  const int error = errno;
+  if (!file->truncate(size) || !file->sync()) fail();
+  errno = error;
+  throwUnwritten("cannot write");
+}
+
+void RecordLog::Parts::fail() {
+  const std::scoped_lock lock(mutex);
+  hasFailed = true;
+  syncDone.notify_all();
+}
+
+std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
+  Parts& parts = *parts_;
+  errno = EIO;
+  if (hasFailed()) throwUnwritten("an earlier record is missing in");
+  if (!parts.file) parts.open();
+  std::string& record = parts.record;
+  record.clear();
+  if (commands.size() == 1) {
+    appendCommand(record, commands.front());
+  } else {
+    record += "BEGIN\n";
+    for (const LoggedCommand& command : commands) {
+      appendCommand(record, command);
+      record += '\n';
+    }
+    record += "COMMIT";
+    appendSecond(record, commands.back().second);
+  }
+  record += ' ';
+  record += std::to_string(parts.nextSequence);
+  char digits[checksumDigits];
+  writeChecksum(digits, crc32c(0, record));
+  record.append(1, ' ').append(digits, sizeof digits).append(1, '\n');
+  parts.write();
+  const std::scoped_lock lock(parts.mutex);
+  parts.size += static_cast<std::int64_t>(record.size());
+  ++parts.nextSequence;
+  return parts.emptied + parts.size;
+}
+
+// Syncs the file for all who wait by now; the lock is let go meanwhile.
+void RecordLog::Parts::sync(std::unique_lock<std::mutex>& lock) {
+  isSyncing = true;
+  const std::int64_t end = emptied + size;
+  lock.unlock();
+  const bool isDone = file->sync();
+  const int error = errno;
+  lock.lock();
+  isSyncing = false;
+  if (isDone) {
+    synced = std::max(synced, end);
+  } else {
+    hasFailed = true;
+  }
+  syncDone.notify_all();
+  errno = error;
+}
+
+void RecordLog::syncTo(std::int64_t end) {
+  Parts& parts = *parts_;
+  std::unique_lock lock(parts.mutex);
+  while (parts.synced < end) {
+    errno = EIO;
+    if (!parts.hasFailed && !parts.isSyncing && parts.file) parts.sync(lock);
+    if (parts.synced >= end) break;
+    if (parts.hasFailed) throwUnwritten("cannot sync");
+    parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
+  }
+}
+
+bool RecordLog::hasFailed() const noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  return parts_->hasFailed;
+}
+
+std::int64_t RecordLog::size() const noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  return parts_->size;
+}
+
+std::uint64_t RecordLog::nextSequence() const noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  return parts_->nextSequence;
+}
+
+void RecordLog::wasEmptied() {
+  Parts& parts = *parts_;
+  std::unique_lock lock(parts.mutex);
+  parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
+  parts.emptied += std::exchange(parts.size, 0);
+  parts.synced = parts.emptied;
+  parts.file.reset();  // the name leads to a new one
+  parts.syncDone.notify_all();
+}
+
+}  // namespace velmora

@@ -1,0 +1,102 @@
+// See typed_value.h.
+#include "typed_value.h"
+
+#include <cmath>
+#include <type_traits>
+
+#include "number.h"
+
+namespace velmora {
+namespace {
+
+// The number that convert(text, number) reads, or null if there is none.
+template <typename Number, typename Convert>
+TypedValue numberOf(std::string_view text, Convert convert) {
+  Number value = 0;
+  if (convert(text, value) != Conversion::ok) return {};
+  if constexpr (std::is_integral_v<Number>) {
+    return TypedValue::ofInteger(value);
+  } else {
+    return std::isnan(value) ? TypedValue() : TypedValue::ofReal(static_cast<double>(value));
+  }
+}
+
+template <typename Number>
+std::string shortest(Number value) {
+  char room[maxNumberText];
+  return {room, writeShortest(room, value)};
+}
+
+double realOf(const Value& value) {
+  const auto* const whole = std::get_if<std::int64_t>(&value);
+  return whole != nullptr ? static_cast<double>(*whole) : std::get<double>(value);
+}
+
+}  // namespace
+
+TypedValue typedValue(ValueKind kind, std::string_view text) {
+  if (text == missingValue) return {};
+  switch (kind) {
+    case ValueKind::integer:
+      return numberOf<std::int32_t>(text, convertInt);
+    case ValueKind::longInteger:
+      return numberOf<std::int64_t>(text, convertLong);
+    case ValueKind::real:
+      return numberOf<float>(text, convertFloat);
+    case ValueKind::doubleReal:
+      return numberOf<double>(text, convertDouble);
+    case ValueKind::boolean:
+      return TypedValue::ofBoolean(isTrueText(text));
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  return TypedValue::ofText(text);
+}
+
+TypedValue typedValue(const Value& value) noexcept {
+  if (const auto* const whole = std::get_if<std::int64_t>(&value)) {
+    return TypedValue::ofInteger(*whole);
+  }
+  if (const auto* const real = std::get_if<double>(&value)) return TypedValue::ofReal(*real);
+  if (const auto* const truth = std::get_if<bool>(&value)) return TypedValue::ofBoolean(*truth);
+  if (const auto* const text = std::get_if<std::string>(&value)) return TypedValue::ofText(*text);
+  return {};
+}
+
+Value ownedValue(const TypedValue& value) {
+  switch (value.type) {
+    case AnswerType::null:
+      break;
+    case AnswerType::integer:
+      return value.integer;
+    case AnswerType::real:
+      return value.real;
+    case AnswerType::boolean:
+      return value.isTrue;
+    case AnswerType::text:
+      return std::string(value.text);
+  }
+  return {};
+}
+
+std::string textOf(ValueKind kind, const Value& value) {
+  if (isNull(value)) return std::string(missingValue);
+  switch (kind) {
+    case ValueKind::integer:
+    case ValueKind::longInteger:
+      return std::to_string(std::get<std::int64_t>(value));
+    case ValueKind::real:
+      return shortest(static_cast<float>(realOf(value)));
+    case ValueKind::doubleReal:
+      return shortest(realOf(value));
+    case ValueKind::boolean:
+      return std::get<bool>(value) ? "true" : "false";
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+  return std::get<std::string>(value);
+}
+
+}  // namespace velmora

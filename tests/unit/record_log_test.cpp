@@ -1,0 +1,373 @@
+// The log with sequence numbers and checksums: what is written is read, what a crash leaves of the
+// last record is told from damage, and what cannot be written leaves nothing.
+#include "storage/record_log.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "failure.h"
+#include "storage/checksum.h"
+#include "storage_fixture.h"
+
+namespace velmora {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Commands = std::vector<LoggedCommand>;
+
+bool areEqual(const Commands& a, const Commands& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& one, const auto& other) {
+    return one.text == other.text && one.second == other.second && one.clock == other.clock;
+  });
+}
+
+const std::vector<Commands> someRecords = {
+    {{"INSERT INTO t a = 1", 1700000000, std::nullopt}},
+    {{"INSERT INTO t a = 'x' --> 'y' @ 5 s c", 1700000001, 1700000077}},
+    {{"INSERT INTO t a = 'it''s\n\" #TIME# 5\n'", 1700000002, std::nullopt},
+     {"UPDATE t\nSET a = \"2\n\"\"COMMIT #TIME# 5\n\"\nWHERE id = 1", 1700000003, 12},
+     {"DELETE FROM t WHERE id = 1", 1700000003, std::nullopt}},
+    {{"UPDATE t SET a = 'BEGIN\n\nCOMMIT #TIME# 1 1 00000000\n'", 1700000004, std::nullopt}},
+    {{"DELETE FROM t", 1700000005, std::nullopt}},
+};
+
+class RecordLogTest : public StorageTest {
+ protected:
+  struct Found {
+    std::vector<Commands> records;
+    std::int64_t completeSize;
+    std::uint64_t nextSequence;
+    bool isTorn;
+    std::optional<std::string> fault;
+  };
+  Found read(std::uint64_t firstSequence = 7) const {
+    RecordLogReader reader(directory_, firstSequence);
+    Found found{};
+    while (auto commands = reader.next()) found.records.push_back(*commands);
+    found.completeSize = reader.completeSize();
+    found.nextSequence = reader.nextSequence();
+    found.isTorn = reader.hasTornTail();
+    found.fault = reader.fault();
+    return found;
+  }
+  // A new file each time: one that is cut and written again goes to the disk when it is closed.
+  void put(const std::string& bytes) const {
+    fs::remove(path_ / "velmora.wal");
+    write("velmora.wal", bytes);
+  }
+  // Writes a log of the records, and tells where each ends.
+  std::vector<std::int64_t> writeRecords(const std::vector<Commands>& records) const {
+    put("");
+    RecordLog log(directory_, 0, 7);
+    std::vector<std::int64_t> ends;
+    for (const Commands& commands : records) ends.push_back(log.append(commands));
+    return ends;
+  }
+  void expectFirst(const Found& found, std::size_t count, const std::string& where) const {
+    ASSERT_EQ(found.records.size(), count) << where;
+    for (std::size_t i = 0; i < count; ++i) {
+      EXPECT_TRUE(areEqual(found.records[i], someRecords[i])) << where << " record " << i;
+    }
+    EXPECT_EQ(found.nextSequence, 7 + count) << where;
+  }
+  static Code codeOf(const std::function<void()>& act) {
+    try {
+      act();
+    } catch (const Failure& failure) {
+      return failure.code;
+    }
+    return Code::ok;
+  }
+
+  const LoggedCommand insert_{"INSERT INTO t a = 1", 1700000000, std::nullopt};
+};
+
+TEST(Checksum, isThatOfCastagnoli) {
+  EXPECT_EQ(crc32c(0, "123456789"), 0xE3069283);
+  EXPECT_EQ(crc32c(crc32c(0, "1234"), "56789"), 0xE3069283);
+  EXPECT_EQ(crc32c(0, std::string(32, '\0')), 0x8A9136AA);
+  std::string bytes;
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(crc32c(7, bytes), crc32cByTable(7, bytes)) << i;
+    bytes += static_cast<char>(i * 37);
+  }
+}
+
+TEST_F(RecordLogTest, recordsHaveTheirForm) {
+  writeRecords({someRecords[0], someRecords[1], {someRecords[0][0], someRecords[1][0]}});
+  EXPECT_EQ(bytesOf("velmora.wal"),
+            "INSERT INTO t a = 1 #TIME# 1700000000 7 6c0602d9\n"
+            "INSERT INTO t a = 'x' --> 'y' @ 5 s c #TIME# 1700000077 #TIME# 1700000001 8 f88f220b\n"
+            "BEGIN\n"
+            "INSERT INTO t a = 1 #TIME# 1700000000\n"
+            "INSERT INTO t a = 'x' --> 'y' @ 5 s c #TIME# 1700000077 #TIME# 1700000001\n"
+            "COMMIT #TIME# 1700000001 9 94acd947\n");
+}
+
+TEST_F(RecordLogTest, whatIsWrittenIsRead) {
+  const auto ends = writeRecords(someRecords);
+  const Found found = read();
+  expectFirst(found, someRecords.size(), "");
+  EXPECT_EQ(found.completeSize, ends.back());
+  EXPECT_FALSE(found.isTorn);
+  EXPECT_EQ(found.fault, std::nullopt);
+}
+
+TEST_F(RecordLogTest, aMissingLogIsEmpty) {
+  const Found found = read();
+  EXPECT_TRUE(found.records.empty());
+  EXPECT_FALSE(found.isTorn);
+  EXPECT_EQ(found.fault, std::nullopt);
+}
+
+TEST_F(RecordLogTest, secondsMayBeBeforeTheEpochAndNumbersLarge) {
+  put("");
+  constexpr std::uint64_t last = std::numeric_limits<std::uint64_t>::max() - 1;
+  RecordLog(directory_, 0, last).append(Commands{{"DELETE FROM t", -5, -7}});
+  const Found found = read(last);
+  ASSERT_EQ(found.records.size(), 1U);
+  EXPECT_EQ(found.records[0][0].second, -5);
+  EXPECT_EQ(found.records[0][0].clock, -7);
+}
+
+TEST_F(RecordLogTest, recordsLongerThanABlockAreRead) {
+  const std::string text = "INSERT INTO t a = '" + std::string(700'000, 'x') + "\n'";
+  writeRecords({{insert_}, {{text, 5, std::nullopt}}, {insert_, {text, 6, std::nullopt}}});
+  const Found found = read();
+  ASSERT_EQ(found.records.size(), 3U);
+  EXPECT_TRUE(found.records[1][0].text == text);
+  EXPECT_TRUE(found.records[2][1].text == text);
+}
+
+TEST_F(RecordLogTest, aLogThatIsCutAnywhereIsTornAtItsLastRecord) {
+  const auto ends = writeRecords(someRecords);
+  const std::string whole = bytesOf("velmora.wal");
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    put(whole.substr(0, size));
+    const std::string where = "cut at " + std::to_string(size);
+    std::size_t count = 0;
+    while (ends[count] <= static_cast<std::int64_t>(size)) ++count;
+    const Found found = read();
+    expectFirst(found, count, where);
+    EXPECT_EQ(found.fault, std::nullopt) << where;
+    const std::int64_t complete = count == 0 ? 0 : ends[count - 1];
+    EXPECT_EQ(found.completeSize, complete) << where;
+    EXPECT_EQ(found.isTorn, complete < static_cast<std::int64_t>(size)) << where;
+  }
+}
+
+TEST_F(RecordLogTest, aRecordBehindACutOneIsReadAfterARestart) {
+  const auto ends = writeRecords(someRecords);
+  const std::string whole = bytesOf("velmora.wal");
+  for (std::size_t size = 0; size < whole.size(); size += 3) {
+    put(whole.substr(0, size));
+    const Found before = read();
+    RecordLog log(directory_, before.completeSize, before.nextSequence);
+    EXPECT_EQ(log.append(someRecords[before.records.size()]), ends[before.records.size()]);
+    const Found found = read();
+    expectFirst(found, before.records.size() + 1, "cut at " + std::to_string(size));
+    EXPECT_FALSE(found.isTorn);
+    EXPECT_EQ(found.fault, std::nullopt);
+  }
+}
+
+TEST_F(RecordLogTest, everyFlippedBitIsDamage) {
+  const auto ends = writeRecords(someRecords);
+  const std::string whole = bytesOf("velmora.wal");
+  for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
+    std::string flipped = whole;
+    flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
+    put(flipped);
+    const std::string where = "bit " + std::to_string(bit);
+    std::size_t count = 0;
+    while (ends[count] <= static_cast<std::int64_t>(bit / 8)) ++count;
+    const Found found = read();
+    expectFirst(found, count, where);
+    EXPECT_NE(found.fault, std::nullopt) << where;
+    EXPECT_FALSE(found.isTorn) << where;
+    EXPECT_EQ(found.completeSize, count == 0 ? 0 : ends[count - 1]) << where;
+  }
+}
+
+TEST_F(RecordLogTest, whatIsDamagedIsTold) {
+  writeRecords({{insert_}, {insert_}});
+  const std::string whole = bytesOf("velmora.wal");
+  const std::size_t half = whole.size() / 2;
+  const std::string second = whole.substr(half);
+  const auto faultOf = [&](const std::string& bytes) {
+    put(bytes);
+    return read().fault.value_or("none");
+  };
+  EXPECT_EQ(faultOf(second), "the record's sequence number is 8 instead of 7");
+  EXPECT_EQ(faultOf("x" + whole.substr(1, half - 1)), "the record's checksum is wrong");
+  EXPECT_EQ(faultOf("x" + whole.substr(1)), "a right record stands behind a wrong one");
+  EXPECT_EQ(faultOf(whole.substr(0, half - 1) + "a" + second),
+            "other bytes than a line feed stand behind a record");
+  EXPECT_EQ(faultOf(whole.substr(0, half - 10) + "(" + whole.substr(half - 9, 9)),
+            "the end of the last record is wrong");
+  EXPECT_EQ(faultOf(whole + whole), "the record's sequence number is 7 instead of 9");
+}
+
+TEST_F(RecordLogTest, pagesThatAPowerCutLostAreATornTail) {
+  const std::string text = "INSERT INTO t a = '" + std::string(20'000, 'x') + "'";
+  const auto ends = writeRecords({{insert_}, {{text, 5, std::nullopt}}});
+  const std::string whole = bytesOf("velmora.wal");
+  const auto first = static_cast<std::size_t>(ends[0]);
+  for (std::size_t page = 0; page * 4096 < whole.size(); ++page) {
+    std::string lost = whole;
+    const std::size_t start = std::max(page * 4096, first);
+    const std::size_t size = std::min(page * 4096 + 4096, whole.size()) - start;
+    lost.replace(start, size, size, '\0');
+    put(lost);
+    const Found found = read();
+    EXPECT_EQ(found.records.size(), 1U) << page;
+    EXPECT_TRUE(found.isTorn) << page;
+    EXPECT_EQ(found.fault, std::nullopt) << page;
+  }
+  put(whole.substr(0, first) + std::string(100, '\0'));
+  EXPECT_TRUE(read().isTorn);
+}
+
+TEST_F(RecordLogTest, zerosThatAreNoPageAreDamage) {
+  const std::string text = "INSERT INTO t a = '" + std::string(20'000, 'x') + "'";
+  writeRecords({{insert_}, {{text, 5, std::nullopt}}});
+  std::string bytes = bytesOf("velmora.wal");
+  bytes.replace(4097, 4095, 4095, '\0');
+  put(bytes);
+  EXPECT_EQ(read().fault, "the record's checksum is wrong");
+}
+
+TEST_F(RecordLogTest, aLostPageBeforeARightRecordIsDamage) {
+  const std::string text = "INSERT INTO t a = '" + std::string(20'000, 'x') + "'";
+  writeRecords({{insert_}, {{text, 5, std::nullopt}}, {insert_}});
+  std::string bytes = bytesOf("velmora.wal");
+  bytes.replace(4096, 4096, 4096, '\0');
+  put(bytes);
+  EXPECT_EQ(read().fault, "a right record stands behind a wrong one");
+}
+
+// A text may hold what looks like the end of a record, and be torn there.
+TEST_F(RecordLogTest, anEndWithinALiteralIsNone) {
+  writeRecords({{{"INSERT INTO t a = 'b #TIME# 1 2 00000000\nc'", 5, std::nullopt}}});
+  const std::string whole = bytesOf("velmora.wal");
+  put(whole.substr(0, whole.find('\n') + 1));
+  EXPECT_TRUE(read().isTorn);
+  std::string crafted = "INSERT INTO t a = 'b #TIME# 1 7";
+  char digits[checksumDigits];
+  writeChecksum(digits, crc32c(0, crafted));
+  crafted += ' ' + std::string(digits, sizeof digits) + "\nc'";
+  writeRecords({{{crafted, 5, std::nullopt}}});
+  const Found found = read();
+  ASSERT_EQ(found.records.size(), 1U);
+  EXPECT_EQ(found.records[0][0].text, crafted);
+}
+
+TEST_F(RecordLogTest, aRecordThatCannotBeWrittenLeavesNothing) {
+  for (const int wish : {ENOSPC, shortWrite}) {
+    static int failure;
+    failure = wish;
+    writeRecords({{insert_}});
+    const std::string before = bytesOf("velmora.wal");
+    RecordLog log(directory_, static_cast<std::int64_t>(before.size()), 8);
+    setFileHook([](const FileEvent& event) {
+      return event.operation == FileOperation::write ? failure : 0;
+    });
+    EXPECT_EQ(codeOf([&] { log.append(Commands{insert_}); }), Code::full);
+    setFileHook(nullptr);
+    EXPECT_EQ(bytesOf("velmora.wal"), before);
+    EXPECT_FALSE(log.hasFailed());
+    log.append(Commands{insert_});
+    EXPECT_EQ(read().records.size(), 2U);
+  }
+}
+
+TEST_F(RecordLogTest, aRecordThatCannotBeTakenBackFailsTheLog) {
+  writeRecords({{insert_}});
+  RecordLog log(directory_, sizeOf(directory_, "velmora.wal"), 8);
+  setFileHook([](const FileEvent& event) {
+    if (event.operation == FileOperation::write) return shortWrite;
+    return event.operation == FileOperation::truncate ? EIO : 0;
+  });
+  EXPECT_EQ(codeOf([&] { log.append(Commands{insert_}); }), Code::full);
+  setFileHook(nullptr);
+  EXPECT_TRUE(log.hasFailed());
+  EXPECT_EQ(codeOf([&] { log.append(Commands{insert_}); }), Code::io);
+  EXPECT_TRUE(read().isTorn);
+}
+
+TEST_F(RecordLogTest, aSyncThatFailsFailsTheLog) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  const std::int64_t end = log.append(Commands{insert_});
+  setFileHook(
+      [](const FileEvent& event) { return event.operation == FileOperation::sync ? EIO : 0; });
+  EXPECT_EQ(codeOf([&] { log.syncTo(end); }), Code::io);
+  setFileHook(nullptr);
+  EXPECT_TRUE(log.hasFailed());
+  EXPECT_EQ(codeOf([&] { log.syncTo(end); }), Code::io);
+}
+
+int syncs = 0;
+
+TEST_F(RecordLogTest, whatIsSyncedIsNotSyncedAgain) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  const std::int64_t first = log.append(Commands{insert_});
+  const std::int64_t second = log.append(Commands{insert_});
+  syncs = 0;
+  setFileHook([](const FileEvent& event) {
+    if (event.operation == FileOperation::sync) ++syncs;
+    return 0;
+  });
+  log.syncTo(first);
+  log.syncTo(second);
+  setFileHook(nullptr);
+  EXPECT_EQ(syncs, 1);
+}
+
+TEST_F(RecordLogTest, aCheckpointSyncsAllRecords) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  const std::int64_t end = log.append(Commands{insert_});
+  fs::remove(path_ / "velmora.wal");
+  put("");
+  log.wasEmptied();
+  EXPECT_EQ(log.size(), 0);
+  EXPECT_EQ(log.nextSequence(), 8U);
+  log.syncTo(end);
+  const std::int64_t next = log.append(Commands{insert_});
+  EXPECT_GT(next, end);
+  log.syncTo(next);
+  EXPECT_EQ(read(8).records.size(), 1U);
+}
+
+TEST_F(RecordLogTest, threadsWaitForTheirOwnRecords) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  std::mutex appending;
+  const auto work = [&] {
+    for (int i = 0; i < 50; ++i) {
+      std::unique_lock lock(appending);
+      const std::int64_t end = log.append(Commands{insert_});
+      lock.unlock();
+      log.syncTo(end);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) threads.emplace_back(work);
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(read().records.size(), 200U);
+}
+
+}  // namespace
+}  // namespace velmora
