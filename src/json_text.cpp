@@ -64,15 +64,4 @@ void appendJsonText(std::string& out, std::string_view text) {
   }
 }
 
-std::size_t validUtf8Size(std::string_view text) noexcept {
-  std::size_t size = 0;
-  while (size < text.size()) {
-    const Sequence sequence =
-        isAscii(text[size]) ? Sequence{1, true} : firstSequence(text.substr(size));
-    if (!sequence.isValid) return size;
-    size += sequence.size;
-  }
-  return size;
-}
-
 }  // namespace velmora

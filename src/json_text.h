@@ -1,8 +1,7 @@
 // Texts as JSON strings: what has to be escaped or replaced so that any bytes become valid JSON as
-// RFC 8259 defines it; and what is UTF-8.
+// RFC 8259 defines it.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -11,8 +10,5 @@ namespace velmora {
 // Appends what stands between the quotes of a JSON string. Each run of bytes that is no UTF-8
 // becomes U+FFFD, one for each sequence that begins well and breaks off, one for any other byte.
 void appendJsonText(std::string& out, std::string_view text);
-
-// How many bytes, from the beginning, are whole characters of UTF-8: all, if the text is valid.
-std::size_t validUtf8Size(std::string_view text) noexcept;
 
 }  // namespace velmora

@@ -12,8 +12,8 @@
 
 #include "clock.h"
 #include "database/database.h"
-#include "number.h"
 #include "engine/opening.h"
+#include "number.h"
 #include "parser/parser.h"
 #include "storage/directory_lock.h"
 

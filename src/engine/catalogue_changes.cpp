@@ -92,8 +92,8 @@ void Changes::run(const strict::CreateTable& command, const RunContext& /*contex
   std::vector<Column> columns;
   std::string identity;
   for (const strict::ColumnDefinition& column : command.columns) {
-    columns.push_back({column.name.text, storedType(column.type.text), column.states,
-                       column.length});
+    columns.push_back(
+        {column.name.text, storedType(column.type.text), column.states, column.length});
     if (column.type.text == "ApexInt") identity = column.name.text;
   }
   Table table(name, std::move(columns));
@@ -110,8 +110,7 @@ bool Changes::isParent(const std::string& table) const {
   });
 }
 
-void Changes::run(const strict::DropTable& command, const RunContext& context,
-                  Answer& /*answer*/) {
+void Changes::run(const strict::DropTable& command, const RunContext& context, Answer& /*answer*/) {
   struct Dropped {
     Tables::node_type table;
     std::map<std::string, std::set<Listener>, std::less<>>::node_type listeners;
@@ -150,8 +149,7 @@ void Changes::run(const strict::Link& command, const RunContext& context, Answer
   makeKey(parent, parentColumn, command.parentColumn, context.now);
   refuseOrphans(child, childColumn, parent, command.childColumn.offset, context.now);
   try {
-    database_->link(child.tableName, link.column, link.parentTable, link.parentColumn,
-                    context.now);
+    database_->link(child.tableName, link.column, link.parentTable, link.parentColumn, context.now);
   } catch (const Failure&) {
     throw;
   } catch (const std::runtime_error& error) {
@@ -274,13 +272,13 @@ void Changes::run(const strict::Listen& command, const RunContext& context, Answ
   }
   std::set<Listener>& known = database_->listeners[listener.tableName];
   if (known.contains(listener)) return;
-  undo_.noteCatalogue([this, listener] { database_->listeners[listener.tableName].erase(listener); });
+  undo_.noteCatalogue(
+      [this, listener] { database_->listeners[listener.tableName].erase(listener); });
   known.insert(listener);
   answer.rowsAffected = 1;
 }
 
-void Changes::run(const strict::Unlisten& command, const RunContext& /*context*/,
-                  Answer& answer) {
+void Changes::run(const strict::Unlisten& command, const RunContext& /*context*/, Answer& answer) {
   tableOf(command.table);
   std::set<Listener>& known = database_->listeners[command.table.text];
   const auto isMeant = [&](const Listener& listener) {

@@ -111,8 +111,8 @@ void Engine::runMany(Prepared& prepared, std::span<const Value> values, std::siz
   const strict::Statement& statement = prepared.parts_->statement;
   const auto width = static_cast<std::size_t>(statement.parameterCount);
   if (values.size() != width * rows) {
-    throw Failure(Code::misuse, "Each run of the command needs " + std::to_string(width) +
-                                    " values");
+    throw Failure(Code::misuse,
+                  "Each run of the command needs " + std::to_string(width) + " values");
   }
   if (!isChange(statement.command)) {
     throw Failure(Code::misuse, "Only a command that changes something can be run many times");
@@ -136,8 +136,8 @@ void Engine::runBatch(std::span<const BatchCommand> commands, Answer& answer) {
   for (const BatchCommand& command : commands) {
     prepared.push_back(prepare(command.text));
     const strict::Command& kind = prepared.back()->parts_->statement.command;
-    const bool isRead = std::holds_alternative<strict::Select>(kind) ||
-                        std::holds_alternative<strict::Show>(kind);
+    const bool isRead =
+        std::holds_alternative<strict::Select>(kind) || std::holds_alternative<strict::Show>(kind);
     if (!isRead && !isChange(kind)) {
       throw Failure(Code::transaction, "The command cannot be part of a batch").at(0);
     }
@@ -174,8 +174,7 @@ void Engine::Parts::requireWritable() const {
   }
 }
 
-void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> values,
-                         Answer& answer) {
+void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer) {
   const Interrupt interrupt(interrupts);
   const ReaderVisit visit(gate, interrupt);
   const QueryContext context{values, second(), interrupt};

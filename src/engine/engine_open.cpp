@@ -38,8 +38,7 @@ Failure failureOf(const DirectoryFailure& error) {
 std::unique_ptr<DirectoryLock> lockDirectory(const std::string& path, const OpenOptions& options) {
   constexpr std::chrono::milliseconds step(5);
   const auto limit = std::chrono::steady_clock::now() + options.openWait;
-  const auto mode =
-      options.isReadOnly ? DirectoryLock::Mode::shared : DirectoryLock::Mode::alone;
+  const auto mode = options.isReadOnly ? DirectoryLock::Mode::shared : DirectoryLock::Mode::alone;
   while (true) {
     try {
       return std::make_unique<DirectoryLock>(path, mode);
@@ -213,8 +212,8 @@ Engine::Engine(std::string_view path, OpenOptions options)
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const FailedConversion& error) {
-    throw Failure(Code::type, "'" + printable(error.text) + "' is no number").of(error.table,
-                                                                                error.column);
+    throw Failure(Code::type, "'" + printable(error.text) + "' is no number")
+        .of(error.table, error.column);
   } catch (const std::exception& error) {
     throw Failure(Code::corrupt, error.what());
   }
@@ -229,7 +228,8 @@ Engine::~Engine() {
 
 void Engine::Parts::runSyncer() {
   std::unique_lock guard(syncerMutex);
-  while (!syncerWakes.wait_for(guard, std::chrono::seconds(1), [this] { return isSyncerStopped; })) {
+  while (
+      !syncerWakes.wait_for(guard, std::chrono::seconds(1), [this] { return isSyncerStopped; })) {
     guard.unlock();
     try {
       log->syncTo(log->size());
@@ -285,7 +285,9 @@ void checkDatabase(std::string_view path, const Callbacks& callbacks,
   const std::unique_ptr<DirectoryLock> lock = lockDirectory(std::string(path), options);
   const Directory directory = lock->directory();
   const ReportFault fault = [&](const std::string& file, std::int64_t offset,
-                                const std::string& meaning) { report({file, offset, meaning}); };
+                                const std::string& meaning) {
+    report({file, offset, meaning});
+  };
   const auto progress = [&](std::string_view /*step*/, std::uint64_t done, std::uint64_t total) {
     return !callbacks.progress || callbacks.progress("check", done, total);
   };
@@ -303,7 +305,8 @@ void checkDatabase(std::string_view path, const Callbacks& callbacks,
       Changes changes(database);
       const OpenedLog opened = openSealed(database, changes, fault, progress, now);
       if (opened.hasTornTail) {
-        report({logFileName, opened.size, "The log ends within a record, which the next open cuts off"});
+        report({logFileName, opened.size,
+                "The log ends within a record, which the next open cuts off"});
       }
       return;
     }

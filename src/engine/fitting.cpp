@@ -12,7 +12,6 @@
 #include "../number.h"
 #include "../text.h"
 #include "../typed_value.h"
-#include "../json_text.h"
 
 namespace velmora {
 namespace {
@@ -98,7 +97,9 @@ void checkUtf8(const std::string& text, const Target& target) {
   if (text.find('\0') != std::string::npos) {
     refuse(Code::range, "A text with a zero byte is no value", target);
   }
-  if (validUtf8Size(text) != text.size()) refuse(Code::range, "A text that is not UTF-8 is no value", target);
+  if (utf8Prefix(text) != text.size()) {
+    refuse(Code::range, "A text that is not UTF-8 is no value", target);
+  }
 }
 
 Value fitText(const Value& value, const Target& target) {
@@ -192,8 +193,8 @@ const Value& valueOf(const strict::Operand& operand, std::span<const Value> valu
                                : operand.value;
 }
 
-std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments,
-                             const Table& table, const RunContext& context) {
+std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments, const Table& table,
+                             const RunContext& context) {
   std::vector<FittedValue> fitted;
   fitted.reserve(assignments.size());
   std::size_t hint = 0;

@@ -36,7 +36,7 @@ const Value& valueOf(const strict::Operand& operand, std::span<const Value> valu
 
 // The assignments' values, each fit for its column. Throws Failure: notFound for an unknown column,
 // syntax for one named twice, type, range.
-std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments,
-                             const Table& table, const RunContext& context);
+std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments, const Table& table,
+                             const RunContext& context);
 
 }  // namespace velmora

@@ -56,9 +56,9 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
 
 OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& report,
                      const StepProgress& progress, std::int64_t now) {
-  SealedState state =
-      loadSealed(database.directory, report,
-                 [&](std::uint64_t done, std::uint64_t total) { return progress("load", done, total); });
+  SealedState state = loadSealed(
+      database.directory, report,
+      [&](std::uint64_t done, std::uint64_t total) { return progress("load", done, total); });
   OpenedLog opened;
   opened.second = state.second;
   RecordLogReader reader(database.directory, state.nextSequence);

@@ -26,8 +26,8 @@ struct OpenedLog {
 using StepProgress =
     std::function<bool(std::string_view step, std::uint64_t done, std::uint64_t total)>;
 
-// Loads what loadSealed or loadPlain has read, its links included, into an empty database. Faults go
-// to the report; what is left out then is not there.
+// Loads what loadSealed or loadPlain has read, its links included, into an empty database. Faults
+// go to the report; what is left out then is not there.
 void takeTables(SealedState&& state, Database& database, const ReportFault& report,
                 std::int64_t now);
 // Loads a sealed database, log and all. Nothing on disk changes.

@@ -26,8 +26,8 @@ void refuseTaken(const Table& table, std::string_view key, std::size_t row) {
   const std::int32_t holder = table.keys().find(key);
   if (holder == PrimaryKeyMap::noRow || static_cast<std::size_t>(holder) == row) return;
   if (!table.isLive(static_cast<std::size_t>(holder))) return;
-  throw Failure(Code::duplicate, "Table '" + table.tableName + "' has a row with the key " +
-                                     quoted(key))
+  throw Failure(Code::duplicate,
+                "Table '" + table.tableName + "' has a row with the key " + quoted(key))
       .of(table.tableName, keyOf(table).name);
 }
 
@@ -42,7 +42,9 @@ void checkKey(const Table& table, const FittedValue& value) {
   }
   const auto* const text = std::get_if<std::string>(&value.value);
   if (text != nullptr && *text == missingValue) {
-    throw Failure(Code::range, "'#/#?' is no key").of(table.tableName, column.name).at(value.offset);
+    throw Failure(Code::range, "'#/#?' is no key")
+        .of(table.tableName, column.name)
+        .at(value.offset);
   }
 }
 

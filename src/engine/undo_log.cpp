@@ -7,7 +7,9 @@
 
 namespace velmora {
 
-void UndoLog::noteInsert(Table& table, std::size_t row) { changes_.emplace_back(Insert{&table, row}); }
+void UndoLog::noteInsert(Table& table, std::size_t row) {
+  changes_.emplace_back(Insert{&table, row});
+}
 
 void UndoLog::noteFiled() noexcept { std::get<Insert>(changes_.back()).isFiled = true; }
 

@@ -40,8 +40,7 @@ TEST_F(EngineCommands, aFailedChangeLeavesNothing) {
   run("CREATE TABLE talks title string room int");
   EXPECT_EQ(run("LINK talks.room --> rooms.id"), "0 rows");
   run("INSERT INTO talks title = 'Opening' room = 2");
-  EXPECT_EQ(run("DELETE FROM rooms"),
-            "! 8 -1: Rows are linked to the key '2' of table 'rooms'");
+  EXPECT_EQ(run("DELETE FROM rooms"), "! 8 -1: Rows are linked to the key '2' of table 'rooms'");
   EXPECT_EQ(run("SELECT name FROM rooms"), "red; blue");
   EXPECT_EQ(run("UPDATE talks SET title = 'x' room = 9"),
             "! 7 -1: Table 'rooms' has no row with the key '9', which column 'room' of table "

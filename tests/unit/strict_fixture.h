@@ -39,9 +39,7 @@ class StrictTest : public testing::Test {
     options.durability = Durability::off;
     options.transactionWait = std::chrono::milliseconds(50);
     options.callbacks.clock = [this] { return second; };
-    options.callbacks.log = [this](LogLevel, std::string_view line) {
-      lines.emplace_back(line);
-    };
+    options.callbacks.log = [this](LogLevel, std::string_view line) { lines.emplace_back(line); };
     return options;
   }
   void open() { engine_ = std::make_unique<Engine>(path_.string(), options()); }
@@ -59,8 +57,9 @@ class StrictTest : public testing::Test {
     open();
   }
 
-  // What the command answers: its rows, "1 red NULL; 2 'green' NULL", texts with blanks in quotes; or
-  // how many rows are affected, "2 rows" or "1 row, number 7"; or what failed, "! CODE OFFSET: TEXT".
+  // What the command answers: its rows, "1 red NULL; 2 'green' NULL", texts with blanks in quotes;
+  // or how many rows are affected, "2 rows" or "1 row, number 7"; or what failed, "! CODE OFFSET:
+  // TEXT".
   std::string run(const std::string& text, const std::vector<Value>& values = {}) {
     Answer answer;
     return run(text, values, answer);
