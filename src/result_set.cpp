@@ -139,11 +139,7 @@ void JsonRows::addFloat(float value, int decimals) {
 }
 
 void JsonRows::addDouble(double value) {
-  if (style_ == JsonStyle::valid && !std::isfinite(value)) {
-    addNull();
-  } else {
-    endValue(writeShortest(beginValue(maxNumberText), value));
-  }
+  endValue(writeShortest(beginValue(maxNumberText), value));
 }
 
 ResultSet successful(std::string message, std::int32_t rowsAffected) {

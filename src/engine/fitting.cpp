@@ -97,9 +97,8 @@ void checkUtf8(const std::string& text, const Target& target) {
   if (text.find('\0') != std::string::npos) {
     refuse(Code::range, "A text with a zero byte is no value", target);
   }
-  if (utf8Prefix(text) != text.size()) {
+  if (utf8Prefix(text) != text.size())
     refuse(Code::range, "A text that is not UTF-8 is no value", target);
-  }
 }
 
 Value fitText(const Value& value, const Target& target) {

@@ -138,13 +138,11 @@ void loadForPlainFunctions(Database& database) {
   };
   openSealed(
       database, changes, refuse, [](auto...) { return true; }, now);
-  for (const auto& [name, table] : database.tables) {
-    if (!fitsPlainFiles(table)) {
-      throw std::runtime_error("Database holds what plain files cannot: table '" + name + "'");
-    }
+  if (!fitsPlainFiles(database.tables)) {
+    throw std::runtime_error("Database holds what plain files cannot");
   }
   finishSealed(database.directory);
-  unseal(database.tables, {database.listeners, 0, 0}, now, database.directory);
+  unseal(database.tables, now, database.directory);
   database.isSealed = false;
   Storage::readWebhooks(
       [&](WebhookTask task) { database.pendingWebhooks.push_back(std::move(task)); },

@@ -43,7 +43,7 @@ bool changesCatalogue(const strict::Command& command) noexcept;
 
 // The load of the plain functions: what Database::loadFromDisk does, or, where handles have used
 // the directory, what they have left, brought into plain files. Throws as that does, and
-// std::runtime_error "Database holds what plain files cannot: table 'T'"; nothing has changed then.
+// std::runtime_error "Database holds what plain files cannot"; nothing has changed then.
 void loadForPlainFunctions(Database& database);
 
 }  // namespace velmora
