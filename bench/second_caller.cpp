@@ -1,4 +1,4 @@
-// The second thread takes the guarded functions, whose answers are its own.
+// The second thread gives its commands beside the first, and does not read their answers.
 #include "second_caller.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 
 void select(int key) {
   const std::string text = renderText(selectItemByKey.velmora, {key});
-  velmora_free(velmora_query(text.c_str()));
+  ExecuteQuery(text.c_str());
 }
 
 }  // namespace

@@ -35,26 +35,26 @@ static velmora_value truth(int boolean) {
   return value;
 }
 
-/* Prints the message of an answer. Quotes in it are escaped, so its end is easily found. */
-static void print_message(const char *answer) {
-  static const char before[] = "\"message\": \"";
-  const char *message = strstr(answer, before) + sizeof before - 1;
-  const char *end = strstr(message, "\",\n");
-  printf("  refused: %.*s\n", (int)(end - message), message);
+static velmora_db *db;
+
+/* Prints why something failed. */
+static void tell(const char *what, velmora_error *error) {
+  const char *text = error == NULL ? "out of memory" : velmora_error_text(error);
+  fprintf(stderr, "%s: %s\n", what, text);
+  velmora_error_destroy(error);
 }
 
 /* Runs a command; returns the number of rows that it found or changed, -1 when it failed. */
 static long run(const char *command, const velmora_value *values, size_t count) {
-  static const char affected[] = "\"rows_affected\": ";
-  char *answer = velmora_query_bound(command, values, count);
-  long rows = -1;
-  if (answer == NULL) return -1;
-  if (strstr(answer, "\"success\": true") != NULL) {
-    rows = strtol(strstr(answer, affected) + sizeof affected - 1, NULL, 10);
-  } else {
-    print_message(answer);
+  velmora_result *result;
+  velmora_error *error;
+  long rows;
+  if (velmora_run(db, command, strlen(command), values, count, &result, &error) != VELMORA_OK) {
+    tell("refused", error);
+    return -1;
   }
-  velmora_free(answer);
+  rows = (long)velmora_result_rows_affected(result);
+  velmora_result_destroy(result);
   return rows;
 }
 
@@ -76,21 +76,22 @@ static int is_on(const char *name) {
 
 static void show(const char *name) { printf("%s: %s\n", name, is_on(name) ? "on" : "off"); }
 
+/* Opens the database in the current directory, and makes the table unless it is there. */
 static int start(void) {
-  char *message = NULL;
-  if (velmora_start(&message) == 0) return 1;
-  fprintf(stderr, "cannot start: %s\n", message == NULL ? "out of memory" : message);
-  velmora_free(message);
-  return 0;
+  static const char create[] = "CREATE TABLE flags name string enabled bool 2";
+  velmora_error *error;
+  int code;
+  if (velmora_open(".", 1, NULL, &db, &error) != VELMORA_OK) {
+    tell("cannot open", error);
+    return 0;
+  }
+  code = velmora_run(db, create, sizeof create - 1, NULL, 0, NULL, NULL);
+  return code == VELMORA_OK || code == VELMORA_EXISTS;
 }
 
 int main(void) {
   const time_t now = time(NULL);
-  char *answer;
   if (!start()) return EXIT_FAILURE;
-  /* Refused when an earlier run has made it, which is as well. */
-  answer = velmora_query("CREATE TABLE flags name string enabled bool 2");
-  velmora_free(answer);
 
   puts("-- on for two weeks from now; on for an hour, two hours ago; off until an hour ago");
   set_flag("beta search", 1, 14 * DAY, now);
@@ -112,6 +113,5 @@ int main(void) {
   }
   show("beta search");
 
-  if (velmora_stop(NULL) != 0) return EXIT_FAILURE;
-  return EXIT_SUCCESS;
+  return velmora_close(db, NULL) == VELMORA_OK ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -19,25 +19,23 @@ class Shop {
  public:
   Shop() {
     // What an earlier run has left, if there was one; the children of the link first.
-    engine_.tryRun("DROP TABLE orders");
-    engine_.tryRun("DROP TABLE customers");
-    engine_.run("CREATE TABLE customers id ApexInt name string(40)");
-    engine_.run(
+    for (const std::string table : {"orders", "customers"}) {
+      if (hasTable(table)) database_.run("DROP TABLE " + table);
+    }
+    database_.run("CREATE TABLE customers id ApexInt name string(40)");
+    database_.run(
         "CREATE TABLE orders id ApexInt customer int item string price float status string 3");
-    engine_.run("LINK orders.customer --> customers.id");
+    database_.run("LINK orders.customer --> customers.id");
   }
 
   int addCustomer(const std::string& name) {
-    engine_.run("INSERT INTO customers name = ?", name);
-    return engine_.run("SELECT id FROM customers WHERE name = ?", name)
-        .rows()
-        .back()
-        .get<int>("id");
+    return static_cast<int>(
+        database_.run("INSERT INTO customers name = ?", name).identity().value());
   }
 
   // Packed for two hours, under way for three days, then delivered.
   void order(int customer, const std::string& item, double price, int secondsAgo = 0) {
-    engine_.run(
+    database_.run(
         "INSERT INTO orders customer = ? item = ? price = ? "
         "status = ? --> ? @ ? h --> ? @ ? d #TIME# ?",
         customer, item, price, "packed", "shipped", 2, "delivered", 3,
@@ -45,10 +43,10 @@ class Shop {
   }
 
   void show() {
-    const velmora::Answer answer = engine_.run(
+    const velmora::Result orders = database_.run(
         "SELECT customers.name, orders.item, orders.price, orders.status "
         "FROM orders JOIN customers ON orders.customer = customers.id");
-    for (const velmora::Row& row : answer.rows()) {
+    for (const velmora::Row& row : orders) {
       std::cout << "  " << row.get<std::string>("customers.name") << ": "
                 << row.get<std::string>("orders.item") << ", " << row.get<double>("orders.price")
                 << ", " << row.get<std::string>("orders.status") << "\n";
@@ -58,26 +56,30 @@ class Shop {
   // Orders that can still be cancelled.
   int cancel(int customer) {
     const auto removed =
-        engine_.run("DELETE FROM orders WHERE customer = ? && status = ?", customer, "packed");
+        database_.run("DELETE FROM orders WHERE customer = ? && status = ?", customer, "packed");
     return static_cast<int>(removed.rowsAffected());
   }
 
-  void removeCustomer(int customer) { engine_.run("DELETE FROM customers WHERE id = ?", customer); }
+  void removeCustomer(int customer) {
+    database_.run("DELETE FROM customers WHERE id = ?", customer);
+  }
 
   // What a change of all prices would give; taken back at once.
   void showSale(double price) {
-    engine_.run("BEGIN");
-    engine_.run("UPDATE orders SET price = ?", price);
+    const velmora::Transaction transaction(database_);
+    database_.run("UPDATE orders SET price = ?", price);
     show();
-    engine_.run("ROLLBACK");
-    // The log holds the change and not that it was taken back.
-    engine_.run("CHECKPOINT");
   }
 
-  void close() { engine_.stop(); }
-
  private:
-  velmora::Engine engine_;
+  bool hasTable(const std::string& name) {
+    for (const velmora::Row& row : database_.run("SHOW TABLES")) {
+      if (row.get<std::string>("name") == name) return true;
+    }
+    return false;
+  }
+
+  velmora::Database database_{"."};
 };
 
 template <typename Attempt>
@@ -112,7 +114,6 @@ int main() {
     std::cout << "cancelled by Pat: " << shop.cancel(brien) << "\n";
     attempt("forgetting Pat", [&] { shop.removeCustomer(brien); });
     shop.show();
-    shop.close();
   } catch (const std::exception& error) {
     std::cerr << "shop: " << error.what() << "\n";
     return 1;

@@ -20,31 +20,31 @@ constexpr int amberSeconds = 10;
 constexpr int redSeconds = 30;  // twice: the last state of a cycle lasts as long as the one before
 
 // A light that has been in its cycle for so many seconds.
-void addLight(velmora::Engine& engine, const std::string& place, int secondsAgo) {
-  engine.run(
+void addLight(velmora::Database& database, const std::string& place, int secondsAgo) {
+  database.run(
       "INSERT INTO lights place = ? colour = "
       "? --> ? @ ? s --> ? @ ? s --> ? @ ? s c #TIME# ?",
       place, "green", "amber", greenSeconds, "red", amberSeconds, "red", redSeconds,
       std::time(nullptr) - secondsAgo);
 }
 
-void flashAmber(velmora::Engine& engine, const std::string& place) {
-  engine.run("UPDATE lights SET colour = ? --> ? @ ? s c WHERE place = ?", "amber", "dark", 60,
-             place);
+void flashAmber(velmora::Database& database, const std::string& place) {
+  database.run("UPDATE lights SET colour = ? --> ? @ ? s c WHERE place = ?", "amber", "dark", 60,
+               place);
 }
 
-void show(velmora::Engine& engine) {
-  for (const velmora::Row& row : engine.run("SELECT place, colour FROM lights").rows()) {
+void show(velmora::Database& database) {
+  for (const velmora::Row& row : database.run("SELECT place, colour FROM lights")) {
     std::cout << "  " << row.get<std::string>("place") << ": " << row.get<std::string>("colour")
               << "\n";
   }
 }
 
-void watch(velmora::Engine& engine, int seconds) {
+void watch(velmora::Database& database, int seconds) {
   for (int second = 1; second <= seconds; ++second) {
     std::this_thread::sleep_for(std::chrono::seconds(1));
     std::cout << "after " << second << " s\n";
-    show(engine);
+    show(database);
   }
 }
 
@@ -52,23 +52,26 @@ void watch(velmora::Engine& engine, int seconds) {
 
 int main(int argc, char** argv) {
   try {
-    velmora::Engine engine;
-    engine.tryRun("DROP TABLE lights");  // of an earlier run, if there was one
-    engine.run("CREATE TABLE lights place string colour string 4");
-    addLight(engine, "harbour", 15);
-    addLight(engine, "bridge", 55);
-    addLight(engine, "king's road", 90);
+    velmora::Database database(".");
+    try {
+      database.run("CREATE TABLE lights place string colour string 4");
+    } catch (const velmora::Error& error) {
+      if (error.code() != VELMORA_EXISTS) throw;
+      database.run("DELETE FROM lights");  // of an earlier run
+    }
+    addLight(database, "harbour", 15);
+    addLight(database, "bridge", 55);
+    addLight(database, "king's road", 90);
     std::cout << "three lights, each elsewhere in the same cycle\n";
-    show(engine);
+    show(database);
 
-    const auto free = engine.run("SELECT place FROM lights WHERE colour = ?", "green").rows();
+    const auto free = database.run("SELECT place FROM lights WHERE colour = ?", "green");
     std::cout << "free now: " << free.at(0).get<std::string>("place") << "\n";
 
-    flashAmber(engine, "king's road");
+    flashAmber(database, "king's road");
     std::cout << "king's road flashes\n";
-    show(engine);
-    if (argc > 1) watch(engine, std::atoi(argv[1]));
-    engine.stop();
+    show(database);
+    if (argc > 1) watch(database, std::atoi(argv[1]));
   } catch (const std::exception& error) {
     std::cerr << "traffic_light: " << error.what() << "\n";
     return 1;

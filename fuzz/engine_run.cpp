@@ -56,10 +56,10 @@ std::optional<Engine> Engine::started(std::string* error) {
   return std::nullopt;
 }
 
-std::string Engine::run(const std::string& command, JsonStyle style) {
+std::string Engine::run(const std::string& command) {
   std::string answer;
-  const auto thrown = textThrownBy(
-      [&] { answer = renderJson(parser_->handleCommand(command, {style}), style).view(); });
+  const auto thrown =
+      textThrownBy([&] { answer = renderJson(parser_->handleCommand(command)).view(); });
   return thrown ? "throws " + *thrown : answer;
 }
 

@@ -39,7 +39,7 @@ class Engine {
   static std::optional<Engine> started(std::string* error = nullptr);
 
   // The answer's JSON, or "throws TEXT".
-  std::string run(const std::string& command, JsonStyle style = JsonStyle::raw);
+  std::string run(const std::string& command);
   // Everything that SELECT shows of every table with columns.
   std::string everything();
   // Whether the checkpoint succeeded.

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <iostream>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "directory_input.h"
@@ -13,7 +12,6 @@
 
 namespace {
 
-using namespace std::string_view_literals;
 using namespace velmora::fuzz;
 
 namespace fs = std::filesystem;
@@ -48,13 +46,6 @@ constexpr std::pair<const char*, const char*> fuzzedFiles[] = {
     {"webhook", "webhooks.bin"},
     {"log", "velmora.wal"},
     {"marker", "velmora.ckpt"},
-};
-
-// Numbers of values, the values, the text that they are bound to; see binding_fuzzer.cpp.
-constexpr std::string_view bindings[] = {
-    "\x02\x0Fx y\0\x05\0\0\0UPDATE lamps SET name = ? WHERE id=?"sv,
-    "\x03\x02\x0Bit\x01\0\0\x20\xC0?-->? @ 5 s #TIME# 17 '?' \"?\" ?"sv,
-    "\x01\x80\xFF\xFF\xFF\xFF\xFF\xFF\xFF\x7F-1=?-1"sv,
 };
 
 // A checkpoint's marker, which no finished checkpoint leaves.
@@ -105,10 +96,6 @@ int main(int argc, char** argv) {
   write(root / "sequence" / "restarts.txt", std::string(sampleCommands) + "!kill\n" +
                                                 furtherCommands + "!clock 40\n!stop\n" +
                                                 furtherCommands);
-  count = 0;
-  for (const std::string_view binding : bindings) {
-    write(root / "binding" / (std::to_string(++count) + ".bin"), std::string(binding));
-  }
   const Files sample = sampleFiles();
   for (const auto& [fuzzer, file] : fuzzedFiles) {
     const auto found = sample.find(file);

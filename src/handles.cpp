@@ -22,20 +22,9 @@ std::string_view givenText(const char* text, std::size_t length, const char* nam
   return {text, length};
 }
 
-// How many bytes of the text may stand in a command or a value.
-std::size_t acceptableSize(std::string_view text) noexcept {
-  return utf8Prefix(text.substr(0, text.find('\0')));
-}
-
-const char* faultAt(std::string_view text, std::size_t offset) noexcept {
-  return text[offset] == '\0' ? " has a zero byte" : " is not UTF-8";
-}
-
+// Of what bytes it is made is the parser's affair.
 std::string_view commandText(const char* text, std::size_t length) {
-  const std::string_view given = givenText(text, length, "Command");
-  const std::size_t size = acceptableSize(given);
-  if (size == given.size()) return given;
-  throw Failure(Code::syntax, std::string("Command") + faultAt(given, size)).at(size);
+  return givenText(text, length, "Command");
 }
 
 std::string_view pathText(const char* path, std::size_t length) {
@@ -47,8 +36,10 @@ std::string_view pathText(const char* path, std::size_t length) {
 
 std::string valueText(const velmora_value& value, const std::string& name) {
   const std::string_view given = givenText(value.text, value.text_size, name.c_str());
-  const std::size_t size = acceptableSize(given);
-  if (size < given.size()) throw Failure(Code::type, name + faultAt(given, size));
+  if (given.find('\0') != std::string_view::npos) {
+    throw Failure(Code::range, name + " has a zero byte");
+  }
+  if (utf8Prefix(given) < given.size()) throw Failure(Code::range, name + " is not UTF-8");
   return std::string(given);
 }
 
@@ -200,13 +191,6 @@ std::string counted(std::size_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-void requireCount(const Prepared& prepared, std::size_t count) {
-  const auto parameters = static_cast<std::size_t>(prepared.parameterCount());
-  if (count == parameters) return;
-  throwMisuse("Command has " + counted(parameters, "parameter") + " for " +
-              counted(count, "value"));
-}
-
 std::unique_ptr<velmora_statement> prepare(velmora_db* db, std::string_view text) {
   auto prepared = engineOf(db).prepare(text);
   std::vector<Value> values(static_cast<std::size_t>(prepared->parameterCount()));
@@ -262,9 +246,7 @@ int velmora_run(velmora_db* db, const char* text, size_t length, const velmora_v
   return codeOfAnswer(result, error, [&](Answer& answer) {
     Engine& engine = engineOf(db);
     const std::unique_ptr<Prepared> prepared = engine.prepare(commandText(text, length));
-    const std::vector<Value> own = ownValues(values, count);
-    requireCount(*prepared, count);
-    engine.run(*prepared, own, answer);
+    engine.run(*prepared, ownValues(values, count), answer);
   });
 }
 

@@ -130,8 +130,8 @@ typedef enum velmora_code {
   VELMORA_DUPLICATE = 6,      /* a key that another row has */
   VELMORA_MISSING_PARENT = 7, /* a link without its parent row */
   VELMORA_RESTRICTED = 8,     /* a change that would leave rows without their parents */
-  VELMORA_WRONG_TYPE = 9,     /* a value of another type than its column's; a text not in UTF-8 */
-  VELMORA_RANGE = 10,         /* a value that does not fit */
+  VELMORA_WRONG_TYPE = 9,     /* a value of another type than its column's */
+  VELMORA_RANGE = 10,         /* a value that does not fit; a text that is not UTF-8 */
   VELMORA_SYNTAX = 11,        /* a command that is none */
   VELMORA_FULL = 12,          /* no room left: the disk, the identity numbers */
   VELMORA_CORRUPT = 13,       /* files that are not what was written */
@@ -269,8 +269,8 @@ int velmora_close(velmora_db* db, velmora_error** error);
  * commands of other threads wait, for as long as the options say, and are VELMORA_BUSY then.
  *
  * Any code but VELMORA_IN_USE can come. VELMORA_MISUSE: not as many values as "?", or a value whose
- * type is unknown. VELMORA_SYNTAX: a text that is no command, is not UTF-8 or holds a zero byte.
- * VELMORA_WRONG_TYPE: so for the text of a value. VELMORA_RANGE: a float that is not finite.
+ * type is unknown. VELMORA_SYNTAX: a text that is no command. VELMORA_RANGE: a value that is a
+ * float and not finite, or a text with a zero byte or not in UTF-8.
  */
 int velmora_run(velmora_db* db, const char* text, size_t length, const velmora_value* values,
                 size_t count, velmora_result** result, velmora_error** error);
@@ -332,8 +332,8 @@ int velmora_check(const char* path, size_t length, velmora_fault report, void* c
 /* ---- Statements: commands that are parsed once and run often ---- */
 
 /*
- * Parses a command. A table or column that it names must be there (VELMORA_NOT_FOUND); when that
- * changes later, the runs see it.
+ * Parses a command. The tables and columns that it names are looked up when it is run, so they may
+ * come and go meanwhile.
  *
  * statement: gets the statement, the caller's until velmora_statement_destroy, and to be destroyed
  * before its database is closed.
@@ -360,9 +360,9 @@ int velmora_statement_run(velmora_statement* statement, velmora_result** result,
                           velmora_error** error);
 
 /*
- * Runs the command once for each row of values, all as one transaction; the values bound are
- * neither used nor changed. values: row after row, each with a value for every parameter. The
- * result is that of the last run, with the rows affected by all.
+ * Runs a command that changes something once for each row of values, all as one transaction; the
+ * values bound are neither used nor changed. values: row after row, each with a value for every
+ * parameter. The result is that of the last run, with the rows affected by all.
  */
 int velmora_statement_run_many(velmora_statement* statement, const velmora_value* values,
                                size_t row_count, velmora_result** result, velmora_error** error);

@@ -1,16 +1,16 @@
-// The engine for hosts in C++20: a class that owns the engine's life, commands with bound values,
-// rows as typed values, failures as exceptions. Header-only, over the guarded functions of
+// The engine for hosts in C++20: databases, statements and transactions as objects, commands with
+// bound values, rows as typed values, failures as exceptions. Header-only, over the handles of
 // velmora.h, where everything is described that this does not change.
 //
-//     velmora::Engine engine;
-//     engine.run("CREATE TABLE lamps name string watts int");
-//     engine.run("INSERT INTO lamps name = ? watts = ?", name, 40);
-//     for (const velmora::Row& row : engine.run("SELECT * FROM lamps").rows()) {
+//     velmora::Database database("lamps.db");
+//     database.run("CREATE TABLE lamps name string watts int");
+//     database.run("INSERT INTO lamps name = ? watts = ?", name, 40);
+//     for (const velmora::Row& row : database.run("SELECT * FROM lamps")) {
 //       std::cout << row.get<std::string>("name") << " " << row.get<int>("watts") << "\n";
 //     }
 //
-// Threads: an Engine may be used from several; commands run one at a time. Answers, rows and values
-// are ordinary objects.
+// Threads: a Database may be used from several at once, a Statement by one at a time; results, rows
+// and values never change.
 #ifndef VELMORA_VELMORA_HPP
 #define VELMORA_VELMORA_HPP
 
@@ -21,11 +21,9 @@
 #else
 
 #include <array>
-#include <atomic>
-#include <charconv>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
@@ -35,7 +33,6 @@
 #include <type_traits>
 #include <utility>
 #include <variant>
-#include <vector>
 
 #include "velmora/velmora.h"
 
@@ -44,14 +41,33 @@ namespace velmora {
 // statically; hosts need not write it.
 inline namespace host {
 
-// What an engine, a command or the reading of a value failed with.
+// What a call or the reading of a value failed with. The code is one of velmora_code.
 class Error : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  Error(int code, const std::string& text) : std::runtime_error(text), code_(code) {}
+  // Takes the error over.
+  Error(int code, velmora_error* error)
+      : std::runtime_error(error == nullptr ? "Out of memory" : velmora_error_text(error)),
+        code_(code),
+        error_(error, velmora_error_destroy) {}
+
+  int code() const noexcept { return code_; }
+  // Where in the command, in bytes; -1: nowhere.
+  std::int64_t offset() const noexcept { return velmora_error_offset(error_.get()); }
+  // Empty: none.
+  std::string_view table() const noexcept { return text(velmora_error_table(error_.get())); }
+  std::string_view column() const noexcept { return text(velmora_error_column(error_.get())); }
+  int systemError() const noexcept { return velmora_error_system(error_.get()); }
+  std::int64_t process() const noexcept { return velmora_error_process(error_.get()); }
+
+ private:
+  static std::string_view text(const char* text) noexcept { return text == nullptr ? "" : text; }
+
+  int code_;
+  std::shared_ptr<velmora_error> error_;
 };
 
-// One value of an answer: null, an integer, a float, a bool or a text. A float without a fraction
-// is answered as an integer.
+// One value of a result: null, an integer, a float, a bool or a text.
 using Value = std::variant<std::monostate, std::int64_t, double, bool, std::string>;
 
 namespace detail {
@@ -61,7 +77,63 @@ struct IsOptional : std::false_type {};
 template <typename T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 
+// Throws what a call has failed with.
+inline void require(int code, velmora_error* error) {
+  if (code == VELMORA_OK) return;
+  if (code == VELMORA_NO_MEMORY) {
+    velmora_error_destroy(error);
+    throw std::bad_alloc();
+  }
+  throw Error(code, error);
+}
+
+template <typename T>
+velmora_value bound(const T& value) {
+  velmora_value result = {};
+  if constexpr (IsOptional<T>::value) {
+    if (value) return bound(*value);
+  } else if constexpr (std::same_as<T, bool>) {
+    result.type = VELMORA_BOOLEAN;
+    result.boolean = value ? 1 : 0;
+  } else if constexpr (std::integral<T>) {
+    if (!std::in_range<std::int64_t>(value)) throw Error(VELMORA_RANGE, "Integer outside 64 bits");
+    result.type = VELMORA_INTEGER;
+    result.integer = static_cast<std::int64_t>(value);
+  } else if constexpr (std::floating_point<T>) {
+    result.type = VELMORA_REAL;
+    result.real = static_cast<double>(value);
+  } else if constexpr (!std::same_as<T, std::nullptr_t>) {
+    const std::string_view text = value;
+    result.type = VELMORA_TEXT;
+    result.text = text.data();
+    result.text_size = text.size();
+  }
+  return result;
+}
+
+inline Value taken(const velmora_value& value) {
+  switch (value.type) {
+    case VELMORA_INTEGER:
+      return value.integer;
+    case VELMORA_REAL:
+      return value.real;
+    case VELMORA_BOOLEAN:
+      return value.boolean != 0;
+    case VELMORA_TEXT:
+      return std::string(value.text, value.text_size);
+    default:
+      return {};
+  }
+}
+
 }  // namespace detail
+
+// What may be bound: integers (but for characters, which could be meant as texts), floats, bools,
+// texts, std::optional of one of these, and nullptr for null.
+template <typename T>
+concept Bindable = std::convertible_to<const T&, std::string_view> || std::floating_point<T> ||
+                   (std::integral<T> && !std::same_as<T, char>) ||
+                   detail::IsOptional<T>::value;
 
 // The value as a T: an integer type that it fits into, a floating-point type (integers too), bool,
 // std::string, or std::optional of one of these, which alone takes null. Throws Error otherwise.
@@ -84,292 +156,235 @@ T valueAs(const Value& value) {
     static_assert(std::same_as<T, std::string>, "no type that a value can be");
     if (const auto* const text = std::get_if<std::string>(&value)) return *text;
   }
-  if (std::holds_alternative<std::monostate>(value)) throw Error("Value is null");
-  throw Error("Value is of another type");
+  if (std::holds_alternative<std::monostate>(value)) {
+    throw Error(VELMORA_WRONG_TYPE, "Value is null");
+  }
+  throw Error(VELMORA_WRONG_TYPE, "Value is of another type");
 }
 
-// One row of an answer.
+// What becomes of a timed value; the state in force is the value itself.
+struct Timed {
+  bool cycles = false;
+  std::optional<std::int64_t> changeSecond;  // none: it stays as it is
+  Value next;                                // from then on
+};
+
+// One row of a result; it keeps the result.
 class Row {
  public:
-  Row(std::shared_ptr<const std::vector<std::string>> columns, std::vector<Value> values)
-      : columns_(std::move(columns)), values_(std::move(values)) {}
-
-  const std::vector<std::string>& columns() const noexcept { return *columns_; }
-  const std::vector<Value>& values() const noexcept { return values_; }
+  Row(std::shared_ptr<velmora_result> result, std::size_t row)
+      : result_(std::move(result)), row_(row) {}
 
   // The value of the first column called so; throws Error when there is none.
-  const Value& operator[](std::string_view column) const {
-    for (std::size_t i = 0; i < columns_->size(); ++i) {
-      if ((*columns_)[i] == column) return values_[i];
-    }
-    throw Error("No column '" + std::string(column) + "' in the answer");
-  }
+  Value operator[](std::string_view column) const { return at(position(column)); }
   template <typename T>
   T get(std::string_view column) const {
     return valueAs<T>((*this)[column]);
   }
-
- private:
-  std::shared_ptr<const std::vector<std::string>> columns_;  // shared by the rows of one answer
-  std::vector<Value> values_;
-};
-
-// What a command answered.
-class Answer {
- public:
-  Answer(bool succeeded, std::string message, std::int64_t rowsAffected, std::vector<Row> rows)
-      : succeeded_(succeeded),
-        message_(std::move(message)),
-        rowsAffected_(rowsAffected),
-        rows_(std::move(rows)) {}
-
-  bool succeeded() const noexcept { return succeeded_; }
-  const std::string& message() const noexcept { return message_; }
-  std::int64_t rowsAffected() const noexcept { return rowsAffected_; }
-  // By value from an answer that is only passing by, so that a loop may be written over it.
-  const std::vector<Row>& rows() const& noexcept { return rows_; }
-  std::vector<Row> rows() && noexcept { return std::move(rows_); }
-
- private:
-  bool succeeded_;
-  std::string message_;
-  std::int64_t rowsAffected_;
-  std::vector<Row> rows_;
-};
-
-namespace detail {
-
-// Reads the engine's own answers, and no other JSON: members in the engine's order, flat rows,
-// texts in UTF-8 whose only numeric escapes are control characters.
-class AnswerReader {
- public:
-  explicit AnswerReader(std::string_view json) : rest_(json) {}
-
-  Answer read() {
-    expect('{');
-    const bool succeeded = valueAs<bool>(member("success"));
-    expect(',');
-    std::string message = valueAs<std::string>(member("message"));
-    expect(',');
-    const auto rowsAffected = valueAs<std::int64_t>(member("rows_affected"));
-    std::vector<Row> rows;
-    if (skip(',')) {
-      if (name() != "data") fail();
-      expect('[');
-      do rows.push_back(row());
-      while (skip(','));
-      expect(']');
-    }
-    expect('}');
-    return {succeeded, std::move(message), rowsAffected, std::move(rows)};
+  // The value of a column counted from 0; null where there is none.
+  Value at(std::size_t column) const {
+    velmora_value value = {};
+    value.type = velmora_result_type(result_.get(), row_, column);
+    value.integer = velmora_result_integer(result_.get(), row_, column);
+    value.real = velmora_result_real(result_.get(), row_, column);
+    value.boolean = velmora_result_boolean(result_.get(), row_, column);
+    value.text = velmora_result_text(result_.get(), row_, column, &value.text_size);
+    return detail::taken(value);
   }
-
- private:
-  [[noreturn]] static void fail() { throw Error("Answer cannot be read"); }
-
-  char next() {
-    while (!rest_.empty() && (rest_.front() == ' ' || rest_.front() == '\n')) {
-      rest_.remove_prefix(1);
-    }
-    if (rest_.empty()) fail();
-    return rest_.front();
-  }
-  bool skip(char c) {
-    if (next() != c) return false;
-    rest_.remove_prefix(1);
-    return true;
-  }
-  void expect(char c) {
-    if (!skip(c)) fail();
-  }
-  char take() {
-    if (rest_.empty()) fail();
-    const char c = rest_.front();
-    rest_.remove_prefix(1);
-    return c;
-  }
-
-  std::string name() {
-    std::string text = string();
-    expect(':');
-    return text;
-  }
-  Value member(std::string_view expected) {
-    if (name() != expected) fail();
-    return value();
-  }
-
-  Row row() {
-    expect('{');
-    std::vector<Value> values;
-    const bool isFirst = columns_ == nullptr;
-    std::vector<std::string> columns;
-    do {
-      std::string column = name();
-      if (isFirst) columns.push_back(std::move(column));
-      values.push_back(value());
-    } while (skip(','));
-    expect('}');
-    if (isFirst) columns_ = std::make_shared<const std::vector<std::string>>(std::move(columns));
-    if (values.size() != columns_->size()) fail();
-    return {columns_, std::move(values)};
-  }
-
-  Value value() {
-    switch (next()) {
-      case '"':
-        return string();
-      case 't':
-        return word("true", true);
-      case 'f':
-        return word("false", false);
-      case 'n':
-        return word("null", std::monostate());
-      default:
-        return number();
-    }
-  }
-  Value word(std::string_view text, Value meaning) {
-    if (!rest_.starts_with(text)) fail();
-    rest_.remove_prefix(text.size());
-    return meaning;
-  }
-  Value number() {
-    const std::string_view text = rest_.substr(0, rest_.find_first_of(",}\n"));
-    rest_.remove_prefix(text.size());
-    const char* const end = text.data() + text.size();
-    std::int64_t whole = 0;
-    if (text != "-0" && std::from_chars(text.data(), end, whole).ptr == end) return whole;
-    double real = 0;
-    if (text.empty() || std::from_chars(text.data(), end, real).ptr != end) fail();
-    return real;
-  }
-
-  std::string string() {
-    expect('"');
-    std::string text;
-    for (;;) {
-      const std::size_t plain = rest_.find_first_of("\"\\");
-      if (plain == std::string_view::npos) fail();
-      text += rest_.substr(0, plain);
-      rest_.remove_prefix(plain);
-      if (take() == '"') return text;
-      text += escaped(take());
-    }
-  }
-  char escaped(char c) {
-    constexpr std::string_view letters = "bfnrt";
-    constexpr std::string_view meanings = "\b\f\n\r\t";
-    if (const std::size_t i = letters.find(c); i != std::string_view::npos) return meanings[i];
-    if (c == '"' || c == '\\' || c == '/') return c;
-    if (c != 'u' || rest_.size() < 4) fail();
-    unsigned code = 0;
-    const char* const end = rest_.data() + 4;
-    if (std::from_chars(rest_.data(), end, code, 16).ptr != end || code >= 0x80) fail();
-    rest_.remove_prefix(4);
-    return static_cast<char>(code);
-  }
-
-  std::string_view rest_;
-  std::shared_ptr<const std::vector<std::string>> columns_;  // null before the first row
-};
-
-struct Freed {
-  void operator()(char* text) const noexcept { velmora_free(text); }
-};
-using OwnedText = std::unique_ptr<char, Freed>;
-
-template <typename T>
-velmora_value bound(const T& value) {
-  velmora_value result = {};
-  if constexpr (std::same_as<T, bool>) {
-    result.type = VELMORA_BOOL;
-    result.boolean = value ? 1 : 0;
-  } else if constexpr (std::integral<T>) {
-    // What is outside 64 bits is outside the engine's 32 as well, and refused as such.
-    constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
-    result.type = VELMORA_INTEGER;
-    result.integer =
-        std::in_range<std::int64_t>(value) ? static_cast<std::int64_t>(value) : largest;
-  } else if constexpr (std::floating_point<T>) {
-    result.type = VELMORA_FLOAT;
-    result.real = static_cast<double>(value);
-  } else {
-    const std::string_view text = value;
-    result.type = VELMORA_TEXT;
-    result.text = text.data();
-    result.text_size = text.size();
-  }
-  return result;
-}
-
-inline std::atomic<bool> hasEngine = false;
-
-}  // namespace detail
-
-// What may be bound: integers (but for characters, which could be meant as texts), floats, bools
-// and texts.
-template <typename T>
-concept Bindable = std::convertible_to<const T&, std::string_view> || std::floating_point<T> ||
-    (std::integral<T> && !std::same_as<T, char>);
-
-// The process's engine: started by the constructor, saved and stopped by the destructor. There is
-// at most one at a time.
-class Engine {
- public:
-  // Starts the engine in the current directory. Throws Error when there is another Engine, or when
-  // it cannot be started ("Database directory is already in use", ...).
-  Engine() {
-    if (detail::hasEngine.exchange(true)) throw Error("There is an Engine already");
-    char* message = nullptr;
-    const int status = velmora_start(&message);
-    if (status == 0) return;
-    detail::hasEngine = false;
-    fail(message, "Engine cannot be started");
-  }
-
-  // Saves and stops. A failure to save is not told and loses nothing: the log has every change that
-  // the files lack. Hosts that want to know call stop() first.
-  ~Engine() {
-    velmora_stop(nullptr);
-    detail::hasEngine = false;
-  }
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
-
-  // Runs one command, each "?" outside literals replaced by the next value. Throws Error with the
-  // answer's message when the command failed.
-  template <Bindable... Values>
-  Answer run(std::string_view command, const Values&... values) {
-    Answer answer = tryRun(command, values...);
-    if (!answer.succeeded()) throw Error(answer.message());
+  // Nothing for a value that is not timed.
+  std::optional<Timed> timed(std::string_view column) const {
+    velmora_timed timed = {};
+    timed.size = sizeof timed;
+    if (velmora_result_timed(result_.get(), row_, position(column), &timed) == 0) return {};
+    Timed answer;
+    answer.cycles = timed.cycles != 0;
+    if (timed.has_next != 0) answer.changeSecond = timed.change_second;
+    answer.next = detail::taken(timed.next);
     return answer;
   }
 
-  // The same with failed commands as answers like others. Throws Error for a command with a NUL,
-  // and std::bad_alloc.
-  template <Bindable... Values>
-  Answer tryRun(std::string_view command, const Values&... values) {
-    const std::array<velmora_value, sizeof...(Values)> bound = {detail::bound(values)...};
-    if (command.find('\0') != std::string_view::npos) throw Error("Command has a NUL");
-    const std::string text(command);
-    const detail::OwnedText json(velmora_query_bound(text.c_str(), bound.data(), bound.size()));
-    if (json == nullptr) throw std::bad_alloc();
-    return detail::AnswerReader(json.get()).read();
+ private:
+  std::size_t position(std::string_view column) const {
+    for (std::size_t i = 0; i < velmora_result_columns(result_.get()); ++i) {
+      if (velmora_result_column_name(result_.get(), i, nullptr) == column) return i;
+    }
+    throw Error(VELMORA_NOT_FOUND, "No column '" + std::string(column) + "' in the result");
   }
 
-  // Saves and stops before the destructor does. Throws Error when that failed; the engine stays
-  // started then. Later commands fail.
-  void stop() {
-    char* message = nullptr;
-    if (velmora_stop(&message) != 0) fail(message, "Engine cannot be stopped");
+  std::shared_ptr<velmora_result> result_;
+  std::size_t row_;
+};
+
+// What a command answered: its rows, one after another, and what is said beside them.
+class Result {
+ public:
+  explicit Result(velmora_result* result) : result_(result, velmora_result_destroy) {}
+
+  class Iterator {
+   public:
+    Iterator(const Result* result, std::size_t row) : result_(result), row_(row) {}
+    Row operator*() const { return (*result_)[row_]; }
+    Iterator& operator++() {
+      ++row_;
+      return *this;
+    }
+    bool operator==(const Iterator&) const = default;
+
+   private:
+    const Result* result_;
+    std::size_t row_;
+  };
+  Iterator begin() const { return {this, 0}; }
+  Iterator end() const { return {this, size()}; }
+
+  std::size_t size() const noexcept { return velmora_result_rows(result_.get()); }
+  Row operator[](std::size_t row) const { return {result_, row}; }
+  // Throws Error where there is no such row.
+  Row at(std::size_t row) const {
+    if (row >= size()) throw Error(VELMORA_NOT_FOUND, "No row " + std::to_string(row));
+    return {result_, row};
+  }
+  std::size_t columns() const noexcept { return velmora_result_columns(result_.get()); }
+  std::string columnName(std::size_t column) const {
+    std::size_t size = 0;
+    const char* const name = velmora_result_column_name(result_.get(), column, &size);
+    return {name == nullptr ? "" : name, size};
+  }
+
+  std::int64_t rowsAffected() const noexcept { return velmora_result_rows_affected(result_.get()); }
+  std::string message() const { return velmora_result_message(result_.get(), nullptr); }
+  // The number that an INSERT has given to the row.
+  std::optional<std::int64_t> identity() const { return given(velmora_result_identity); }
+  // The second at which this answer becomes another by time alone.
+  std::optional<std::int64_t> nextChange() const { return given(velmora_result_next_change); }
+  // The whole as JSON.
+  std::string json() const {
+    std::size_t size = 0;
+    const char* const text = velmora_result_json(result_.get(), &size);
+    if (text == nullptr) throw std::bad_alloc();
+    return {text, size};
   }
 
  private:
-  [[noreturn]] static void fail(char* message, const char* otherwise) {
-    const detail::OwnedText owned(message);
-    throw Error(owned == nullptr ? otherwise : owned.get());
+  std::optional<std::int64_t> given(int (*ask)(const velmora_result*, std::int64_t*)) const {
+    std::int64_t value = 0;
+    if (ask(result_.get(), &value) == 0) return std::nullopt;
+    return value;
   }
+
+  std::shared_ptr<velmora_result> result_;
+};
+
+// A command that is parsed once and run often. It keeps its database open.
+class Statement {
+ public:
+  Statement(std::shared_ptr<velmora_db> database, std::string_view command)
+      : database_(std::move(database)), statement_(nullptr, velmora_statement_destroy) {
+    velmora_statement* statement = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(
+        velmora_prepare(database_.get(), command.data(), command.size(), &statement, &error),
+        error);
+    statement_.reset(statement);
+  }
+
+  // Runs it with a value for each parameter. Throws Error when it failed.
+  template <Bindable... Values>
+  Result run(const Values&... values) {
+    if (sizeof...(Values) != velmora_statement_parameters(statement_.get())) {
+      throw Error(VELMORA_MISUSE, "Command has not as many parameters");
+    }
+    std::size_t index = 0;
+    (bind(++index, detail::bound(values)), ...);
+    velmora_result* result = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(velmora_statement_run(statement_.get(), &result, &error), error);
+    return Result(result);
+  }
+
+ private:
+  void bind(std::size_t index, const velmora_value& value) {
+    velmora_error* error = nullptr;
+    detail::require(velmora_bind(statement_.get(), index, &value, &error), error);
+  }
+
+  std::shared_ptr<velmora_db> database_;
+  std::unique_ptr<velmora_statement, decltype(&velmora_statement_destroy)> statement_;
+};
+
+// Options for a Database; what is not set is as in C.
+inline velmora_options options(std::uint32_t flags = VELMORA_CREATE) {
+  velmora_options options = {};
+  options.size = sizeof options;
+  options.flags = flags;
+  return options;
+}
+
+// A database, open while this or one of its statements lives.
+class Database {
+ public:
+  // Opens the database of a directory. Throws Error when that failed.
+  explicit Database(std::string_view path, const velmora_options& options = host::options()) {
+    velmora_db* database = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(velmora_open(path.data(), path.size(), &options, &database, &error), error);
+    database_ = {database, [](velmora_db* open) { velmora_close(open, nullptr); }};
+  }
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  // Runs one command, each "?" outside quoted texts standing for the next value. Throws Error when
+  // it failed.
+  template <Bindable... Values>
+  Result run(std::string_view command, const Values&... values) {
+    const std::array<velmora_value, sizeof...(Values)> bound = {detail::bound(values)...};
+    velmora_result* result = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(velmora_run(database_.get(), command.data(), command.size(), bound.data(),
+                                bound.size(), &result, &error),
+                    error);
+    return Result(result);
+  }
+  Statement prepare(std::string_view command) { return {database_, command}; }
+
+  void checkpoint() {
+    velmora_error* error = nullptr;
+    detail::require(velmora_checkpoint(database_.get(), &error), error);
+  }
+  void backup(std::string_view path) {
+    velmora_error* error = nullptr;
+    detail::require(velmora_backup(database_.get(), path.data(), path.size(), &error), error);
+  }
+  void interrupt() noexcept { velmora_interrupt(database_.get()); }
+
+ private:
+  std::shared_ptr<velmora_db> database_;
+};
+
+// A transaction of the thread that makes it, which also ends it: rolled back at the end of its
+// scope unless it has been committed.
+class Transaction {
+ public:
+  explicit Transaction(Database& database) : database_(database) { database_.run("BEGIN"); }
+  ~Transaction() {
+    if (!isOpen_) return;
+    try {
+      database_.run("ROLLBACK");
+    } catch (const std::exception&) {
+      // A commit that has failed has ended it.
+    }
+  }
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+
+  void commit() {
+    database_.run("COMMIT");
+    isOpen_ = false;
+  }
+
+ private:
+  Database& database_;
+  bool isOpen_ = true;
 };
 
 }  // namespace host

@@ -1,10 +1,10 @@
 // Every allocation of every command, of a start and of a stop fails once, and then it and all that
-// follow it; through the plain exported functions, the guarded ones, and with the command's texts
-// bound to it. Whatever happens then, the engine goes on: its locks are free, the tables are as
-// they were or as the command makes them, and the command, given again, does its work.
+// follow it, through the plain exported functions. Whatever happens then, the engine goes on: its
+// locks are free, the tables are as they were or as the command makes them, and the command, given
+// again, does its work.
 #include <cstdio>
 #include <exception>
-#include <tuple>
+#include <type_traits>
 
 #include "failing_allocations.h"
 #include "fault_fixture.h"
@@ -125,48 +125,6 @@ std::vector<Case> cases() {
   };
 }
 
-// The functions through which a host reaches the engine.
-enum class Way : std::uint8_t { plain, guarded, bound };
-
-std::string nameOf(Way way) {
-  return way == Way::plain ? "Plain" : way == Way::guarded ? "Guarded" : "Bound";
-}
-std::ostream& operator<<(std::ostream& stream, Way way) { return stream << nameOf(way); }
-
-// A command in a form in which it can be given without allocating on the way: bound, each of its
-// quoted literals is a value.
-class PreparedCommand {
- public:
-  PreparedCommand(std::string_view command, Way way) : way_(way) {
-    while (!command.empty()) {
-      const std::size_t start = way == Way::bound ? command.find('\'') : command.npos;
-      const std::size_t end = start == command.npos ? command.npos : command.find('\'', start + 1);
-      if (end == command.npos) break;
-      text_.append(command.substr(0, start)).append("?");
-      const std::string_view literal = command.substr(start + 1, end - start - 1);
-      velmora_value value = {};
-      value.type = VELMORA_TEXT;
-      value.text = literal.data();
-      value.text_size = literal.size();
-      values_.push_back(value);
-      command.remove_prefix(end + 1);
-    }
-    text_.append(command);
-  }
-
-  // The answer; to be freed unless the way is the plain one.
-  const char* give() const {
-    if (way_ == Way::plain) return ExecuteQuery(text_.c_str());
-    if (way_ == Way::guarded) return velmora_query(text_.c_str());
-    return velmora_query_bound(text_.c_str(), values_.data(), values_.size());
-  }
-
- private:
-  Way way_;
-  std::string text_;
-  std::vector<velmora_value> values_;
-};
-
 // A call under failing allocations. Nothing here allocates, so that the engine's allocations are
 // the ones that are counted.
 struct Outcome {
@@ -186,7 +144,11 @@ Outcome underFailures(std::int64_t number, Failing failing, Call call) {
   const Silence silence;
   const FailingAllocations failures(number, failing);
   try {
-    outcome.answer = call();
+    if constexpr (std::is_void_v<decltype(call())>) {
+      call();
+    } else {
+      outcome.answer = call();
+    }
   } catch (const std::exception& error) {
     outcome.hasThrown = true;
     std::snprintf(outcome.thrown, sizeof outcome.thrown, "%s", error.what());
@@ -223,11 +185,9 @@ class AllocationTest : public FaultTest {
   static inline int total = 0;  // of all tests of this run
 };
 
-class CommandAllocationTest : public AllocationTest,
-                              public testing::WithParamInterface<std::tuple<Case, Way>> {
+class CommandAllocationTest : public AllocationTest, public testing::WithParamInterface<Case> {
  protected:
-  static const Case& tried() { return std::get<Case>(GetParam()); }
-  static Way way() { return std::get<Way>(GetParam()); }
+  static const Case& tried() { return GetParam(); }
 
   // The prepared engine, right before the command.
   void startPrepared() {
@@ -260,13 +220,9 @@ class CommandAllocationTest : public AllocationTest,
   bool failAt(std::int64_t number, Failing failing) {
     startPrepared();
     if (HasFatalFailure()) return false;
-    const PreparedCommand command(tried().command, way());
-    const Outcome outcome = underFailures(number, failing, [&] { return command.give(); });
+    const char* const command = tried().command.c_str();
+    const Outcome outcome = underFailures(number, failing, [=] { return ExecuteQuery(command); });
     const std::string answer = outcome.text();
-    if (way() != Way::plain) {
-      EXPECT_FALSE(outcome.hasThrown) << answer;
-      velmora_free(const_cast<char*>(outcome.answer));
-    }
     if (outcome.hasFailed) {
       ++points_;
       check(answer);
@@ -339,29 +295,12 @@ TEST_P(CommandAllocationTest, leavesTheEngineUsableAndTheTablesWhole) {
   }
 }
 
-std::string nameOfTrial(const testing::TestParamInfo<std::tuple<Case, Way>>& trial) {
-  return std::get<Case>(trial.param).name + nameOf(std::get<Way>(trial.param));
-}
-INSTANTIATE_TEST_SUITE_P(Commands, CommandAllocationTest,
-                         testing::Combine(testing::ValuesIn(cases()),
-                                          testing::Values(Way::plain, Way::guarded, Way::bound)),
-                         nameOfTrial);
+std::string nameOfTrial(const testing::TestParamInfo<Case>& trial) { return trial.param.name; }
+INSTANTIATE_TEST_SUITE_P(Commands, CommandAllocationTest, testing::ValuesIn(cases()), nameOfTrial);
 
 // A directory with every kind of file, and a log of every kind of command.
-class LifeAllocationTest : public AllocationTest, public testing::WithParamInterface<Way> {
+class LifeAllocationTest : public AllocationTest {
  protected:
-  // A start or a stop; null when it has failed.
-  static const char* change(void (*plain)(), int (*guarded)(char**)) {
-    if (GetParam() == Way::plain) {
-      plain();
-      return "";
-    }
-    char* message = nullptr;
-    const bool isDone = guarded(&message) == 0;
-    velmora_free(message);
-    return isDone ? "" : nullptr;
-  }
-
   const std::string log_ =
       "CREATE TABLE new id ApexInt text string #TIME# 1700000000\n"
       "INSERT INTO new text = 'a text of more than fifteen' #TIME# 1700000000\n"
@@ -386,20 +325,16 @@ class LifeAllocationTest : public AllocationTest, public testing::WithParamInter
   std::string expected_;
 };
 
-TEST_P(LifeAllocationTest, aStartThatFailsCanBeRepeatedAndLosesNothing) {
+TEST_F(LifeAllocationTest, aStartThatFailsCanBeRepeatedAndLosesNothing) {
   ASSERT_NO_FATAL_FAILURE(prepareLog());
   for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
     for (std::int64_t number = 1;; ++number) {
       SCOPED_TRACE("allocation " + std::to_string(number));
       replaceFiles(prepared_);
-      const Outcome outcome =
-          underFailures(number, failing, [] { return change(StartEngine, velmora_start); });
+      const Outcome outcome = underFailures(number, failing, StartEngine);
       if (outcome.hasFailed) ++points_;
-      if (outcome.answer == nullptr) {
-        // What a failed plain start has left, a stop frees; a guarded one has left nothing.
-        if (GetParam() == Way::plain) {
-          EXPECT_EQ(stop(), "");
-        }
+      if (outcome.hasThrown) {
+        EXPECT_EQ(stop(), "") << "frees what the start has left";
         EXPECT_EQ(start(), "");
       }
       EXPECT_EQ(shown(allTables), expected_);
@@ -412,17 +347,16 @@ TEST_P(LifeAllocationTest, aStartThatFailsCanBeRepeatedAndLosesNothing) {
   }
 }
 
-TEST_P(LifeAllocationTest, aStopThatFailsCanBeRepeatedAndLosesNothing) {
+TEST_F(LifeAllocationTest, aStopThatFailsCanBeRepeatedAndLosesNothing) {
   ASSERT_NO_FATAL_FAILURE(prepareLog());
   for (const Failing failing : {Failing::once, Failing::fromThenOn}) {
     for (std::int64_t number = 1;; ++number) {
       SCOPED_TRACE("allocation " + std::to_string(number));
       replaceFiles(prepared_);
       ASSERT_EQ(start(), "");
-      const Outcome outcome =
-          underFailures(number, failing, [] { return change(StopEngine, velmora_stop); });
+      const Outcome outcome = underFailures(number, failing, StopEngine);
       if (outcome.hasFailed) ++points_;
-      if (outcome.answer == nullptr) {
+      if (outcome.hasThrown) {
         EXPECT_EQ(shownAfterKill(allTables), expected_) << "after a kill";
         EXPECT_EQ(shown(allTables), expected_);
         EXPECT_EQ(stop(), "");
@@ -434,10 +368,6 @@ TEST_P(LifeAllocationTest, aStopThatFailsCanBeRepeatedAndLosesNothing) {
     }
   }
 }
-
-std::string nameOfWay(const testing::TestParamInfo<Way>& way) { return nameOf(way.param); }
-INSTANTIATE_TEST_SUITE_P(Lives, LifeAllocationTest, testing::Values(Way::plain, Way::guarded),
-                         nameOfWay);
 
 }  // namespace
 }  // namespace velmora::faults

@@ -4,14 +4,6 @@
 #include <cstdlib>
 #include <new>
 
-// The linker makes every call of malloc in this program one of __wrap_malloc.
-extern "C" {
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the linker's names.
-void* __real_malloc(std::size_t size);
-// NOLINTNEXTLINE(bugprone-reserved-identifier)
-void* __wrap_malloc(std::size_t size);
-}
-
 namespace {
 
 struct Plan {
@@ -35,7 +27,7 @@ bool mustFail() {
 
 void* allocate(std::size_t size) noexcept {
   if (mustFail()) return nullptr;
-  return __real_malloc(size == 0 ? 1 : size);
+  return std::malloc(size == 0 ? 1 : size);
 }
 
 void* allocateOrThrow(std::size_t size) {
@@ -59,8 +51,6 @@ std::int64_t FailingAllocations::count() { return plan.count; }
 bool FailingAllocations::hasFailed() { return plan.hasFailed; }
 
 }  // namespace velmora::faults
-
-void* __wrap_malloc(std::size_t size) { return mustFail() ? nullptr : __real_malloc(size); }
 
 void* operator new(std::size_t size) { return allocateOrThrow(size); }
 void* operator new[](std::size_t size) { return allocateOrThrow(size); }

@@ -1,5 +1,5 @@
-// Allocations that fail on request: this program's operator new and malloc are replaced, and throw
-// std::bad_alloc or give null at the one allocation asked for, or at that one and all later ones.
+// Allocations that fail on request: this program's operator new is replaced, and throws
+// std::bad_alloc or gives null at the one allocation asked for, or at that one and all later ones.
 #pragma once
 
 #include <cstdint>

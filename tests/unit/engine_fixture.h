@@ -33,26 +33,21 @@ class EngineTest : public testing::Test {
     start();
   }
   ~EngineTest() override {
-    velmora_stop(nullptr);
+    EXPECT_NO_THROW(StopEngine());
     clock::setSource(nullptr);
     std::filesystem::current_path(before_);
     std::error_code ignored;
     std::filesystem::remove_all(directory_, ignored);
   }
 
-  static void start() { ASSERT_EQ(velmora_start(nullptr), 0); }
-  static void stop() { ASSERT_EQ(velmora_stop(nullptr), 0); }
+  static void start() { StartEngine(); }
+  static void stop() { StopEngine(); }
   static void restart() {
     stop();
     start();
   }
 
-  static std::string answer(const std::string& command) {
-    char* const text = velmora_query(command.c_str());
-    const std::string copy = text == nullptr ? "(null)" : text;
-    velmora_free(text);
-    return copy;
-  }
+  static std::string answer(const std::string& command) { return ExecuteQuery(command.c_str()); }
   // Runs a command that has to succeed.
   static void run(const std::string& command) {
     const std::string given = answer(command);

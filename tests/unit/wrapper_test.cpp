@@ -1,11 +1,12 @@
-// The C++ wrapper: the engine lives as long as its object, answers come as typed values, failures
-// as exceptions.
+// The C++ wrapper: a database is open as long as its object and its statements, rows come as typed
+// values, transactions end with their scopes, failures are exceptions.
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -17,120 +18,187 @@
 namespace {
 
 namespace fs = std::filesystem;
-using velmora::Answer;
-using velmora::Engine;
+using velmora::Database;
 using velmora::Error;
+using velmora::Result;
 using velmora::Row;
+using velmora::Statement;
+using velmora::Transaction;
 
-// Each test runs in a directory of its own.
+// Each test has a directory of its own.
 class WrapperTest : public testing::Test {
  protected:
-  WrapperTest() : before_(fs::current_path()) {
+  WrapperTest() {
     std::string name = (fs::temp_directory_path() / "velmora-wrapper-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make " + name);
     directory_ = name;
-    fs::current_path(directory_);
   }
   ~WrapperTest() override {
-    fs::current_path(before_);
     std::error_code ignored;
     fs::remove_all(directory_, ignored);
   }
+  std::string path(const std::string& name = "base") const { return (directory_ / name).string(); }
 
  private:
-  fs::path before_;
   fs::path directory_;
 };
 
-template <typename Call>
-std::string failureOf(Call call) {
+std::optional<Error> failureOf(const std::function<void()>& call) {
   try {
     call();
   } catch (const Error& error) {
-    return error.what();
+    return error;
   }
-  return "";
+  return std::nullopt;
+}
+std::string textOf(const std::function<void()>& call) {
+  const auto failure = failureOf(call);
+  return failure ? failure->what() : "";
+}
+int codeOf(const std::function<void()>& call) {
+  const auto failure = failureOf(call);
+  return failure ? failure->code() : VELMORA_OK;
 }
 
-static_assert(!std::is_copy_constructible_v<Engine> && !std::is_move_constructible_v<Engine>);
+static_assert(!std::is_copy_constructible_v<Database> && !std::is_move_constructible_v<Database>);
+static_assert(velmora::Bindable<std::nullptr_t> && velmora::Bindable<std::optional<int>>);
+static_assert(!velmora::Bindable<char> && !velmora::Bindable<void*>);
 
 TEST_F(WrapperTest, GivesRowsAsTypedValues) {
-  Engine engine;
-  engine.run("CREATE TABLE t id ApexInt a int f float b bool s string");
-  const std::string text = "O'Brien \\ \n \x01 \xc3\xa4";
-  engine.run("INSERT INTO t a = ? f = ? b = ? s = ?", -7, 2.5F, true, text);
-  engine.run("INSERT INTO t f = ? s = ?", 3.0, "\"");
-  engine.run("INSERT INTO t f = ?", 1e7);
-  const Answer answer = engine.run("SELECT * FROM t");
-  EXPECT_TRUE(answer.succeeded());
-  EXPECT_EQ(answer.message(), "");
-  EXPECT_EQ(answer.rowsAffected(), 3);
-  ASSERT_EQ(answer.rows().size(), 3U);
-  const Row& first = answer.rows()[0];
-  EXPECT_EQ(first.columns(), (std::vector<std::string>{"id", "a", "f", "b", "s"}));
+  Database database(path());
+  database.run("CREATE TABLE t id ApexInt a long f float b bool s string");
+  const std::string text = "O'Brien \\ \n \x01 \xc3\xa4 \"";
+  EXPECT_EQ(database.run("INSERT INTO t a = ? f = ? b = ? s = ?", -7, 2.5F, true, text).identity(),
+            1);
+  database.run("INSERT INTO t f = ? s = ? a = ?", 3.0, nullptr, std::optional<int>());
+  const Result result = database.run("SELECT * FROM t");
+  EXPECT_EQ(result.message(), "");
+  EXPECT_EQ(result.rowsAffected(), 2);
+  EXPECT_EQ(result.identity(), std::nullopt);
+  EXPECT_EQ(result.nextChange(), std::nullopt);
+  ASSERT_EQ(result.size(), 2U);
+  EXPECT_EQ(result.columns(), 5U);
+  EXPECT_EQ(result.columnName(4), "s");
+  EXPECT_EQ(result.columnName(5), "");
+  const Row first = result[0];
   EXPECT_EQ(first.get<std::uint8_t>("id"), 1);
   EXPECT_EQ(first.get<int>("a"), -7);
   EXPECT_EQ(first.get<double>("f"), 2.5);
   EXPECT_TRUE(first.get<bool>("b"));
   EXPECT_EQ(first.get<std::string>("s"), text);
-  const Row& second = answer.rows()[1];
+  const Row second = result.at(1);
   EXPECT_EQ(second.get<float>("f"), 3.0F);
-  EXPECT_EQ(second.get<std::string>("s"), "\"");
-  EXPECT_EQ(second.get<std::optional<bool>>("b"), std::nullopt);
+  EXPECT_EQ(second.get<std::optional<std::string>>("s"), std::nullopt);
   EXPECT_EQ(second.get<std::optional<int>>("id"), 2);
   EXPECT_TRUE(std::holds_alternative<std::monostate>(second["b"]));
-  EXPECT_EQ(answer.rows()[2].get<double>("f"), 1e7);
+  EXPECT_TRUE(std::holds_alternative<std::monostate>(second.at(9)));
 }
 
 TEST_F(WrapperTest, RefusesValuesOfAnotherType) {
-  Engine engine;
-  engine.run("CREATE TABLE t a int b bool");
-  engine.run("INSERT INTO t a = -300");
-  const Row row = engine.run("SELECT * FROM t").rows().at(0);
-  EXPECT_EQ(failureOf([&] { row.get<std::string>("a"); }), "Value is of another type");
-  EXPECT_EQ(failureOf([&] { row.get<std::int8_t>("a"); }), "Value is of another type");
-  EXPECT_EQ(failureOf([&] { row.get<unsigned>("a"); }), "Value is of another type");
-  EXPECT_EQ(failureOf([&] { row.get<bool>("b"); }), "Value is null");
-  EXPECT_EQ(failureOf([&] { row.get<int>("c"); }), "No column 'c' in the answer");
+  Database database(path());
+  database.run("CREATE TABLE t a int b bool");
+  database.run("INSERT INTO t a = -300");
+  const Result result = database.run("SELECT * FROM t");
+  const Row row = result.at(0);
+  EXPECT_EQ(textOf([&] { row.get<std::string>("a"); }), "Value is of another type");
+  EXPECT_EQ(textOf([&] { row.get<std::int8_t>("a"); }), "Value is of another type");
+  EXPECT_EQ(textOf([&] { row.get<unsigned>("a"); }), "Value is of another type");
+  EXPECT_EQ(textOf([&] { row.get<bool>("b"); }), "Value is null");
+  EXPECT_EQ(textOf([&] { row.get<int>("c"); }), "No column 'c' in the result");
+  EXPECT_EQ(textOf([&] { result.at(1); }), "No row 1");
+  EXPECT_EQ(textOf([&] { database.run("INSERT INTO t a = ?", std::uint64_t{1} << 63U); }),
+            "Integer outside 64 bits");
 }
 
-TEST_F(WrapperTest, FailedCommandsAreExceptionsOrAnswers) {
-  Engine engine;
-  constexpr const char* message = "Error: Syntax Error: Table 't' does not exist.";
-  EXPECT_EQ(failureOf([&] { engine.run("DROP TABLE t"); }), message);
-  const Answer answer = engine.tryRun("DROP TABLE t");
-  EXPECT_FALSE(answer.succeeded());
-  EXPECT_EQ(answer.message(), message);
-  EXPECT_EQ(failureOf([&] { engine.run("SELECT ? FROM t"); }),
-            "Error: Command has 1 placeholder for 0 values");
-  EXPECT_EQ(failureOf([&] { engine.run("SELECT a FROM t WHERE a = ?", std::uint64_t{1} << 63U); }),
-            "Error: Parameter 1 is an integer outside 32 bits");
-  EXPECT_EQ(failureOf([&] { engine.run(std::string_view("BEGIN\0", 6)); }), "Command has a NUL");
+TEST_F(WrapperTest, TellsWhatFailedAndWhere) {
+  Database database(path());
+  database.run("CREATE TABLE t a int");
+  const auto failure = failureOf([&] { database.run("SELECT q FROM t"); });
+  ASSERT_TRUE(failure);
+  EXPECT_EQ(failure->code(), VELMORA_NOT_FOUND);
+  EXPECT_EQ(failure->offset(), 7);
+  EXPECT_EQ(failure->table(), "t");
+  EXPECT_EQ(failure->column(), "q");
+  EXPECT_EQ(failure->systemError(), 0);
+  EXPECT_EQ(failure->process(), 0);
+  EXPECT_EQ(codeOf([&] { database.run("SELECT"); }), VELMORA_SYNTAX);
+  EXPECT_EQ(codeOf([&] { database.prepare("SELECT"); }), VELMORA_SYNTAX);
+  EXPECT_EQ(codeOf([&] { Database again(path()); }), VELMORA_BUSY);
+  EXPECT_EQ(codeOf([&] { Database none(path("none"), velmora::options(VELMORA_READ_ONLY)); }),
+            VELMORA_NOT_FOUND);
 }
 
-TEST_F(WrapperTest, LivesAsLongAsItsObject) {
+TEST_F(WrapperTest, WalksRowsOfAResultThatIsOnlyPassingBy) {
+  Database database(path());
+  database.run("CREATE TABLE t a int");
+  Statement insert = database.prepare("INSERT INTO t a = ?");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(insert.run(i).rowsAffected(), 1);
+  EXPECT_EQ(textOf([&] { insert.run(); }), "Command has not as many parameters");
+  int sum = 0;
+  for (const Row& row : database.run("SELECT a FROM t")) sum += row.get<int>("a");
+  EXPECT_EQ(sum, 3);
+}
+
+TEST_F(WrapperTest, IsOpenWhileAStatementLives) {
+  std::optional<Statement> statement;
   {
-    Engine engine;
-    engine.run("CREATE TABLE t a int");
-    engine.run("INSERT INTO t a = 1");
-    EXPECT_EQ(failureOf([] { const Engine second; }), "There is an Engine already");
-    EXPECT_EQ(engine.run("SELECT a FROM t").rowsAffected(), 1);
+    Database database(path());
+    database.run("CREATE TABLE t a int");
+    statement = database.prepare("INSERT INTO t a = 1");
   }
-  Engine engine;
-  for (const Row& row : engine.run("SELECT a FROM t").rows()) EXPECT_EQ(row.get<int>("a"), 1);
-  engine.stop();
-  EXPECT_EQ(failureOf([&] { engine.run("SELECT a FROM t"); }), "Engine not started.");
+  EXPECT_EQ(statement->run().rowsAffected(), 1);
+  EXPECT_EQ(codeOf([&] { Database again(path()); }), VELMORA_BUSY);
+  statement.reset();
+  Database database(path());
+  EXPECT_EQ(database.run("SELECT a FROM t").size(), 1U);
 }
 
-TEST_F(WrapperTest, FailuresToStopAreTold) {
-  Engine engine;
-  engine.run("CREATE TABLE t a int");
-  engine.run("INSERT INTO t a = 99999999999");
-  EXPECT_EQ(failureOf([&] { engine.stop(); }),
-            "Number is out of range: '99999999999' in table 't', column 'a', row 0");
-  engine.run("DELETE FROM t");
-  engine.run("DROP TABLE t");
-  engine.stop();
+TEST_F(WrapperTest, TransactionsEndWithTheirScopes) {
+  Database database(path());
+  database.run("CREATE TABLE t a int");
+  {
+    const Transaction transaction(database);
+    database.run("INSERT INTO t a = 1");
+  }
+  EXPECT_EQ(database.run("SELECT a FROM t").size(), 0U);
+  {
+    Transaction transaction(database);
+    database.run("INSERT INTO t a = 1");
+    transaction.commit();
+  }
+  EXPECT_EQ(database.run("SELECT a FROM t").size(), 1U);
+}
+
+TEST_F(WrapperTest, KnowsWhatBecomesOfATimedValue) {
+  velmora_options options = velmora::options();
+  options.clock = [](void*) -> std::int64_t { return 1'700'000'000; };
+  Database database(path(), options);
+  database.run("CREATE TABLE t colour string 2 n int");
+  database.run("INSERT INTO t colour = ? --> ? @ ? s c n = 1", "red", "green", 30);
+  const Result result = database.run("SELECT * FROM t");
+  EXPECT_EQ(result.nextChange(), 1'700'000'030);
+  const auto timed = result[0].timed("colour");
+  ASSERT_TRUE(timed);
+  EXPECT_TRUE(timed->cycles);
+  EXPECT_EQ(timed->changeSecond, 1'700'000'030);
+  EXPECT_EQ(velmora::valueAs<std::string>(timed->next), "green");
+  EXPECT_FALSE(result[0].timed("n"));
+  EXPECT_EQ(result.json(),
+            R"({"success": true, "message": "", "rows_affected": 1, "columns": ["colour", "n"], )"
+            R"("data": [{"colour": "red", "n": 1}], "next_change": 1700000030})");
+}
+
+TEST_F(WrapperTest, CopiesADatabase) {
+  Database database(path());
+  database.run("CREATE TABLE t a int");
+  database.run("INSERT INTO t a = 1");
+  database.checkpoint();
+  database.interrupt();
+  database.backup(path("copy"));
+  Database copy(path("copy"), velmora::options(VELMORA_READ_ONLY));
+  EXPECT_EQ(copy.run("SELECT a FROM t")[0].get<int>("a"), 1);
+  EXPECT_EQ(codeOf([&] { database.backup(path("copy")); }), VELMORA_BUSY);
+  EXPECT_EQ(codeOf([&] { copy.run("INSERT INTO t a = 2"); }), VELMORA_IS_READ_ONLY);
 }
 
 }  // namespace

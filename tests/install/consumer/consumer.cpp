@@ -5,10 +5,10 @@
 #include "velmora/velmora.hpp"
 
 int main() {
-  velmora::Engine engine;
-  engine.run("CREATE TABLE lamps name string watts int price float lit bool");
-  engine.run("INSERT INTO lamps name = ? watts = ? price = ? lit = ?", "north's", 40, 2.5, true);
-  for (const velmora::Row& row : engine.run("SELECT * FROM lamps").rows()) {
+  velmora::Database database("lamps.db");
+  database.run("CREATE TABLE lamps name string watts int price float lit bool");
+  database.run("INSERT INTO lamps name = ? watts = ? price = ? lit = ?", "north's", 40, 2.5, true);
+  for (const velmora::Row& row : database.run("SELECT * FROM lamps")) {
     std::cout << row.get<std::string>("name") << " " << row.get<int>("watts") << " "
               << row.get<double>("price") << " " << row.get<bool>("lit") << "\n";
   }
