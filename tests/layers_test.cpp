@@ -71,16 +71,17 @@ std::vector<fs::path> includesOf(const fs::path& source) {
   return includes;
 }
 
-// Records, storage, database, parser, start-up, front ends: each builds on those before it.
+// Records, strict language, storage, database, parser, start-up, front ends: each builds on those
+// before it.
 int layerOf(const fs::path& source) {
-  static constexpr std::array<std::string_view, 3> rooms = {"src/storage/", "src/database/",
-                                                            "src/parser/"};
+  static constexpr std::array<std::string_view, 4> rooms = {"src/strict/", "src/storage/",
+                                                            "src/database/", "src/parser/"};
   static const std::set<std::string> frontEnds = {
       "src/engine.h",          "src/velmora.cpp", "src/guarded.cpp",          "src/value_binding.h",
       "src/value_binding.cpp", "src/main.cpp",    "include/velmora/velmora.h"};
   const std::string name = nameOf(source);
-  if (frontEnds.contains(name)) return 5;
-  if (name.starts_with("src/startup.")) return 4;
+  if (frontEnds.contains(name)) return 6;
+  if (name.starts_with("src/startup.")) return 5;
   for (std::size_t room = 0; room < rooms.size(); ++room) {
     if (name.starts_with(rooms[room])) return static_cast<int>(room) + 1;
   }
