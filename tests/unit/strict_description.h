@@ -4,10 +4,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <span>
 #include <string>
-#include <type_traits>
 #include <variant>
+#include <vector>
 
 #include "strict/statement.h"
 
