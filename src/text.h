@@ -44,6 +44,19 @@ class Text {
   }
   operator std::string_view() const noexcept { return view(); }  // NOLINT
 
+  // Puts the bytes there, at most so many, and zeros behind them up to that width, which is 15 or
+  // more. A width known here takes a few wide stores.
+  void putPadded(char* out, std::size_t width) const noexcept {
+    if (isOnHeap()) {
+      const std::size_t size = heapSize() < width ? heapSize() : width;
+      std::memcpy(out, heapBytes(), size);
+      std::memset(out + size, 0, width - size);
+    } else {
+      std::memcpy(out, bytes_, inlineCapacity);
+      std::memset(out + inlineCapacity, 0, width - inlineCapacity);
+    }
+  }
+
   friend bool operator==(const Text& a, std::string_view b) noexcept { return a.view() == b; }
   friend bool operator==(const Text& a, const Text& b) noexcept {
     return a.isOnHeap() ? a.view() == b.view()
