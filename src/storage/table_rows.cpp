@@ -196,7 +196,11 @@ bool decodePlain(const char* in, std::size_t stride, const CellShape& shape,
     case ValueKind::unknown:
       forEach([&](const char* at, std::size_t i) {
         const std::string_view text = getText(at, shape.plainWidth);
-        values.texts()[i] = Text(text);
+        if (text.size() <= Text::inlineCapacity && shape.plainWidth > Text::inlineCapacity) {
+          values.texts()[i].takeField(at, text.size());
+        } else {
+          values.texts()[i] = Text(text);
+        }
         values.codes[i] = values.texts()[i].fingerprint();
         areAsWritten &= isAllZero({at + text.size(), shape.plainWidth - text.size()});
       });
