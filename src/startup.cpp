@@ -20,6 +20,7 @@
 #include "lexer.h"
 #include "parser/parser.h"
 #include "storage/block_io.h"
+#include "storage/found_files.h"
 #include "storage/log.h"
 #include "storage/storage.h"
 #include "text.h"
@@ -33,72 +34,12 @@ void printSkipped(std::ostream& report, std::string_view what, const std::string
          << "\n";
 }
 
-// The table files, each with its table's name. Where two files would give one table, the one named
-// plainly is it.
-std::vector<std::string> tableFiles(const Directory& directory) {
-  std::vector<std::string> plain;
-  std::vector<std::string> dotted;
-  std::set<std::string> names;
-  for (std::string& file : Storage::getBinFiles(directory)) {
-    if (file == listenersFileName || file == webhooksFileName) continue;
-    const std::string name = file.substr(0, file.find('.'));
-    // A file that no checkpoint could write is left alone.
-    if (!Storage::isStorableName(name)) continue;
-    if (file == fileNameOf(name, tableExtension)) {
-      names.insert(name);
-      plain.push_back(std::move(file));
-    } else {
-      dotted.push_back(std::move(file));
-    }
-  }
-  for (std::string& file : dotted) {
-    if (names.insert(file.substr(0, file.find('.'))).second) plain.push_back(std::move(file));
-  }
-  return plain;
-}
-
-struct RelationFile {
-  std::string name;
-  Relation relation;
-};
-
-std::vector<RelationFile> relationFiles(const Directory& directory) {
-  std::vector<RelationFile> files;
-  for (std::string& name : Storage::getRelFiles(directory)) {
-    auto relation = Storage::readRelation(name, directory);
-    if (relation) files.push_back({std::move(name), std::move(*relation)});
-  }
-  return files;
-}
-
-// Whether a file without a header was a table's: other files show it. An empty deletion file shows
-// it only beside what may be the beginning of a header, since commands leave one behind for every
-// name that they were given for a table.
-bool wasTable(const std::string& name, const std::string& fileName,
-              const std::vector<RelationFile>& relations, const Directory& directory) {
-  for (const std::string_view extension : {deletionExtension, wholeRowExtension, timedExtension}) {
-    if (sizeOf(directory, fileNameOf(name, extension)) > 0) return true;
-  }
-  const bool hasMarks =
-      identityOf(directory, fileNameOf(name, deletionExtension).c_str()).has_value();
-  File file(directory, fileName, File::Mode::read);
-  std::string beginning(name.size(), '\0');
-  beginning.resize(file.readAt(0, beginning.data(), beginning.size()).value_or(0));
-  if (hasMarks && name.starts_with(beginning)) return true;
-  return std::any_of(relations.begin(), relations.end(), [&](const RelationFile& each) {
-    return each.relation.childTable == name || each.relation.parentTable == name;
-  });
-}
-
 void loadTables(Database& db, const std::vector<RelationFile>& relations, std::int64_t now,
                 std::ostream& report) {
   for (const std::string& file : tableFiles(db.directory)) {
     std::optional<Table> table = Storage::loadTable(file, db.directory);
     if (!table) {
-      const std::string name = file.substr(0, file.find('.'));
-      if (wasTable(name, file, relations, db.directory)) {
-        printSkipped(report, "file", file, "no table header");
-      }
+      if (wasTable(file, relations, db.directory)) printSkipped(report, "file", file, "no table header");
       continue;
     }
     for (const Column& column : table->columns) {

@@ -9,25 +9,8 @@ namespace velmora {
 
 void Database::registerWebhook(const std::string& tableName, std::int32_t rowIndex,
                                std::string_view column, const TempRule& rule) {
-  const std::size_t stateCount = rule.states.size();
-  const std::size_t taskCount = rule.repeat || stateCount == 0 ? stateCount : stateCount - 1;
-  if (taskCount == 0) return;
-  std::vector<WebhookTask> tasks(taskCount);
-  auto fireTime = static_cast<std::uint64_t>(rule.startTime);
-  for (std::size_t i = 0; i < taskCount; ++i) {
-    // A state's end is the next one's beginning; sums wrap like two's complement.
-    fireTime += static_cast<std::uint64_t>(rule.states[i].duration);
-    WebhookTask& task = tasks[i];
-    task.fireTime = static_cast<std::int64_t>(fireTime);
-    task.tableName = tableName;
-    task.rowIndex = rowIndex;
-    task.column = column;
-    // Deliberate: the last task of a cycling value carries the last state, not the first.
-    task.value = rule.states[std::min(i + 1, stateCount - 1)].value.view();
-    task.repeat = rule.repeat;
-    task.totalDuration = rule.cycleLength;
-    task.startTime = rule.startTime;
-  }
+  std::vector<WebhookTask> tasks = Storage::comingChanges(tableName, rowIndex, column, rule);
+  if (tasks.empty()) return;
   webhooksFile.check();
   Storage::appendWebhooks(tasks, webhooksFile);
   for (WebhookTask& task : tasks) {

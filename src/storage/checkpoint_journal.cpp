@@ -19,6 +19,7 @@ constexpr std::string_view endOfNames = "end";
 constexpr std::string_view spareWord = "/spare ";
 constexpr std::string_view pieceWord = "/piece ";
 constexpr std::string_view sizeWord = "/size ";
+constexpr std::string_view removeWord = "/remove ";
 constexpr std::string_view endWord = "/end ";
 
 constexpr std::array<std::uint32_t, 256> makeCrcTable() {
@@ -43,6 +44,13 @@ std::string lastLine(std::uint32_t crc) {
   char digits[8];
   const auto end = std::to_chars(digits, digits + sizeof digits, crc, 16).ptr;
   return std::string(endWord).append(digits, end);
+}
+
+void sortPieces(AwaitedFiles& awaited) {
+  for (auto& [name, patch] : awaited.patched) {
+    std::sort(patch.pieces.begin(), patch.pieces.end(),
+              [](const Piece& a, const Piece& b) { return a.offset < b.offset; });
+  }
 }
 
 class JournalReader {
@@ -82,6 +90,10 @@ class JournalReader {
       const auto size = takeNumber(line);
       if (size && isFileName(line)) found_.patched[std::string(line)].fileSize = *size;
       return size && isFileName(line);
+    }
+    if (takeWord(line, removeWord)) {
+      found_.removed.insert(std::string(line));
+      return isFileName(line);
     }
     const bool keepsSpare = takeWord(line, spareWord);
     if (isFileName(line)) found_.replaced[std::string(line)] = keepsSpare;
@@ -123,11 +135,10 @@ class JournalReader {
   }
 
   std::optional<AwaitedFiles> complete() {
-    for (auto& [name, patch] : found_.patched) {
+    for (const auto& [name, patch] : found_.patched) {
       if (patch.fileSize < 0) return std::nullopt;
-      std::sort(patch.pieces.begin(), patch.pieces.end(),
-                [](const Piece& a, const Piece& b) { return a.offset < b.offset; });
     }
+    sortPieces(found_);
     return std::move(found_);
   }
 
@@ -179,7 +190,15 @@ void CheckpointJournal::setSize(const std::string& name, std::int64_t size) {
   awaited_.patched[name].fileSize = size;
 }
 
+void CheckpointJournal::flush() {
+  sortPieces(awaited_);
+  file_.flush();
+}
+
 void CheckpointJournal::finish() {
+  for (const std::string& name : awaited_.removed) {
+    put(std::string(removeWord).append(name).append("\n"));
+  }
   for (const auto& [name, keepsSpare] : awaited_.replaced) {
     put(std::string(keepsSpare ? spareWord : "").append(name).append("\n"));
   }

@@ -7,6 +7,7 @@
 //   /spare NAME              the same, and what it replaces becomes NAME.spare
 //   /piece OFFSET SIZE NAME  the SIZE bytes behind the line belong into NAME at the offset
 //   /size SIZE NAME          NAME has that many bytes in the end
+//   /remove NAME             there is no file NAME in the end
 //   /end CRC                 the last line: the CRC-32 of all that stands before it, in hexadecimal
 //
 // No name has a '/' in it. A journal of names alone that ends with the line "end" counts as well:
@@ -35,6 +36,8 @@ class CheckpointJournal {
   void setSize(const std::string& name, std::int64_t size);
   // What it says so far, but for the bytes. The files to be replaced are written by finish.
   AwaitedFiles& awaited() noexcept { return awaited_; }
+  // Hands the bytes to the system, so that what the journal says can be read as if it were done.
+  void flush();
   // Writes the last line and makes everything durable. The journal's name has to be so before.
   void finish();
   // Whether the last line has been written, so that the journal counts unless it is taken back.

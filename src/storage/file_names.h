@@ -8,6 +8,7 @@ namespace velmora {
 
 inline constexpr const char* logFileName = "velmora.wal";
 inline constexpr const char* markerFileName = "velmora.ckpt";
+inline constexpr const char* manifestFileName = "velmora.manifest";
 inline constexpr const char* listenersFileName = "listeners.bin";
 inline constexpr const char* webhooksFileName = "webhooks.bin";
 
@@ -15,6 +16,7 @@ inline constexpr std::string_view tableExtension = ".bin";
 inline constexpr std::string_view deletionExtension = ".del";
 inline constexpr std::string_view wholeRowExtension = ".row";
 inline constexpr std::string_view timedExtension = ".tmp";
+inline constexpr std::string_view exactExtension = ".exact";
 inline constexpr std::string_view relationExtension = ".rel";
 
 // A checkpoint's new file waits under its name and this for the checkpoint's marker.

@@ -126,6 +126,10 @@ bool File::hasSecondName() const {
 
 void File::openAwaited(const Directory& directory) {
   const AwaitedFiles& awaited = *directory.awaited;
+  if (awaited.removed.contains(name_)) {
+    errno = ENOENT;
+    return;
+  }
   if (awaited.replaced.contains(name_)) {
     const std::string name = std::exchange(name_, checkpointName(name_));
     open(directory, Mode::read);

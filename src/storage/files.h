@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -34,6 +35,7 @@ struct AwaitedFiles {
   // New files that take their places; whether the old one is kept as the spare file.
   std::map<std::string, bool, std::less<>> replaced;
   std::map<std::string, Patch, std::less<>> patched;
+  std::set<std::string, std::less<>> removed;
 };
 
 // Where an engine's files lie: a directory's open descriptor, or the process's current directory.

@@ -10,7 +10,8 @@ namespace velmora {
 namespace {
 
 bool isOurs(std::string_view fileName) {
-  return fileName == logFileName || fileName.ends_with(tableExtension) ||
+  return fileName == logFileName || fileName == manifestFileName ||
+         fileName.ends_with(tableExtension) || fileName.ends_with(exactExtension) ||
          fileName.ends_with(deletionExtension) || fileName.ends_with(wholeRowExtension) ||
          fileName.ends_with(timedExtension) || fileName.ends_with(relationExtension);
 }

@@ -13,6 +13,7 @@
 #include "../clock.h"
 #include "../failure.h"
 #include "../number.h"
+#include "checkpoint_journal.h"
 #include "checksum.h"
 #include "file_names.h"
 
@@ -58,7 +59,6 @@ struct RecordLog::Parts {
 
   void open();
   void write();
-  void fail();
   void sync(std::unique_lock<std::mutex>& lock);
 };
 
@@ -70,7 +70,12 @@ RecordLog::~RecordLog() = default;
 // Opens the file. A torn tail is gone for good before another record takes its place: no power cut
 // may leave a mixture of both.
 void RecordLog::Parts::open() {
-  file.emplace(directory, logFileName, File::Mode::change);
+  // A checkpoint that counts and is not completed has the new log ready under its other name.
+  const auto awaited = readJournal(directory);
+  const std::string newName = checkpointName(logFileName);
+  const bool isNew =
+      awaited && awaited->replaced.contains(logFileName) && identityOf(directory, newName.c_str());
+  file.emplace(directory, isNew ? newName : logFileName, File::Mode::change);
   const auto found = file->size();
   const bool isLonger = found && *found > size;
   if (!found || *found < size || (isLonger && !(file->truncate(size) && file->sync()))) {
@@ -82,18 +87,10 @@ void RecordLog::Parts::open() {
   }
 }
 
-void RecordLog::Parts::write() {
-  if (file->writeAt(size, record)) return;
-  const int error = errno;
-  if (!file->truncate(size) || !file->sync()) fail();
-  errno = error;
-  throwUnwritten("cannot write");
-}
-
-void RecordLog::Parts::fail() {
-  const std::scoped_lock lock(mutex);
-  hasFailed = true;
-  syncDone.notify_all();
+void RecordLog::fail() noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  parts_->hasFailed = true;
+  parts_->syncDone.notify_all();
 }
 
 std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
@@ -119,7 +116,12 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   char digits[checksumDigits];
   writeChecksum(digits, crc32c(0, record));
   record.append(1, ' ').append(digits, sizeof digits).append(1, '\n');
-  parts.write();
+  if (!parts.file->writeAt(parts.size, record)) {
+    const int error = errno;
+    if (!parts.file->truncate(parts.size) || !parts.file->sync()) fail();
+    errno = error;
+    throwUnwritten("cannot write");
+  }
   const std::scoped_lock lock(parts.mutex);
   parts.size += static_cast<std::int64_t>(record.size());
   ++parts.nextSequence;

@@ -51,6 +51,8 @@ class RecordLog {
   std::uint64_t nextSequence() const noexcept;
   // A checkpoint has emptied the file.
   void wasEmptied();
+  // Has it take no record any more.
+  void fail() noexcept;
 
  private:
   struct Parts;

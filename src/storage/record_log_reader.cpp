@@ -8,6 +8,7 @@
 
 #include "../clock.h"
 #include "../number.h"
+#include "checkpoint_journal.h"
 #include "checksum.h"
 #include "file_names.h"
 #include "record_form.h"
@@ -95,6 +96,7 @@ std::optional<std::vector<LoggedCommand>> commandsOf(std::string_view record) {
 struct RecordLogReader::Parts {
   Parts(const Directory& directory, std::uint64_t firstSequence);
 
+  AwaitedFiles awaited;  // of a checkpoint that was interrupted
   File file;
   std::int64_t fileSize = 0;
   std::int64_t contentEnd = 0;
@@ -113,7 +115,9 @@ struct RecordLogReader::Parts {
 };
 
 RecordLogReader::Parts::Parts(const Directory& directory, std::uint64_t firstSequence)
-    : file(directory, logFileName, File::Mode::read), nextSequence(firstSequence) {
+    : awaited(readJournal(directory).value_or(AwaitedFiles())),
+      file({directory.descriptor, &awaited}, logFileName, File::Mode::read),
+      nextSequence(firstSequence) {
   const bool isMissing = !file.isOpen() && errno == ENOENT;
   const auto size = file.size();
   if (!size && !isMissing) throwUnreadable(logFileName);

@@ -38,7 +38,16 @@ void Storage::writeRelation(const Table& linking, const Table& referenced,
                             const Directory& directory) {
   const Relation relation{linking.tableName, referenced.tableName, column,
                           referenced.primaryKeyColumn};
-  NewFile file(directory, unfinishedName(relationFileName(relation)));
+  writeRelationTo(unfinishedName(relationFileName(relation)), linking, referenced, column, now,
+                  directory);
+}
+
+void Storage::writeRelationTo(const std::string& fileName, const Table& linking,
+                              const Table& referenced, const std::string& column, std::int64_t now,
+                              const Directory& directory) {
+  const Relation relation{linking.tableName, referenced.tableName, column,
+                          referenced.primaryKeyColumn};
+  NewFile file(directory, fileName);
   RecordWriter names;
   names.text(relation.childTable, nameWidth).text(relation.parentTable, nameWidth);
   names.text(relation.childColumn, nameWidth).text(relation.parentColumn, nameWidth);

@@ -16,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
+#include "../failure.h"
 #include "../webhook.h"
-#include "record_log.h"
 #include "storage.h"
 
 namespace velmora {
@@ -32,7 +32,7 @@ Contents contentsOf(const Directory& directory);
 
 struct SealedState {
   Tables tables;                // without links; an ApexInt column is its table's key
-  std::vector<Relation> links;  // in the order in which they were made
+  std::vector<Relation> links;  // by child, each one's in the order in which they were made
   std::vector<Listener> listeners;
   std::uint64_t nextSequence = 1;  // of the log's first record
   std::int64_t second = 0;         // the latest that a command has run at
@@ -49,7 +49,8 @@ using ReportFault =
 // can be passed over, io, interrupted.
 SealedState loadSealed(const Directory& directory, const ReportFault& report,
                        const Progress& progress);
-// The same for the files that the plain functions have left behind a checkpoint, without manifest.
+// The same for the files that the plain functions have left behind a checkpoint, without manifest;
+// what their start would leave out is a fault, and so are commands in their log.
 SealedState loadPlain(const Directory& directory, const ReportFault& report,
                       const Progress& progress);
 
@@ -58,10 +59,17 @@ struct SealedRest {
   const std::map<std::string, std::set<Listener>, std::less<>>& listeners;
   std::uint64_t nextSequence;
   std::int64_t second;
+  bool areFilesDamaged = false;  // a load has found faults: what is there is not relied on
+};
+// A checkpoint failed and could not be taken back for certain: nothing may be written to the log
+// any more, since it may be the new state that is found.
+struct CheckpointInDoubt : Failure {
+  explicit CheckpointInDoubt(const Failure& failure) : Failure(failure) {}
 };
 // Brings all files up to date and empties the log, all or nothing; also completes an interrupted
 // checkpoint and removes files that the manifest before named and the new one does not. Throws
-// Failure: io or full, interrupted; everything is then as it was.
+// Failure: io or full, interrupted; everything is then as it was, but for CheckpointInDoubt. What
+// fails once the new state counts is done by the next checkpoint, or the next open.
 void saveSealed(Tables& tables, const SealedRest& rest, const Directory& directory,
                 const Progress& progress);
 // Completes a checkpoint that was interrupted, and sweeps what is left over of one that was given
@@ -73,7 +81,8 @@ void copySealed(const Directory& from, std::int64_t logSize, const Directory& to
                 const Progress& progress);
 // Whether the tables can go into plain files alone and come back as they are.
 bool fitsPlainFiles(const Tables& tables);
-// Within a plain checkpoint: takes the manifest and the further files away with it.
-void unseal(Tables& tables, std::int64_t now, const Directory& directory);
+// Brings the files of the plain functions up to date, empties the log, and takes the manifest and
+// the further files away, all or nothing. Throws as saveSealed does.
+void unseal(Tables& tables, const SealedRest& rest, const Directory& directory);
 
 }  // namespace velmora

@@ -11,6 +11,7 @@
 //   velmora.wal   the write-ahead log                             log.cpp
 //   velmora.ckpt  a checkpoint's journal                          checkpoint_journal.cpp
 //   *.checkpoint  while a checkpoint is under way                 checkpoint.cpp
+//   velmora.manifest, <table>.exact, of a database for handles  manifest.cpp, exact_values.cpp
 //   *.spare       what a checkpoint's new files replaced          checkpoint_files.cpp
 //   *.unfinished  what is being made, until it is whole           block_io.cpp
 //
@@ -48,6 +49,10 @@ struct Relation {
   auto operator<=>(const Relation&) const = default;
 };
 
+// What floats that come from a table file are: what their texts of six decimals read as, or the
+// very ones that it has.
+enum class FloatTexts : std::uint8_t { sixDecimals, shortest };
+
 // How far a file of records could be read.
 struct StoredRecords {
   std::int64_t completeSize = 0;  // bytes up to the end of the last record that is one
@@ -84,7 +89,8 @@ class Storage {
   static std::vector<Column> getColumns(File& file, const std::string& fileName);
   // Reads a table from its files; nothing if the file is no table file. Throws as getColumns does.
   static std::optional<Table> loadTable(const std::string& fileName,
-                                        const Directory& directory = {});
+                                        const Directory& directory = {},
+                                        FloatTexts floats = FloatTexts::sixDecimals);
   // The files with extension ".bin", sorted by name.
   static std::vector<std::string> getBinFiles(const Directory& directory = {});
   // The files that a table can have, those of a checkpoint under way included; none for a name that
@@ -99,6 +105,10 @@ class Storage {
   static void writeRelation(const Table& linking, const Table& referenced,
                             const std::string& column, std::int64_t now,
                             const Directory& directory = {});
+  // The same into a file of this name.
+  static void writeRelationTo(const std::string& fileName, const Table& linking,
+                              const Table& referenced, const std::string& column, std::int64_t now,
+                              const Directory& directory);
   // Throws std::runtime_error "Forbidden relation name" for names that would lead elsewhere.
   static std::string relationFileName(const Relation& relation);
   static std::vector<std::string> getRelFiles(const Directory& directory = {});
@@ -113,6 +123,10 @@ class Storage {
   static std::optional<StoredRecords> readListeners(const std::function<void(Listener)>& use,
                                                     const Directory& directory = {});
 
+  // The coming changes of a timed value, for its whole life or one pass; and the records of some.
+  static std::vector<WebhookTask> comingChanges(const std::string& tableName, std::int32_t rowIndex,
+                                                std::string_view column, const TempRule& rule);
+  static std::string webhookRecords(const std::vector<WebhookTask>& tasks);
   // Appends the tasks' records, unfired, and sets their file positions; these stay -1 when the file
   // cannot be written. Throws std::runtime_error "webhooks.bin is full" before a position outgrows
   // 32 bits.

@@ -59,6 +59,7 @@ struct RowSource {
   std::int64_t rowSize;
   CellWidths widths;
   std::int64_t rowLimit;
+  FloatTexts floats;
   bool isCounted = false;  // their number is known: a row is one though the file ends within it
 };
 
@@ -78,7 +79,7 @@ RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64
   const std::int64_t begunRows = hasRows ? lastBegin / rowFile.rowSize + 1 : 0;
   const bool wasCut = wholeRows < begunRows && wholeRows < markCount;
   if (size > 0 && size % wholeSize == 0 && !wasCut) {
-    return {wholeName, 0, wholeSize, CellWidths::whole, wholeRows};
+    return {wholeName, 0, wholeSize, CellWidths::whole, wholeRows, rowFile.floats};
   }
   RowSource source = rowFile;
   source.rowLimit = std::max(markCount, begunRows);
@@ -89,7 +90,7 @@ RowSource shiftedSource(const Table& table, const RowSource& rowFile, std::int64
 // Rows of fixed size, as far as the file has whole ones; whether a checkpoint would write the same
 // bytes for them.
 bool readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* timed, Table& table) {
-  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
+  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths, source.floats);
   const auto rowSize = static_cast<std::size_t>(source.rowSize);
   std::int64_t left = source.rowLimit;
   std::int64_t offset = source.firstOffset;
@@ -111,7 +112,7 @@ bool readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* ti
 // Rows that overlap, as many as there are.
 void readCountedRows(const RowSource& source, BlockReader& reader, TimedReader* timed,
                      Table& table) {
-  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths);
+  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths, source.floats);
   std::int64_t offset = source.firstOffset;
   for (std::int64_t i = 0; i < source.rowLimit; ++i, offset += source.rowSize) {
     if (reader.at(offset, 1).empty()) break;
@@ -292,7 +293,8 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
   return columns;
 }
 
-std::optional<Table> Storage::loadTable(const std::string& fileName, const Directory& directory) {
+std::optional<Table> Storage::loadTable(const std::string& fileName, const Directory& directory,
+                                        FloatTexts floats) {
   File file(directory, fileName, File::Mode::read);
   if (!file.isOpen()) throw std::runtime_error("Failed to open file: " + printable(fileName));
   const std::vector<Column> columns = getColumns(file, fileName);
@@ -301,8 +303,12 @@ std::optional<Table> Storage::loadTable(const std::string& fileName, const Direc
   const std::string tableName = fileName.substr(0, fileName.find('.'));
   Table table(tableName, columns);
   const std::string delName = fileNameOf(tableName, deletionExtension);
-  RowSource source{fileName, headerSize(columns.size()), rowSize(columns), CellWidths::declared,
-                   std::numeric_limits<std::int64_t>::max()};
+  RowSource source{fileName,
+                   headerSize(columns.size()),
+                   rowSize(columns),
+                   CellWidths::declared,
+                   std::numeric_limits<std::int64_t>::max(),
+                   floats};
   if (rowsAreShifted(columns)) {
     source = shiftedSource(table, source, file.size().value_or(0), sizeOf(directory, delName),
                            directory);

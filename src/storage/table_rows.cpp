@@ -72,6 +72,7 @@ char* putDouble(char* out, double value) {
 char* encodeText(char* out, const CellShape& shape, std::string_view text, bool isLive) {
   switch (shape.kind) {
     case ValueKind::integer:
+      if (text == missingValue) return putInt32(out, 0);
       return putInt32(out, converted(isLive, [&] { return parseInt(text); }));
     case ValueKind::real:
       // A value that nobody gave has no number; NaN says so, and comes back as no value.
@@ -166,10 +167,13 @@ bool decodePlain(const char* in, std::size_t stride, const CellShape& shape,
       forEach([&](const char* at, std::size_t i) {
         constexpr std::uint8_t decimals = 6;
         constexpr float missing = std::numeric_limits<float>::quiet_NaN();
+        const bool isShortest = shape.floats == FloatTexts::shortest;
         const float stored = getFloat(at);
-        const float value = std::isnan(stored) ? missing : asRead(stored);
+        const float value = std::isnan(stored) ? missing : isShortest ? stored : asRead(stored);
         values.reals()[i] = value;
-        values.codes[i] = std::isnan(stored) ? missingSpelling : decimals;
+        values.codes[i] = std::isnan(stored) ? missingSpelling
+                          : isShortest       ? shortestSpelling
+                                             : decimals;
         areAsWritten &= haveEqualBits(stored, value);
       });
       break;
@@ -271,6 +275,18 @@ std::int32_t largestMaxStates(const std::vector<Column>& columns) {
   std::int32_t largest = 0;
   for (const Column& column : columns) largest = std::max(largest, column.maxStates);
   return largest;
+}
+
+bool floatsHaveSixDecimals(const Table& table) {
+  for (std::size_t column = 0; column < table.columns.size(); ++column) {
+    if (table.kind(column) != ValueKind::real) continue;
+    for (std::size_t row = 0; row < table.rowCount(); ++row) {
+      const float value =
+          table.values(column).chunk(Rows::chunkOf(row)).reals()[Rows::placeOf(row)];
+      if (!std::isnan(value) && !haveEqualBits(asRead(value), value)) return false;
+    }
+  }
+  return true;
 }
 
 bool rowsAreShifted(const std::vector<Column>& columns) {
@@ -398,12 +414,14 @@ void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<C
   }
 }
 
-std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths) {
+std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths,
+                                FloatTexts floats) {
   std::vector<CellShape> shapes;
   for (const Column& column : columns) {
     CellShape shape;
     shape.kind = valueKind(column.type);
     shape.canBeTimed = column.maxStates >= 1;
+    shape.floats = floats;
     shape.isIdentity = column.type == "ApexInt";
     const std::size_t plain = plainWidth(column, shape.kind, widths);
     shape.timedWidth = timedWidth(plain);

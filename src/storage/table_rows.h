@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "../table.h"
+#include "storage.h"
 #include "timed_file.h"
 
 namespace velmora {
@@ -29,8 +30,10 @@ struct CellShape {
   bool isIdentity = false;
   std::size_t plainWidth = 0;  // bytes of a plain value, without a flag byte
   std::size_t timedWidth = 0;  // bytes of a timed value's slot with its padding
+  FloatTexts floats = FloatTexts::sixDecimals;
 };
-std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths);
+std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths widths,
+                                FloatTexts floats = FloatTexts::sixDecimals);
 
 // The largest states limit of the columns.
 std::int32_t largestMaxStates(const std::vector<Column>& columns);
@@ -41,6 +44,9 @@ bool rowsAreShifted(const std::vector<Column>& columns);
 std::size_t wholeRowSize(const std::vector<Column>& columns);
 // The most bytes that a row of such columns can take by these widths.
 std::size_t longestRow(const std::vector<Column>& columns, CellWidths widths);
+
+// Whether each float of the table is what the text of six decimals reads as.
+bool floatsHaveSixDecimals(const Table& table);
 
 // Where each column's cell begins in a row of whole widths; in a table whose rows are not shifted,
 // so it does in the row file.

@@ -10,6 +10,7 @@
 //       30    15  table name
 //       45    15  column name
 //       60    25  the value the cell takes, cut at 25
+#include <algorithm>
 #include <cerrno>
 #include <limits>
 #include <stdexcept>
@@ -25,14 +26,40 @@ constexpr std::size_t valueWidth = 25;
 constexpr std::size_t recordSize = 85;
 static_assert(recordSize == 1 + 8 + 8 + 4 + 1 + 8 + 2 * nameWidth + valueWidth);
 
-void putTask(RecordWriter& record, const WebhookTask& task) {
-  record.byte(false).int64(task.fireTime).int64(task.startTime).int32(task.rowIndex);
-  record.byte(task.repeat).int64(task.totalDuration);
-  record.text(task.tableName, nameWidth).text(task.column, nameWidth);
-  record.text(task.value, valueWidth);
+}  // namespace
+
+std::vector<WebhookTask> Storage::comingChanges(const std::string& tableName, std::int32_t rowIndex,
+                                                std::string_view column, const TempRule& rule) {
+  const std::size_t stateCount = rule.states.size();
+  std::vector<WebhookTask> tasks(rule.repeat || stateCount == 0 ? stateCount : stateCount - 1);
+  auto fireTime = static_cast<std::uint64_t>(rule.startTime);
+  for (std::size_t i = 0; i < tasks.size(); ++i) {
+    // A state's end is the next one's beginning; sums wrap like two's complement.
+    fireTime += static_cast<std::uint64_t>(rule.states[i].duration);
+    WebhookTask& task = tasks[i];
+    task.fireTime = static_cast<std::int64_t>(fireTime);
+    task.tableName = tableName;
+    task.rowIndex = rowIndex;
+    task.column = column;
+    // Deliberate: the last task of a cycling value carries the last state, not the first.
+    task.value = rule.states[std::min(i + 1, stateCount - 1)].value.view();
+    task.repeat = rule.repeat;
+    task.totalDuration = rule.cycleLength;
+    task.startTime = rule.startTime;
+  }
+  return tasks;
 }
 
-}  // namespace
+std::string Storage::webhookRecords(const std::vector<WebhookTask>& tasks) {
+  RecordWriter records;
+  for (const WebhookTask& task : tasks) {
+    records.byte(false).int64(task.fireTime).int64(task.startTime).int32(task.rowIndex);
+    records.byte(task.repeat).int64(task.totalDuration);
+    records.text(task.tableName, nameWidth).text(task.column, nameWidth);
+    records.text(task.value, valueWidth);
+  }
+  return records.bytes();
+}
 
 void Storage::appendWebhooks(std::vector<WebhookTask>& tasks, AppendFile& file) {
   const auto end = file.end();
@@ -41,9 +68,7 @@ void Storage::appendWebhooks(std::vector<WebhookTask>& tasks, AppendFile& file) 
   if (*end > std::numeric_limits<std::int32_t>::max() - added) {
     throw std::runtime_error("webhooks.bin is full");
   }
-  RecordWriter records;
-  for (const WebhookTask& task : tasks) putTask(records, task);
-  if (!file.append(records.bytes())) return;
+  if (!file.append(webhookRecords(tasks))) return;
   auto position = static_cast<std::int32_t>(*end);
   for (WebhookTask& task : tasks) {
     task.filePosition = position;

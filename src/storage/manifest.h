@@ -1,0 +1,53 @@
+// velmora.manifest: what a checkpoint for handles has left, a text file for people.
+//
+//   velmora manifest 1
+//   sequence N                                of the log's first record
+//   second S                                  the latest that a command has run at
+//   link CHILD.COLUMN --> PARENT.COLUMN       by child, each one's in the order they were made
+//   file NAME SIZE CRC                        by name; the CRC-32C in hexadecimal
+//   end CRC                                   of all that stands before it
+//
+// There is nothing else in it. The log changes behind a checkpoint and is not among the files.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "storage.h"
+
+namespace velmora {
+
+// What tells a file from any other.
+struct Seal {
+  std::int64_t size = 0;
+  std::uint32_t crc = 0;
+  bool operator==(const Seal&) const = default;
+};
+
+struct Manifest {
+  std::uint64_t nextSequence = 1;
+  std::int64_t second = 0;
+  std::vector<Relation> links;
+  std::map<std::string, Seal, std::less<>> files;
+};
+
+std::string manifestText(const Manifest& manifest);
+// What the lines say that can be read. Where the text is not what was written, fault(offset) is
+// called.
+Manifest parseManifest(std::string_view text,
+                       const std::function<void(std::int64_t offset)>& fault);
+
+// Called with the number of bytes that have been read.
+using CountBytes = std::function<void(std::size_t count)>;
+// The file's seal; nothing when there is none. Throws std::runtime_error "Failed to read file:
+// NAME", and NotRegularFile.
+std::optional<Seal> sealOf(
+    const Directory& directory, const std::string& name,
+    const CountBytes& count = [](std::size_t) {});
+
+}  // namespace velmora

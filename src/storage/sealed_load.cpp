@@ -1,0 +1,210 @@
+// See sealed.h: the load. First every file is held against its seal, then they are read one by one;
+// what the seals do not show to be right is written anew by the next checkpoint.
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "../text.h"
+#include "exact_values.h"
+#include "found_files.h"
+#include "manifest.h"
+#include "sealed.h"
+
+namespace velmora {
+namespace {
+
+// What fails here is the system's refusal, or what bears a file's name and is none.
+template <typename Load>
+SealedState asLoad(Load load) {
+  try {
+    return load();
+  } catch (const Failure&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw Failure(Code::io, error.what()).because(errno);
+  }
+}
+
+class Loader {
+ public:
+  Loader(const Directory& directory, const ReportFault& report, const Progress& progress)
+      : awaited_(Storage::awaitedFiles(directory)),
+        directory_{directory.descriptor, &awaited_},
+        report_(report),
+        progress_(progress) {}
+
+  SealedState loadSealed() {
+    readManifest();
+    for (const auto& [name, seal] : manifest_.files) {
+      // Once to be held against its seal, and once to be loaded.
+      total_ += 2 * static_cast<std::uint64_t>(seal.size);
+    }
+    for (const auto& [name, seal] : manifest_.files) check(name, seal);
+    for (const auto& [name, seal] : manifest_.files) {
+      if (name.ends_with(tableExtension) && !isListOfRecords(name)) loadTable(name);
+    }
+    if (manifest_.files.contains(listenersFileName)) loadListeners();
+    state_.links = std::move(manifest_.links);
+    state_.nextSequence = manifest_.nextSequence;
+    state_.second = manifest_.second;
+    return std::move(state_);
+  }
+
+  SealedState loadPlain() {
+    const std::vector<RelationFile> relations = relationFiles(directory_);
+    std::vector<std::string> files = tableFiles(directory_);
+    for (const std::string& name : files) {
+      total_ += static_cast<std::uint64_t>(sizeOf(directory_, name));
+    }
+    for (const std::string& name : files) {
+      if (!loadTable(name) && wasTable(name, relations, directory_)) {
+        report_(name, 0, "the file has no table header");
+      }
+    }
+    for (const RelationFile& file : relations) state_.links.push_back(file.relation);
+    if (identityOf(directory_, listenersFileName)) loadListeners();
+    if (sizeOf(directory_, logFileName) > 0) {
+      report_(logFileName, 0, "the log holds commands of the plain functions");
+    }
+    return std::move(state_);
+  }
+
+ private:
+  static bool isListOfRecords(std::string_view name) {
+    return name == listenersFileName || name == webhooksFileName;
+  }
+
+  void readManifest() {
+    const auto text = readFile(directory_, manifestFileName);
+    if (!text) throw Failure(Code::corrupt, std::string("There is no ") + manifestFileName);
+    manifest_ = parseManifest(*text, [&](std::int64_t offset) {
+      report_(manifestFileName, offset, "the manifest is not what was written");
+    });
+  }
+
+  void advance(std::uint64_t count) {
+    done_ += count;
+    if (progress_ && !progress_(std::min(done_, total_), total_)) {
+      throw Failure(Code::interrupted, "Interrupted");
+    }
+  }
+
+  // Holds a file against its seal.
+  void check(const std::string& name, const Seal& expected) {
+    const auto fault = [&](std::int64_t offset, const std::string& meaning) {
+      report_(name, offset, meaning);
+      damaged_.insert(name.substr(0, name.rfind('.')));
+    };
+    std::optional<Seal> found;
+    try {
+      found = sealOf(directory_, name, [&](std::size_t count) { advance(count); });
+    } catch (const NotRegularFile& error) {
+      fault(-1, error.what());
+      return;
+    }
+    if (!found) {
+      fault(-1, "the file is missing");
+    } else if (found->size != expected.size) {
+      fault(std::min(found->size, expected.size), "the file has " + std::to_string(found->size) +
+                                                      " bytes instead of " +
+                                                      std::to_string(expected.size));
+    } else if (found->crc != expected.crc) {
+      fault(-1, "the file's checksum is wrong");
+    }
+  }
+
+  // False for a file without a table's header.
+  bool loadTable(const std::string& fileName) {
+    bool isTable = true;
+    try {
+      auto table = Storage::loadTable(fileName, directory_, FloatTexts::shortest);
+      isTable = table.has_value();
+      if (table) complete(*table);
+      if (table) state_.tables.insert_or_assign(table->tableName, std::move(*table));
+    } catch (const std::runtime_error& error) {
+      report_(fileName, -1, error.what());
+    }
+    advance(static_cast<std::uint64_t>(sizeOf(directory_, fileName)));
+    return isTable;
+  }
+
+  // What the table file alone does not give.
+  void complete(Table& table) {
+    const bool isClean = !table.isDirty();
+    const bool isSealed = !manifest_.files.empty();
+    const std::string exactName = fileNameOf(table.tableName, exactExtension);
+    bool isDamaged = damaged_.contains(table.tableName);
+    const auto attempt = [&](const std::string& name, auto step) {
+      try {
+        step();
+      } catch (const std::bad_alloc&) {
+        throw;
+      } catch (const std::exception& error) {
+        report_(name, -1, error.what());
+        isDamaged = true;
+      }
+    };
+    if (manifest_.files.contains(exactName)) {
+      attempt(exactName, [&] { readExactValues(table, directory_); });
+    }
+    const auto identity = std::find_if(table.columns.begin(), table.columns.end(),
+                                       [](const Column& each) { return each.type == "ApexInt"; });
+    if (identity != table.columns.end()) {
+      const std::string column = identity->name;
+      bool hasKeys = false;
+      attempt(fileNameOf(table.tableName, tableExtension), [&] {
+        table.setUpPrimaryKeyMap(column, manifest_.second, KeyRule::liveFirstTimedLast);
+        hasKeys = true;
+      });
+      if (!hasKeys) table.dropPrimaryKey();
+    }
+    if (isDamaged) {
+      table.markAllDirty();
+    } else if (isClean || isSealed) {
+      table.markClean();
+    }
+  }
+
+  void loadListeners() {
+    const auto read = Storage::readListeners(
+        [&](Listener listener) { state_.listeners.push_back(std::move(listener)); }, directory_);
+    if (read && read->hasTornTail()) {
+      report_(listenersFileName, read->completeSize, "the last record is not whole");
+    }
+  }
+
+  AwaitedFiles awaited_;
+  Directory directory_;
+  const ReportFault& report_;
+  const Progress& progress_;
+  Manifest manifest_;
+  std::set<std::string, std::less<>> damaged_;  // names without extensions
+  SealedState state_;
+  std::uint64_t done_ = 0;
+  std::uint64_t total_ = 0;
+};
+
+}  // namespace
+
+Contents contentsOf(const Directory& directory) {
+  const AwaitedFiles awaited = Storage::awaitedFiles(directory);
+  const Directory reading{directory.descriptor, &awaited};
+  if (File(reading, manifestFileName, File::Mode::read).isOpen()) return Contents::sealed;
+  for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
+    if (File(reading, name, File::Mode::read).isOpen()) return Contents::plain;
+  }
+  const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
+  return hasFiles ? Contents::plain : Contents::nothing;
+}
+
+SealedState loadSealed(const Directory& directory, const ReportFault& report,
+                       const Progress& progress) {
+  return asLoad([&] { return Loader(directory, report, progress).loadSealed(); });
+}
+
+SealedState loadPlain(const Directory& directory, const ReportFault& report,
+                      const Progress& progress) {
+  return asLoad([&] { return Loader(directory, report, progress).loadPlain(); });
+}
+
+}  // namespace velmora
