@@ -48,6 +48,18 @@ constexpr std::pair<const char*, const char*> fuzzedFiles[] = {
     {"marker", "velmora.ckpt"},
 };
 
+// Commands of the strict language; see strict_fuzzer.cpp.
+constexpr const char* strictCommands[] = {
+    "INSERT INTO t a = 'it''s' --> ? @ 5 mo c b = (-1.5E+10) c = NULL #TIME# ?",
+    "UPDATE t SET a=?b=?-->true@?s WHERE a IS NOT NULL && t.b >= 7 || c != \"x\" #TIME# 17",
+    "CREATE TABLE t id ApexInt s string(30) 3 l long d double f float b bool 2 i int",
+    "SELECT a, COUNT(*), t.b FROM t JOIN u ON t.a = u.b WHERE a < ? GROUP BY a ORDER BY MAX(b) "
+    "DESC, a LIMIT?OFFSET?AT?",
+    "LISTEN t.INSERT --> 'x' WHERE a IS NULL",
+    "UNLINK a.b --> c.d",
+    "SHOW SCHEDULE FROM t UNTIL ?",
+};
+
 // A checkpoint's marker, which no finished checkpoint leaves.
 constexpr const char* marker = "lamps.del\nlamps.bin\nlamps.tmp\nlog 1 0\nend\n";
 
@@ -96,6 +108,10 @@ int main(int argc, char** argv) {
   write(root / "sequence" / "restarts.txt", std::string(sampleCommands) + "!kill\n" +
                                                 furtherCommands + "!clock 40\n!stop\n" +
                                                 furtherCommands);
+  count = 0;
+  for (const char* const command : strictCommands) {
+    write(root / "strict" / (std::to_string(++count) + ".txt"), std::string("0") + command);
+  }
   const Files sample = sampleFiles();
   for (const auto& [fuzzer, file] : fuzzedFiles) {
     const auto found = sample.find(file);

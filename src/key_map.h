@@ -39,6 +39,7 @@ class SortedBlocks {
     std::size_t entry = 0;
   };
   Place end() const noexcept { return {blocks_.size(), 0}; }
+  bool isEmpty() const noexcept { return blocks_.empty(); }
 
   // Where the key is, or belongs: the first entry not less than it.
   Place placeOf(View key) const noexcept {
@@ -158,6 +159,14 @@ class NumberKeys {
     if (isOther || !run_.take(key, row)) others_.assign(key, row);
   }
 
+  // Adds the key and returns noRow, or returns the row that it names already.
+  std::int32_t findOrAdd(std::int64_t key, std::int32_t row) {
+    if (others_.isEmpty() && run_.extend(key, row)) return KeyRun::noRow;
+    const std::int32_t holder = rowOf(key);
+    if (holder == KeyRun::noRow) assign(key, row);
+    return holder;
+  }
+
   // Forgets the key. Only in the middle of the run can that fail.
   void erase(std::int64_t key) {
     run_.dropIfLast(key);
@@ -203,9 +212,7 @@ class PrimaryKeyMap {
   std::int32_t findOrAdd(std::string_view key, std::int32_t row);
   // The same for a map of integers.
   std::int32_t findOrAddNumber(std::int32_t key, std::int32_t row) {
-    const std::int32_t holder = numbers_.rowOf(key);
-    if (holder == noRow) numbers_.assign(key, row);
-    return holder;
+    return numbers_.findOrAdd(key, row);
   }
   // Adds the key, or makes it name another row.
   void assign(std::string_view key, std::int32_t row);

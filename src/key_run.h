@@ -21,14 +21,18 @@ class KeyRun {
   std::int32_t rowOf(std::int64_t key) const noexcept { return holds(key) ? rowAt(key) : noRow; }
 
   // Goes on with the key if both it and the row are the next; an empty run begins anywhere.
-  // Returns whether the key names the row now.
-  bool take(std::int64_t key, std::int32_t row) noexcept {
+  bool extend(std::int64_t key, std::int32_t row) noexcept {
     if (count_ == 0) {
       firstKey_ = key;
       firstRow_ = row;
     }
-    if (key == firstKey_ + count_ && row == firstRow_ + count_) ++count_;
-    return rowOf(key) == row;
+    const bool isNext = key == firstKey_ + count_ && row == firstRow_ + count_;
+    if (isNext) ++count_;
+    return isNext;
+  }
+  // The same; returns whether the key names the row now.
+  bool take(std::int64_t key, std::int32_t row) noexcept {
+    return extend(key, row) || rowOf(key) == row;
   }
   void dropIfLast(std::int64_t key) noexcept {
     if (holds(key) && key == firstKey_ + count_ - 1) --count_;

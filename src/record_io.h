@@ -15,17 +15,24 @@ namespace velmora {
 // The width of names in every file: table names, column names, type names.
 inline constexpr std::size_t nameWidth = 15;
 
-inline char* putInt32(char* out, std::int32_t value) noexcept {
-  const auto bits = static_cast<std::uint32_t>(value);
-  for (unsigned i = 0; i < 4; ++i) out[i] = static_cast<char>(bits >> (8 * i));
-  return out + 4;
+// A number with its bytes as files have them, or back.
+template <typename Number>
+Number inFileOrder(Number number) noexcept {
+  if constexpr (std::endian::native != std::endian::little) {
+    auto* const bytes = reinterpret_cast<char*>(&number);
+    std::reverse(bytes, bytes + sizeof number);
+  }
+  return number;
 }
 
-inline char* putInt64(char* out, std::int64_t value) noexcept {
-  const auto bits = static_cast<std::uint64_t>(value);
-  for (unsigned i = 0; i < 8; ++i) out[i] = static_cast<char>(bits >> (8 * i));
-  return out + 8;
+template <typename Number>
+char* putNumber(char* out, Number number) noexcept {
+  const Number ordered = inFileOrder(number);
+  std::memcpy(out, &ordered, sizeof ordered);
+  return out + sizeof ordered;
 }
+inline char* putInt32(char* out, std::int32_t value) noexcept { return putNumber(out, value); }
+inline char* putInt64(char* out, std::int64_t value) noexcept { return putNumber(out, value); }
 
 // At most `width` bytes of the text, padded with zero bytes to that width.
 inline char* putText(char* out, std::string_view text, std::size_t width) noexcept {
@@ -35,21 +42,14 @@ inline char* putText(char* out, std::string_view text, std::size_t width) noexce
   return out + width;
 }
 
-inline std::int32_t getInt32(const char* in) noexcept {
-  std::uint32_t bits = 0;
-  for (unsigned i = 0; i < 4; ++i) {
-    bits |= static_cast<std::uint32_t>(static_cast<unsigned char>(in[i])) << (8 * i);
-  }
-  return static_cast<std::int32_t>(bits);
+template <typename Number>
+Number getNumber(const char* in) noexcept {
+  Number ordered;
+  std::memcpy(&ordered, in, sizeof ordered);
+  return inFileOrder(ordered);
 }
-
-inline std::int64_t getInt64(const char* in) noexcept {
-  std::uint64_t bits = 0;
-  for (unsigned i = 0; i < 8; ++i) {
-    bits |= static_cast<std::uint64_t>(static_cast<unsigned char>(in[i])) << (8 * i);
-  }
-  return static_cast<std::int64_t>(bits);
-}
+inline std::int32_t getInt32(const char* in) noexcept { return getNumber<std::int32_t>(in); }
+inline std::int64_t getInt64(const char* in) noexcept { return getNumber<std::int64_t>(in); }
 
 // The text of a padded field: up to its first zero byte.
 inline std::string_view getText(const char* in, std::size_t width) noexcept {
@@ -68,9 +68,10 @@ inline std::string_view getText(const char* in, std::size_t width) noexcept {
 
 // Whether the bytes are what a file has where nothing was ever written.
 inline bool isAllZero(std::string_view bytes) noexcept {
-  // Each byte is compared with the one before.
-  return bytes.empty() || (bytes.front() == '\0' &&
-                           std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
+  std::int64_t found = 0;
+  for (; bytes.size() >= 8; bytes.remove_prefix(8)) found |= getInt64(bytes.data());
+  for (const char byte : bytes) found |= byte;
+  return found == 0;
 }
 
 // Whether the field of a text holds nothing behind it.

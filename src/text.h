@@ -11,14 +11,24 @@
 #include <string>
 #include <string_view>
 
+#include "record_io.h"
+
 namespace velmora {
 
 class Text {
  public:
+  static constexpr std::size_t inlineCapacity = 15;
+
   Text() noexcept { setEmpty(); }
   // Throws std::length_error when the text is longer than 4 GiB, std::bad_alloc when memory is out.
   explicit Text(std::string_view text) { construct(text); }
-  Text(const Text& other) { construct(other.view()); }
+  Text(const Text& other) {
+    if (other.isOnHeap()) {
+      constructOnHeap(other.view());
+    } else {
+      std::memcpy(bytes_, other.bytes_, sizeof bytes_);
+    }
+  }
   Text(Text&& other) noexcept {
     std::memcpy(bytes_, other.bytes_, sizeof bytes_);
     other.setEmpty();
@@ -44,6 +54,31 @@ class Text {
   }
   operator std::string_view() const noexcept { return view(); }  // NOLINT
 
+  // Becomes the first `size` bytes, 15 at the most, of a field that has 16 or more: whole words are
+  // copied faster than so many bytes, and read back at once.
+  void takeField(const char* field, std::size_t size) noexcept {
+    auto low = static_cast<std::uint64_t>(getInt64(field));
+    auto high = static_cast<std::uint64_t>(getInt64(field + 8));
+    if (size < 8) low &= (std::uint64_t{1} << 8 * size) - 1;
+    high &= size < 8 ? 0 : (std::uint64_t{1} << 8 * (size - 8)) - 1;
+    release();
+    putInt64(bytes_, static_cast<std::int64_t>(low));
+    putInt64(bytes_ + 8, static_cast<std::int64_t>(high | std::uint64_t{size} << 56));
+  }
+
+  // Puts the bytes there, at most so many, and zeros behind them up to that width, which is 15 or
+  // more. A width known here takes a few wide stores.
+  void putPadded(char* out, std::size_t width) const noexcept {
+    if (isOnHeap()) {
+      const std::size_t size = heapSize() < width ? heapSize() : width;
+      std::memcpy(out, heapBytes(), size);
+      std::memset(out + size, 0, width - size);
+    } else {
+      std::memcpy(out, bytes_, inlineCapacity);
+      std::memset(out + inlineCapacity, 0, width - inlineCapacity);
+    }
+  }
+
   friend bool operator==(const Text& a, std::string_view b) noexcept { return a.view() == b; }
   friend bool operator==(const Text& a, const Text& b) noexcept {
     return a.isOnHeap() ? a.view() == b.view()
@@ -60,7 +95,6 @@ class Text {
   }
 
  private:
-  static constexpr std::size_t inlineCapacity = 15;
   static constexpr std::size_t lengthByte = 15;
   static constexpr char onHeap = 16;
 

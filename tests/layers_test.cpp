@@ -71,11 +71,11 @@ std::vector<fs::path> includesOf(const fs::path& source) {
   return includes;
 }
 
-// Records, storage, strict language, queries, database, parser, start-up, front ends: each builds
-// on those before it.
+// Records, strict language, storage, queries, database, parser, start-up and engine, front ends:
+// each builds on those before it.
 int layerOf(const fs::path& source) {
   static constexpr std::array<std::string_view, 6> rooms = {
-      "src/storage/", "src/strict/", "src/query/", "src/database/", "src/parser/", "src/engine/"};
+      "src/strict/", "src/storage/", "src/query/", "src/database/", "src/parser/", "src/engine/"};
   static const std::set<std::string> frontEnds = {"src/velmora.cpp", "src/handles.h",
                                                   "src/handles.cpp", "src/results.cpp",
                                                   "src/main.cpp",    "include/velmora/velmora.h"};

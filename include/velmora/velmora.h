@@ -285,15 +285,17 @@ typedef struct velmora_command {
 
 /*
  * Runs commands as one transaction: all of them or none. The result is that of the last one. None
- * may begin or end a transaction, and none may be open on the thread: VELMORA_TRANSACTION. A
- * failure is that of one command, and its offset is in that command's text.
+ * may begin or end a transaction, be CHECKPOINT or VACUUM: VELMORA_TRANSACTION. Where the thread's
+ * transaction is open they become part of it, all or none. A failure is that of one command, and
+ * its offset is in that command's text.
  */
 int velmora_run_batch(velmora_db* db, const velmora_command* commands, size_t count,
                       velmora_result** result, velmora_error** error);
 
 /*
- * Writes all that has changed to the table files and empties the log. Others work on meanwhile as
- * far as they only read. A checkpoint that fails has changed nothing that counts.
+ * Writes all that has changed to the table files and empties the log. Other threads' commands wait
+ * meanwhile. A checkpoint that fails has changed nothing that counts. VELMORA_TRANSACTION: the
+ * thread's transaction is open.
  */
 int velmora_checkpoint(velmora_db* db, velmora_error** error);
 

@@ -138,7 +138,8 @@ struct Pair {
 };
 
 // The right rows by the code of their key, in buckets: one for each code where these are numbers
-// that lie close together, else by a hash. Rows of one bucket are chained in ascending order.
+// that lie close together, else by a hash. Rows of one bucket are chained in ascending order. Where
+// such numbers are all different, as keys are, the buckets hold the rows themselves.
 class PartnerIndex {
  public:
   PartnerIndex(KeyColumn& keys, const std::vector<std::int32_t>& rows, std::size_t leftRowCount)
@@ -158,14 +159,20 @@ class PartnerIndex {
       first_ = static_cast<std::uint32_t>(least);
       lastBucket_ = span;
     } else {
+      holdRows_ = false;
       shift_ = 32 - bucketBits(rows.size());
       lastBucket_ = (std::size_t{1} << (32 - shift_)) - 1;
     }
     buckets_.resize(lastBucket_ + 1, none);
     for (std::size_t i = rows.size(); i-- > 0;) {
       std::uint32_t& bucket = buckets_[bucketOf(entries_[i].code)];
+      holdRows_ = holdRows_ && bucket == none;
       entries_[i].next = bucket;
       bucket = static_cast<std::uint32_t>(i);
+    }
+    for (std::uint32_t& bucket : buckets_) {
+      if (!holdRows_) break;
+      if (bucket != none) bucket = static_cast<std::uint32_t>(entries_[bucket].row);
     }
   }
 
@@ -188,6 +195,11 @@ class PartnerIndex {
       heads[count] = buckets_[bucketOf(keys[i].code)];
       count += heads[count] != none ? 1 : 0;
     }
+    for (std::size_t i = 0; i < count && holdRows_; ++i) {
+      if (!keys[found[i]].isNumber) continue;
+      pairs.push_back({leftRows[found[i]], static_cast<std::int32_t>(heads[i])});
+    }
+    if (holdRows_) return emit(pairs);
     for (std::size_t i = 0; i < count; ++i) __builtin_prefetch(&entries_[heads[i]]);
     for (std::size_t i = 0; i < count; ++i) {
       const std::int32_t leftRow = leftRows[found[i]];
@@ -237,6 +249,7 @@ class PartnerIndex {
   const KeyColumn& keys_;
   std::vector<Entry> entries_;
   bool areNumbers_ = true;
+  bool holdRows_ = true;
   int shift_ = 0;  // of the hash; 0 where each code has a bucket
   std::uint32_t first_ = 0;
   std::size_t lastBucket_ = 0;
@@ -338,28 +351,30 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   }
   result.rows.begin(result.columns, std::move(spare));
   result.rows.expectRows(leftRows.size());
-  const auto addRows = [&](std::vector<Pair>& pairs) {
-    for (const Pair& pair : pairs) {
-      for (const Output& output : outputs) {
-        output.reader.prefetch(output.rowOf(pair));
-      }
+  // Some pairs' values are asked for while the pairs before them are printed.
+  std::vector<Pair> coming;
+  const auto addRows = [&](std::vector<Pair>& found) {
+    for (const Pair& pair : found) {
+      for (const Output& output : outputs) output.reader.prefetch(output.rowOf(pair));
     }
-    for (const Pair& pair : pairs) {
+    for (const Pair& pair : coming) {
       for (Output& output : outputs) {
         const std::size_t row = output.rowOf(pair);
         atPlace(*output.table, output.column, row, [&] { output.reader.print(row, result.rows); });
       }
     }
     constexpr auto mostRows = std::numeric_limits<std::int32_t>::max();
-    const auto count = static_cast<std::int32_t>(pairs.size());
+    const auto count = static_cast<std::int32_t>(coming.size());
     if (result.rowsAffected > mostRows - count) throw std::runtime_error("Result is too large");
     result.rowsAffected += count;
-    pairs.clear();
+    coming.clear();
+    coming.swap(found);
   };
   std::vector<Pair> pairs;
   for (auto rows = leftRows.next(); !rows.empty(); rows = leftRows.next()) {
     partners.findPairs(leftKeys, rows, pairs, addRows);
   }
+  addRows(pairs);
   return result;
 }
 

@@ -164,11 +164,19 @@ void Engine::interrupt() noexcept {
 
 void Engine::close() noexcept { parts_->close(); }
 
-void Engine::Parts::requireWritable() const {
-  if (options.isReadOnly) throw Failure(Code::readOnly, "The database is open to be read only");
+// What was answered with a failure must not be shown.
+void Engine::Parts::requireSure() const {
   if (isBroken) {
     throw Failure(Code::internal, "A change could not be taken back: open the database again");
   }
+  if (isUnsure) {
+    throw Failure(Code::io, "The log could not be synced: open the database again");
+  }
+}
+
+void Engine::Parts::requireWritable() const {
+  requireSure();
+  if (options.isReadOnly) throw Failure(Code::readOnly, "The database is open to be read only");
   if (log->hasFailed()) {
     throw Failure(Code::io, "The log could not be written: open the database again");
   }
@@ -177,6 +185,7 @@ void Engine::Parts::requireWritable() const {
 void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer) {
   const Interrupt interrupt(interrupts);
   const ReaderVisit visit(gate, interrupt);
+  requireSure();
   const QueryContext context{values, second(), interrupt};
   const auto* const select = std::get_if<strict::Select>(&prepared.statement.command);
   if (select == nullptr) {
@@ -234,7 +243,13 @@ void Engine::Parts::undoTo(std::size_t changeCount, std::int64_t now) {
 }
 
 void Engine::Parts::syncIfAlways(std::int64_t end) {
-  if (end > 0 && options.durability == Durability::always) log->syncTo(end);
+  if (end == 0 || options.durability != Durability::always) return;
+  try {
+    log->syncTo(end);
+  } catch (...) {
+    isUnsure = true;
+    throw;
+  }
 }
 
 void Engine::Parts::beginTransaction() {

@@ -121,6 +121,7 @@ void Engine::Parts::open(const std::string& path) {
     faults.add(file, offset, meaning);
     tell(LogLevel::error, "'" + printable(file) + "': " + meaning);
   };
+  const std::int64_t now = options.callbacks.clock ? options.callbacks.clock() : clock::now();
   OpenedLog opened;
   switch (contentsOf(database->directory)) {
     case Contents::nothing:
@@ -140,7 +141,7 @@ void Engine::Parts::open(const std::string& path) {
           [this](std::string_view step, std::uint64_t done, std::uint64_t total) {
             return goOn(step, done, total);
           },
-          clock::now());
+          now);
       break;
   }
   if (!faults.isEmpty() && !options.mayRepair) throw Failure(Code::corrupt, faults.text());

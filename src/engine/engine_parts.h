@@ -46,6 +46,8 @@ struct Engine::Parts {
   std::uint64_t catalogueVersion = 1;
   std::vector<LoggedCommand> transaction;  // what the open one has changed
   bool isBroken = false;                   // something could not be taken back
+  // A change has been made and could not be put on the disk.
+  std::atomic<bool> isUnsure = false;
   // The latest second that a command has run at; and where the clock went back to from there, for
   // the log callback, which is called when no lock is held.
   std::atomic<std::int64_t> lastSecond = 0;
@@ -73,6 +75,7 @@ struct Engine::Parts {
   void tellOfClock();
 
   // commands (engine.cpp)
+  void requireSure() const;
   void requireWritable() const;
   void read(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer);
   void change(const strict::Statement& statement, std::span<const Value> values, Answer& answer);

@@ -138,7 +138,7 @@ Value fitValue(const Value& value, const Target& target) {
 // The seconds that a state's amount and unit are.
 std::int64_t secondsOf(const strict::State& state, const RunContext& context,
                        const Target& target) {
-  constexpr std::int64_t most = std::int64_t{1} << 40;
+  constexpr std::int64_t most = strict::longestState;
   const Value& amount = valueOf(state.amount, context.values);
   const auto* const number = std::get_if<std::int64_t>(&amount);
   if (number == nullptr || *number < 1 || *number > most / state.unitSeconds) {

@@ -2,6 +2,7 @@
 #include "block_io.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "../text.h"
 #include "file_names.h"
@@ -34,8 +35,16 @@ NewFile::NewFile(const Directory& directory, const std::string& fileName, File::
 }
 
 void NewFile::makeRoom(std::size_t count) {
-  flush();
-  if (buffer_.size() < count) buffer_.resize(std::max(count, blockSize));
+  const auto block = static_cast<std::int64_t>(blockSize);
+  const std::int64_t whole = position() / block * block - start_;
+  if (whole > 0) {
+    const char* const rest = buffer_.data() + whole;
+    writeThrough({buffer_.data(), static_cast<std::size_t>(whole)});
+    used_ -= static_cast<std::size_t>(whole);
+    std::memmove(buffer_.data(), rest, used_);
+  }
+  const std::size_t wanted = std::max(used_ + count, blockSize + pieceSize);
+  if (buffer_.size() < wanted) buffer_.resize(wanted);
 }
 
 void NewFile::write(std::string_view bytes) {

@@ -91,7 +91,7 @@ void writeFittingRows(const Table& table, TimedValues& timed, const Directory& d
   file.write(Storage::tableFileHeader(table));
   const std::size_t longest = longestRow(table.columns, CellWidths::written);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
-  const std::size_t mostRows = std::max<std::size_t>(1, NewFile::blockSize / longest);
+  const std::size_t mostRows = std::max<std::size_t>(1, NewFile::pieceSize / longest);
   for (std::size_t i = 0; i < table.rowCount();) {
     const std::size_t count = std::min(mostRows, encodedTogether(table, i));
     const auto slots = timed.slotsOf(i);

@@ -142,11 +142,15 @@ bool readMarks(const Directory& directory, const std::string& fileName, Table& t
   if (!file.isOpen() && errno == ENOENT) return false;
   BlockReader reader(file);
   bool areAsWritten = file.size() == static_cast<std::int64_t>(table.rowCount());
-  for (std::size_t i = 0; i < table.rowCount(); ++i) {
-    const std::string_view mark = reader.at(static_cast<std::int64_t>(i), 1);
-    if (mark.empty()) return false;  // the rows behind the last mark are live
-    if (mark.front() != '\0') table.setDeleted(i, true);
-    areAsWritten = areAsWritten && static_cast<unsigned char>(mark.front()) <= 1;
+  for (std::size_t first = 0; first < table.rowCount(); first += Rows::chunkRows) {
+    const std::size_t count = std::min(Rows::chunkRows, table.rowCount() - first);
+    const std::string_view marks = reader.at(static_cast<std::int64_t>(first), count);
+    const bool hasMarks = !isAllZero(marks);
+    for (std::size_t i = 0; hasMarks && i < marks.size(); ++i) {
+      if (marks[i] != '\0') table.setDeleted(first + i, true);
+      areAsWritten = areAsWritten && static_cast<unsigned char>(marks[i]) <= 1;
+    }
+    if (marks.size() < count) return false;  // the rows behind the last mark are live
   }
   return areAsWritten;
 }

@@ -94,30 +94,36 @@ char* encodeText(char* out, const CellShape& shape, std::string_view text, bool 
   return putText(out, text, stringWidth);
 }
 
-// A value that the column's arrays tell.
-char* encodePlain(char* out, const CellShape& shape, const ColumnValues::Chunk& values,
-                  std::size_t place) {
+// A column's plain values of some rows, each so many bytes behind the one before.
+void encodePlain(char* out, std::size_t stride, const CellShape& shape,
+                 const ColumnValues::Chunk& values, std::size_t place, std::size_t count) {
+  const auto forEach = [&](auto encode) {
+    for (std::size_t i = 0; i < count; ++i) encode(out + i * stride, place + i);
+  };
   switch (shape.kind) {
     case ValueKind::integer:
-      return putInt32(out, values.numbers()[place]);
+      forEach([&](char* at, std::size_t i) { putInt32(at, values.numbers()[i]); });
+      break;
     case ValueKind::real:
-      return putFloat(out, values.reals()[place]);
+      forEach([&](char* at, std::size_t i) { putFloat(at, values.reals()[i]); });
+      break;
     case ValueKind::boolean:
-      *out++ = values.codes[place] == static_cast<std::uint8_t>(BoolCode::isTrue) ? '\1' : '\0';
-      return out;
+      forEach([&](char* at, std::size_t i) {
+        *at = values.codes[i] == static_cast<std::uint8_t>(BoolCode::isTrue) ? '\1' : '\0';
+        std::fill_n(at + 1, shape.plainWidth - 1, '\0');
+      });
+      break;
     case ValueKind::longInteger:
-      return putInt64(out, values.longs()[place]);
+      forEach([&](char* at, std::size_t i) { putInt64(at, values.longs()[i]); });
+      break;
     case ValueKind::doubleReal:
-      return putDouble(out, values.doubles()[place]);
+      forEach([&](char* at, std::size_t i) { putDouble(at, values.doubles()[i]); });
+      break;
     case ValueKind::text:
     case ValueKind::unknown:
+      forEach([&](char* at, std::size_t i) { values.texts()[i].putPadded(at, stringWidth); });
       break;
   }
-  // A width known here is filled with a few wide stores.
-  std::memset(out, 0, stringWidth);
-  const std::string_view text = values.texts()[place];
-  std::memcpy(out, text.data(), std::min(text.size(), stringWidth));
-  return out + stringWidth;
 }
 
 char* encodeOdd(char* out, const CellShape& shape, const Table& table, std::size_t row,
@@ -127,19 +133,6 @@ char* encodeOdd(char* out, const CellShape& shape, const Table& table, std::size
   const std::string_view text = table.text(row, column, 0, room);
   return atPlace(table, column, row,
                  [&] { return encodeText(out, shape, text, table.isLive(row)); });
-}
-
-// The column's cells of some rows that have no odd ones, each so many bytes behind the one before.
-void encodeColumn(char* out, const CellShape& shape, const ColumnValues& values,
-                  std::size_t firstRow, std::size_t count, std::size_t rowSize) {
-  const ColumnValues::Chunk chunk = values.chunk(Rows::chunkOf(firstRow));
-  const std::size_t place = Rows::placeOf(firstRow);
-  for (std::size_t i = 0; i < count; ++i, out += rowSize) {
-    char* value = out;
-    if (shape.canBeTimed) *value++ = '\0';
-    char* const end = encodePlain(value, shape, chunk, place + i);
-    std::memset(end, 0, static_cast<std::size_t>(value + shape.plainWidth - end));
-  }
 }
 
 // The float that the text of a stored one is read as, which has six decimals: below 16 floats lie
@@ -203,7 +196,11 @@ bool decodePlain(const char* in, std::size_t stride, const CellShape& shape,
     case ValueKind::unknown:
       forEach([&](const char* at, std::size_t i) {
         const std::string_view text = getText(at, shape.plainWidth);
-        values.texts()[i] = Text(text);
+        if (text.size() <= Text::inlineCapacity && shape.plainWidth > Text::inlineCapacity) {
+          values.texts()[i].takeField(at, text.size());
+        } else {
+          values.texts()[i] = Text(text);
+        }
         values.codes[i] = values.texts()[i].fingerprint();
         areAsWritten &= isAllZero({at + text.size(), shape.plainWidth - text.size()});
       });
@@ -322,13 +319,15 @@ char* encodeRows(char* out, const Table& table, std::size_t firstRow, std::size_
                  std::span<const CellShape> shapes, std::span<const std::int32_t> slots) {
   if (count > 1) {
     std::size_t rowSize = 0;
-    for (const CellShape& shape : shapes) rowSize += shape.plainWidth + (shape.canBeTimed ? 1 : 0);
-    std::size_t offset = 0;
+    for (const CellShape& shape : shapes) rowSize += cellSize({}, shape);
     for (std::size_t i = 0; i < shapes.size(); ++i) {
-      encodeColumn(out + offset, shapes[i], table.values(i), firstRow, count, rowSize);
-      offset += shapes[i].plainWidth + (shapes[i].canBeTimed ? 1 : 0);
+      const CellShape& shape = shapes[i];
+      for (std::size_t row = 0; row < count && shape.canBeTimed; ++row) out[row * rowSize] = '\0';
+      encodePlain(out + (shape.canBeTimed ? 1 : 0), rowSize, shape,
+                  table.values(i).chunk(Rows::chunkOf(firstRow)), Rows::placeOf(firstRow), count);
+      out += cellSize({}, shape);
     }
-    return out + count * rowSize;
+    return out + (count - 1) * rowSize;
   }
   for (std::size_t i = 0; i < shapes.size(); ++i) {
     const CellShape& shape = shapes[i];
@@ -342,9 +341,13 @@ char* encodeRows(char* out, const Table& table, std::size_t firstRow, std::size_
       out = putText(out, {}, shape.timedWidth - slotWidth);
     } else {
       char* const end = out + shape.plainWidth;
-      out = values.isOdd(place) ? encodeOdd(out, shape, table, firstRow, i)
-                                : encodePlain(out, shape, values, place);
-      if (out < end) out = putText(out, {}, static_cast<std::size_t>(end - out));
+      if (values.isOdd(place)) {
+        out = encodeOdd(out, shape, table, firstRow, i);
+        out = putText(out, {}, static_cast<std::size_t>(end - out));
+      } else {
+        encodePlain(out, 0, shape, values, place, 1);
+        out = end;
+      }
     }
   }
   return out;

@@ -2,6 +2,7 @@
 // and lengths that no file could hold are refused where they come into being.
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "../failure.h"
 #include "../record_io.h"

@@ -11,18 +11,58 @@
 namespace velmora::strict {
 namespace {
 
-// AT, UNTIL, ASC, DESC, the functions and what SHOW shows are not among them: no name can stand
-// where they do, and columns are called so.
+// By size. AT, UNTIL, ASC, DESC, the functions and what SHOW shows are not among them: no name can
+// stand where they do, and columns are called so.
 constexpr std::array<std::string_view, 33> reservedWords = {
-    "BEGIN", "BY",     "CHECKPOINT", "COMMIT", "CREATE",   "DELETE", "DROP", "FALSE",  "FROM",
-    "GROUP", "INSERT", "INTO",       "IS",     "JOIN",     "LIMIT",  "LINK", "LISTEN", "NOT",
-    "NULL",  "OFFSET", "ON",         "ORDER",  "ROLLBACK", "SELECT", "SET",  "SHOW",   "TABLE",
-    "TRUE",  "UNLINK", "UNLISTEN",   "UPDATE", "VACUUM",   "WHERE"};
+    "BY",     "IS",     "ON",     "NOT",      "SET",      "DROP",      "FROM",   "INTO",   "JOIN",
+    "LINK",   "NULL",   "SHOW",   "TRUE",     "BEGIN",    "FALSE",     "GROUP",  "LIMIT",  "ORDER",
+    "TABLE",  "WHERE",  "COMMIT", "CREATE",   "DELETE",   "INSERT",    "LISTEN", "OFFSET", "SELECT",
+    "UNLINK", "UPDATE", "VACUUM", "ROLLBACK", "UNLISTEN", "CHECKPOINT"};
+constexpr std::size_t longestReserved = reservedWords.back().size();
 
-// A sign stands behind those that begin with it; the most frequent ones come first.
-constexpr std::array<std::string_view, 18> signs = {"==", "=", "?",  ",",   "(",  ")",
-                                                    ".",  "*", "@",  "-->", "<=", "<",
-                                                    ">=", ">", "!=", "&&",  "||", "#TIME#"};
+// Where the reserved words of each size begin.
+constexpr auto firstOfSize = [] {
+  std::array<std::size_t, longestReserved + 2> first = {};
+  for (std::size_t size = 1; size < first.size(); ++size) {
+    first[size] = first[size - 1];
+    while (first[size] < reservedWords.size() && reservedWords[first[size]].size() < size) {
+      ++first[size];
+    }
+  }
+  return first;
+}();
+static_assert(std::is_sorted(reservedWords.begin(), reservedWords.end(),
+                             [](auto a, auto b) { return a.size() < b.size(); }));
+
+// The size of the sign that a text begins with; 0 for none.
+std::size_t signSize(std::string_view text) noexcept {
+  const char second = text.size() > 1 ? text[1] : '\0';
+  switch (text.front()) {
+    case '(':
+    case ')':
+    case '*':
+    case ',':
+    case '.':
+    case '@':
+    case '?':
+      return 1;
+    case '=':
+    case '<':
+    case '>':
+      return second == '=' ? 2 : 1;
+    case '!':
+      return second == '=' ? 2 : 0;
+    case '&':
+    case '|':
+      return second == text.front() ? 2 : 0;
+    case '-':
+      return text.starts_with("-->") ? 3 : 0;
+    case '#':
+      return text.starts_with("#TIME#") ? 6 : 0;
+    default:
+      return 0;
+  }
+}
 
 bool isWordStart(char c) noexcept { return isLetter(c) || c == '_'; }
 
@@ -49,8 +89,11 @@ bool isSameWord(std::string_view word, std::string_view capitals) noexcept {
 }
 
 bool isReservedWord(std::string_view word) noexcept {
-  return std::any_of(reservedWords.begin(), reservedWords.end(),
-                     [&](std::string_view reserved) { return isSameWord(word, reserved); });
+  if (word.size() > longestReserved) return false;
+  for (std::size_t i = firstOfSize[word.size()]; i < firstOfSize[word.size() + 1]; ++i) {
+    if (isSameWord(word, reservedWords[i])) return true;
+  }
+  return false;
 }
 
 std::string contentOf(std::string_view literal) {
@@ -132,14 +175,13 @@ void Lexer::takeLiteral() {
 
 void Lexer::takeSign() {
   const std::string_view rest = text_.substr(next_);
-  for (const std::string_view sign : signs) {
-    if (rest.front() != sign.front() || !rest.starts_with(sign)) continue;
-    next_ += sign.size();
-    return;
+  const std::size_t size = signSize(rest);
+  if (size == 0) {
+    const bool isAscii = static_cast<unsigned char>(rest.front()) < 0x80;
+    const std::size_t shownSize = isAscii ? 1 : firstUtf8Sequence(rest).size;
+    throw Failure(Code::syntax, "Unknown character " + shown(rest.substr(0, shownSize))).at(next_);
   }
-  const std::size_t size =
-      static_cast<unsigned char>(rest.front()) < 0x80 ? 1 : firstUtf8Sequence(rest).size;
-  throw Failure(Code::syntax, "Unknown character " + shown(rest.substr(0, size))).at(next_);
+  next_ += size;
 }
 
 }  // namespace velmora::strict

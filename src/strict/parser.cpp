@@ -1,8 +1,8 @@
 // See parser.h. The commands themselves are in the sources named there.
 #include "parser.h"
 
-#include <algorithm>
 #include <array>
+#include <utility>
 
 #include "../failure.h"
 #include "../number.h"

@@ -53,6 +53,7 @@ void readAssignment(Cursor& cursor, Assignment& assignment) {
 // assignment {assignment}
 std::vector<Assignment> assignments(Cursor& cursor) {
   std::vector<Assignment> assignments;
+  assignments.reserve(4);
   do {
     readAssignment(cursor, assignments.emplace_back());
   } while (!cursor.atEnd() && !cursor.nextIs("#TIME#") && !cursor.nextIsWord("WHERE"));

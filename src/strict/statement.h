@@ -20,7 +20,6 @@ struct Operand {
   int parameter = -1;  // from 0; -1: a literal
   std::size_t offset = 0;
   std::size_t size = 0;  // bytes of it in the text
-  // A number as it was written, so that a column can tell 5 from 5.0 and 0.1 from its double.
   bool isParameter() const noexcept { return parameter >= 0; }
 };
 
