@@ -76,12 +76,12 @@ static int is_on(const char *name) {
 
 static void show(const char *name) { printf("%s: %s\n", name, is_on(name) ? "on" : "off"); }
 
-/* Opens the database in the current directory, and makes the table unless it is there. */
+/* Opens the database, and makes the table unless it is there. */
 static int start(void) {
   static const char create[] = "CREATE TABLE flags name string enabled bool 2";
   velmora_error *error;
   int code;
-  if (velmora_open(".", 1, NULL, &db, &error) != VELMORA_OK) {
+  if (velmora_open("flags.db", 8, NULL, &db, &error) != VELMORA_OK) {
     tell("cannot open", error);
     return 0;
   }
@@ -104,6 +104,7 @@ int main(void) {
   puts("-- names are only names, whatever they hold");
   set_flag("O'Brien's \"beta\"", 1, DAY, now);
   set_flag("x' enabled = true y = '", 0, DAY, now);
+  show("O'Brien's \"beta\"");
   show("x' enabled = true y = '");
 
   puts("-- switched off early, and for good");

@@ -79,7 +79,7 @@ class Shop {
     return false;
   }
 
-  velmora::Database database_{"."};
+  velmora::Database database_{"shop.db"};
 };
 
 template <typename Attempt>

@@ -52,7 +52,7 @@ void watch(velmora::Database& database, int seconds) {
 
 int main(int argc, char** argv) {
   try {
-    velmora::Database database(".");
+    velmora::Database database("lights.db");
     try {
       database.run("CREATE TABLE lights place string colour string 4");
     } catch (const velmora::Error& error) {

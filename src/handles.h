@@ -33,8 +33,8 @@ struct velmora_statement {
 
 struct velmora_result {
   velmora::Answer answer;
-  std::mutex jsonMutex;  // guards what follows
-  std::string json;      // empty until it is asked for
+  mutable std::mutex jsonMutex;  // guards what follows
+  mutable std::string json;      // empty until it is asked for
 };
 
 struct velmora_error {

@@ -267,7 +267,7 @@ int velmora_result_timed(const velmora_result* result, size_t row, size_t column
   return 1;
 }
 
-const char* velmora_result_json(velmora_result* result, size_t* length) {
+const char* velmora_result_json(const velmora_result* result, size_t* length) {
   if (result == nullptr) return lendNothing(length);
   try {
     const std::lock_guard lock(result->jsonMutex);

@@ -442,7 +442,7 @@ int velmora_result_timed(const velmora_result* result, size_t row, size_t column
  * length: null, or gets the length. The text is made by the first call, and borrowed. Null when
  * there is no memory for it.
  */
-const char* velmora_result_json(velmora_result* result, size_t* length);
+const char* velmora_result_json(const velmora_result* result, size_t* length);
 
 void velmora_result_destroy(velmora_result* result);
 
