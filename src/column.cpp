@@ -160,7 +160,11 @@ void ColumnReader::print(std::size_t row, JsonRows& answer) {
       break;
     case ValueKind::text:
     case ValueKind::unknown:
-      printText(values.texts()[place], kind, answer);
+      if (values.texts()[place] == missingValue) {
+        answer.addNull();
+      } else {
+        answer.addText(values.texts()[place]);
+      }
       break;
   }
 }
