@@ -125,6 +125,8 @@ class ColumnValues {
     return {rows_.array<std::byte>(chunk, values_), rows_.array<std::uint8_t>(chunk, codes_),
             hasOdd ? odd_[chunk]->flags.data() : nullptr};
   }
+  // Has what a condition reads of a chunk brought into the cache, for a scan that comes to it next.
+  void prefetchChunk(std::size_t chunk) const noexcept;
   // The cell of an odd one.
   const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 
