@@ -172,6 +172,8 @@ class ColumnValues {
     if (chunk < odd_.size() && odd_[chunk] != nullptr) dropKept(chunk);
   }
 
+  // Has what a condition reads of a chunk brought into the cache, for a scan that comes to it next.
+  void prefetchChunk(std::size_t chunk) const noexcept;
   // The cell of an odd one.
   const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 

@@ -11,8 +11,6 @@
 namespace velmora {
 namespace {
 
-constexpr std::string_view rowEnd = "},\n";
-
 char* put(char* out, std::string_view text) {
   std::memcpy(out, text.data(), text.size());
   return out + text.size();
@@ -62,12 +60,7 @@ void JsonRows::offerMemory(TextBuffer&& memory) noexcept {
   buffer_.clear();
 }
 
-char* JsonRows::beginValue(std::size_t count) {
-  if (column_ < prefixes_.size() && prefixes_[column_].size <= Prefix::capacity) {
-    char* const out = buffer_.room(Prefix::capacity + count + rowEnd.size());
-    std::memcpy(out, prefixes_[column_].bytes, Prefix::capacity);
-    return out + prefixes_[column_].size;
-  }
+char* JsonRows::beginUnpreparedValue(std::size_t count) {
   constexpr std::string_view rowBegin = "    {\"";
   constexpr std::string_view comma = ", \"";
   constexpr std::string_view colon = "\": ";
@@ -85,15 +78,6 @@ char* JsonRows::beginValue(std::size_t count) {
   out += name.size();
   std::memcpy(out, colon.data(), colon.size());
   return out + colon.size();
-}
-
-void JsonRows::endValue(char* end) {
-  if (++column_ == names_.size()) {
-    column_ = 0;
-    std::memcpy(end, rowEnd.data(), rowEnd.size());
-    end += rowEnd.size();
-  }
-  buffer_.setEnd(end);
 }
 
 void JsonRows::expectRows(std::size_t count) {
@@ -125,8 +109,6 @@ void JsonRows::addText(std::string_view text) {
   *out++ = '"';
   endValue(out);
 }
-
-void JsonRows::addInt(std::int64_t value) { endValue(writeInt(beginValue(maxNumberText), value)); }
 
 void JsonRows::addFloat(float value) { endValue(writeGeneral(beginValue(maxNumberText), value)); }
 
@@ -166,7 +148,7 @@ TextBuffer renderJson(ResultSet&& result) {
   const bool hasRows = !json.view().empty();
   if (hasRows) {
     // The last row has no comma.
-    json.setEnd(json.view().data() + json.view().size() - rowEnd.size());
+    json.setEnd(json.view().data() + json.view().size() - JsonRows::rowEnd.size());
     json.append("}\n  ]\n}");
   } else {
     json.append("\n}");

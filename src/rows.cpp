@@ -74,6 +74,7 @@ void Rows::append(std::size_t count) {
 }
 
 void Rows::removeLast() noexcept {
+  setDeleted(size_ - 1, false);
   Chunk& chunk = chunks_[chunkOf(size_ - 1)];
   if (chunk.dependents != nullptr) chunk.dependents[placeOf(size_ - 1)].reset();
   --size_;

@@ -55,8 +55,12 @@ class Rows {
   }
   bool isLive(std::size_t row) const noexcept { return at<std::uint8_t>(row, deleted_) == 0; }
   void setDeleted(std::size_t row, bool isDeleted) noexcept {
+    if (isLive(row) != isDeleted) return;
     at<std::uint8_t>(row, deleted_) = isDeleted ? 1 : 0;
+    chunks_[chunkOf(row)].deletedCount += isDeleted ? 1 : -1;
   }
+  // Whether a row of the chunk is deleted. Where none is, a scan need not read the marks.
+  bool hasDeleted(std::size_t chunk) const noexcept { return chunks_[chunk].deletedCount != 0; }
 
   // What the row knows of its children; null while nothing has been linked to it.
   Dependents* dependents(std::size_t row) const noexcept {
@@ -84,6 +88,7 @@ class Rows {
   };
   struct Chunk {
     std::byte* memory = nullptr;
+    std::int32_t deletedCount = 0;
     std::unique_ptr<std::unique_ptr<Dependents>[]> dependents;  // by row; null if no row has some
   };
   std::size_t chunkBytes() const noexcept { return bytesPerRow_ * chunkRows; }

@@ -85,6 +85,17 @@ class Text {
                         : std::memcmp(a.bytes_, b.bytes_, sizeof a.bytes_) == 0;
   }
 
+  // Writes the text at out, which has room for as many bytes as the text and a Text have; returns
+  // its end. Most texts take one copy of a size known here.
+  char* writeTo(char* out) const noexcept {
+    if (isOnHeap()) {
+      std::memcpy(out, heapBytes(), heapSize());
+      return out + heapSize();
+    }
+    std::memcpy(out, bytes_, sizeof bytes_);
+    return out + bytes_[lengthByte];
+  }
+
   // A byte that is equal for equal texts, and seldom for others.
   std::uint8_t fingerprint() const noexcept {
     if (isOnHeap()) return static_cast<std::uint8_t>(std::hash<std::string_view>()(view()));

@@ -260,6 +260,7 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
   switch (comparison_) {
     case Comparison::equal:
       narrow(block, values, [=, codes = values.codes](std::size_t i) { return codes[i] == code; });
+      forEachCandidate(block, [&](std::size_t i) { __builtin_prefetch(values.texts() + i); });
       forEachCandidate(block, [&](std::size_t i) {
         const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
         if (!isOpen && !(values.texts()[i] == wanted)) block.mayMatch[i] = 0;

@@ -34,11 +34,14 @@ void scanRows(Group group, const Table& table, std::int64_t now,
   for (std::size_t chunk = 0; chunk < rows.chunkCount(); ++chunk) {
     block.size = rows.sizeOf(chunk);
     block.hasUnsure = false;
-    const std::uint8_t* const deleted = rows.deleted(chunk);
-    for (std::size_t i = 0; i < block.size; ++i) {
-      block.mayMatch[i] = deleted[i] ^ std::uint8_t{1};
+    if (!rows.hasDeleted(chunk)) {
+      std::fill_n(block.mayMatch, block.size, std::uint8_t{1});
+    } else {
+      const std::uint8_t* const deleted = rows.deleted(chunk);
+      for (std::size_t i = 0; i < block.size; ++i) block.mayMatch[i] = deleted[i] ^ std::uint8_t{1};
     }
     for (const Predicate& predicate : group.first(decided)) {
+      if (chunk + 1 < rows.chunkCount()) table.values(predicate.column()).prefetchChunk(chunk + 1);
       predicate.decide(table.values(predicate.column()).chunk(chunk, now), block);
     }
     collect(block, chunk * Rows::chunkRows, group, group.subspan(decided), now, matched);
