@@ -39,7 +39,8 @@ void loadTables(Database& db, const std::vector<RelationFile>& relations, std::i
   for (const std::string& file : tableFiles(db.directory)) {
     std::optional<Table> table = Storage::loadTable(file, db.directory);
     if (!table) {
-      if (wasTable(file, relations, db.directory)) printSkipped(report, "file", file, "no table header");
+      if (wasTable(file, relations, db.directory))
+        printSkipped(report, "file", file, "no table header");
       continue;
     }
     for (const Column& column : table->columns) {

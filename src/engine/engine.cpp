@@ -315,9 +315,15 @@ void Engine::Parts::asOne(Steps steps) {
 
 // files and the gate, as a writer, held.
 void Engine::Parts::saveFiles(std::int64_t now) {
-  saveSealed(database->tables,
-             {database->listeners, log->nextSequence(), std::max(now, lastSecond.load())},
-             database->directory, progressOf("checkpoint"));
+  const SealedRest rest{database->listeners, log->nextSequence(), std::max(now, lastSecond.load()),
+                        areFilesDamaged};
+  try {
+    saveSealed(database->tables, rest, database->directory, progressOf("checkpoint"));
+  } catch (const CheckpointInDoubt&) {
+    log->fail();
+    throw;
+  }
+  areFilesDamaged = false;
   log->wasEmptied();
 }
 

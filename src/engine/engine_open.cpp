@@ -195,6 +195,7 @@ void Engine::Parts::openLog(const OpenedLog& opened, bool isDamaged) {
   log.emplace(database->directory, opened.size, opened.nextSequence);
   if (!isPlain && !isDamaged) return;
   for (auto& [name, table] : database->tables) table.markAllDirty();
+  areFilesDamaged = isDamaged;
   saveFiles(lastSecond);
 }
 

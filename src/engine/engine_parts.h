@@ -46,6 +46,7 @@ struct Engine::Parts {
   std::uint64_t catalogueVersion = 1;
   std::vector<LoggedCommand> transaction;  // what the open one has changed
   bool isBroken = false;                   // something could not be taken back
+  bool areFilesDamaged = false;            // and to be written anew
   // A change has been made and could not be put on the disk.
   std::atomic<bool> isUnsure = false;
   // The latest second that a command has run at; and where the clock went back to from there, for

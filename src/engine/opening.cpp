@@ -126,29 +126,24 @@ bool changesCatalogue(const strict::Command& command) noexcept {
 }
 
 void loadForPlainFunctions(Database& database) {
-  if (contentsOf(database.directory) != Contents::sealed) {
-    database.loadFromDisk();
-    return;
+  if (contentsOf(database.directory) == Contents::sealed) {
+    const std::int64_t now = clock::now();
+    Database sealed(database.directory);
+    Changes changes(sealed);
+    const auto refuse = [](const std::string& file, std::int64_t /*offset*/,
+                           const std::string& meaning) {
+      throw std::runtime_error("Corrupt file: " + file + ": " + meaning);
+    };
+    const OpenedLog opened = openSealed(
+        sealed, changes, refuse, [](auto...) { return true; }, now);
+    if (!fitsPlainFiles(sealed.tables)) {
+      throw std::runtime_error("Database holds what plain files cannot");
+    }
+    finishSealed(database.directory);
+    unseal(sealed.tables, {sealed.listeners, opened.nextSequence, std::max(now, opened.second)},
+           database.directory);
   }
-  const std::int64_t now = clock::now();
-  Changes changes(database);
-  const auto refuse = [](const std::string& file, std::int64_t /*offset*/,
-                         const std::string& meaning) {
-    throw std::runtime_error("Corrupt file: " + file + ": " + meaning);
-  };
-  openSealed(
-      database, changes, refuse, [](auto...) { return true; }, now);
-  if (!fitsPlainFiles(database.tables)) {
-    throw std::runtime_error("Database holds what plain files cannot");
-  }
-  finishSealed(database.directory);
-  unseal(database.tables, now, database.directory);
-  database.isSealed = false;
-  Storage::readWebhooks(
-      [&](WebhookTask task) { database.pendingWebhooks.push_back(std::move(task)); },
-      database.directory);
-  std::make_heap(database.pendingWebhooks.begin(), database.pendingWebhooks.end(),
-                 WebhookTask::firesLater);
+  database.loadFromDisk();
 }
 
 }  // namespace velmora

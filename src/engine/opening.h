@@ -7,6 +7,7 @@
 #include <functional>
 
 #include "../database/database.h"
+#include "../storage/record_log.h"
 #include "../storage/sealed.h"
 #include "changes.h"
 
