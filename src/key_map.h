@@ -208,6 +208,8 @@ class PrimaryKeyMap {
   std::int32_t find(std::string_view key) const;
   // The same for an integer that converts; noRow for every other key.
   std::int32_t findNumber(std::string_view key) const noexcept;
+  // The same in a map of integers.
+  std::int32_t findNumber(std::int64_t key) const noexcept { return numbers_.rowOf(key); }
   // Adds the key and returns noRow, or returns the row that it names already.
   std::int32_t findOrAdd(std::string_view key, std::int32_t row);
   // The same for a map of integers.

@@ -96,14 +96,15 @@ class Text {
     return out + bytes_[lengthByte];
   }
 
-  // A byte that is equal for equal texts, and seldom for others.
-  std::uint8_t fingerprint() const noexcept {
-    if (isOnHeap()) return static_cast<std::uint8_t>(std::hash<std::string_view>()(view()));
+  // A number that is equal for equal texts, and seldom for others.
+  std::uint64_t hash() const noexcept {
+    if (isOnHeap()) return std::hash<std::string_view>()(view());
     std::uint64_t words[2];
     std::memcpy(words, bytes_, sizeof words);
-    const std::uint64_t mixed = (words[0] ^ words[1] * 0x9E3779B97F4A7C15) * 0xFF51AFD7ED558CCD;
-    return static_cast<std::uint8_t>(mixed >> 56);
+    return (words[0] ^ words[1] * 0x9E3779B97F4A7C15) * 0xFF51AFD7ED558CCD;
   }
+  // A byte of that.
+  std::uint8_t fingerprint() const noexcept { return static_cast<std::uint8_t>(hash() >> 56); }
 
  private:
   static constexpr std::size_t lengthByte = 15;

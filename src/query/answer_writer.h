@@ -1,0 +1,31 @@
+// AnswerWriter: puts values and cells into an answer, and what becomes of the timed ones.
+#pragma once
+
+#include "../answer.h"
+#include "../column.h"
+#include "../typed_value.h"
+
+namespace velmora::query {
+
+class AnswerWriter {
+ public:
+  AnswerWriter(Answer& answer, std::int64_t now) : answer_(answer), now_(now) {}
+
+  void add(const TypedValue& value);
+  // The value that the cell shows at this second.
+  void addCell(const ColumnValues& values, std::size_t row, bool canBeTimed) {
+    add(values.value(row, now_));
+    if (canBeTimed) addChange(values, row);
+  }
+  // Tells that the answer depends on the cell.
+  void dependOn(const ColumnValues& values, std::size_t row);
+
+ private:
+  AnswerValue answered(const TypedValue& value);
+  void addChange(const ColumnValues& values, std::size_t row);
+
+  Answer& answer_;
+  std::int64_t now_;
+};
+
+}  // namespace velmora::query

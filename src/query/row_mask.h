@@ -1,0 +1,51 @@
+// RowMask: which rows of a chunk are meant, a byte a row so that loops over them vectorise.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+#include "../rows.h"
+
+namespace velmora::query {
+
+struct RowMask {
+  std::size_t size = 0;
+  alignas(64) std::uint8_t passes[Rows::chunkRows];  // 1 or 0
+
+  std::size_t count() const noexcept {
+    std::size_t sum = 0;
+    for (std::size_t i = 0; i < size; ++i) sum += passes[i];
+    return sum;
+  }
+  // Writes the places that pass, ascending; returns how many.
+  std::size_t places(std::uint16_t* out) const noexcept {
+    std::size_t found = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      out[found] = static_cast<std::uint16_t>(i);
+      found += passes[i];
+    }
+    return found;
+  }
+};
+
+// Calls use(place) for the bytes that are not 0, ascending.
+template <typename Use>
+void forEachSet(const std::uint8_t* bytes, std::size_t size, Use use) {
+  static_assert(std::endian::native == std::endian::little);
+  std::size_t first = 0;
+  for (; first + sizeof(std::uint64_t) <= size; first += sizeof(std::uint64_t)) {
+    std::uint64_t eight;
+    std::memcpy(&eight, bytes + first, sizeof eight);
+    while (eight != 0) {
+      const auto byte = static_cast<unsigned>(std::countr_zero(eight)) / 8;
+      use(first + byte);
+      eight &= ~(std::uint64_t{0xFF} << 8 * byte);
+    }
+  }
+  for (; first < size; ++first) {
+    if (bytes[first] != 0) use(first);
+  }
+}
+
+}  // namespace velmora::query

@@ -1,0 +1,300 @@
+// A SELECT's run: rows come from a scan, by key or from a join, are grouped or not, ordered or not,
+// and answered from the offset on, up to the limit. Without an order a run ends with its last row.
+#include <algorithm>
+#include <limits>
+
+#include "answer_writer.h"
+#include "grouping.h"
+#include "plan.h"
+#include "query.h"
+#include "sorter.h"
+
+namespace velmora {
+namespace query {
+namespace {
+
+constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+
+class Run {
+ public:
+  Run(const Plan& plan, const QueryContext& context, Answer& answer);
+  void run();
+
+ private:
+  void answerByKey();
+  void runRows();
+  void runGroups();
+  // Calls useChunk(chunk, mask), or useRows(left, right) where the rows lie in no chunk, until it
+  // returns false.
+  template <typename UseChunk, typename UseRows>
+  void forEachRow(UseChunk useChunk, UseRows useRows);
+  template <typename UseRows>
+  void forEachPairOfRows(UseRows useRows);
+  void makeSorter();
+  void keepCandidates(std::size_t chunk, RowMask& mask) const;
+  bool take(const Item& item);
+  void offer(const Item& item);
+  void answerSorted();
+  bool addRow(const Item& item);
+  TypedValue valueOf(const Expression& expression, const Item& item) const;
+  void addNextChange();
+
+  const Plan& plan_;
+  const QueryContext& context_;
+  Answer& answer_;
+  std::int64_t now_;
+  AnswerWriter writer_;
+  std::size_t skipped_ = 0;  // rows still to be passed over
+  std::size_t limit_ = unlimited;
+  std::optional<Sorter> sorter_;
+  std::optional<Grouping> grouping_;
+  std::vector<TypedValue> keys_;
+  std::vector<std::int32_t> foundByKey_;
+};
+
+std::int64_t secondOf(const Plan& plan, const QueryContext& context) {
+  return plan.select.at ? wholeNumber(*plan.select.at, context, "AT") : context.now;
+}
+
+Run::Run(const Plan& plan, const QueryContext& context, Answer& answer)
+    : plan_(plan),
+      context_(context),
+      answer_(answer),
+      now_(secondOf(plan, context)),
+      writer_(answer, now_) {
+  const strict::Select& select = plan.select;
+  const auto sizeOf = [&](const strict::Operand& operand, const char* word) {
+    return static_cast<std::size_t>(wholeNumber(operand, context, word));
+  };
+  if (select.limit) limit_ = sizeOf(*select.limit, "LIMIT");
+  if (select.offset) skipped_ = sizeOf(*select.offset, "OFFSET");
+  for (const auto* filter : {&plan.left, &plan.right}) {
+    if (*filter) checkBoundValues((*filter)->terms(), plan.scope, context);
+  }
+  checkBoundValues(plan.pairTerms, plan.scope, context);
+}
+
+void Run::run() {
+  answer_.columns = plan_.columns;
+  answer_.second = now_;
+  const bool isPlain = !plan_.isGrouped && !plan_.on && plan_.orders.empty();
+  if (isPlain && plan_.left->isByKey() && plan_.left->isOneGroup()) {
+    answerByKey();
+    return;
+  }
+  makeSorter();
+  if (plan_.isGrouped) {
+    runGroups();
+  } else {
+    runRows();
+  }
+  addNextChange();
+}
+
+// One row at most, found without a list.
+void Run::answerByKey() {
+  const std::int32_t row = plan_.left->rowByKey(context_);
+  if (row == PrimaryKeyMap::noRow) return;
+  for (const Place& place : plan_.used) {
+    writer_.dependOn(plan_.scope.values(place), static_cast<std::size_t>(row));
+  }
+  const bool isAlone = plan_.left->terms().size() == 1;
+  if (!isAlone && !plan_.left->passes(row, now_, context_)) return;
+  if (skipped_ > 0 || limit_ == 0) return;
+  addRow({row});
+}
+
+template <typename UseRows>
+void Run::forEachPairOfRows(UseRows useRows) {
+  std::vector<ValueTest> tests;
+  for (const Term& term : plan_.pairTerms) tests.push_back(testOf(term, plan_.scope, context_));
+  const auto passes = [&](std::int32_t left, std::int32_t right) {
+    bool isPassed = tests.empty();
+    for (std::size_t i = 0; i < tests.size(); ++i) {
+      if (plan_.pairTerms[i].beginsGroup) {
+        if (isPassed) break;
+        isPassed = true;
+      }
+      const std::int32_t row = plan_.pairTerms[i].place.isRight ? right : left;
+      isPassed = isPassed && tests[i].matchesRow(static_cast<std::size_t>(row), now_);
+    }
+    return isPassed;
+  };
+  Pairs kept;
+  const std::vector<std::int32_t> left = plan_.left->rows(now_, context_);
+  const std::vector<std::int32_t> right = plan_.right->rows(now_, context_);
+  forEachPair(plan_.scope, *plan_.on, left, right, now_, context_, [&](const Pairs& pairs) {
+    if (tests.empty()) return useRows(pairs.left, pairs.right);
+    kept.left.clear();
+    kept.right.clear();
+    for (std::size_t i = 0; i < pairs.left.size(); ++i) {
+      if (!passes(pairs.left[i], pairs.right[i])) continue;
+      kept.left.push_back(pairs.left[i]);
+      kept.right.push_back(pairs.right[i]);
+    }
+    return useRows(kept.left, kept.right);
+  });
+}
+
+template <typename UseChunk, typename UseRows>
+void Run::forEachRow(UseChunk useChunk, UseRows useRows) {
+  if (plan_.on) {
+    forEachPairOfRows(useRows);
+  } else if (plan_.left->isByKey()) {
+    plan_.left->findByKey(context_, foundByKey_);
+    std::vector<std::int32_t> rows = foundByKey_;
+    std::erase_if(rows, [&](std::int32_t row) { return !plan_.left->passes(row, now_, context_); });
+    for (std::size_t first = 0; first < rows.size(); first += Rows::chunkRows) {
+      const std::size_t count = std::min(Rows::chunkRows, rows.size() - first);
+      if (!useRows(std::span(rows).subspan(first, count), std::span<const std::int32_t>())) return;
+    }
+  } else {
+    plan_.left->scan(now_, context_, useChunk);
+  }
+}
+
+void Run::makeSorter() {
+  if (plan_.orders.empty()) return;
+  const bool isBounded = limit_ < unlimited - skipped_;
+  sorter_.emplace(plan_.descends, isBounded ? skipped_ + limit_ : unlimited);
+}
+
+void Run::runRows() {
+  if (limit_ == 0) return;
+  const auto takeAll = [&](std::span<const std::int32_t> left,
+                           std::span<const std::int32_t> right) {
+    for (std::size_t i = 0; i < left.size(); ++i) {
+      if (!take({left[i], right.empty() ? -1 : right[i]})) return false;
+    }
+    return true;
+  };
+  const auto takeChunk = [&](std::size_t chunk, RowMask& mask) {
+    if (sorter_) keepCandidates(chunk, mask);
+    std::uint16_t places[Rows::chunkRows];
+    const std::size_t count = mask.places(places);
+    for (std::size_t i = 0; i < count; ++i) {
+      if (!take({static_cast<std::int32_t>(chunk * Rows::chunkRows + places[i])})) return false;
+    }
+    return true;
+  };
+  forEachRow(takeChunk, takeAll);
+  if (sorter_) answerSorted();
+}
+
+void Run::runGroups() {
+  grouping_.emplace(plan_, now_);
+  const auto addChunk = [&](std::size_t chunk, const RowMask& mask) {
+    grouping_->addChunk(chunk, mask);
+    return true;
+  };
+  const auto addRows = [&](std::span<const std::int32_t> left,
+                           std::span<const std::int32_t> right) {
+    grouping_->addRows(left, right);
+    return true;
+  };
+  forEachRow(addChunk, addRows);
+  for (const Item& group : grouping_->groups()) {
+    if (limit_ == 0 || !take(group)) break;
+  }
+  if (sorter_) answerSorted();
+}
+
+// Lets the rows of a chunk go whose first key already puts them behind all that are kept.
+void Run::keepCandidates(std::size_t chunk, RowMask& mask) const {
+  using strict::Operator;
+  const std::span<const TypedValue> last = sorter_->last();
+  if (last.empty()) return;
+  const bool isDown = plan_.descends.front();
+  const bool isLastNull = last.front().type == AnswerType::null;
+  if (isDown && isLastNull) return;
+  const ColumnValues& values = *plan_.orders.front().values;
+  std::uint8_t nulls[Rows::chunkRows] = {};
+  std::uint8_t matches[Rows::chunkRows] = {};
+  // Rows that equal the last one come behind it, unless there is another key.
+  const bool isOnly = plan_.orders.size() == 1;
+  const Operator op = isDown ? (isOnly ? Operator::greater : Operator::greaterOrEqual)
+                             : (isOnly ? Operator::less : Operator::lessOrEqual);
+  if (!isDown) {
+    ValueTest(Operator::isNull, values, {}).decide(chunk, now_, mask.size, nulls);
+  }
+  if (!isLastNull) {
+    ValueTest(op, values, last.front()).decide(chunk, now_, mask.size, matches);
+  }
+  for (std::size_t i = 0; i < mask.size; ++i) {
+    mask.passes[i] = static_cast<std::uint8_t>(mask.passes[i] & (matches[i] | nulls[i]));
+  }
+}
+
+TypedValue Run::valueOf(const Expression& expression, const Item& item) const {
+  if (expression.isTotal()) return grouping_->total(expression, item);
+  const std::int32_t row = expression.place.isRight ? item.right : item.left;
+  return expression.values->value(static_cast<std::size_t>(row), now_);
+}
+
+// Takes the next row; whether more are wanted.
+bool Run::take(const Item& item) {
+  if (sorter_) {
+    offer(item);
+    return true;
+  }
+  if (skipped_ > 0) {
+    --skipped_;
+    return true;
+  }
+  return addRow(item);
+}
+
+void Run::offer(const Item& item) {
+  keys_.clear();
+  for (const Expression& order : plan_.orders) keys_.push_back(valueOf(order, item));
+  sorter_->offer(item, keys_);
+}
+
+void Run::answerSorted() {
+  const std::vector<Item> items = sorter_->take();
+  for (std::size_t i = skipped_; i < items.size(); ++i) addRow(items[i]);
+}
+
+bool Run::addRow(const Item& item) {
+  constexpr std::size_t mostRows = std::numeric_limits<std::int32_t>::max();
+  if (answer_.rowCount() == mostRows) throw Failure(Code::full, "Too many rows for an answer");
+  if (answer_.values.empty()) answer_.values.reserve(plan_.outputs.size());
+  for (const Expression& output : plan_.outputs) {
+    if (plan_.isGrouped) {
+      writer_.add(valueOf(output, item));
+    } else {
+      const std::int32_t row = output.place.isRight ? item.right : item.left;
+      writer_.addCell(*output.values, static_cast<std::size_t>(row), output.canBeTimed);
+    }
+  }
+  return --limit_ > 0;
+}
+
+void Run::addNextChange() {
+  const bool isByKey = !plan_.on && plan_.left->isByKey();
+  for (const Place& place : plan_.used) {
+    const ColumnValues& values = plan_.scope.values(place);
+    for (const std::int32_t row : foundByKey_) {
+      writer_.dependOn(values, static_cast<std::size_t>(row));
+    }
+    if (!isByKey) answer_.nextChange = std::min(answer_.nextChange, values.nextChange(now_));
+  }
+}
+
+}  // namespace
+}  // namespace query
+
+struct Query::Parts {
+  query::Plan plan;
+};
+
+Query::Query(const strict::Select& select, const Tables& tables)
+    : parts_(std::make_unique<Parts>(Parts{query::Plan(select, tables)})) {}
+
+Query::~Query() = default;
+
+void Query::run(const QueryContext& context, Answer& answer) const {
+  query::Run(parts_->plan, context, answer).run();
+}
+
+}  // namespace velmora

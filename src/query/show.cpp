@@ -1,0 +1,245 @@
+// SHOW: what there is, as an ordinary answer. The schedule is worked out from the timed values
+// themselves: a change is a second at which a live cell begins to show another value.
+#include <algorithm>
+#include <initializer_list>
+#include <tuple>
+
+#include "answer_writer.h"
+#include "query.h"
+#include "scope.h"
+
+namespace velmora {
+namespace query {
+namespace {
+
+struct Heading {
+  const char* name;
+  AnswerType type;
+};
+
+constexpr AnswerType text = AnswerType::text;
+constexpr AnswerType integer = AnswerType::integer;
+constexpr AnswerType boolean = AnswerType::boolean;
+
+void begin(Answer& answer, std::initializer_list<Heading> headings) {
+  auto columns = std::make_shared<std::vector<AnswerColumn>>();
+  for (const Heading& heading : headings) {
+    columns->push_back({heading.name, {}, heading.type, false});
+  }
+  answer.columns = std::move(columns);
+}
+
+std::int64_t liveRows(const Table& table) {
+  const Rows& rows = table.rows();
+  std::size_t deleted = 0;
+  for (std::size_t chunk = 0; chunk < rows.chunkCount(); ++chunk) {
+    for (std::size_t i = 0; i < rows.sizeOf(chunk); ++i) deleted += rows.deleted(chunk)[i];
+  }
+  return static_cast<std::int64_t>(table.rowCount() - deleted);
+}
+
+void showTables(const Tables& tables, Answer& answer) {
+  begin(answer, {{"table", text}, {"rows", integer}});
+  for (const auto& [name, table] : tables) {
+    answer.addText(name);
+    answer.addInteger(liveRows(table));
+  }
+}
+
+void showColumns(const Table& table, Answer& answer) {
+  begin(answer, {{"column", text},
+                 {"type", text},
+                 {"length", integer},
+                 {"states", integer},
+                 {"key", boolean}});
+  for (const Column& column : table.columns) {
+    answer.addText(column.name);
+    answer.addText(typeName(column));
+    if (column.type == "string") {
+      answer.addInteger(column.stringSize);
+    } else {
+      answer.addNull();
+    }
+    answer.addInteger(column.maxStates);
+    answer.addBoolean(table.hasPrimaryKey() && column.name == table.primaryKeyColumn);
+  }
+}
+
+void showLinks(const Tables& tables, Answer& answer) {
+  begin(answer, {{"child_table", text},
+                 {"child_column", text},
+                 {"parent_table", text},
+                 {"parent_column", text}});
+  for (const auto& [name, table] : tables) {
+    for (const LinkRecord& link : table.links) {
+      for (const std::string& each : {name, link.column, link.parentTable, link.parentColumn}) {
+        answer.addText(each);
+      }
+    }
+  }
+}
+
+// The value as the language has it: a text in quotes, which are doubled within.
+std::string literalOf(const Condition& condition, const Table* table) {
+  const std::size_t column = table != nullptr ? table->columnPosition(condition.column) : noColumn;
+  const bool isText = column != noColumn && answerTypeOf(table->kind(column)) == AnswerType::text;
+  if (!isText) return condition.value;
+  std::string literal = "'";
+  for (const char c : condition.value) literal.append(c == '\'' ? 2 : 1, c);
+  return literal + "'";
+}
+
+std::string filterText(const Listener& listener, const Tables& tables) {
+  const auto found = tables.find(listener.tableName);
+  std::string filter;
+  for (const Condition& condition : listener.conditions) {
+    if (!filter.empty()) filter += condition.logic == 'a' ? " && " : " || ";
+    if (!condition.tableName.empty()) filter += condition.tableName + ".";
+    filter += condition.column + " " + condition.op;
+    if (!condition.value.empty() || !condition.op.starts_with("IS")) {
+      filter += " " + literalOf(condition, found != tables.end() ? &found->second : nullptr);
+    }
+  }
+  return filter;
+}
+
+void showListeners(const Listeners& listeners, const Tables& tables, Answer& answer) {
+  begin(answer, {{"table", text}, {"event", text}, {"target", text}, {"filter", text}});
+  for (const auto& [name, ofTable] : listeners) {
+    for (const Listener& listener : ofTable) {
+      answer.addText(listener.tableName);
+      answer.addText(listener.event);
+      answer.addText(listener.target);
+      answer.addText(filterText(listener, tables));
+    }
+  }
+}
+
+// A change to come.
+struct Change {
+  std::int64_t second;
+  const Table* table;
+  std::size_t row;
+  std::size_t column;
+};
+
+class Schedule {
+ public:
+  Schedule(const QueryContext& context, std::optional<std::int64_t> until)
+      : context_(context), until_(until) {}
+
+  void add(const Table& table);
+  void answer(Answer& answer);
+
+ private:
+  void addCell(const Change& cell, const TempRule& rule);
+  void answerChange(const Change& change, AnswerWriter& writer) const;
+
+  const QueryContext& context_;
+  std::optional<std::int64_t> until_;  // none: only the next change of each cell
+  std::vector<Change> changes_;
+};
+
+void Schedule::add(const Table& table) {
+  for (std::size_t column = 0; column < table.columns.size(); ++column) {
+    if (table.columns[column].maxStates == 0) continue;
+    for (std::size_t row = 0; row < table.rowCount(); ++row) {
+      if (Rows::placeOf(row) == 0) context_.interrupt.check();
+      const TempRule* const rule = table.isLive(row) ? table.values(column).rule(row) : nullptr;
+      if (rule != nullptr) addCell({context_.now, &table, row, column}, *rule);
+    }
+  }
+}
+
+void Schedule::addCell(const Change& cell, const TempRule& rule) {
+  constexpr std::size_t mostChanges = 1'000'000;
+  Change change = cell;
+  do {
+    change.second = rule.nextValueChange(change.second);
+    if (change.second == Answer::never || change.second > until_.value_or(change.second)) return;
+    if (changes_.size() == mostChanges) {
+      throw Failure(Code::full, "More than " + std::to_string(mostChanges) + " changes");
+    }
+    changes_.push_back(change);
+  } while (until_);
+}
+
+void Schedule::answerChange(const Change& change, AnswerWriter& writer) const {
+  const Table& table = *change.table;
+  writer.add(TypedValue::ofInteger(change.second));
+  writer.add(TypedValue::ofText(table.tableName));
+  writer.add(TypedValue::ofInteger(static_cast<std::int64_t>(change.row)));
+  const auto addText = [&](std::string_view shown) {
+    writer.add(shown == missingValue ? TypedValue() : TypedValue::ofText(shown));
+  };
+  if (table.hasPrimaryKey()) {
+    TextRoom room;
+    const auto key = static_cast<std::size_t>(table.primaryKeyIndex);
+    addText(table.text(change.row, key, context_.now, room));
+  } else {
+    writer.add({});
+  }
+  const TempRule& rule = *table.values(change.column).rule(change.row);
+  writer.add(TypedValue::ofText(table.columns[change.column].name));
+  addText(rule.valueAt(change.second));
+  writer.add(TypedValue::ofBoolean(rule.repeat));
+}
+
+void Schedule::answer(Answer& answer) {
+  begin(answer, {{"second", integer},
+                 {"table", text},
+                 {"row", integer},
+                 {"key", text},
+                 {"column", text},
+                 {"value", text},
+                 {"cycles", boolean}});
+  const auto placeOf = [](const Change& change) {
+    return std::tie(change.second, change.table->tableName, change.row, change.column);
+  };
+  std::sort(changes_.begin(), changes_.end(),
+            [&](const Change& a, const Change& b) { return placeOf(a) < placeOf(b); });
+  AnswerWriter writer(answer, context_.now);
+  for (const Change& change : changes_) answerChange(change, writer);
+  if (!changes_.empty()) answer.nextChange = changes_.front().second;
+}
+
+void showSchedule(const strict::Show& show, const Tables& tables, const QueryContext& context,
+                  Answer& answer) {
+  std::optional<std::int64_t> until;
+  if (show.until) until = wholeNumber(*show.until, context, "UNTIL");
+  Schedule schedule(context, until);
+  if (show.table) {
+    schedule.add(tableNamed(*show.table, tables));
+  } else {
+    for (const auto& each : tables) schedule.add(each.second);
+  }
+  schedule.answer(answer);
+}
+
+}  // namespace
+}  // namespace query
+
+void show(const strict::Show& show, const Tables& tables, const Listeners& listeners,
+          const QueryContext& context, Answer& answer) {
+  using What = strict::Show::What;
+  answer.second = context.now;
+  switch (show.what) {
+    case What::tables:
+      query::showTables(tables, answer);
+      break;
+    case What::columns:
+      query::showColumns(query::tableNamed(*show.table, tables), answer);
+      break;
+    case What::links:
+      query::showLinks(tables, answer);
+      break;
+    case What::listeners:
+      query::showListeners(listeners, tables, answer);
+      break;
+    case What::schedule:
+      query::showSchedule(show, tables, context, answer);
+      break;
+  }
+}
+
+}  // namespace velmora

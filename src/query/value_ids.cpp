@@ -1,0 +1,115 @@
+// See value_ids.h.
+#include "value_ids.h"
+
+#include <bit>
+#include <cmath>
+
+namespace velmora::query {
+namespace {
+
+constexpr std::size_t firstSlots = 512;
+constexpr std::uint64_t nearCount = 4096;
+
+}  // namespace
+
+ValueIds::ValueIds() : slots_(firstSlots), near_(nearCount, none) {}
+
+ValueIds::Key ValueIds::keyOf(const ColumnBatch& batch, std::size_t place) noexcept {
+  if (batch.given[place] == 0) return {0, Sort::null};
+  switch (batch.type) {
+    case AnswerType::integer:
+      return {static_cast<std::uint64_t>(batch.integers[place]), Sort::integer};
+    case AnswerType::real: {
+      // A float that is whole is that number.
+      constexpr double limit = 0x1p63;
+      const double value = batch.reals[place];
+      if (value >= -limit && value < limit && std::floor(value) == value) {
+        return {static_cast<std::uint64_t>(static_cast<std::int64_t>(value)), Sort::integer};
+      }
+      return {std::bit_cast<std::uint64_t>(value), Sort::real};
+    }
+    case AnswerType::boolean:
+      return {static_cast<std::uint64_t>(batch.integers[place]), Sort::boolean};
+    case AnswerType::null:
+    case AnswerType::text:
+      break;
+  }
+  return {batch.texts[place].hash(), Sort::text, &batch.texts[place]};
+}
+
+std::size_t ValueIds::slotOf(const Key& key) const noexcept {
+  constexpr std::uint64_t golden = 0x9E3779B97F4A7C15;
+  const std::size_t mask = slots_.size() - 1;
+  const int shift = 64 - std::countr_zero(slots_.size());
+  for (std::size_t at = (key.bits * golden) >> shift;; at = (at + 1) & mask) {
+    const Slot& slot = slots_[at];
+    if (slot.sort == Sort::empty) return at;
+    const bool isEqual = slot.bits == key.bits && slot.sort == key.sort &&
+                         (key.text == nullptr || texts_[slot.id] == *key.text);
+    if (isEqual) return at;
+  }
+}
+
+std::uint32_t ValueIds::addKey(const Key& key) {
+  Slot& found = slots_[slotOf(key)];
+  if (found.sort != Sort::empty) return found.id;
+  if (key.text != nullptr) {
+    texts_.resize(size_);  // others than texts have none
+    texts_.push_back(*key.text);
+  }
+  found = {key.bits, key.sort, size_};
+  const std::uint32_t id = size_++;
+  if (2 * std::size_t{size_} > slots_.size()) grow();
+  return id;
+}
+
+std::uint32_t ValueIds::addInteger(std::int64_t value) {
+  const Key key{static_cast<std::uint64_t>(value), Sort::integer};
+  if (key.bits >= nearCount) return addKey(key);
+  std::uint32_t& id = near_[key.bits];
+  if (id == none) id = addKey(key);
+  return id;
+}
+
+void ValueIds::grow() {
+  std::vector<Slot> old(2 * slots_.size());
+  old.swap(slots_);
+  for (const Slot& slot : old) {
+    if (slot.sort == Sort::empty) continue;
+    const Text* const text = slot.sort == Sort::text ? &texts_[slot.id] : nullptr;
+    slots_[slotOf({slot.bits, slot.sort, text})] = slot;
+  }
+}
+
+void ValueIds::add(const ColumnBatch& batch, std::span<const std::uint16_t> places,
+                   std::uint32_t* ids) {
+  const bool areIntegers = batch.type == AnswerType::integer;
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const std::size_t place = places[i];
+    ids[i] = areIntegers && batch.given[place] != 0 ? addInteger(batch.integers[place])
+                                                    : addKey(keyOf(batch, place));
+  }
+}
+
+void ValueIds::addGiven(const ColumnBatch& batch, std::span<const std::uint16_t> places,
+                        std::uint32_t* ids) {
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    ids[i] = batch.given[places[i]] != 0 ? addKey(keyOf(batch, places[i])) : none;
+  }
+}
+
+void ValueIds::findGiven(const ColumnBatch& batch, std::span<const std::uint16_t> places,
+                         std::uint32_t* ids) const {
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    ids[i] = none;
+    if (batch.given[places[i]] == 0) continue;
+    const Slot& slot = slots_[slotOf(keyOf(batch, places[i]))];
+    if (slot.sort != Sort::empty) ids[i] = slot.id;
+  }
+}
+
+std::uint32_t ValueIds::addPair(std::uint32_t first, std::uint32_t second) {
+  return addInteger(static_cast<std::int64_t>(std::uint64_t{first} << 32 | second));
+}
+
+}  // namespace velmora::query

@@ -1,0 +1,221 @@
+// See value_test.h.
+#include "value_test.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <type_traits>
+
+#include "row_mask.h"
+#include "value_order.h"
+
+namespace velmora::query {
+namespace {
+
+using strict::Operator;
+
+bool holds(Operator op, int order) noexcept {
+  switch (op) {
+    case Operator::equal:
+      return order == 0;
+    case Operator::notEqual:
+      return order != 0;
+    case Operator::less:
+      return order < 0;
+    case Operator::greater:
+      return order > 0;
+    case Operator::lessOrEqual:
+      return order <= 0;
+    case Operator::greaterOrEqual:
+      return order >= 0;
+    case Operator::isNull:
+    case Operator::isNotNull:
+      break;
+  }
+  return false;
+}
+
+// The neighbours of a number among the values of a type: the largest not above it, the smallest not
+// below it, the largest below it and the smallest above it.
+struct Neighbours {
+  Number notAbove, notBelow, below, above;
+};
+
+template <typename Value>
+Neighbours neighboursOf(Number number) {
+  if constexpr (std::is_integral_v<Value>) {
+    const Number floor = std::floor(number);
+    const Number ceiling = std::ceil(number);
+    return {floor, ceiling, ceiling - 1, floor + 1};
+  } else {
+    constexpr Value infinity = std::numeric_limits<Value>::infinity();
+    const auto nearest = static_cast<Value>(number);
+    const Value lower = std::nextafter(nearest, -infinity);
+    const Value upper = std::nextafter(nearest, infinity);
+    const auto wide = [](Value value) { return static_cast<Number>(value); };
+    return {wide(wide(nearest) <= number ? nearest : lower),
+            wide(wide(nearest) >= number ? nearest : upper),
+            wide(wide(nearest) < number ? nearest : lower),
+            wide(wide(nearest) > number ? nearest : upper)};
+  }
+}
+
+template <typename Value>
+ValueRange<Value> rangeOf(Operator op, Number wanted) {
+  const Neighbours near = neighboursOf<Value>(wanted);
+  Number least = std::numeric_limits<Value>::lowest();
+  Number most = std::numeric_limits<Value>::max();
+  if constexpr (!std::is_integral_v<Value>) {
+    most = std::numeric_limits<Number>::infinity();
+    least = -most;
+  }
+  Number low = least;
+  Number high = most;
+  if (op == Operator::equal || op == Operator::notEqual) {
+    low = near.notBelow;
+    high = near.notAbove;
+  }
+  if (op == Operator::less) high = near.below;
+  if (op == Operator::lessOrEqual) high = near.notAbove;
+  if (op == Operator::greater) low = near.above;
+  if (op == Operator::greaterOrEqual) low = near.notBelow;
+  ValueRange<Value> range;
+  range.isOutside = op == Operator::notEqual;
+  const bool isNothingBeyond =
+      (op == Operator::less && wanted <= least) || (op == Operator::greater && wanted >= most);
+  if (low > high || low > most || high < least || isNothingBeyond) return range;
+  range.low = static_cast<Value>(std::max(low, least));
+  range.high = static_cast<Value>(std::min(high, most));
+  return range;
+}
+
+template <typename Value>
+void decideRange(const ValueRange<Value>& range, const Value* values, std::size_t size,
+                 std::uint8_t* matches) {
+  const Value low = range.low;
+  const Value high = range.high;
+  if (!range.isOutside) {
+    for (std::size_t i = 0; i < size; ++i) {
+      matches[i] = static_cast<std::uint8_t>((values[i] >= low) & (values[i] <= high));
+    }
+    return;
+  }
+  // Outside of nothing is everything but NaN.
+  const bool isAny = low > high;
+  for (std::size_t i = 0; i < size; ++i) {
+    const bool isGiven = values[i] == values[i];
+    matches[i] =
+        static_cast<std::uint8_t>(isGiven & (isAny | (values[i] < low) | (values[i] > high)));
+  }
+}
+
+template <typename IsNull>
+void decideNulls(Operator op, std::size_t size, std::uint8_t* matches, IsNull isNull) {
+  const bool isWanted = op == Operator::isNull;
+  for (std::size_t i = 0; i < size; ++i) {
+    matches[i] = static_cast<std::uint8_t>(isNull(i) == isWanted);
+  }
+}
+
+}  // namespace
+
+ValueTest::ValueTest(Operator op, const ColumnValues& column, TypedValue wanted)
+    : column_(&column), op_(op), wanted_(wanted) {
+  if (wanted_.type != AnswerType::real) return;
+  if (std::isnan(wanted_.real)) wanted_ = {};
+  if (column.kind() == ValueKind::real) {
+    wanted_.real = static_cast<double>(static_cast<float>(wanted_.real));
+  }
+}
+
+bool ValueTest::matches(const TypedValue& value) const noexcept {
+  const bool isNull = value.type == AnswerType::null;
+  if (isAboutNull()) return isNull == (op_ == Operator::isNull);
+  if (isNull || wanted_.type == AnswerType::null) return false;
+  return holds(op_, compareGiven(value, wanted_));
+}
+
+void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
+                       std::uint8_t* matches) const {
+  if (!isAboutNull() && wanted_.type == AnswerType::null) {
+    std::fill_n(matches, size, std::uint8_t{0});
+    return;
+  }
+  const ColumnValues::ChunkAt at = column_->chunkAt(chunk, now);
+  decideArrays(at.arrays, size, matches);
+  if (at.arrays.odd == nullptr) return;
+  forEachSet(at.arrays.odd, size, [&](std::size_t place) {
+    if (!at.arrays.isUnclear(place)) return;
+    const TypedValue value = column_->value(at.arrays, chunk * Rows::chunkRows + place, now);
+    matches[place] = static_cast<std::uint8_t>(this->matches(value));
+  });
+}
+
+void ValueTest::decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,
+                             std::uint8_t* matches) const {
+  const auto byRange = [&](const auto* values) {
+    using Element = std::remove_cvref_t<decltype(*values)>;
+    if (!isAboutNull()) {
+      decideRange(rangeOf<Element>(op_, numberOf(wanted_)), values, size, matches);
+    } else {
+      decideNulls(op_, size, matches, [=](std::size_t i) { return values[i] != values[i]; });
+    }
+  };
+  switch (column_->kind()) {
+    case ValueKind::integer:
+      byRange(arrays.numbers());
+      break;
+    case ValueKind::longInteger:
+      byRange(arrays.longs());
+      break;
+    case ValueKind::real:
+      byRange(arrays.reals());
+      break;
+    case ValueKind::doubleReal:
+      byRange(arrays.doubles());
+      break;
+    case ValueKind::boolean: {
+      const auto passes = [&](bool value) { return this->matches(TypedValue::ofBoolean(value)); };
+      const unsigned codes = (passes(false) ? 1U : 0U) | (passes(true) ? 2U : 0U) |
+                             (op_ == Operator::isNull ? 4U : 0U);
+      for (std::size_t i = 0; i < size; ++i) {
+        matches[i] = static_cast<std::uint8_t>((codes >> arrays.codes[i]) & 1U);
+      }
+      break;
+    }
+    case ValueKind::text:
+    case ValueKind::unknown:
+      decideTexts(arrays, size, matches);
+      break;
+  }
+}
+
+void ValueTest::decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,
+                            std::uint8_t* matches) const {
+  static const std::uint8_t missingCode = Text(missingValue).fingerprint();
+  const auto isNull = [&](std::size_t i) {
+    return arrays.codes[i] == missingCode && arrays.isNullText(i);
+  };
+  if (isAboutNull()) {
+    decideNulls(op_, size, matches, isNull);
+    return;
+  }
+  const Text wanted(wanted_.text);
+  const std::uint8_t code = wanted.fingerprint();
+  const Text* const texts = arrays.texts();
+  if (op_ == Operator::equal) {
+    for (std::size_t i = 0; i < size; ++i) matches[i] = arrays.codes[i] == code;
+    forEachSet(matches, size, [&](std::size_t i) {
+      matches[i] = static_cast<std::uint8_t>(texts[i] == wanted && !isNull(i));
+    });
+    return;
+  }
+  for (std::size_t i = 0; i < size; ++i) {
+    const bool isPassed = op_ == Operator::notEqual
+                              ? arrays.codes[i] != code || !(texts[i] == wanted)
+                              : holds(op_, texts[i].view().compare(wanted_.text));
+    matches[i] = static_cast<std::uint8_t>(isPassed && !isNull(i));
+  }
+}
+
+}  // namespace velmora::query

@@ -1,0 +1,51 @@
+// ValueTest: one comparison with its value at hand, for one column: of single values, and of a
+// chunk's arrays at once. A comparison of numbers is made a range of the column's own type, which
+// is exact whatever the two types are.
+#pragma once
+
+#include <cstdint>
+
+#include "../column.h"
+#include "../strict/statement.h"
+#include "../typed_value.h"
+
+namespace velmora::query {
+
+// The values of a type that a comparison lets pass: those within, or those outside; none where low
+// is above high. NaN, which is null, passes neither.
+template <typename Value>
+struct ValueRange {
+  Value low = 1;
+  Value high = 0;
+  bool isOutside = false;
+};
+
+class ValueTest {
+ public:
+  // The value's text has to stay. A value that is compared with floats becomes one, if it is not
+  // whole: 0.1 is then the float that is written so.
+  ValueTest(strict::Operator op, const ColumnValues& column, TypedValue wanted);
+
+  const ColumnValues& column() const noexcept { return *column_; }
+  bool matches(const TypedValue& value) const noexcept;
+  bool matchesRow(std::size_t row, std::int64_t now) const {
+    return matches(column_->value(row, now));
+  }
+  // For each row of the chunk, 1 or 0.
+  void decide(std::size_t chunk, std::int64_t now, std::size_t size, std::uint8_t* matches) const;
+
+ private:
+  void decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,
+                    std::uint8_t* matches) const;
+  void decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,
+                   std::uint8_t* matches) const;
+  bool isAboutNull() const noexcept {
+    return op_ == strict::Operator::isNull || op_ == strict::Operator::isNotNull;
+  }
+
+  const ColumnValues* column_;
+  strict::Operator op_;
+  TypedValue wanted_;
+};
+
+}  // namespace velmora::query
