@@ -44,7 +44,7 @@ Table withoutDeletedRows(const Table& table, std::int64_t now, const Interrupt& 
 Table& Changes::tableOf(const strict::Name& name) {
   const auto found = database_->tables.find(name.text);
   if (found != database_->tables.end()) return found->second;
-  throw Failure(Code::notFound, "There is no table '" + name.text + "'")
+  throw Failure(Code::notFound, "Unknown table '" + name.text + "'")
       .of(name.text)
       .at(name.offset);
 }

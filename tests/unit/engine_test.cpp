@@ -56,7 +56,7 @@ TEST_F(EngineCommands, aTransactionIsWholeOrNotAtAll) {
   EXPECT_EQ(run("CREATE TABLE u n int"), "0 rows");
   run("ROLLBACK");
   EXPECT_EQ(run("SELECT COUNT(*) FROM t"), "0");
-  EXPECT_EQ(run("SELECT n FROM u"), "! 4 14: There is no table 'u'");
+  EXPECT_EQ(run("SELECT n FROM u"), "! 4 14: Unknown table 'u'");
   run("BEGIN");
   run("INSERT INTO t n = 1");
   run("INSERT INTO t n = 2");
