@@ -10,6 +10,7 @@
 
 #include "../failure.h"
 #include "../number.h"
+#include "../query/scope.h"
 #include "../text.h"
 #include "../typed_value.h"
 
@@ -39,16 +40,11 @@ std::string shown(const Value& value) {
          (text.size() > mostBytes ? "...'" : "'");
 }
 
-// A type as commands name it.
-std::string_view typeShown(std::string_view type) {
-  return type.starts_with('/') ? type.substr(1) : type;
-}
-
 [[noreturn]] void refuse(Code code, const std::string& what, const Target& target) {
   const Column& column = target.definition();
   throw Failure(code, what + " for column '" + column.name + "' of table '" +
                           target.table.tableName + "', which is " +
-                          std::string(typeShown(column.type)))
+                          std::string(query::typeName(column)))
       .of(target.table.tableName, column.name)
       .at(target.offset);
 }
@@ -200,8 +196,7 @@ std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments,
   for (const strict::Assignment& assignment : assignments) {
     const std::size_t column = table.columnPosition(assignment.column.text, hint);
     if (column == noColumn) {
-      throw Failure(Code::notFound, "Table '" + table.tableName + "' has no column '" +
-                                        assignment.column.text + "'")
+      throw Failure(Code::notFound, "Unknown column '" + assignment.column.text + "'")
           .of(table.tableName, assignment.column.text)
           .at(assignment.column.offset);
     }

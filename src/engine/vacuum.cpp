@@ -44,15 +44,13 @@ Table withoutDeletedRows(const Table& table, std::int64_t now, const Interrupt& 
 Table& Changes::tableOf(const strict::Name& name) {
   const auto found = database_->tables.find(name.text);
   if (found != database_->tables.end()) return found->second;
-  throw Failure(Code::notFound, "Unknown table '" + name.text + "'")
-      .of(name.text)
-      .at(name.offset);
+  throw Failure(Code::notFound, "Unknown table '" + name.text + "'").of(name.text).at(name.offset);
 }
 
 std::size_t Changes::columnOf(const Table& table, const strict::Name& name) {
   const std::size_t column = table.columnPosition(name.text);
   if (column != noColumn) return column;
-  throw Failure(Code::notFound, "Table '" + table.tableName + "' has no column '" + name.text + "'")
+  throw Failure(Code::notFound, "Unknown column '" + name.text + "'")
       .of(table.tableName, name.text)
       .at(name.offset);
 }
