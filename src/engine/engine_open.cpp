@@ -196,7 +196,7 @@ void Engine::Parts::openLog(const OpenedLog& opened, bool isDamaged) {
   if (!isPlain && !isDamaged) return;
   for (auto& [name, table] : database->tables) table.markAllDirty();
   areFilesDamaged = isDamaged;
-  saveFiles(lastSecond);
+  saveFiles();
 }
 
 // Copies all that is there into a directory of its own within.
@@ -234,7 +234,7 @@ void Engine::Parts::runSyncer() {
       !syncerWakes.wait_for(guard, std::chrono::seconds(1), [this] { return isSyncerStopped; })) {
     guard.unlock();
     try {
-      log->syncTo(log->size());
+      log->syncAll();
     } catch (const std::exception& error) {
       tell(LogLevel::error, error.what());
       return;
