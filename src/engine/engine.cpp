@@ -29,8 +29,14 @@ std::int64_t clockOf(const strict::Statement& statement, std::span<const Value> 
                      std::int64_t now) {
   if (!statement.clock) return now;
   const auto* const second = std::get_if<std::int64_t>(&valueOf(*statement.clock, values));
-  if (second != nullptr) return *second;
-  throw Failure(Code::type, "The clock has to be a whole number").at(statement.clock->offset);
+  const auto refuse = [&](Code code) {
+    throw Failure(
+        code, "The clock has to be a whole number from 0 to " + std::to_string(strict::latestClock))
+        .at(statement.clock->offset);
+  };
+  if (second == nullptr) refuse(Code::type);
+  if (*second < 0 || *second > strict::latestClock) refuse(Code::range);
+  return *second;
 }
 
 // Whether nothing needs to be kept of the command: it found no row.
