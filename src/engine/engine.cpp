@@ -212,10 +212,12 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
   const Interrupt interrupt(interrupts);
   WriterVisit visit(gate, interrupt);
   requireWritable();
-  const std::int64_t now = second();
+  const bool isOfCatalogue = changesCatalogue(statement.command);
+  std::int64_t now = second();
+  if (isOfCatalogue) now = latestSecond;
   const RunContext context{values, now, clockOf(statement, values, now), interrupt};
   const std::size_t before = changes->undo().size();
-  if (changesCatalogue(statement.command)) ++catalogueVersion;
+  if (isOfCatalogue) ++catalogueVersion;
   std::int64_t end = 0;
   try {
     runChange(*changes, statement.command, context, answer);
@@ -229,7 +231,7 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
       }
     }
   } catch (...) {
-    undoTo(before, now);
+    undoTo(before);
     throw;
   }
   answer.second = now;
@@ -239,9 +241,9 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
   syncIfAlways(end);
 }
 
-void Engine::Parts::undoTo(std::size_t changeCount, std::int64_t now) {
+void Engine::Parts::undoTo(std::size_t changeCount) {
   try {
-    changes->undo().undoTo(changeCount, now);
+    changes->undo().undoTo(changeCount, latestSecond);
   } catch (...) {
     isBroken = true;
     throw;
@@ -286,7 +288,7 @@ void Engine::Parts::rollbackTransaction() {
   transaction.clear();
   ++catalogueVersion;
   try {
-    undoTo(0, second());
+    undoTo(0);
   } catch (...) {
     gate.endTransaction();
     throw;
@@ -303,7 +305,7 @@ void Engine::Parts::asOne(Steps steps) {
       steps();
     } catch (...) {
       ++catalogueVersion;
-      undoTo(changeCount, second());
+      undoTo(changeCount);
       transaction.resize(commandCount);
       throw;
     }
@@ -320,9 +322,8 @@ void Engine::Parts::asOne(Steps steps) {
 }
 
 // files and the gate, as a writer, held.
-void Engine::Parts::saveFiles(std::int64_t now) {
-  const SealedRest rest{database->listeners, log->nextSequence(), std::max(now, lastSecond.load()),
-                        areFilesDamaged};
+void Engine::Parts::saveFiles() {
+  const SealedRest rest{database->listeners, log->nextSequence(), latestSecond, areFilesDamaged};
   try {
     saveSealed(database->tables, rest, database->directory, progressOf("checkpoint"));
   } catch (const CheckpointInDoubt&) {
@@ -340,7 +341,8 @@ void Engine::Parts::checkpoint() {
   const std::lock_guard hold(files);
   const WriterVisit visit(gate, Interrupt(interrupts));
   requireWritable();
-  saveFiles(second());
+  second();
+  saveFiles();
 }
 
 void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
@@ -351,7 +353,8 @@ void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
   const Interrupt interrupt(interrupts);
   const WriterVisit visit(gate, interrupt);
   requireWritable();
-  const std::int64_t now = second();
+  second();
+  const std::int64_t now = latestSecond;
   ++catalogueVersion;
   const auto rowsOf = [&] {
     std::int64_t count = 0;
@@ -364,7 +367,7 @@ void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
   std::vector<Table> replaced = changes->vacuum(command, {{}, now, now, interrupt});
   answer.rowsAffected = before - rowsOf();
   try {
-    saveFiles(now);
+    saveFiles();
   } catch (...) {
     changes->restore(replaced, now);
     throw;
