@@ -1,8 +1,9 @@
 // How an engine runs commands; see engine.h. Opening and closing stand in engine_open.cpp.
 #include "engine.h"
 
-#include <algorithm>
+#include <mutex>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -46,6 +47,25 @@ bool hasNoEffect(const strict::Command& command, const Answer& answer) {
                           std::holds_alternative<strict::Listen>(command);
   return countsRows && answer.rowsAffected == 0;
 }
+
+// A writer's visit with the files held, too. Another holder, a copy that is being made, is waited
+// for outside of the gate, where that holds up nobody.
+class FilesVisit {
+ public:
+  FilesVisit(Gate& gate, std::mutex& files, const Interrupt& interrupt) {
+    while (true) {
+      visit_.emplace(gate, interrupt);
+      hold_ = std::unique_lock(files, std::try_to_lock);
+      if (hold_.owns_lock()) return;
+      visit_.reset();
+      const std::lock_guard wait(files);
+    }
+  }
+
+ private:
+  std::optional<WriterVisit> visit_;
+  std::unique_lock<std::mutex> hold_;
+};
 
 // Faults that are told by other exceptions, as failures.
 template <typename Run>
@@ -338,8 +358,7 @@ void Engine::Parts::checkpoint() {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "A checkpoint cannot be part of a transaction");
   }
-  const std::lock_guard hold(files);
-  const WriterVisit visit(gate, Interrupt(interrupts));
+  const FilesVisit visit(gate, files, Interrupt(interrupts));
   requireWritable();
   second();
   saveFiles();
@@ -349,9 +368,8 @@ void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "VACUUM cannot be part of a transaction");
   }
-  const std::lock_guard hold(files);
   const Interrupt interrupt(interrupts);
-  const WriterVisit visit(gate, interrupt);
+  const FilesVisit visit(gate, files, interrupt);
   requireWritable();
   second();
   const std::int64_t now = latestSecond;

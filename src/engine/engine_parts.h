@@ -1,7 +1,8 @@
 // What an engine is made of, for the sources that implement it; see engine.h.
 //
-// Locks, in this order: files, held while files other than the log are written or copied; the gate,
-// which lets commands to the tables; the log's own.
+// Locks, in this order: the gate, which lets commands to the tables; files, held while files other
+// than the log are written or copied, and waited for only by who is not in the gate, or in with a
+// transaction of its own; the log's own.
 #pragma once
 
 #include <atomic>
@@ -52,9 +53,9 @@ struct Engine::Parts {
   // The second of the last command, and the latest that any has had: links are judged as of that
   // one, so that a clock that goes back breaks none.
   std::atomic<std::int64_t> lastSecond = 0;
-  std::atomic<std::int64_t> backFrom = 0;
   std::atomic<std::int64_t> latestSecond = 0;
   // Where the clock went back, for the log callback, which is called when no lock is held.
+  std::atomic<std::int64_t> backFrom = 0;
   std::atomic<std::int64_t> backTo = 0;
   // Syncs the log once a second, where that is the durability.
   std::thread syncer;
