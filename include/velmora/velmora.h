@@ -301,8 +301,8 @@ int velmora_checkpoint(velmora_db* db, velmora_error** error);
 
 /*
  * Copies the database, as it is at one moment, into the directory path, which must be empty or not
- * there (VELMORA_EXISTS). Others work on meanwhile. What a copy that fails has written is taken
- * away as far as that can be.
+ * there (VELMORA_EXISTS). Others work on meanwhile. What a copy that fails has written stays
+ * there.
  */
 int velmora_backup(velmora_db* db, const char* path, size_t length, velmora_error** error);
 
