@@ -30,7 +30,7 @@ static velmora_value number(int64_t integer) {
 }
 
 static velmora_value truth(int boolean) {
-  velmora_value value = {.type = VELMORA_BOOL};
+  velmora_value value = {.type = VELMORA_BOOLEAN};
   value.boolean = boolean;
   return value;
 }
