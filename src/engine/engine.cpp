@@ -41,7 +41,8 @@ bool hasNoEffect(const strict::Command& command, const Answer& answer) {
   return countsRows && answer.rowsAffected == 0;
 }
 
-// Faults that are told by other exceptions, as failures.
+// Faults that are told by other exceptions, as failures. What the tables throw otherwise is that
+// there is no room for another row.
 template <typename Run>
 void translated(Run run) {
   try {
@@ -191,6 +192,7 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
   if (select == nullptr) {
     show(std::get<strict::Show>(prepared.statement.command), database->tables, database->listeners,
          context, answer);
+    answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
     return;
   }
   if (prepared.catalogueVersion != catalogueVersion) {
@@ -199,6 +201,7 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
     prepared.catalogueVersion = catalogueVersion;
   }
   prepared.query->run(context, answer);
+  answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 
 void Engine::Parts::change(const strict::Statement& statement, std::span<const Value> values,

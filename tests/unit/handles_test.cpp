@@ -379,7 +379,7 @@ TEST_F(Handles, GiveValuesByTheirTypes) {
   EXPECT_EQ(length, 1U);
   EXPECT_STREQ(velmora_result_column_declared_type(result, 1, &length), "double");
   EXPECT_EQ(length, 6U);
-  EXPECT_EQ(velmora_result_rows_affected(result), 0);
+  EXPECT_EQ(velmora_result_rows_affected(result), 2);
   EXPECT_STREQ(velmora_result_message(result, &length), "");
   velmora_result_destroy(result);
 }
@@ -656,7 +656,7 @@ TEST_F(Handles, MakeJsonOnceAndValidForAnyText) {
   std::size_t length = 0;
   const char* const json = velmora_result_json(result, &length);
   EXPECT_EQ(std::string_view(json, length),
-            R"({"success": true, "message": "", "rows_affected": 0, )"
+            R"({"success": true, "message": "", "rows_affected": 2, )"
             R"("columns": ["id", "f", "s"], "data": [)"
             R"({"id": 1, "f": 0.1, "s": "\"}]\\\n\t\u0001 )"
             "\xC3\xA4 '\"}, "

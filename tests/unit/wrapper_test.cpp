@@ -73,7 +73,7 @@ TEST_F(WrapperTest, GivesRowsAsTypedValues) {
   database.run("INSERT INTO t f = ? s = ? a = ?", 3.0, nullptr, std::optional<int>());
   const Result result = database.run("SELECT * FROM t");
   EXPECT_EQ(result.message(), "");
-  EXPECT_EQ(result.rowsAffected(), 0);
+  EXPECT_EQ(result.rowsAffected(), 2);
   EXPECT_EQ(result.identity(), std::nullopt);
   EXPECT_EQ(result.nextChange(), std::nullopt);
   ASSERT_EQ(result.size(), 2U);
@@ -184,7 +184,7 @@ TEST_F(WrapperTest, KnowsWhatBecomesOfATimedValue) {
   EXPECT_EQ(velmora::valueAs<std::string>(timed->next), "green");
   EXPECT_FALSE(result[0].timed("n"));
   EXPECT_EQ(result.json(),
-            R"({"success": true, "message": "", "rows_affected": 0, "columns": ["colour", "n"], )"
+            R"({"success": true, "message": "", "rows_affected": 1, "columns": ["colour", "n"], )"
             R"("data": [{"colour": "red", "n": 1}], "next_change": 1700000030})");
 }
 
