@@ -30,7 +30,7 @@ static velmora_value number(int64_t integer) {
 }
 
 static velmora_value truth(int boolean) {
-  velmora_value value = {.type = VELMORA_BOOL};
+  velmora_value value = {.type = VELMORA_BOOLEAN};
   value.boolean = boolean;
   return value;
 }
@@ -53,7 +53,7 @@ static long run(const char *command, const velmora_value *values, size_t count) 
     tell("refused", error);
     return -1;
   }
-  rows = (long)velmora_result_rows_affected(result);
+  rows = (long)velmora_result_rows(result) + (long)velmora_result_rows_affected(result);
   velmora_result_destroy(result);
   return rows;
 }

@@ -74,7 +74,7 @@ class Shop {
  private:
   bool hasTable(const std::string& name) {
     for (const velmora::Row& row : database_.run("SHOW TABLES")) {
-      if (row.get<std::string>("name") == name) return true;
+      if (row.get<std::string>("table") == name) return true;
     }
     return false;
   }

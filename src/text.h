@@ -103,7 +103,14 @@ class Text {
     std::memcpy(words, bytes_, sizeof words);
     return (words[0] ^ words[1] * 0x9E3779B97F4A7C15) * 0xFF51AFD7ED558CCD;
   }
-  // A byte of that.
+  // Of a text of up to 15 bytes two words that are equal for equal texts alone; else false.
+  bool getWords(std::uint64_t& first, std::uint64_t& second) const noexcept {
+    if (isOnHeap()) return false;
+    std::memcpy(&first, bytes_, sizeof first);
+    std::memcpy(&second, bytes_ + sizeof first, sizeof second);
+    return true;
+  }
+  // A byte of the hash.
   std::uint8_t fingerprint() const noexcept { return static_cast<std::uint8_t>(hash() >> 56); }
 
  private:

@@ -302,7 +302,7 @@ int velmora_checkpoint(velmora_db* db, velmora_error** error);
 /*
  * Copies the database, as it is at one moment, into the directory path, which must be empty or not
  * there (VELMORA_EXISTS). Others work on meanwhile. What a copy that fails has written is taken
- * away as far as that can be.
+ * away.
  */
 int velmora_backup(velmora_db* db, const char* path, size_t length, velmora_error** error);
 
@@ -400,7 +400,7 @@ int velmora_result_boolean(const velmora_result* result, size_t row, size_t colu
 const char* velmora_result_text(const velmora_result* result, size_t row, size_t column,
                                 size_t* length);
 
-/* The rows that were found, or changed. */
+/* The rows that were changed; 0 for a query. */
 int64_t velmora_result_rows_affected(const velmora_result* result);
 /* What the command has to say, often nothing; ended by a zero byte; length: null, or gets the
    length without it. Borrowed. */
@@ -433,7 +433,7 @@ int velmora_result_timed(const velmora_result* result, size_t row, size_t column
  * The whole result as one valid JSON text (RFC 8259), ended by a zero byte:
  *
  *     {"success": true, "message": "", "rows_affected": 1, "columns": ["name"],
- *      "data": [{"name": "north"}], "identity": 7, "next_change": 1800000000}
+ *      "data": [{"name": "north"}], "next_change": 1800000000}
  *
  * "columns" and "data" are there when rows are answered, and "next_change" with them, null for
  * never; "identity" where there is one. Floats stand in the shortest form that reads back as the

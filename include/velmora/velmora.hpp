@@ -77,8 +77,8 @@ struct IsOptional : std::false_type {};
 template <typename T>
 struct IsOptional<std::optional<T>> : std::true_type {};
 
-// Throws what a call has failed with.
-inline void require(int code, velmora_error* error) {
+// Throws what a call has failed with; by reference, so that the error is read after the call.
+inline void require(int code, velmora_error*& error) {
   if (code == VELMORA_OK) return;
   if (code == VELMORA_NO_MEMORY) {
     velmora_error_destroy(error);

@@ -67,7 +67,8 @@ class FilesVisit {
   std::unique_lock<std::mutex> hold_;
 };
 
-// Faults that are told by other exceptions, as failures.
+// Faults that are told by other exceptions, as failures. What the tables throw otherwise is that
+// there is no room for another row.
 template <typename Run>
 void translated(Run run) {
   try {
@@ -217,6 +218,7 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
   if (select == nullptr) {
     show(std::get<strict::Show>(prepared.statement.command), database->tables, database->listeners,
          context, answer);
+    answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
     return;
   }
   if (prepared.catalogueVersion != catalogueVersion) {
@@ -225,6 +227,7 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
     prepared.catalogueVersion = catalogueVersion;
   }
   prepared.query->run(context, answer);
+  answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 
 void Engine::Parts::change(const strict::Statement& statement, std::span<const Value> values,

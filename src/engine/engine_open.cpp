@@ -189,10 +189,13 @@ void Engine::Parts::openLog(const OpenedLog& opened, bool isDamaged) {
   if (!isPlain) finishSealed(database->directory);
   if (opened.hasTornTail && !isDamaged) {
     File file(database->directory, logFileName, File::Mode::change);
+    const auto fileSize = file.size();
     if (!file.truncate(opened.size) || !file.sync()) {
       throw Failure(Code::io, "Failed to cut the end of the log").because(errno);
     }
-    tell(LogLevel::information, "The log ended within a record, which was cut off");
+    tell(LogLevel::warning, "The log ended within a record: " +
+                                std::to_string(fileSize.value_or(opened.size) - opened.size) +
+                                " bytes, of which nobody was told, were cut off");
   }
   log.emplace(database->directory, opened.size, opened.nextSequence);
   if (!isPlain && !isDamaged) return;
@@ -279,8 +282,16 @@ void Engine::backup(std::string_view path) {
     throw Failure(Code::exists, "The directory of the copy is not empty");
   }
   const std::lock_guard guard(engine.files);
-  copySealed(engine.database->directory, engine.log->size(), lock->directory(),
-             engine.progressOf("backup"));
+  try {
+    copySealed(engine.database->directory, engine.log->size(), lock->directory(),
+               engine.progressOf("backup"));
+  } catch (...) {
+    // Nothing else is there, so that a copy can be tried again.
+    for (const DirectoryEntry& entry : listFiles(lock->directory(), "")) {
+      removeFile(lock->directory(), entry.name);
+    }
+    throw;
+  }
 }
 
 void checkDatabase(std::string_view path, const Callbacks& callbacks,

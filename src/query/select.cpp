@@ -295,7 +295,6 @@ Query::~Query() = default;
 
 void Query::run(const QueryContext& context, Answer& answer) const {
   query::Run(parts_->plan, context, answer).run();
-  answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 
 }  // namespace velmora

@@ -240,7 +240,6 @@ void show(const strict::Show& show, const Tables& tables, const Listeners& liste
       query::showSchedule(show, tables, context, answer);
       break;
   }
-  answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 
 }  // namespace velmora

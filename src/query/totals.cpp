@@ -1,6 +1,7 @@
 // See totals.h.
 #include "totals.h"
 
+#include <bit>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -11,6 +12,18 @@
 namespace velmora::query {
 
 using strict::Function;
+
+namespace {
+
+// The number if the byte is 1, or 0 if it is 0, without a branch, which could not be foretold.
+std::int64_t valueIf(std::uint8_t isTaken, std::int64_t value) {
+  return value & -std::int64_t{isTaken};
+}
+double valueIf(std::uint8_t isTaken, double value) {
+  return std::bit_cast<double>(valueIf(isTaken, std::bit_cast<std::int64_t>(value)));
+}
+
+}  // namespace
 
 Totals::Totals(Function function, ValueKind kind, std::string name)
     : function_(function), kind_(kind), name_(std::move(name)) {
@@ -51,47 +64,50 @@ void Totals::countRows(std::span<const std::uint32_t> groups) {
 
 void Totals::add(const ColumnBatch& batch, std::span<const std::uint16_t> places,
                  const std::uint32_t* groups) {
-  const auto forEach = [&](auto add) {
-    for (std::size_t i = 0; i < places.size(); ++i) {
-      const std::size_t given = batch.given[places[i]];
-      counts_[groups[i]] += static_cast<std::int64_t>(given);
-      if (given != 0) add(places[i], groups[i]);
-    }
+  const auto forEach = [&](auto use) {
+    for (std::size_t i = 0; i < places.size(); ++i) use(std::size_t{places[i]}, groups[i]);
   };
-  if (function_ == Function::count) {
-    forEach([](std::size_t, std::size_t) {});
-  } else if (isBest()) {
-    forEach([&](std::size_t i, std::size_t group) { keepBest(batch.value(i), group); });
+  forEach([&](std::size_t i, std::size_t group) { counts_[group] += batch.given[i]; });
+  if (function_ == Function::count) return;
+  if (isBest()) {
+    forEach([&](std::size_t i, std::size_t group) {
+      if (batch.given[i] != 0) keepBest(batch.value(i), group);
+    });
   } else if (batch.type == AnswerType::real) {
-    forEach([&](std::size_t i, std::size_t group) { reals_[group] += batch.reals[i]; });
+    forEach([&](std::size_t i, std::size_t group) {
+      reals_[group] += valueIf(batch.given[i], batch.reals[i]);
+    });
   } else {
-    forEach([&](std::size_t i, std::size_t group) { wholes_[group] += batch.integers[i]; });
+    forEach([&](std::size_t i, std::size_t group) {
+      wholes_[group] += valueIf(batch.given[i], batch.integers[i]);
+    });
   }
 }
 
 void Totals::add(const ColumnBatch& batch, const RowMask& mask) {
+  const auto isTaken = [&](std::size_t i) {
+    return static_cast<std::uint8_t>(mask.passes[i] & batch.given[i]);
+  };
   std::int64_t count = 0;
-  const auto isTaken = [&](std::size_t i) { return (mask.passes[i] & batch.given[i]) != 0; };
-  for (std::size_t i = 0; i < mask.size; ++i) count += mask.passes[i] & batch.given[i];
+  for (std::size_t i = 0; i < mask.size; ++i) count += isTaken(i);
   counts_.front() += count;
+  if (function_ == Function::count) return;
   if (isBest()) {
     for (std::size_t i = 0; i < mask.size; ++i) {
-      if (isTaken(i)) keepBest(batch.value(i), 0);
+      if (isTaken(i) != 0) keepBest(batch.value(i), 0);
     }
-  } else if (function_ == Function::count) {
-    return;
   } else if (batch.type == AnswerType::real) {
     double sum = reals_.front();
-    for (std::size_t i = 0; i < mask.size; ++i) sum += isTaken(i) ? batch.reals[i] : 0.0;
+    for (std::size_t i = 0; i < mask.size; ++i) sum += valueIf(isTaken(i), batch.reals[i]);
     reals_.front() = sum;
   } else if (kind_ == ValueKind::integer) {
     std::int64_t sum = 0;  // a chunk's fits
-    for (std::size_t i = 0; i < mask.size; ++i) sum += isTaken(i) ? batch.integers[i] : 0;
+    for (std::size_t i = 0; i < mask.size; ++i) sum += valueIf(isTaken(i), batch.integers[i]);
     wholes_.front() += sum;
   } else {
-    for (std::size_t i = 0; i < mask.size; ++i) {
-      wholes_.front() += isTaken(i) ? batch.integers[i] : 0;
-    }
+    Wide sum = 0;
+    for (std::size_t i = 0; i < mask.size; ++i) sum += valueIf(isTaken(i), batch.integers[i]);
+    wholes_.front() += sum;
   }
 }
 

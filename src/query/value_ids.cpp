@@ -15,36 +15,41 @@ constexpr std::uint64_t nearCount = 4096;
 ValueIds::ValueIds() : slots_(firstSlots), near_(nearCount, none) {}
 
 ValueIds::Key ValueIds::keyOf(const ColumnBatch& batch, std::size_t place) noexcept {
-  if (batch.given[place] == 0) return {0, Sort::null};
+  if (batch.given[place] == 0) return {0, 0, Sort::null};
   switch (batch.type) {
     case AnswerType::integer:
-      return {static_cast<std::uint64_t>(batch.integers[place]), Sort::integer};
+      return {static_cast<std::uint64_t>(batch.integers[place]), 0, Sort::integer};
     case AnswerType::real: {
       // A float that is whole is that number.
       constexpr double limit = 0x1p63;
       const double value = batch.reals[place];
       if (value >= -limit && value < limit && std::floor(value) == value) {
-        return {static_cast<std::uint64_t>(static_cast<std::int64_t>(value)), Sort::integer};
+        return {static_cast<std::uint64_t>(static_cast<std::int64_t>(value)), 0, Sort::integer};
       }
-      return {std::bit_cast<std::uint64_t>(value), Sort::real};
+      return {std::bit_cast<std::uint64_t>(value), 0, Sort::real};
     }
     case AnswerType::boolean:
-      return {static_cast<std::uint64_t>(batch.integers[place]), Sort::boolean};
+      return {static_cast<std::uint64_t>(batch.integers[place]), 0, Sort::boolean};
     case AnswerType::null:
     case AnswerType::text:
       break;
   }
-  return {batch.texts[place].hash(), Sort::text, &batch.texts[place]};
+  const Text& text = batch.texts[place];
+  Key key{0, 0, Sort::text};
+  if (text.getWords(key.first, key.second)) return key;
+  return {text.hash(), 0, Sort::longText, &text};
 }
 
 std::size_t ValueIds::slotOf(const Key& key) const noexcept {
   constexpr std::uint64_t golden = 0x9E3779B97F4A7C15;
+  constexpr std::uint64_t odd = 0xFF51AFD7ED558CCD;
   const std::size_t mask = slots_.size() - 1;
   const int shift = 64 - std::countr_zero(slots_.size());
-  for (std::size_t at = (key.bits * golden) >> shift;; at = (at + 1) & mask) {
+  for (std::size_t at = ((key.first ^ key.second * odd) * golden) >> shift;; at = (at + 1) & mask) {
     const Slot& slot = slots_[at];
     if (slot.sort == Sort::empty) return at;
-    const bool isEqual = slot.bits == key.bits && slot.sort == key.sort &&
+    const bool isEqual = slot.first == key.first && slot.second == key.second &&
+                         slot.sort == key.sort &&
                          (key.text == nullptr || texts_[slot.id] == *key.text);
     if (isEqual) return at;
   }
@@ -54,19 +59,19 @@ std::uint32_t ValueIds::addKey(const Key& key) {
   Slot& found = slots_[slotOf(key)];
   if (found.sort != Sort::empty) return found.id;
   if (key.text != nullptr) {
-    texts_.resize(size_);  // others than texts have none
+    texts_.resize(size_);  // others have none
     texts_.push_back(*key.text);
   }
-  found = {key.bits, key.sort, size_};
+  found = {key.first, key.second, key.sort, size_};
   const std::uint32_t id = size_++;
   if (2 * std::size_t{size_} > slots_.size()) grow();
   return id;
 }
 
 std::uint32_t ValueIds::addInteger(std::int64_t value) {
-  const Key key{static_cast<std::uint64_t>(value), Sort::integer};
-  if (key.bits >= nearCount) return addKey(key);
-  std::uint32_t& id = near_[key.bits];
+  const Key key{static_cast<std::uint64_t>(value), 0, Sort::integer};
+  if (key.first >= nearCount) return addKey(key);
+  std::uint32_t& id = near_[key.first];
   if (id == none) id = addKey(key);
   return id;
 }
@@ -76,8 +81,8 @@ void ValueIds::grow() {
   old.swap(slots_);
   for (const Slot& slot : old) {
     if (slot.sort == Sort::empty) continue;
-    const Text* const text = slot.sort == Sort::text ? &texts_[slot.id] : nullptr;
-    slots_[slotOf({slot.bits, slot.sort, text})] = slot;
+    const Text* const text = slot.sort == Sort::longText ? &texts_[slot.id] : nullptr;
+    slots_[slotOf({slot.first, slot.second, slot.sort, text})] = slot;
   }
 }
 

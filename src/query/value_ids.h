@@ -29,16 +29,19 @@ class ValueIds {
   std::uint32_t addPair(std::uint32_t first, std::uint32_t second);
 
  private:
-  enum class Sort : std::uint32_t { empty, null, integer, real, boolean, text };
+  enum class Sort : std::uint32_t { empty, null, integer, real, boolean, text, longText };
+  // A value in two words, of a long text its hash.
   struct Slot {
-    std::uint64_t bits = 0;
+    std::uint64_t first = 0;
+    std::uint64_t second = 0;
     Sort sort = Sort::empty;
     std::uint32_t id = 0;
   };
   struct Key {
-    std::uint64_t bits;
+    std::uint64_t first;
+    std::uint64_t second;
     Sort sort;
-    const Text* text = nullptr;
+    const Text* text = nullptr;  // of a long one
   };
   static Key keyOf(const ColumnBatch& batch, std::size_t place) noexcept;
   // Where the key is, or belongs.
@@ -49,7 +52,7 @@ class ValueIds {
 
   std::vector<Slot> slots_;          // a power of two, at most half of them in use
   std::vector<std::uint32_t> near_;  // of small whole numbers
-  std::vector<Text> texts_;          // by number, where there are texts
+  std::vector<Text> texts_;          // by number, where there are long ones
   std::uint32_t size_ = 0;
 };
 

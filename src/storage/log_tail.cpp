@@ -1,9 +1,10 @@
 // What the end of a log is that no right record begins: torn by a crash, or damaged.
 //
-// A crash leaves the last record cut anywhere, or with pages of zeros that never reached the disk.
-// It leaves no record that is whole and wrong, none that is right behind a wrong one, and nothing
-// but a line feed behind a record's checksum. So that a flipped bit never passes for a crash, an
-// end that is a record's but for one bit counts as damage as well.
+// A crash leaves the last record cut anywhere; a power cut zeros where a write, or a page of one,
+// has not reached the disk, while records behind it may have. Neither leaves a record that is whole
+// and wrong, one that is right behind a wrong one without such zeros, or anything but a line feed
+// behind a record's checksum. So that a flipped bit never passes for a crash, an end that is a
+// record's but for one bit counts as damage as well.
 #include <algorithm>
 
 #include "../clock.h"
@@ -31,10 +32,12 @@ class Tail {
       quotes_.read(text_.substr(quotesRead_, marker - quotesRead_));
       quotesRead_ = marker;
       if (!found) found = faultOfEnd(end);
-      if (isRightLaterRecord(end)) return "a right record stands behind a wrong one";
+      if (!hasLostWrite(end) && isRightLaterRecord(end)) {
+        return "a right record stands behind a wrong one";
+      }
       if (end < text_.size() && text_[end] == '\n') lastEnd_ = end + 1;
     }
-    if (!found && !hasLostPage(text_.size()) && isRecordButForOneBit()) {
+    if (!found && !hasLostWrite(text_.size()) && isRecordButForOneBit()) {
       return "the end of the last record is wrong";
     }
     return found;
@@ -58,7 +61,7 @@ class Tail {
   std::optional<std::string> faultOfEnd(std::size_t end) {
     // Within a literal such an end is a text's, unless it bears the very number.
     const bool isOurs = last_->sequence == sequence_ || !quotes_.isOpen();
-    if (end == text_.size() || !isOurs || hasLostPage(end)) return std::nullopt;
+    if (end == text_.size() || !isOurs || hasLostWrite(end)) return std::nullopt;
     const bool isRight = isChecksum(last_->checksum, crc32c(0, text_.substr(0, last_->crcStart)));
     if (text_[end] != '\n') {
       if (!isRight) return std::nullopt;
@@ -96,6 +99,12 @@ class Tail {
       start = next;
     }
     return false;
+  }
+
+  // Whether a write before the end is lost: such a page, or the beginning of the tail, of which one
+  // flipped bit makes no more than one zero.
+  bool hasLostWrite(std::size_t end) const {
+    return text_.starts_with(std::string_view("\0\0", 2)) || hasLostPage(end);
   }
 
   bool isRecordButForOneBit() {
