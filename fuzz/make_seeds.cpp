@@ -60,6 +60,22 @@ constexpr const char* strictCommands[] = {
     "SHOW SCHEDULE FROM t UNTIL ?",
 };
 
+// Sequences of them; see handle_fuzzer.cpp.
+constexpr const char* handleSequences[] = {
+    "CREATE TABLE p id ApexInt s string(30) 3 l long d double f float b bool 2\n"
+    "CREATE TABLE c p int 3 k string x double\nINSERT INTO p s = 'a' --> 'b' @ 5 s c l = ?\n"
+    "INSERT INTO p s = ? b = true d = ? f = 0.1\nLINK c.p --> p.id\nINSERT INTO c p = 1 --> 2 @ 9 "
+    "s\n"
+    "!kill\nUPDATE c SET k = ? WHERE p = 1 || x IS NULL\n!clock 6\nDELETE FROM p\n!stop\n"
+    "SELECT p.s, COUNT(*), SUM(x) FROM p JOIN c ON id = c.p GROUP BY s ORDER BY s AT ?\n",
+    "CREATE TABLE q k string n int\nCREATE TABLE r k string\nINSERT INTO q k = 'a'\n"
+    "LINK r.k --> q.k\nBEGIN\nINSERT INTO r k = 'a'\nUPDATE q SET n = 2\nUNLINK r.k --> q.k\n"
+    "DROP TABLE q\nLISTEN r.INSERT --> 'x' WHERE k = ?\nROLLBACK\nDELETE FROM q\nDROP TABLE r\n",
+    "CREATE TABLE t n int s string 4\nINSERT INTO t n = ?\nINSERT INTO t n = 1\n"
+    "DELETE FROM t WHERE n > 0\nVACUUM t\n!kill\nINSERT INTO t s = 'x' --> ? @ ? s #TIME# ?\n"
+    "SHOW SCHEDULE UNTIL 1700000020\nCHECKPOINT\nSELECT MIN(n), MAX(s) FROM t LIMIT ?\n",
+};
+
 // A checkpoint's marker, which no finished checkpoint leaves.
 constexpr const char* marker = "lamps.del\nlamps.bin\nlamps.tmp\nlog 1 0\nend\n";
 
@@ -111,6 +127,10 @@ int main(int argc, char** argv) {
   count = 0;
   for (const char* const command : strictCommands) {
     write(root / "strict" / (std::to_string(++count) + ".txt"), std::string("0") + command);
+  }
+  count = 0;
+  for (const char* const sequence : handleSequences) {
+    write(root / "handle" / (std::to_string(++count) + ".txt"), std::string("0") + sequence);
   }
   const Files sample = sampleFiles();
   for (const auto& [fuzzer, file] : fuzzedFiles) {

@@ -28,6 +28,10 @@ const std::vector<std::pair<std::string, std::vector<Column>>> definitions = {
     {"c", {{"p", "int", 3}, {"s", "string(20)", 3}, {"l", "long", 2}, {"x", "double", 0}}}};
 const std::vector<Link> possibleLinks = {{"c", "p", "p", "id"}, {"c", "s", "q", "k"}};
 
+std::string linkText(const Link& link) {
+  return link.child + "." + link.childColumn + " --> " + link.parent + "." + link.parentColumn;
+}
+
 std::string literal(const Value& value) {
   const auto* const text = std::get_if<std::string>(&value);
   if (text == nullptr) {
@@ -76,7 +80,9 @@ class StrictModel : public handles::HandleTest {
 
   void step();
   void changeRows();
+  void insertRow(const std::string& table);
   void changeLinks();
+  void link(const Link& link);
   void transact();
   void restart();
   void ask();
@@ -106,11 +112,14 @@ Value StrictModel::randomValue(const std::string& type) {
 Cell StrictModel::randomCell(const Column& column) {
   Cell cell;
   cell.start = model_.now;
-  const std::size_t count = column.states < 2 || !oneIn(3) ? 1 : 2 + below(column.states - 1);
+  // What may become a key is seldom what no key can be.
+  const bool isKey = column.name == "k";
+  const bool isTimed = column.states > 1 && oneIn(isKey ? 30 : 3);
+  const std::size_t count = isTimed ? 2 + below(column.states - 1) : 1;
   cell.states.clear();
   while (cell.states.size() < count) {
     Value value = randomValue(column.type);
-    if (isNull(value) && count > 1) continue;
+    if (isNull(value) && (count > 1 || (isKey && !oneIn(5)))) continue;
     cell.states.emplace_back(std::move(value), 1 + below(12));
   }
   // The last state takes over the last duration.
@@ -303,45 +312,55 @@ void StrictModel::create(const std::string& table) {
 
 void StrictModel::changeRows() {
   const std::string table = pickTable();
-  const std::size_t kind = below(10);
+  const std::size_t kind = below(14);
   if (kind == 0) {
     const Filter filter = randomFilter(table, "");
     expect("DELETE FROM " + table + textOf(filter, table, ""),
            [&] { return model_.remove(table, filter); });
     return;
   }
-  const Assignments given = randomAssignments(table);
-  if (kind < 4) {
+  if (kind < 5) {
+    const Assignments given = randomAssignments(table);
     const Filter filter = randomFilter(table, "");
     const std::string text = textOf(table, given);
     expect("UPDATE " + table + " SET" + text + textOf(filter, table, ""),
            [&] { return model_.update(table, given, filter); });
   } else {
-    expect("INSERT INTO " + table + textOf(table, given),
-           [&] { return model_.insert(table, given); });
+    insertRow(table);
   }
 }
 
+void StrictModel::insertRow(const std::string& table) {
+  const Assignments given = randomAssignments(table);
+  expect("INSERT INTO " + table + textOf(table, given),
+         [&] { return model_.insert(table, given); });
+}
+
 void StrictModel::changeLinks() {
-  const Link& link = pick(possibleLinks);
-  const std::string text =
-      link.child + "." + link.childColumn + " --> " + link.parent + "." + link.parentColumn;
-  const std::size_t kind = below(6);
-  const auto answered = [](const std::function<void()>& change) {
-    return [=] {
-      change();
-      return std::string("0 rows");
-    };
-  };
-  if (kind < 3) {
-    expect("LINK " + text, answered([&] { model_.link(link); }));
-  } else if (kind == 3) {
-    expect("UNLINK " + text, answered([&] { model_.unlink(link); }));
+  const std::size_t kind = below(16);
+  if (kind < 10) {
+    link(pick(possibleLinks));
+  } else if (kind < 13) {
+    const Link& link = pick(possibleLinks);
+    expect("UNLINK " + linkText(link), [&] {
+      model_.unlink(link);
+      return "0 rows";
+    });
   } else {
-    const std::string table = kind == 4 ? "c" : pickTable();
-    expect("DROP TABLE " + table, answered([&] { model_.drop(table); }));
+    const std::string table = kind < 15 ? "c" : pickTable();
+    expect("DROP TABLE " + table, [&] {
+      model_.drop(table);
+      return "0 rows";
+    });
     create(table);
   }
+}
+
+void StrictModel::link(const Link& link) {
+  expect("LINK " + linkText(link), [&] {
+    model_.link(link);
+    return "0 rows";
+  });
 }
 
 void StrictModel::transact() {
@@ -446,6 +465,10 @@ void StrictModel::runSequence(std::uint64_t seed, std::size_t length) {
   before_.reset();
   past_ = "seed " + std::to_string(seed) + "\n";
   for (const auto& definition : definitions) create(definition.first);
+  for (const Link& each : possibleLinks) {
+    if (oneIn(2)) link(each);
+  }
+  for (int i = 0; i < 12; ++i) insertRow(pickTable());
   for (std::size_t i = 0; i < length && !HasFailure(); ++i) step();
   close();
   std::filesystem::remove_all(path());
