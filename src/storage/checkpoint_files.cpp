@@ -45,9 +45,9 @@ class TimedValues {
  private:
   std::int32_t put(std::size_t i, std::size_t column, const TempRule& rule) {
     const std::size_t size = wholeRowSize(table_.columns);
-    const std::size_t header = isShifted_ ? 0 : Storage::headerSize(table_.columns.size());
+    const std::int64_t header = isShifted_ ? 0 : Storage::headerSize(table_.columns.size());
     const std::string_view oldRow =
-        oldRows_.isOpen() ? reader_.at(static_cast<std::int64_t>(header + i * size), size)
+        oldRows_.isOpen() ? reader_.at(header + static_cast<std::int64_t>(i * size), size)
                           : std::string_view();
     return writer_.put(slotAt(oldRow, cellOffsets_[column]), timedLabel(table_.columns, column, i),
                        static_cast<std::int32_t>(column), rule);
