@@ -51,14 +51,28 @@ std::unique_ptr<DirectoryLock> lockDirectory(const std::string& path, const Open
   }
 }
 
+// A text that may have been read from a damaged file, with \xNN for each byte that is no text.
+std::string readable(std::string_view text) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string shown;
+  while (true) {
+    const std::size_t valid = utf8Prefix(text);
+    shown += printable(text.substr(0, valid));
+    if (valid == text.size()) return shown;
+    const auto byte = static_cast<unsigned char>(text[valid]);
+    shown.append("\\x").append(1, digits[byte / 16]).append(1, digits[byte % 16]);
+    text.remove_prefix(valid + 1);
+  }
+}
+
 // The first of the faults, and how many there are.
 class Faults {
  public:
   void add(const std::string& file, std::int64_t offset, const std::string& meaning) {
     if (count_++ > 0) return;
-    first_ = "'" + printable(file) + "'";
+    first_ = "'" + readable(file) + "'";
     if (offset >= 0) first_ += " at byte " + std::to_string(offset);
-    first_ += ": " + meaning;
+    first_ += ": " + readable(meaning);
   }
   bool isEmpty() const noexcept { return count_ == 0; }
   std::string text() const {
@@ -122,7 +136,7 @@ void Engine::Parts::open(const std::string& path) {
   const ReportFault report = [&](const std::string& file, std::int64_t offset,
                                  const std::string& meaning) {
     faults.add(file, offset, meaning);
-    tell(LogLevel::error, "'" + printable(file) + "': " + meaning);
+    tell(LogLevel::error, "'" + readable(file) + "': " + readable(meaning));
   };
   const std::int64_t now = options.callbacks.clock ? options.callbacks.clock() : clock::now();
   OpenedLog opened;
@@ -302,7 +316,7 @@ void checkDatabase(std::string_view path, const Callbacks& callbacks,
   const Directory directory = lock->directory();
   const ReportFault fault = [&](const std::string& file, std::int64_t offset,
                                 const std::string& meaning) {
-    report({file, offset, meaning});
+    report({readable(file), offset, readable(meaning)});
   };
   const auto progress = [&](std::string_view /*step*/, std::uint64_t done, std::uint64_t total) {
     return !callbacks.progress || callbacks.progress("check", done, total);

@@ -9,6 +9,7 @@
 
 #include "../failure.h"
 #include "../query/scope.h"
+#include "../strict/lexer.h"
 #include "../strict/render.h"
 #include "../text.h"
 #include "../typed_value.h"
@@ -26,12 +27,8 @@ struct Target {
 };
 
 std::string shown(const Value& value) {
-  const auto* const given = std::get_if<std::string>(&value);
-  if (given == nullptr) return strict::literal(value);
-  constexpr std::size_t mostBytes = 60;
-  const std::string& text = *given;
-  return "'" + printable(std::string_view(text).substr(0, mostBytes)) +
-         (text.size() > mostBytes ? "...'" : "'");
+  const auto* const text = std::get_if<std::string>(&value);
+  return text != nullptr ? strict::shown(*text) : strict::literal(value);
 }
 
 [[noreturn]] void refuse(Code code, const std::string& what, const Target& target) {

@@ -1,5 +1,6 @@
 // docs/losing-data.md through a handle, line by line: each of the eighteen ways to lose data is
 // tried, and closed.
+#include <algorithm>
 #include <cerrno>
 
 #include "handle_fixture.h"
@@ -197,6 +198,17 @@ TEST_F(LosingData, line13ALinkIsNotLostSilently) {
   EXPECT_FALSE(lines.empty());
   EXPECT_TRUE(fs::exists(path() / "damaged-1" / "p.bin"));
   EXPECT_EQ(run("SELECT * FROM c"), "one");
+}
+
+TEST_F(LosingData, line13WhatIsToldOfDamageIsTextWhateverTheBytesAre) {
+  run("CREATE TABLE people n int");
+  close();
+  std::string bytes = bytesOf("velmora.manifest");
+  bytes[bytes.find("people.bin")] = '\xf0';
+  write("velmora.manifest", bytes);
+  EXPECT_EQ(open().substr(0, 4), "! 13");
+  EXPECT_NE(std::find(lines.begin(), lines.end(), "'\\xf0eople.bin': the file is missing"),
+            lines.end());
 }
 
 TEST_F(LosingData, line14ACopyIsMadeWhileOthersWork) {
