@@ -95,7 +95,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   Parts& parts = *parts_;
   errno = EIO;
   if (hasFailed()) throwUnwritten("an earlier record is missing in");
-  if (!parts.file) parts.open();
+  if (!parts.file) asSystemFailure("", [&] { parts.open(); });
   std::string& record = parts.record;
   record.clear();
   if (commands.size() == 1) {
