@@ -175,14 +175,16 @@ class Loader {
 }  // namespace
 
 Contents contentsOf(const Directory& directory) {
-  const AwaitedFiles awaited = Storage::awaitedFiles(directory);
-  const Directory reading{directory.descriptor, &awaited};
-  if (File(reading, manifestFileName, File::Mode::read).isOpen()) return Contents::sealed;
-  for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
-    if (File(reading, name, File::Mode::read).isOpen()) return Contents::plain;
-  }
-  const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
-  return hasFiles ? Contents::plain : Contents::nothing;
+  return asSystemFailure("", [&] {
+    const AwaitedFiles awaited = Storage::awaitedFiles(directory);
+    const Directory reading{directory.descriptor, &awaited};
+    if (File(reading, manifestFileName, File::Mode::read).isOpen()) return Contents::sealed;
+    for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
+      if (File(reading, name, File::Mode::read).isOpen()) return Contents::plain;
+    }
+    const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
+    return hasFiles ? Contents::plain : Contents::nothing;
+  });
 }
 
 SealedState loadSealed(const Directory& directory, const ReportFault& report,
