@@ -11,20 +11,18 @@
 #include <utility>
 
 #include "../clock.h"
-#include "../failure.h"
 #include "../number.h"
 #include "checkpoint_journal.h"
 #include "checksum.h"
 #include "file_names.h"
+#include "system_failure.h"
 
 namespace velmora {
 namespace {
 
 [[noreturn]] void throwUnwritten(const char* what) {
   const int error = errno;
-  const bool isFull = error == ENOSPC || error == EDQUOT || error == EFBIG;
-  throw Failure(isFull ? Code::full : Code::io, std::string(what) + " " + logFileName)
-      .because(error);
+  throw systemFailure(std::string(what) + " " + logFileName, error);
 }
 
 void appendSecond(std::string& record, std::int64_t second) {
@@ -97,7 +95,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   Parts& parts = *parts_;
   errno = EIO;
   if (hasFailed()) throwUnwritten("an earlier record is missing in");
-  if (!parts.file) parts.open();
+  if (!parts.file) asSystemFailure("", [&] { parts.open(); });
   std::string& record = parts.record;
   record.clear();
   if (commands.size() == 1) {

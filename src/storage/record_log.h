@@ -59,7 +59,8 @@ class RecordLog {
   std::unique_ptr<Parts> parts_;
 };
 
-// Reads such a log from its beginning.
+// Reads such a log from its beginning; of a checkpoint that was interrupted and counts, the new
+// one. Throws std::runtime_error "Failed to read file: velmora.wal".
 class RecordLogReader {
  public:
   // The first record has to have this sequence number.
