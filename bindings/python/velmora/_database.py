@@ -42,7 +42,7 @@ class Result:
     """The rows that were read, in their order; empty for a command that reads none."""
     columns: list[str]
     affected: int
-    """The number of rows found, inserted, changed or removed."""
+    """The number of rows inserted, changed or removed; 0 for a query."""
     message: str
     """What the engine has to say, often nothing."""
     identity: int | None
@@ -244,7 +244,7 @@ class Statement:
         every = list(rows)
         for values in every:
             self._require_count(values)
-        bound = _library.bound_values(value for values in every for value in values)
+        bound = _library.bound_values(*every)
         with self._lock, self._database._call():
             return _taken(self._library, self._library.made(
                 self._library.statement_run_many, self._handle, bound, len(every)))

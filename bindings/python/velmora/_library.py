@@ -192,9 +192,10 @@ def encoded(text: str, what: str) -> bytes:
         raise ValueError(f"{what} has a lone surrogate") from None
 
 
-def bound_values(values: Iterable[Value]) -> ctypes.Array[BoundValue]:
-    """The values for the placeholders."""
-    bound = [_bound(value, number) for number, value in enumerate(values, start=1)]
+def bound_values(*rows: Iterable[Value]) -> ctypes.Array[BoundValue]:
+    """Rows of values for the placeholders, one behind the other."""
+    bound = [_bound(value, number) for values in rows
+             for number, value in enumerate(values, start=1)]
     return (BoundValue * len(bound))(*bound)
 
 
