@@ -104,7 +104,7 @@ class Database:
         self._process = os.getpid()
         self._lock = threading.Lock()  # held over what follows
         self._calls = 0
-        self._statements: set[int] = set()  # the addresses of those that live
+        self._statements = _Statements()
         # The options are handed over to keep their callbacks alive.
         self._closing = weakref.finalize(
             self, _close, self._library, self._handle, self._statements, self._process, options)
@@ -222,7 +222,7 @@ class Statement:
         self._lock = threading.Lock()
         self._parameters: int = self._library.statement_parameters(handle)
         assert handle.value is not None
-        database._statements.add(handle.value)
+        database._statements.living.add(handle.value)
         weakref.finalize(self, _destroy, self._library, handle.value, database._statements,
                          database._process)
 
@@ -269,17 +269,28 @@ def _taken(library: Library, result: c_void_p) -> Result:
         library.result_destroy(result)
 
 
-def _close(library: Library, handle: c_void_p, statements: set[int], process: int,
+class _Statements:
+    """Those of a database that live, by their addresses, and the lock under which they end."""
+
+    def __init__(self) -> None:
+        self.living: set[int] = set()
+        self.lock = threading.RLock()  # to end one may have Python free another
+
+
+def _close(library: Library, handle: c_void_p, statements: _Statements, process: int,
            _: Any) -> None:
     # What fails at this is told to the log callback.
     if os.getpid() == process:
-        while statements:
-            library.statement_destroy(statements.pop())
+        with statements.lock:
+            while statements.living:
+                library.statement_destroy(statements.living.pop())
         library.close(handle, None)
 
 
-def _destroy(library: Library, statement: int, statements: set[int], process: int) -> None:
+def _destroy(library: Library, statement: int, statements: _Statements, process: int) -> None:
     # Unless its database, closed before, has destroyed it.
-    if os.getpid() == process and statement in statements:
-        statements.remove(statement)
-        library.statement_destroy(statement)
+    if os.getpid() == process:
+        with statements.lock:
+            if statement in statements.living:
+                statements.living.remove(statement)
+                library.statement_destroy(statement)
