@@ -12,7 +12,7 @@ export interface Result {
   rows: Row[];
   /** The columns' names. One that was asked for twice is here twice, and in a row once. */
   columns: string[];
-  /** The number of rows inserted, changed or removed; 0 for a query. */
+  /** The number of rows found, inserted, changed or removed. */
   affected: number;
   /** What the engine has to say, often nothing. */
   message: string;

@@ -70,7 +70,9 @@ withDatabase('rows are objects of typed values, in order', (database) => {
   database.run('CREATE TABLE t id ApexInt l long s string x float b bool');
   assert.equal(database.run("INSERT INTO t l = 3 s = 'lamp' x = 1.5 b = true").identity, 1);
   assert.equal(database.run('INSERT INTO t l = ? x = 2', 2n ** 60n).identity, 2);
-  assert.deepEqual(database.run('SELECT * FROM t').rows, [
+  const { rows, affected } = database.run('SELECT * FROM t');
+  assert.equal(affected, 2);
+  assert.deepEqual(rows, [
     { id: 1, l: 3, s: 'lamp', x: 1.5, b: true },
     { id: 2, l: 2n ** 60n, s: null, x: 2, b: null },
   ]);

@@ -76,6 +76,7 @@ class Results(WithDatabase):
             repr(result.rows),
             "[{'id': 1, 'name': 'lamp', 'count': 3, 'weight': 2.0, 'heavy': True}]")
         self.assertEqual(result.columns, ["id", "name", "count", "weight", "heavy"])
+        self.assertEqual(result.affected, 1)
 
     def test_what_was_not_given_is_none(self) -> None:
         self.database.run("INSERT INTO things name = ?", None)

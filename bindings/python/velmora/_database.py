@@ -42,7 +42,7 @@ class Result:
     """The rows that were read, in their order; empty for a command that reads none."""
     columns: list[str]
     affected: int
-    """The number of rows inserted, changed or removed; 0 for a query."""
+    """The number of rows found, inserted, changed or removed."""
     message: str
     """What the engine has to say, often nothing."""
     identity: int | None
