@@ -31,7 +31,8 @@ Failure failureOf(const DirectoryInUse& error) {
 
 Failure failureOf(const DirectoryFailure& error) {
   const bool isMissing = error.systemError == ENOENT || error.systemError == ENOTDIR;
-  return Failure(isMissing ? Code::notFound : Code::io, error.what()).because(error.systemError);
+  if (!isMissing) return Failure(Code::io, error.what()).because(error.systemError);
+  return Failure(Code::notFound, "The database directory is not there").because(error.systemError);
 }
 
 // Waits for the directory as long as it may.
@@ -121,7 +122,6 @@ void Engine::Parts::open(const std::string& path) {
     faults.add(file, offset, meaning);
     tell(LogLevel::error, "'" + printable(file) + "': " + meaning);
   };
-  const std::int64_t now = options.callbacks.clock ? options.callbacks.clock() : clock::now();
   OpenedLog opened;
   switch (contentsOf(database->directory)) {
     case Contents::nothing:
@@ -136,12 +136,10 @@ void Engine::Parts::open(const std::string& path) {
       break;
     case Contents::sealed:
       if (options.mustCreate) throw Failure(Code::exists, "There is a database in the directory");
-      opened = openSealed(
-          *database, *changes, report,
-          [this](std::string_view step, std::uint64_t done, std::uint64_t total) {
-            return goOn(step, done, total);
-          },
-          now);
+      opened = openSealed(*database, *changes, report,
+                          [this](std::string_view step, std::uint64_t done, std::uint64_t total) {
+                            return goOn(step, done, total);
+                          });
       break;
   }
   if (!faults.isEmpty() && !options.mayRepair) throw Failure(Code::corrupt, faults.text());
@@ -316,7 +314,7 @@ void checkDatabase(std::string_view path, const Callbacks& callbacks,
     }
     case Contents::sealed: {
       Changes changes(database);
-      const OpenedLog opened = openSealed(database, changes, fault, progress, now);
+      const OpenedLog opened = openSealed(database, changes, fault, progress);
       if (opened.hasTornTail) {
         report({logFileName, opened.size,
                 "The log ends within a record, which the next open cuts off"});

@@ -133,8 +133,7 @@ void loadForPlainFunctions(Database& database) {
                            const std::string& meaning) {
       throw std::runtime_error("Corrupt file: " + file + ": " + meaning);
     };
-    const OpenedLog opened =
-        openSealed(sealed, changes, refuse, [](auto...) { return true; });
+    const OpenedLog opened = openSealed(sealed, changes, refuse, [](auto...) { return true; });
     if (!fitsPlainFiles(sealed.tables)) {
       throw std::runtime_error("Database holds what plain files cannot");
     }
