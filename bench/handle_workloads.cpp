@@ -180,7 +180,7 @@ const Statement countAndSum = {
 const Statement byAge = {
     "SELECT age, COUNT(*), SUM(score) FROM items GROUP BY age ORDER BY age",
     "SELECT age, COUNT(*), SUM(score) FROM items GROUP BY age ORDER BY age", false,
-    "SELECT age, COUNT(*)::INT AS \"COUNT(*)\", SUM(score)::REAL AS \"SUM(score)\" FROM items "
+    "SELECT age, COUNT(*)::INT AS \"COUNT(*)\", SUM(score) AS \"SUM(score)\" FROM items "
     "GROUP BY age ORDER BY age"};
 const Statement bestScores = {"SELECT id, name, score FROM items ORDER BY score DESC, id LIMIT 10",
                               "SELECT id, name, score FROM items ORDER BY score DESC, id LIMIT 10"};
