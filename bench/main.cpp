@@ -90,7 +90,7 @@ Options readOptions(int count, char** texts) {
 std::vector<Workload> allWorkloads(const Scale& scale) {
   std::vector<Workload> all;
   for (const auto& some : {pointWorkloads, scanWorkloads, checkpointWorkloads, loadWorkloads,
-                           memoryWorkloads, growthWorkloads}) {
+                           memoryWorkloads, handleWorkloads, growthWorkloads}) {
     for (const Workload& workload : some(scale)) all.push_back(workload);
   }
   return all;
