@@ -22,12 +22,13 @@ constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 // Whether the rule's next change can be told from its durations: what no clock shows and no command
 // gives may wrap.
 bool isUsual(const TempRule& rule, std::int64_t now) noexcept {
-  constexpr std::int64_t far = std::int64_t{1} << 40;
+  constexpr std::int64_t far = std::int64_t{1} << 60;
+  constexpr std::int64_t longest = std::int64_t{1} << 40;  // of a state
   const auto isNear = [](std::int64_t seconds) { return -far < seconds && seconds < far; };
   return isNear(now) && isNear(rule.startTime) && isNear(rule.cycleLength) &&
          rule.cycleLength >= (rule.repeat ? 1 : 0) &&
          std::all_of(rule.states.begin(), rule.states.end(), [&](const TempState& state) {
-           return state.duration >= 0 && isNear(state.duration);
+           return state.duration >= 0 && state.duration <= longest;
          });
 }
 

@@ -167,6 +167,8 @@ class Database {
   // is empty" or "Primary table is missing required future key: K"; nothing is recorded then.
   // dbMutex held.
   void linkRow(const Table& table, std::int32_t rowIndex, std::int64_t now);
+  // The same for all rows of a table. dbMutex held.
+  void linkRows(const Table& table, std::int64_t now);
   // Whether a live child row refers to the key of this parent row, now or in a coming state.
   // dbMutex held.
   bool isActivelyRestricted(const Table& parent, std::int32_t parentRow, std::string_view keyText,

@@ -215,6 +215,13 @@ void Database::linkRow(const Table& table, std::int32_t rowIndex, std::int64_t n
   }
 }
 
+void Database::linkRows(const Table& table, std::int64_t now) {
+  if (table.links.empty()) return;
+  for (std::size_t row = 0; row < table.rowCount(); ++row) {
+    if (table.isLive(row)) linkRow(table, static_cast<std::int32_t>(row), now);
+  }
+}
+
 bool Database::isActivelyRestricted(const Table& parent, std::int32_t parentRow,
                                     std::string_view keyText, std::int64_t now) const {
   for (const Dependents* linked = parent.dependents(static_cast<std::size_t>(parentRow));

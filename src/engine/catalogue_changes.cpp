@@ -121,13 +121,14 @@ void Changes::run(const strict::DropTable& command, const RunContext& context, A
     refuseName(Code::restricted, "Tables are linked to table '" + name + "'", command.table);
   }
   const auto dropped = std::make_shared<Dropped>();
-  undo_.noteCatalogue([this, dropped, now = context.now] {
+  while (!table.links.empty()) unlink(table, LinkRecord(table.links.back()), context.now);
+  undo_.noteCatalogue([this, dropped, name] {
     if (dropped->table.empty()) return;
-    const Table& back = database_->tables.insert(std::move(dropped->table)).position->second;
+    database_->tables.insert(std::move(dropped->table));
+    // Another table of that name may have had listeners meanwhile.
+    database_->listeners.erase(name);
     if (!dropped->listeners.empty()) database_->listeners.insert(std::move(dropped->listeners));
-    linkRows(back, now);
   });
-  database_->forgetChildTable(table);
   dropped->table = database_->tables.extract(database_->tables.find(name));
   dropped->listeners = database_->listeners.extract(name);
 }
@@ -170,10 +171,11 @@ void Changes::makeKey(Table& parent, std::size_t column, const strict::Name& nam
   }
   const ColumnValues& values = parent.values(column);
   for (std::size_t row = 0; row < parent.rowCount(); ++row) {
-    if (parent.isLive(row) && values.value(row, now).type == AnswerType::null) {
-      refuse(Code::type, "Column " + placeOf(parent.tableName, columnName) +
-                             " has rows that are NULL, which no key can be");
-    }
+    if (!parent.isLive(row)) continue;
+    const bool isNull = values.value(row, now).type == AnswerType::null;
+    if (!isNull && values.rule(row) == nullptr) continue;
+    refuse(Code::type, "Column " + placeOf(parent.tableName, columnName) + " has rows that are " +
+                           (isNull ? "NULL" : "timed") + ", which no key can be");
   }
   try {
     parent.setUpPrimaryKeyMap(columnName, now, KeyRule::liveFirst);
@@ -223,18 +225,22 @@ void Changes::run(const strict::Unlink& command, const RunContext& context, Answ
                    placeOf(link.parentTable, link.parentColumn),
                command.childTable);
   }
-  undo_.noteCatalogue([this, &child, link, before = child.links, now = context.now] {
+  unlink(child, link, context.now);
+}
+
+void Changes::unlink(Table& child, const LinkRecord& link, std::int64_t now) {
+  undo_.noteCatalogue([this, &child, link, before = child.links, now] {
     database_->link(child.tableName, link.column, link.parentTable, link.parentColumn, now);
     child.links = before;
   });
-  forgetLink(child, link, context.now);
+  forgetLink(child, link, now);
 }
 
 // A key that only the link has made goes with it.
 void Changes::forgetLink(Table& child, const LinkRecord& link, std::int64_t now) {
   database_->forgetChildTable(child);
   std::erase(child.links, link);
-  linkRows(child, now);
+  database_->linkRows(child, now);
   const auto parent = database_->tables.find(link.parentTable);
   if (parent == database_->tables.end()) return;
   Table& table = parent->second;
@@ -249,13 +255,6 @@ void Changes::forgetLink(Table& child, const LinkRecord& link, std::int64_t now)
         return std::any_of(entry.second.links.begin(), entry.second.links.end(), refersToKey);
       });
   if (isMade && !isWanted) table.dropPrimaryKey();
-}
-
-void Changes::linkRows(const Table& table, std::int64_t now) {
-  if (table.links.empty()) return;
-  for (std::size_t row = 0; row < table.rowCount(); ++row) {
-    if (table.isLive(row)) database_->linkRow(table, static_cast<std::int32_t>(row), now);
-  }
 }
 
 void Changes::run(const strict::Listen& command, const RunContext& context, Answer& answer) {

@@ -52,8 +52,7 @@ class Changes {
   void makeKey(Table& parent, std::size_t column, const strict::Name& name, std::int64_t now);
   static void refuseOrphans(const Table& child, std::size_t childColumn, const Table& parent,
                             std::size_t offset, std::int64_t now);
-  // Makes a table's rows known to their parents again.
-  void linkRows(const Table& table, std::int64_t now);
+  void unlink(Table& child, const LinkRecord& link, std::int64_t now);
   void forgetLink(Table& child, const LinkRecord& link, std::int64_t now);
   bool isParent(const std::string& table) const;
 

@@ -1,8 +1,9 @@
 // How an engine runs commands; see engine.h. Opening and closing stand in engine_open.cpp.
 #include "engine.h"
 
-#include <algorithm>
+#include <mutex>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
@@ -29,8 +30,14 @@ std::int64_t clockOf(const strict::Statement& statement, std::span<const Value> 
                      std::int64_t now) {
   if (!statement.clock) return now;
   const auto* const second = std::get_if<std::int64_t>(&valueOf(*statement.clock, values));
-  if (second != nullptr) return *second;
-  throw Failure(Code::type, "The clock has to be a whole number").at(statement.clock->offset);
+  const auto refuse = [&](Code code) {
+    throw Failure(
+        code, "The clock has to be a whole number from 0 to " + std::to_string(strict::latestClock))
+        .at(statement.clock->offset);
+  };
+  if (second == nullptr) refuse(Code::type);
+  if (*second < 0 || *second > strict::latestClock) refuse(Code::range);
+  return *second;
 }
 
 // Whether nothing needs to be kept of the command: it found no row.
@@ -40,6 +47,25 @@ bool hasNoEffect(const strict::Command& command, const Answer& answer) {
                           std::holds_alternative<strict::Listen>(command);
   return countsRows && answer.rowsAffected == 0;
 }
+
+// A writer's visit with the files held, too. Another holder, a copy that is being made, is waited
+// for outside of the gate, where that holds up nobody.
+class FilesVisit {
+ public:
+  FilesVisit(Gate& gate, std::mutex& files, const Interrupt& interrupt) {
+    while (true) {
+      visit_.emplace(gate, interrupt);
+      hold_ = std::unique_lock(files, std::try_to_lock);
+      if (hold_.owns_lock()) return;
+      visit_.reset();
+      const std::lock_guard wait(files);
+    }
+  }
+
+ private:
+  std::optional<WriterVisit> visit_;
+  std::unique_lock<std::mutex> hold_;
+};
 
 // Faults that are told by other exceptions, as failures. What the tables throw otherwise is that
 // there is no room for another row.
@@ -209,10 +235,12 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
   const Interrupt interrupt(interrupts);
   WriterVisit visit(gate, interrupt);
   requireWritable();
-  const std::int64_t now = second();
+  const bool isOfCatalogue = changesCatalogue(statement.command);
+  std::int64_t now = second();
+  if (isOfCatalogue) now = latestSecond;
   const RunContext context{values, now, clockOf(statement, values, now), interrupt};
   const std::size_t before = changes->undo().size();
-  if (changesCatalogue(statement.command)) ++catalogueVersion;
+  if (isOfCatalogue) ++catalogueVersion;
   std::int64_t end = 0;
   try {
     runChange(*changes, statement.command, context, answer);
@@ -226,7 +254,7 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
       }
     }
   } catch (...) {
-    undoTo(before, now);
+    undoTo(before);
     throw;
   }
   answer.second = now;
@@ -236,9 +264,9 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
   syncIfAlways(end);
 }
 
-void Engine::Parts::undoTo(std::size_t changeCount, std::int64_t now) {
+void Engine::Parts::undoTo(std::size_t changeCount) {
   try {
-    changes->undo().undoTo(changeCount, now);
+    changes->undo().undoTo(changeCount, latestSecond);
   } catch (...) {
     isBroken = true;
     throw;
@@ -283,7 +311,7 @@ void Engine::Parts::rollbackTransaction() {
   transaction.clear();
   ++catalogueVersion;
   try {
-    undoTo(0, second());
+    undoTo(0);
   } catch (...) {
     gate.endTransaction();
     throw;
@@ -300,7 +328,7 @@ void Engine::Parts::asOne(Steps steps) {
       steps();
     } catch (...) {
       ++catalogueVersion;
-      undoTo(changeCount, second());
+      undoTo(changeCount);
       transaction.resize(commandCount);
       throw;
     }
@@ -317,9 +345,8 @@ void Engine::Parts::asOne(Steps steps) {
 }
 
 // files and the gate, as a writer, held.
-void Engine::Parts::saveFiles(std::int64_t now) {
-  const SealedRest rest{database->listeners, log->nextSequence(), std::max(now, lastSecond.load()),
-                        areFilesDamaged};
+void Engine::Parts::saveFiles() {
+  const SealedRest rest{database->listeners, log->nextSequence(), latestSecond, areFilesDamaged};
   try {
     saveSealed(database->tables, rest, database->directory, progressOf("checkpoint"));
   } catch (const CheckpointInDoubt&) {
@@ -334,21 +361,21 @@ void Engine::Parts::checkpoint() {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "A checkpoint cannot be part of a transaction");
   }
-  const std::lock_guard hold(files);
-  const WriterVisit visit(gate, Interrupt(interrupts));
+  const FilesVisit visit(gate, files, Interrupt(interrupts));
   requireWritable();
-  saveFiles(second());
+  second();
+  saveFiles();
 }
 
 void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "VACUUM cannot be part of a transaction");
   }
-  const std::lock_guard hold(files);
   const Interrupt interrupt(interrupts);
-  const WriterVisit visit(gate, interrupt);
+  const FilesVisit visit(gate, files, interrupt);
   requireWritable();
-  const std::int64_t now = second();
+  second();
+  const std::int64_t now = latestSecond;
   ++catalogueVersion;
   const auto rowsOf = [&] {
     std::int64_t count = 0;
@@ -361,7 +388,7 @@ void Engine::Parts::vacuum(const strict::Vacuum& command, Answer& answer) {
   std::vector<Table> replaced = changes->vacuum(command, {{}, now, now, interrupt});
   answer.rowsAffected = before - rowsOf();
   try {
-    saveFiles(now);
+    saveFiles();
   } catch (...) {
     changes->restore(replaced, now);
     throw;

@@ -93,6 +93,9 @@ std::int64_t Engine::Parts::second() {
   std::int64_t last = lastSecond.load(std::memory_order_relaxed);
   if (now == last) return now;
   lastSecond.store(now, std::memory_order_relaxed);
+  std::int64_t latest = latestSecond.load();
+  while (now > latest && !latestSecond.compare_exchange_weak(latest, now)) {
+  }
   if (now < last) {
     backFrom.store(last);
     backTo.store(now);
@@ -122,6 +125,7 @@ void Engine::Parts::open(const std::string& path) {
     faults.add(file, offset, meaning);
     tell(LogLevel::error, "'" + printable(file) + "': " + meaning);
   };
+  const std::int64_t now = options.callbacks.clock ? options.callbacks.clock() : clock::now();
   OpenedLog opened;
   switch (contentsOf(database->directory)) {
     case Contents::nothing:
@@ -132,7 +136,8 @@ void Engine::Parts::open(const std::string& path) {
       return;
     case Contents::plain:
       if (options.mustCreate) throw Failure(Code::exists, "There is a database in the directory");
-      convertPlain(report);
+      convertPlain(report, now);
+      opened.second = now;
       break;
     case Contents::sealed:
       if (options.mustCreate) throw Failure(Code::exists, "There is a database in the directory");
@@ -143,19 +148,18 @@ void Engine::Parts::open(const std::string& path) {
       break;
   }
   if (!faults.isEmpty() && !options.mayRepair) throw Failure(Code::corrupt, faults.text());
-  lastSecond = opened.second;
+  lastSecond = latestSecond = opened.second;
   openLog(opened, !faults.isEmpty());
 }
 
 void Engine::Parts::makeDatabase() {
   log.emplace(database->directory, 0, 1);
-  saveFiles(0);
-  lastSecond = 0;
+  saveFiles();
 }
 
 // What the plain functions have left is loaded and brought to the files as they do it; then it is
 // read as handles read it.
-void Engine::Parts::convertPlain(const ReportFault& report) {
+void Engine::Parts::convertPlain(const ReportFault& report, std::int64_t now) {
   if (options.isReadOnly) {
     throw Failure(Code::readOnly,
                   "The directory was last used by the plain functions: open it once to be written");
@@ -164,14 +168,13 @@ void Engine::Parts::convertPlain(const ReportFault& report) {
   {
     Database plain(database->directory);
     plain.loadFromDisk(lines);
-    plain.checkpoint(clock::now());
+    plain.checkpoint(now);
   }
   std::istringstream each(lines.str());
   for (std::string line; std::getline(each, line);) {
     if (line.starts_with(skipped)) report(line.substr(std::string_view(skipped).size()), -1, line);
   }
-  takeTables(loadPlain(database->directory, report, progressOf("load")), *database, report,
-             clock::now());
+  takeTables(loadPlain(database->directory, report, progressOf("load")), *database, report, now);
 }
 
 // Goes on with the log that was read. What is damaged is kept aside and written anew.
@@ -197,7 +200,7 @@ void Engine::Parts::openLog(const OpenedLog& opened, bool isDamaged) {
   if (!isPlain && !isDamaged) return;
   for (auto& [name, table] : database->tables) table.markAllDirty();
   areFilesDamaged = isDamaged;
-  saveFiles(lastSecond);
+  saveFiles();
 }
 
 // Copies all that is there into a directory of its own within.
@@ -235,8 +238,9 @@ void Engine::Parts::runSyncer() {
       !syncerWakes.wait_for(guard, std::chrono::seconds(1), [this] { return isSyncerStopped; })) {
     guard.unlock();
     try {
-      log->syncTo(log->size());
+      log->syncAll();
     } catch (const std::exception& error) {
+      log->fail();
       tell(LogLevel::error, error.what());
       return;
     }

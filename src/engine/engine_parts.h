@@ -1,7 +1,8 @@
 // What an engine is made of, for the sources that implement it; see engine.h.
 //
-// Locks, in this order: files, held while files other than the log are written or copied; the gate,
-// which lets commands to the tables; the log's own.
+// Locks, in this order: the gate, which lets commands to the tables; files, held while files other
+// than the log are written or copied, and waited for only by who is not in the gate, or in with a
+// transaction of its own; the log's own.
 #pragma once
 
 #include <atomic>
@@ -49,9 +50,11 @@ struct Engine::Parts {
   bool areFilesDamaged = false;            // and to be written anew
   // A change has been made and could not be put on the disk.
   std::atomic<bool> isUnsure = false;
-  // The latest second that a command has run at; and where the clock went back to from there, for
-  // the log callback, which is called when no lock is held.
+  // The second of the last command, and the latest that any has had: links are judged as of that
+  // one, so that a clock that goes back breaks none.
   std::atomic<std::int64_t> lastSecond = 0;
+  std::atomic<std::int64_t> latestSecond = 0;
+  // Where the clock went back, for the log callback, which is called when no lock is held.
   std::atomic<std::int64_t> backFrom = 0;
   std::atomic<std::int64_t> backTo = 0;
   // Syncs the log once a second, where that is the durability.
@@ -63,7 +66,7 @@ struct Engine::Parts {
   // opening and closing (engine_open.cpp)
   void open(const std::string& path);
   void makeDatabase();
-  void convertPlain(const ReportFault& report);
+  void convertPlain(const ReportFault& report, std::int64_t now);
   void openLog(const OpenedLog& opened, bool isDamaged);
   void keepDamagedFiles();
   void close() noexcept;
@@ -83,8 +86,8 @@ struct Engine::Parts {
   void beginTransaction();
   void commitTransaction();
   void rollbackTransaction();
-  void undoTo(std::size_t changeCount, std::int64_t now);
-  void saveFiles(std::int64_t now);
+  void undoTo(std::size_t changeCount);
+  void saveFiles();
   void checkpoint();
   void vacuum(const strict::Vacuum& command, Answer& answer);
   void syncIfAlways(std::int64_t end);

@@ -2,15 +2,14 @@
 #include "fitting.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <limits>
 #include <string>
 #include <utility>
 
 #include "../failure.h"
-#include "../number.h"
 #include "../query/scope.h"
+#include "../strict/render.h"
 #include "../text.h"
 #include "../typed_value.h"
 
@@ -27,15 +26,10 @@ struct Target {
 };
 
 std::string shown(const Value& value) {
-  if (isNull(value)) return "NULL";
-  if (const auto* const number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
-  if (const auto* const real = std::get_if<double>(&value)) {
-    char text[maxNumberText];
-    return {text, std::to_chars(text, text + sizeof text, *real).ptr};
-  }
-  if (const auto* const truth = std::get_if<bool>(&value)) return *truth ? "true" : "false";
+  const auto* const given = std::get_if<std::string>(&value);
+  if (given == nullptr) return strict::literal(value);
   constexpr std::size_t mostBytes = 60;
-  const auto& text = std::get<std::string>(value);
+  const std::string& text = *given;
   return "'" + printable(std::string_view(text).substr(0, mostBytes)) +
          (text.size() > mostBytes ? "...'" : "'");
 }

@@ -24,6 +24,17 @@ constexpr bool isCatalogueChange =
     std::is_same_v<T, strict::Link> || std::is_same_v<T, strict::Unlink> ||
     std::is_same_v<T, strict::Listen> || std::is_same_v<T, strict::Unlisten>;
 
+// Handles give no such keys: rows could come to have the same one without a command.
+void refuseTimedKeys(const Table& parent, const std::string& keyColumn) {
+  const std::size_t column = parent.columnPosition(keyColumn);
+  if (column == noColumn || parent.columns[column].maxStates == 0) return;
+  for (std::size_t row = 0; row < parent.rowCount(); ++row) {
+    if (parent.isLive(row) && parent.values(column).rule(row) != nullptr) {
+      throw std::runtime_error("A key is timed");
+    }
+  }
+}
+
 void replay(const LoggedCommand& logged, Changes& changes) {
   const strict::Statement statement = strict::parse(logged.text);
   Answer answer;
@@ -43,6 +54,8 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
   }
   for (const Relation& link : state.links) {
     try {
+      const auto parent = database.tables.find(link.parentTable);
+      if (parent != database.tables.end()) refuseTimedKeys(parent->second, link.parentColumn);
       database.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, second);
     } catch (const std::bad_alloc&) {
       throw;

@@ -34,12 +34,15 @@ void refuseTaken(const Table& table, std::string_view key, std::size_t row) {
 // Refuses what no key can be.
 void checkKey(const Table& table, const FittedValue& value) {
   const Column& column = table.columns[value.column];
-  if (value.rule == nullptr && isNull(value.value)) {
+  const auto refuse = [&](const char* what) {
     throw Failure(Code::type, "Column '" + column.name + "' of table '" + table.tableName +
-                                  "' is its key, which cannot be NULL")
+                                  "' is its key, which cannot " + what)
         .of(table.tableName, column.name)
         .at(value.offset);
-  }
+  };
+  // Rows could come to have the same key, or lose that of their children, without a command.
+  if (value.rule != nullptr) refuse("be timed");
+  if (isNull(value.value)) refuse("be NULL");
   const auto* const text = std::get_if<std::string>(&value.value);
   if (text != nullptr && *text == missingValue) {
     throw Failure(Code::range, "'#/#?' is no key")

@@ -49,6 +49,9 @@ void UndoLog::undoTo(std::size_t size, std::int64_t now) {
     std::visit([&](auto& change) { undo(change, now); }, changes_.back());
     changes_.pop_back();
   }
+  if (!areParentsUnsure_) return;
+  for (const auto& [name, table] : database_->tables) database_->linkRows(table, now);
+  areParentsUnsure_ = !changes_.empty();
 }
 
 void UndoLog::undo(Insert& change, std::int64_t now) {
@@ -86,6 +89,9 @@ void UndoLog::undo(Update& change, std::int64_t now) {
   }
 }
 
-void UndoLog::undo(Catalogue& change, std::int64_t /*now*/) { change.takeBack(); }
+void UndoLog::undo(Catalogue& change, std::int64_t /*now*/) {
+  change.takeBack();
+  areParentsUnsure_ = true;
+}
 
 }  // namespace velmora

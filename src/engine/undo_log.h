@@ -22,7 +22,10 @@ class UndoLog {
   std::size_t size() const noexcept { return changes_.size(); }
   bool isEmpty() const noexcept { return changes_.empty(); }
   // The changes stay.
-  void clear() noexcept { changes_.clear(); }
+  void clear() noexcept {
+    changes_.clear();
+    areParentsUnsure_ = false;
+  }
 
   // A row that is about to be appended.
   void noteInsert(Table& table, std::size_t row);
@@ -65,10 +68,13 @@ class UndoLog {
   void undo(Insert& change, std::int64_t now);
   void undo(Deletion& change, std::int64_t now);
   void undo(Update& change, std::int64_t now);
-  static void undo(Catalogue& change, std::int64_t now);
+  void undo(Catalogue& change, std::int64_t now);
 
   Database* database_;
   std::vector<std::variant<Insert, Deletion, Update, Catalogue>> changes_;
+  // Parents list the rows that were theirs before an update or a deletion; where a change of the
+  // catalogue was taken back, they may not do so any more.
+  bool areParentsUnsure_ = false;
 };
 
 }  // namespace velmora

@@ -72,7 +72,7 @@ void Changes::restore(std::vector<Table>& tables, std::int64_t now) {
   if (tables.empty()) return;
   // Rows have other indices now, by which parents know their children.
   for (auto& [name, table] : database_->tables) database_->forgetChildTable(table);
-  for (const auto& [name, table] : database_->tables) linkRows(table, now);
+  for (const auto& [name, table] : database_->tables) database_->linkRows(table, now);
 }
 
 }  // namespace velmora

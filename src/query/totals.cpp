@@ -2,6 +2,7 @@
 #include "totals.h"
 
 #include <bit>
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -125,6 +126,9 @@ TypedValue Totals::result(std::size_t group) const {
   if (count == 0) return {};
   if (isBest()) return typedValue(bests_[group]);
   const bool isReal = answerTypeOf(kind_) == AnswerType::real;
+  if (isReal && !std::isfinite(reals_[group])) {
+    throw Failure(Code::range, name_ + " does not fit a double");
+  }
   if (function_ == Function::avg) {
     const double sum = isReal ? reals_[group] : static_cast<double>(wholes_[group]);
     return TypedValue::ofReal(sum / static_cast<double>(count));

@@ -123,9 +123,10 @@ ValueTest::ValueTest(Operator op, const ColumnValues& column, TypedValue wanted)
     : column_(&column), op_(op), wanted_(wanted) {
   if (wanted_.type != AnswerType::real) return;
   if (std::isnan(wanted_.real)) wanted_ = {};
-  if (column.kind() == ValueKind::real) {
-    wanted_.real = static_cast<double>(static_cast<float>(wanted_.real));
-  }
+  if (column.kind() != ValueKind::real) return;
+  // What would be rounded to nothing is no value of the column, and not 0.
+  const auto narrowed = static_cast<float>(wanted_.real);
+  if (narrowed != 0) wanted_.real = static_cast<double>(narrowed);
 }
 
 bool ValueTest::matches(const TypedValue& value) const noexcept {

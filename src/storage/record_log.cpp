@@ -43,9 +43,10 @@ struct RecordLog::Parts {
       : directory(directory_), size(size_), nextSequence(nextSequence_) {}
 
   Directory directory;
-  std::optional<File> file;  // not open before the first record
+  std::optional<File> file;  // not open before the first record or sync
   std::string record;        // keeps its memory
-  // The mutex guards what is below; the file is written and synced without it.
+  // The mutex guards what is below, and is held to open and close the file, which is written and
+  // synced without it.
   std::mutex mutex;
   std::condition_variable syncDone;
   std::int64_t size;
@@ -95,7 +96,10 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   Parts& parts = *parts_;
   errno = EIO;
   if (hasFailed()) throwUnwritten("an earlier record is missing in");
-  if (!parts.file) asSystemFailure("", [&] { parts.open(); });
+  {
+    const std::scoped_lock lock(parts.mutex);
+    if (!parts.file) asSystemFailure("", [&] { parts.open(); });
+  }
   std::string& record = parts.record;
   record.clear();
   if (commands.size() == 1) {
@@ -128,6 +132,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
 
 // Syncs the file for all who wait by now; the lock is let go meanwhile.
 void RecordLog::Parts::sync(std::unique_lock<std::mutex>& lock) {
+  if (!file) open();
   isSyncing = true;
   const std::int64_t end = emptied + size;
   lock.unlock();
@@ -144,12 +149,14 @@ void RecordLog::Parts::sync(std::unique_lock<std::mutex>& lock) {
   errno = error;
 }
 
+void RecordLog::syncAll() { syncTo(end()); }
+
 void RecordLog::syncTo(std::int64_t end) {
   Parts& parts = *parts_;
   std::unique_lock lock(parts.mutex);
   while (parts.synced < end) {
     errno = EIO;
-    if (!parts.hasFailed && !parts.isSyncing && parts.file) parts.sync(lock);
+    if (!parts.hasFailed && !parts.isSyncing) parts.sync(lock);
     if (parts.synced >= end) break;
     if (parts.hasFailed) throwUnwritten("cannot sync");
     parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
@@ -159,6 +166,11 @@ void RecordLog::syncTo(std::int64_t end) {
 bool RecordLog::hasFailed() const noexcept {
   const std::scoped_lock lock(parts_->mutex);
   return parts_->hasFailed;
+}
+
+std::int64_t RecordLog::end() const noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  return parts_->emptied + parts_->size;
 }
 
 std::int64_t RecordLog::size() const noexcept {

@@ -45,6 +45,8 @@ class RecordLog {
   // wait at the same time share a sync. Throws Failure with io when the system refuses; the log has
   // failed then.
   void syncTo(std::int64_t end);
+  // The same for everything that the log has by now.
+  void syncAll();
   // Whether something was not written, so that nothing more may be.
   bool hasFailed() const noexcept;
   std::int64_t size() const noexcept;
@@ -56,6 +58,7 @@ class RecordLog {
 
  private:
   struct Parts;
+  std::int64_t end() const noexcept;  // of the last record, as append gives it
   std::unique_ptr<Parts> parts_;
 };
 

@@ -67,7 +67,9 @@ Statement parse(std::string_view text) {
   Statement statement;
   statement.command = readCommand(cursor);
   std::size_t end = cursor.offset();
-  if (mayBearClock(statement.command) && cursor.skip("#TIME#")) statement.clock = cursor.second();
+  if (mayBearClock(statement.command) && cursor.skip("#TIME#")) {
+    statement.clock = cursor.wholeNumber(0, latestClock);
+  }
   if (!cursor.atEnd()) {
     const std::string found = shown(cursor.token().text);
     throw Failure(Code::syntax, "Unexpected " + found + " after the command").at(cursor.offset());

@@ -52,8 +52,9 @@ struct Comparison {
 };
 using Filter = std::vector<Comparison>;
 
-// The most seconds that a state may last.
+// The most seconds that a state may last, and the last second at which timed values may start.
 inline constexpr std::int64_t longestState = std::int64_t{1} << 40;
+inline constexpr std::int64_t latestClock = std::int64_t{1} << 40;
 // A state behind an arrow: the value, and how long the one before it lasts.
 struct State {
   Operand value;

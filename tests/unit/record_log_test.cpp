@@ -347,6 +347,25 @@ TEST_F(RecordLogTest, whatIsSyncedIsNotSyncedAgain) {
   EXPECT_EQ(syncs, 1);
 }
 
+TEST_F(RecordLogTest, everythingIsSyncedThatWasFoundOrFollowsACheckpoint) {
+  writeRecords({{insert_}, {insert_}});
+  RecordLog log(directory_, sizeOf(directory_, "velmora.wal"), 9);
+  syncs = 0;
+  setFileHook([](const FileEvent& event) {
+    if (event.operation == FileOperation::sync) ++syncs;
+    return 0;
+  });
+  log.syncAll();
+  EXPECT_EQ(syncs, 1);
+  put("");
+  log.wasEmptied();
+  log.append(Commands{insert_});  // the file is shorter than the one before
+  log.syncAll();
+  log.syncAll();
+  setFileHook(nullptr);
+  EXPECT_EQ(syncs, 2);
+}
+
 TEST_F(RecordLogTest, aCheckpointSyncsAllRecords) {
   put("");
   RecordLog log(directory_, 0, 7);
