@@ -125,11 +125,17 @@ void Changes::run(const strict::DropTable& command, const RunContext& context, A
     if (dropped->table.empty()) return;
     const Table& back = database_->tables.insert(std::move(dropped->table)).position->second;
     if (!dropped->listeners.empty()) database_->listeners.insert(std::move(dropped->listeners));
+    for (const LinkRecord& link : back.links) {
+      Table& parent = database_->tables.find(link.parentTable)->second;
+      if (parent.hasPrimaryKey()) continue;
+      parent.setUpPrimaryKeyMap(link.parentColumn, now, KeyRule::liveFirst);
+    }
     linkRows(back, now);
   });
   database_->forgetChildTable(table);
   dropped->table = database_->tables.extract(database_->tables.find(name));
   dropped->listeners = database_->listeners.extract(name);
+  for (const LinkRecord& link : dropped->table.mapped().links) forgetKey(link);
 }
 
 void Changes::run(const strict::Link& command, const RunContext& context, Answer& /*answer*/) {
@@ -230,11 +236,15 @@ void Changes::run(const strict::Unlink& command, const RunContext& context, Answ
   forgetLink(child, link, context.now);
 }
 
-// A key that only the link has made goes with it.
 void Changes::forgetLink(Table& child, const LinkRecord& link, std::int64_t now) {
   database_->forgetChildTable(child);
   std::erase(child.links, link);
   linkRows(child, now);
+  forgetKey(link);
+}
+
+// A key that only the link has made goes with it.
+void Changes::forgetKey(const LinkRecord& link) {
   const auto parent = database_->tables.find(link.parentTable);
   if (parent == database_->tables.end()) return;
   Table& table = parent->second;

@@ -55,6 +55,7 @@ class Changes {
   // Makes a table's rows known to their parents again.
   void linkRows(const Table& table, std::int64_t now);
   void forgetLink(Table& child, const LinkRecord& link, std::int64_t now);
+  void forgetKey(const LinkRecord& link);
   bool isParent(const std::string& table) const;
 
   Database* database_;

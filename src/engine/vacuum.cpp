@@ -44,9 +44,7 @@ Table withoutDeletedRows(const Table& table, std::int64_t now, const Interrupt& 
 Table& Changes::tableOf(const strict::Name& name) {
   const auto found = database_->tables.find(name.text);
   if (found != database_->tables.end()) return found->second;
-  throw Failure(Code::notFound, "Unknown table '" + name.text + "'")
-      .of(name.text)
-      .at(name.offset);
+  throw Failure(Code::notFound, "Unknown table '" + name.text + "'").of(name.text).at(name.offset);
 }
 
 std::size_t Changes::columnOf(const Table& table, const strict::Name& name) {
