@@ -124,6 +124,8 @@ void Changes::run(const strict::DropTable& command, const RunContext& context, A
   undo_.noteCatalogue([this, dropped, now = context.now] {
     if (dropped->table.empty()) return;
     const Table& back = database_->tables.insert(std::move(dropped->table)).position->second;
+    // Another table of the name may have had listeners meanwhile.
+    database_->listeners.erase(back.tableName);
     if (!dropped->listeners.empty()) database_->listeners.insert(std::move(dropped->listeners));
     for (const LinkRecord& link : back.links) {
       Table& parent = database_->tables.find(link.parentTable)->second;

@@ -106,6 +106,17 @@ TEST_F(EngineCommands, aKeyThatALinkHasMadeGoesWithTheDroppedTable) {
   EXPECT_EQ(run("SELECT * FROM p"), "a; a");
 }
 
+TEST_F(EngineCommands, listenersOfADroppedTableComeBackAtARollback) {
+  run("CREATE TABLE t n int");
+  run("LISTEN t.change --> 'there'");
+  run("BEGIN");
+  run("DROP TABLE t");
+  run("CREATE TABLE t n int");
+  run("LISTEN t.change --> 'here'");
+  run("ROLLBACK");
+  EXPECT_EQ(run("SHOW LISTENERS"), "t change there ''");
+}
+
 TEST_F(EngineCommands, orphansAreCountedAndNamed) {
   run("CREATE TABLE p id ApexInt");
   run("CREATE TABLE c p int");
