@@ -1,9 +1,9 @@
 // What the end of a log is that no right record begins: torn by a crash, or damaged.
 //
 // A crash leaves the last record cut anywhere, or with pages of zeros that never reached the disk.
-// It leaves no record that is whole and wrong, none that is right behind a wrong one, and nothing
-// but a line feed behind a record's checksum. So that a flipped bit never passes for a crash, an
-// end that is a record's but for one bit counts as damage as well.
+// It leaves no record that is whole and wrong, none that is right behind a wrong one unless a page
+// before it is lost, and nothing but a line feed behind a record's checksum. So that a flipped bit
+// never passes for a crash, an end that is a record's but for one bit counts as damage as well.
 #include <algorithm>
 
 #include "../clock.h"
@@ -31,7 +31,9 @@ class Tail {
       quotes_.read(text_.substr(quotesRead_, marker - quotesRead_));
       quotesRead_ = marker;
       if (!found) found = faultOfEnd(end);
-      if (isRightLaterRecord(end)) return "a right record stands behind a wrong one";
+      if (isRightLaterRecord(end) && !hasLostPage(end)) {
+        return "a right record stands behind a wrong one";
+      }
       if (end < text_.size() && text_[end] == '\n') lastEnd_ = end + 1;
     }
     if (!found && !hasLostPage(text_.size()) && isRecordButForOneBit()) {

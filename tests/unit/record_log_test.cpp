@@ -247,10 +247,18 @@ TEST_F(RecordLogTest, zerosThatAreNoPageAreDamage) {
   EXPECT_EQ(read().fault, "the record's checksum is wrong");
 }
 
-TEST_F(RecordLogTest, aLostPageBeforeARightRecordIsDamage) {
+// What was not synced reaches the disk in any order.
+TEST_F(RecordLogTest, aPageLostBeforeARightRecordIsATornTail) {
   const std::string text = "INSERT INTO t a = '" + std::string(20'000, 'x') + "'";
-  writeRecords({{insert_}, {{text, 5, std::nullopt}}, {insert_}});
+  const auto ends = writeRecords({{insert_}, {{text, 5, std::nullopt}}, {insert_}});
   std::string bytes = bytesOf("velmora.wal");
+  bytes.replace(4096, 4096, 4096, '\0');
+  put(bytes);
+  EXPECT_TRUE(read().isTorn);
+  EXPECT_EQ(read().completeSize, ends[0]);
+  // Where the page is lost behind the right record, that one has nothing to be wrong before it.
+  writeRecords({{insert_}, {insert_}, {{text, 5, std::nullopt}}, {insert_}});
+  bytes = "x" + bytesOf("velmora.wal").substr(1);
   bytes.replace(4096, 4096, 4096, '\0');
   put(bytes);
   EXPECT_EQ(read().fault, "a right record stands behind a wrong one");
