@@ -58,7 +58,7 @@ struct RecordLog::Parts {
   bool hasFailed = false;
 
   void open();
-  void write();
+  void openOnce();
   void sync(std::unique_lock<std::mutex>& lock);
 };
 
@@ -87,6 +87,11 @@ void RecordLog::Parts::open() {
   }
 }
 
+void RecordLog::Parts::openOnce() {
+  const std::scoped_lock lock(mutex);
+  if (!file) open();
+}
+
 void RecordLog::fail() noexcept {
   const std::scoped_lock lock(parts_->mutex);
   parts_->hasFailed = true;
@@ -97,7 +102,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   Parts& parts = *parts_;
   errno = EIO;
   if (hasFailed()) throwUnwritten("an earlier record is missing in");
-  if (!parts.file) parts.open();
+  parts.openOnce();
   std::string& record = parts.record;
   record.clear();
   if (commands.size() == 1) {
@@ -151,7 +156,9 @@ void RecordLog::syncTo(std::int64_t end) {
   std::unique_lock lock(parts.mutex);
   while (parts.synced < end) {
     errno = EIO;
-    if (!parts.hasFailed && !parts.isSyncing && parts.file) parts.sync(lock);
+    // Records that were found are not known to be on the disk.
+    if (!parts.hasFailed && !parts.file) parts.open();
+    if (!parts.hasFailed && !parts.isSyncing) parts.sync(lock);
     if (parts.synced >= end) break;
     if (parts.hasFailed) throwUnwritten("cannot sync");
     parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
@@ -166,6 +173,11 @@ bool RecordLog::hasFailed() const noexcept {
 std::int64_t RecordLog::size() const noexcept {
   const std::scoped_lock lock(parts_->mutex);
   return parts_->size;
+}
+
+std::int64_t RecordLog::end() const noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  return parts_->emptied + parts_->size;
 }
 
 std::uint64_t RecordLog::nextSequence() const noexcept {

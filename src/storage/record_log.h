@@ -48,6 +48,8 @@ class RecordLog {
   // Whether something was not written, so that nothing more may be.
   bool hasFailed() const noexcept;
   std::int64_t size() const noexcept;
+  // What syncTo has to be given for all records.
+  std::int64_t end() const noexcept;
   std::uint64_t nextSequence() const noexcept;
   // A checkpoint has emptied the file.
   void wasEmptied();

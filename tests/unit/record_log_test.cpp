@@ -359,6 +359,34 @@ TEST_F(RecordLogTest, aCheckpointSyncsAllRecords) {
   EXPECT_EQ(read(8).records.size(), 1U);
 }
 
+// Who wrote them may have been killed before they were synced.
+TEST_F(RecordLogTest, recordsThatWereFoundAreSynced) {
+  const auto ends = writeRecords({{insert_}});
+  RecordLog log(directory_, ends[0], 8);
+  syncs = 0;
+  setFileHook([](const FileEvent& event) {
+    if (event.operation == FileOperation::sync) ++syncs;
+    return 0;
+  });
+  log.syncTo(log.end());
+  setFileHook(nullptr);
+  EXPECT_EQ(syncs, 1);
+}
+
+TEST_F(RecordLogTest, theEndIsCountedOnOverACheckpoint) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  const std::int64_t first = log.append(Commands{insert_});
+  EXPECT_EQ(log.end(), first);
+  fs::remove(path_ / "velmora.wal");
+  put("");
+  log.wasEmptied();
+  EXPECT_EQ(log.end(), first);
+  const std::int64_t second = log.append(Commands{insert_});
+  EXPECT_EQ(log.end(), second);
+  EXPECT_EQ(second, 2 * first);
+}
+
 TEST_F(RecordLogTest, threadsWaitForTheirOwnRecords) {
   put("");
   RecordLog log(directory_, 0, 7);
