@@ -197,7 +197,11 @@ void Engine::Parts::openLog(const OpenedLog& opened, bool isDamaged) {
                                 " bytes, of which nobody was told, were cut off");
   }
   log.emplace(database->directory, opened.size, opened.nextSequence);
-  if (!isPlain && !isDamaged) return;
+  if (!isPlain && !isDamaged) {
+    // Who wrote it may have been killed before it was synced; from now on it is shown.
+    if (options.durability != Durability::off) log->syncTo(log->end());
+    return;
+  }
   for (auto& [name, table] : database->tables) table.markAllDirty();
   areFilesDamaged = isDamaged;
   saveFiles();
@@ -238,7 +242,7 @@ void Engine::Parts::runSyncer() {
       !syncerWakes.wait_for(guard, std::chrono::seconds(1), [this] { return isSyncerStopped; })) {
     guard.unlock();
     try {
-      log->syncAll();
+      log->syncTo(log->end());
     } catch (const std::exception& error) {
       log->fail();
       tell(LogLevel::error, error.what());

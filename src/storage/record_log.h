@@ -45,11 +45,11 @@ class RecordLog {
   // wait at the same time share a sync. Throws Failure with io when the system refuses; the log has
   // failed then.
   void syncTo(std::int64_t end);
-  // The same for everything that the log has by now.
-  void syncAll();
   // Whether something was not written, so that nothing more may be.
   bool hasFailed() const noexcept;
   std::int64_t size() const noexcept;
+  // What syncTo has to be given for all records.
+  std::int64_t end() const noexcept;
   std::uint64_t nextSequence() const noexcept;
   // A checkpoint has emptied the file.
   void wasEmptied();
