@@ -58,7 +58,6 @@ class RecordLog {
 
  private:
   struct Parts;
-  std::int64_t end() const noexcept;  // of the last record, as append gives it
   std::unique_ptr<Parts> parts_;
 };
 

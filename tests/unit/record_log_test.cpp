@@ -362,13 +362,13 @@ TEST_F(RecordLogTest, everythingIsSyncedThatWasFoundOrFollowsACheckpoint) {
     if (event.operation == FileOperation::sync) ++syncs;
     return 0;
   });
-  log.syncAll();
+  log.syncTo(log.end());
   EXPECT_EQ(syncs, 1);
   put("");
   log.wasEmptied();
   log.append(Commands{insert_});  // the file is shorter than the one before
-  log.syncAll();
-  log.syncAll();
+  log.syncTo(log.end());
+  log.syncTo(log.end());
   setFileHook(nullptr);
   EXPECT_EQ(syncs, 2);
 }
