@@ -95,7 +95,7 @@ void Run::run() {
 void Run::answerByKey() {
   const std::int32_t row = plan_.left->rowByKey(context_);
   if (row == PrimaryKeyMap::noRow) return;
-  // They lie in arrays of their own: waiting for one after the other took twice as long.
+  // They lie in arrays of their own: waited for one after the other they took a fifth longer.
   for (const Expression& output : plan_.outputs) {
     output.values->prefetch(static_cast<std::size_t>(row));
   }
