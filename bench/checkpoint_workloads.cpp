@@ -133,10 +133,33 @@ Workload checkpointBesideOthers(const Scale& scale) {
           }};
 }
 
+Workload checkpointByHandle(const Scale& scale) {
+  const int rows = scale.rows(1000000);
+  auto playRound = [=](Engine& engine, int round) {
+    changeScattered(engine, rows, 1, round);
+    const CheckpointCost cost = measureCheckpoint(engine);
+    return Figures{cost.seconds, cost.syncSeconds};
+  };
+  return {"22",
+          {{"CHECKPOINT by a handle, one row of 1M changed", atMost(0.001)},
+           {"(its syncs)", {}, Fit::none}},
+          {Mode::velmora, Mode::handle, Mode::filePrepared},
+          [=](Mode mode) {
+            auto engine = openItems(mode, rows);
+            engine->execute(noAutomaticCheckpoint);
+            engine->checkpoint();
+            return Player{[=](int round) { return playRound(*engine, round); },
+                          [=] {
+                            return answersOf(*engine, selectItemByKey, {{1}, {9}});
+                          }};
+          },
+          Mode::handle};
+}
+
 }  // namespace
 
 std::vector<Workload> checkpointWorkloads(const Scale& scale) {
-  return {checkpoint(scale), checkpointBesideOthers(scale)};
+  return {checkpoint(scale), checkpointBesideOthers(scale), checkpointByHandle(scale)};
 }
 
 }  // namespace bench

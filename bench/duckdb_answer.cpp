@@ -69,6 +69,9 @@ void DuckdbAnswer::appendValue(std::size_t column, std::uint64_t row) {
     case duckdbFloat:
       text_.append(column, double{static_cast<const float*>(from.values)[row]});
       break;
+    case duckdbDouble:
+      text_.append(column, static_cast<const double*>(from.values)[row]);
+      break;
     case duckdbVarchar:
       text_.append(column, view(static_cast<const DuckdbText*>(from.values)[row]));
       break;

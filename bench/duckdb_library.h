@@ -23,7 +23,12 @@ struct alignas(8) DuckdbText {
 };
 inline constexpr std::size_t duckdbPointerOffset = 4;  // in inPlace
 
-enum DuckdbType : int { duckdbInteger = 4, duckdbFloat = 10, duckdbVarchar = 17 };
+enum DuckdbType : int {
+  duckdbInteger = 4,
+  duckdbFloat = 10,
+  duckdbDouble = 11,
+  duckdbVarchar = 17
+};
 enum DuckdbAnswerKind : int { duckdbChangedRows = 1, duckdbNothing = 2, duckdbRows = 3 };
 
 // Every call that returns a state returns 0 when it has succeeded.

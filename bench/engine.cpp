@@ -26,6 +26,8 @@ const char* modeName(Mode mode) {
   switch (mode) {
     case Mode::velmora:
       return "velmora";
+    case Mode::handle:
+      return "handle";
     case Mode::filePrepared:
       return "file, prepared";
     case Mode::fileText:
@@ -62,6 +64,7 @@ std::string renderText(const std::string& text, const Values& values) {
 
 std::unique_ptr<Engine> openEngine(Mode mode) {
   if (mode == Mode::velmora) return openVelmora();
+  if (mode == Mode::handle) return openHandle();
   return isDuckdb(mode) ? openDuckdb(mode) : openSqlite(mode);
 }
 

@@ -21,7 +21,7 @@ void judgeShare(Line& line, double own, double other, double limit, const std::s
 }  // namespace
 
 void judge(Line& line, const Goal& goal, const std::vector<Line>& lines) {
-  const double own = line.figures.at(Mode::velmora);
+  const double own = line.figures.at(line.own);
   switch (goal.kind) {
     case Goal::Kind::none:
       break;
@@ -37,7 +37,7 @@ void judge(Line& line, const Goal& goal, const std::vector<Line>& lines) {
       judgeShare(line, own, line.figures.at(goal.mode), goal.value, modeName(goal.mode));
       break;
     case Goal::Kind::ofMeasure: {
-      const double other = lines.at(goal.other).figures.at(Mode::velmora);
+      const double other = lines.at(goal.other).figures.at(line.own);
       judgeShare(line, own, other, goal.value, goal.otherName);
       break;
     }

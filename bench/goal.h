@@ -16,7 +16,7 @@ struct Goal {
     none,
     absolute,   // the figure is at most `value`
     ofMode,     // at most `value` times the figure of this mode
-    ofMeasure,  // at most `value` times velmora's figure of the measure `other`
+    ofMeasure,  // at most `value` times the own figure of the measure `other`
   };
   Kind kind = Kind::none;
   double value = 0;
@@ -38,8 +38,9 @@ struct Line {
   std::string number;
   std::string label;
   Unit unit = Unit::seconds;
+  Mode own = Mode::velmora;        // whose figure is judged
   std::map<Mode, double> figures;  // of the modes that took part
-  double ofSqlite = 0;             // velmora's figure by that of the best fitting SQLite mode
+  double ofSqlite = 0;             // the own figure by that of the best fitting SQLite mode
   double ofDuckdb = 0;             // the same for DuckDB; 0 where there is none
   std::string goal;
   Verdict verdict = Verdict::none;

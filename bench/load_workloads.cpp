@@ -37,14 +37,18 @@ Player starter(Mode mode, int rows) {
 }
 
 Workload startFromCheckpoint(const std::string& number, const std::string& label, int rows,
-                             const std::vector<Mode>& modes) {
-  return {number, {{label, atMost(40e-9 * rows)}}, modes, [=](Mode mode) {
+                             const std::vector<Mode>& modes, Mode own = Mode::velmora) {
+  return {number,
+          {{label, atMost(40e-9 * rows)}},
+          modes,
+          [=](Mode mode) {
             callInFreshProcess([=] {
               openItems(mode, rows)->checkpoint();
               return std::string();
             });
             return starter(mode, rows);
-          }};
+          },
+          own};
 }
 
 // Opens an empty table whose changes all stay in the log, by whatever the process ends.
@@ -134,6 +138,9 @@ std::vector<Workload> loadWorkloads(const Scale& scale) {
                                             {Mode::velmora, Mode::filePrepared, Mode::duckdbFile}));
   }
   workloads.push_back(startFromLog(scale));
+  workloads.push_back(startFromCheckpoint(
+      "21", "open of 1M checkpointed rows by a handle, SELECT by key", scale.rows(1000000),
+      {Mode::velmora, Mode::handle, Mode::filePrepared, Mode::duckdbFile}, Mode::handle));
   return workloads;
 }
 

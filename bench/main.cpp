@@ -90,7 +90,7 @@ Options readOptions(int count, char** texts) {
 std::vector<Workload> allWorkloads(const Scale& scale) {
   std::vector<Workload> all;
   for (const auto& some : {pointWorkloads, scanWorkloads, checkpointWorkloads, loadWorkloads,
-                           memoryWorkloads, growthWorkloads}) {
+                           memoryWorkloads, handleWorkloads, growthWorkloads}) {
     for (const Workload& workload : some(scale)) all.push_back(workload);
   }
   return all;
@@ -131,7 +131,7 @@ void run(const Options& options, const std::filesystem::path& root) {
   report(options, limits, lines);
 }
 
-int runGuarded(int count, char** texts, const std::filesystem::path& root) {
+int runReportingErrors(int count, char** texts, const std::filesystem::path& root) {
   try {
     run(readOptions(count, texts), root);
     std::fflush(stdout);
@@ -161,7 +161,7 @@ int main(int count, char** texts) {
   runner = fork();
   if (runner == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    _exit(runGuarded(count, texts, root));
+    _exit(runReportingErrors(count, texts, root));
   }
   signal(SIGINT, endRunner);
   signal(SIGTERM, endRunner);

@@ -105,22 +105,23 @@ std::map<Mode, Rounds> play(const Workload& workload, const Scale& scale,
   return rounds;
 }
 
-// velmora's figure by the best of the fitting modes of SQLite, or else of DuckDB.
+// The own figure by the best of the fitting modes of SQLite, or else of DuckDB.
 double shareOfBest(const Line& line, Fit fit, bool ofDuckdb) {
   if (fit == Fit::none) return 0;
   double best = 0;
   for (const auto& [mode, figure] : line.figures) {
-    if (mode == Mode::velmora || isDuckdb(mode) != ofDuckdb) continue;
+    if (isVelmora(mode) || isDuckdb(mode) != ofDuckdb) continue;
     if (fit == Fit::file && !isFile(mode)) continue;
     if (best == 0 || figure < best) best = figure;
   }
-  return best == 0 ? 0 : line.figures.at(Mode::velmora) / best;
+  return best == 0 ? 0 : line.figures.at(line.own) / best;
 }
 
 Line lineOf(const Workload& workload, std::size_t index, const std::map<Mode, Rounds>& rounds) {
   const Measure& measure = workload.measures[index];
   Line line;
   line.number = workload.number;
+  line.own = workload.own;
   line.label = measure.label;
   line.unit = measure.unit;
   for (const auto& [mode, figures] : rounds) {
@@ -144,7 +145,7 @@ std::vector<Line> runWorkload(const Workload& workload, const Scale& scale,
   for (std::size_t index = 0; index < lines.size(); ++index) {
     Line& line = lines[index];
     const Measure& measure = workload.measures[index];
-    if (!line.figures.contains(Mode::velmora)) continue;
+    if (!line.figures.contains(line.own)) continue;
     line.ofSqlite = shareOfBest(line, measure.fit, false);
     line.ofDuckdb = shareOfBest(line, measure.fit, true);
     judge(line, measure.goal, lines);

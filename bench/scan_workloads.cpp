@@ -21,7 +21,7 @@ Workload scan(const Scale& scale) {
            {"scan of 1M rows, text equality, 0.1 % match", atMostOf(Mode::duckdbMemory, 0.06),
             Fit::memory},
            {"the first int scan, what it builds included", {}, Fit::memory}},
-          everyMode,
+          plainModes,
           [=](Mode mode) {
             auto engine = openItems(mode, rows, itemValuesWithFewNames);
             // What an engine builds for its scans is built here, once.
@@ -65,7 +65,7 @@ Workload join(const Scale& scale) {
       {{"join of 300k with 100k, 1 % of the parents", atMostOf(Mode::duckdbMemory, 0.5),
         Fit::memory},
        {"join of 300k with 100k, all", atMostOf(Mode::duckdbMemory, 0.4), Fit::memory}},
-      everyMode,
+      plainModes,
       [=](Mode mode) {
         std::shared_ptr<Engine> engine = openEngine(mode);
         fillParents(*engine, parents);
@@ -87,7 +87,7 @@ Workload updateHalf(const Scale& scale) {
                             "UPDATE items SET score = ?1 WHERE age < 50"};
   return {"6",
           {{"durable UPDATE of half of 1M rows", atMostOf(Mode::duckdbMemory, 0.4)}},
-          everyMode,
+          plainModes,
           [=](Mode mode) {
             auto engine = openItems(mode, rows, itemValuesWithFewNames);
             return Player{
@@ -106,7 +106,7 @@ Workload keyRange(const Scale& scale) {
                            "SELECT id, name FROM items WHERE id >= ?1 AND id < ?2"};
   return {"7",
           {{"key range, 1 % of 1M rows", atMostOf(Mode::duckdbMemory, 0.3), Fit::memory}},
-          everyMode,
+          plainModes,
           [=](Mode mode) {
             auto engine = openItems(mode, rows, itemValuesWithFewNames);
             auto bounds = [=](int round) {

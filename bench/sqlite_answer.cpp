@@ -47,4 +47,23 @@ void SqliteAnswer::appendRow(sqlite3_stmt* statement, int columnCount) {
   text_.endRow();
 }
 
+void readRows(sqlite3_stmt* statement) {
+  const int columnCount = sqlite3_column_count(statement);
+  while (sqlite3_step(statement) == SQLITE_ROW) {
+    for (int column = 0; column < columnCount; ++column) {
+      switch (sqlite3_column_type(statement, column)) {
+        case SQLITE_INTEGER:
+          sqlite3_column_int64(statement, column);
+          break;
+        case SQLITE_FLOAT:
+          sqlite3_column_double(statement, column);
+          break;
+        default:
+          sqlite3_column_text(statement, column);
+          sqlite3_column_bytes(statement, column);
+      }
+    }
+  }
+}
+
 }  // namespace bench

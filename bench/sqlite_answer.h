@@ -27,4 +27,7 @@ class SqliteAnswer {
   const sqlite3_stmt* columnsOf_ = nullptr;
 };
 
+// Steps the statement to its end and reads each value by its type.
+void readRows(sqlite3_stmt* statement);
+
 }  // namespace bench

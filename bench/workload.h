@@ -41,6 +41,7 @@ struct Workload {
   std::vector<Measure> measures;
   std::vector<Mode> modes;
   std::function<Player(Mode mode)> setUp;
+  Mode own = Mode::velmora;  // whose figures the goals are about
 };
 
 // How large everything is.
@@ -52,17 +53,20 @@ struct Scale {
   int commands(int full) const { return isQuick ? full / 4 : full; }
 };
 
-inline const std::vector<Mode> everyMode(std::begin(allModes), std::end(allModes));
 inline const std::vector<Mode> sqliteModes = {Mode::velmora, Mode::filePrepared, Mode::fileText,
                                               Mode::memoryPrepared, Mode::memoryText};
+inline const std::vector<Mode> plainModes = {
+    Mode::velmora,    Mode::filePrepared, Mode::fileText,    Mode::memoryPrepared,
+    Mode::memoryText, Mode::duckdbFile,   Mode::duckdbMemory};
 inline const std::vector<Mode> preparedModes = {Mode::velmora, Mode::filePrepared,
                                                 Mode::memoryPrepared};
 
 std::vector<Workload> pointWorkloads(const Scale& scale);       // 1, 2, 5, 8, 15
 std::vector<Workload> scanWorkloads(const Scale& scale);        // 3, 4, 6, 7, 14
-std::vector<Workload> checkpointWorkloads(const Scale& scale);  // 9, 13
-std::vector<Workload> loadWorkloads(const Scale& scale);        // 10, 12
+std::vector<Workload> checkpointWorkloads(const Scale& scale);  // 9, 13, 22
+std::vector<Workload> loadWorkloads(const Scale& scale);        // 10, 12, 21
 std::vector<Workload> memoryWorkloads(const Scale& scale);      // 11
+std::vector<Workload> handleWorkloads(const Scale& scale);      // 16 to 20
 std::vector<Workload> growthWorkloads(const Scale& scale);      // the same at several sizes
 
 }  // namespace bench

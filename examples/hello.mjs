@@ -2,14 +2,14 @@
 //
 // bindings/node/README.md says how the package gets here; where the library is built but not
 // installed, VELMORA_LIBRARY has to name it.
-import { Engine } from 'velmora';
+import { open } from 'velmora';
 
-const engine = new Engine().start();
+const database = open('hello.db');
 try {
-  engine.query('CREATE TABLE lamps name string colour string 2');
-  engine.query('INSERT INTO lamps name = ? colour = ? --> ? @ ? s', 'north', 'red', 'green', 30);
-  const { rows } = engine.query('SELECT name, colour FROM lamps WHERE colour = ?', 'red');
+  database.run('CREATE TABLE lamps name string colour string 2');
+  database.run('INSERT INTO lamps name = ? colour = ? --> ? @ ? s', 'north', 'red', 'green', 30);
+  const { rows } = database.run('SELECT name, colour FROM lamps WHERE colour = ?', 'red');
   for (const { name, colour } of rows) console.log(name, 'is', colour);
 } finally {
-  engine.stop();
+  database.close();
 }

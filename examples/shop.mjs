@@ -5,37 +5,37 @@
 //
 // bindings/node/README.md says how the package gets here; where the library is built but not
 // installed, VELMORA_LIBRARY has to name it.
-import { Engine, VelmoraError } from 'velmora';
+import { VelmoraError, open } from 'velmora';
 
 const hour = 3600;
 const day = 24 * hour;
 
 class Shop {
-  #engine = new Engine();
+  #database = open('shop.db');
 
-  open() {
-    this.#engine.start();
+  constructor() {
     // What an earlier run has left, if there was one; the child of the link first.
-    this.#tryQuery('DROP TABLE orders');
-    this.#tryQuery('DROP TABLE customers');
-    this.#engine.query('CREATE TABLE customers id ApexInt name string(40)');
-    this.#engine.query('CREATE TABLE orders '
-      + 'id ApexInt customer int item string price float status string 3');
-    this.#engine.query('LINK orders.customer --> customers.id');
+    const tables = this.#database.run('SHOW TABLES').rows.map(({ table }) => table);
+    for (const table of ['orders', 'customers']) {
+      if (tables.includes(table)) this.#database.run(`DROP TABLE ${table}`);
+    }
+    this.#database.run('CREATE TABLE customers id ApexInt name string(40)');
+    this.#database.run('CREATE TABLE orders '
+      + 'id ApexInt customer int item string price double status string 3');
+    this.#database.run('LINK orders.customer --> customers.id');
   }
 
   close() {
-    this.#engine.stop();
+    this.#database.close();
   }
 
   addCustomer(name) {
-    this.#engine.query('INSERT INTO customers name = ?', name);
-    return this.#engine.query('SELECT id FROM customers WHERE name = ?', name).rows.at(-1).id;
+    return this.#database.run('INSERT INTO customers name = ?', name).identity;
   }
 
   // Packed for two hours, under way for three days, then delivered.
   order(customer, item, price, secondsAgo = 0) {
-    this.#engine.query(
+    this.#database.run(
       'INSERT INTO orders customer = ? item = ? price = ? '
         + 'status = ? --> ? @ ? h --> ? @ ? d #TIME# ?',
       customer, item, price, 'packed', 'shipped', 2, 'delivered', 3,
@@ -43,32 +43,33 @@ class Shop {
   }
 
   orders() {
-    return this.#engine.query(
+    return this.#database.run(
       'SELECT customers.name, orders.item, orders.price, orders.status '
         + 'FROM orders JOIN customers ON orders.customer = customers.id').rows;
   }
 
+  // What a change of all prices would give; taken back at once.
+  ordersOnSale(price) {
+    this.#database.run('BEGIN');
+    this.#database.run('UPDATE orders SET price = ?', price);
+    const orders = this.orders();
+    this.#database.run('ROLLBACK');
+    return orders;
+  }
+
   // Orders that can still be cancelled.
   cancel(customer) {
-    return this.#engine.query('DELETE FROM orders WHERE customer = ? && status = ?',
+    return this.#database.run('DELETE FROM orders WHERE customer = ? && status = ?',
       customer, 'packed').affected;
   }
 
   removeCustomer(customer) {
-    this.#engine.query('DELETE FROM customers WHERE id = ?', customer);
-  }
-
-  #tryQuery(command) {
-    try {
-      this.#engine.query(command);
-    } catch (error) {
-      if (!(error instanceof VelmoraError)) throw error;
-    }
+    this.#database.run('DELETE FROM customers WHERE id = ?', customer);
   }
 }
 
-function show(shop) {
-  for (const order of shop.orders()) {
+function show(orders) {
+  for (const order of orders) {
     console.log(`  ${order['customers.name']}: ${order['orders.item']}, ${order['orders.price']}, `
       + order['orders.status']);
   }
@@ -85,7 +86,6 @@ function attempt(what, run) {
 }
 
 const shop = new Shop();
-shop.open();
 try {
   const ada = shop.addCustomer('Ada');
   const brien = shop.addCustomer("Pat O'Brien");
@@ -93,15 +93,17 @@ try {
   shop.order(ada, 'lamp', 24.5, day);
   shop.order(brien, "x' price = 0 item = 'y", 9.99);
   console.log('orders of ten days ago, of yesterday, and of now');
-  show(shop);
+  show(shop.orders());
 
   attempt('an order of nobody', () => shop.order(99, 'ghost', 1));
   attempt('forgetting Ada', () => shop.removeCustomer(ada));
   attempt('a customer with both quotes', () => shop.addCustomer('Pat "O\'B"'));
 
+  console.log('everything at one price, only to see');
+  show(shop.ordersOnSale(1));
   console.log(`cancelled by Pat: ${shop.cancel(brien)}`);
   attempt('forgetting Pat', () => shop.removeCustomer(brien));
-  show(shop);
+  show(shop.orders());
 } finally {
   shop.close();
 }

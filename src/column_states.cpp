@@ -132,8 +132,9 @@ std::int64_t ColumnValues::nextChange(std::size_t chunk, std::int64_t now) const
   const std::uint8_t* const deleted = rows_.deleted(chunk);
   for (std::size_t i = 0; i < odd.places.size(); ++i) {
     const TempRule* const rule = odd.cells[i].tempRule.get();
-    const bool isTimed = rule != nullptr && deleted[odd.places[i]] == 0;
-    if (isTimed) next = std::min(next, rule->nextValueChange(now));
+    if (rule == nullptr || deleted[odd.places[i]] != 0) continue;
+    // No value changes before its state does, which is told more quickly.
+    if (rule->nextChange(now) < next) next = std::min(next, rule->nextValueChange(now));
   }
   odd.newerChange ^= 1;
   odd.nextChanges[odd.newerChange] = {now, next};

@@ -122,7 +122,7 @@ static void read_rows(velmora_db *db) {
   velmora_result_destroy(result);
   result = run(db, "SELECT x FROM t WHERE n = 3 LIMIT 1");
   expect_text(
-      "{\"success\": true, \"message\": \"\", \"rows_affected\": 0, \"columns\": [\"x\"], "
+      "{\"success\": true, \"message\": \"\", \"rows_affected\": 1, \"columns\": [\"x\"], "
       "\"data\": [{\"x\": 1.5}], \"next_change\": null}",
       velmora_result_json(result, &length));
   velmora_result_destroy(result);

@@ -400,7 +400,7 @@ int velmora_result_boolean(const velmora_result* result, size_t row, size_t colu
 const char* velmora_result_text(const velmora_result* result, size_t row, size_t column,
                                 size_t* length);
 
-/* The rows that were changed; 0 for a query. */
+/* The rows that were answered, or changed. */
 int64_t velmora_result_rows_affected(const velmora_result* result);
 /* What the command has to say, often nothing; ended by a zero byte; length: null, or gets the
    length without it. Borrowed. */

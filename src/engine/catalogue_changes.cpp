@@ -236,11 +236,15 @@ void Changes::unlink(Table& child, const LinkRecord& link, std::int64_t now) {
   forgetLink(child, link, now);
 }
 
-// A key that only the link has made goes with it.
 void Changes::forgetLink(Table& child, const LinkRecord& link, std::int64_t now) {
   database_->forgetChildTable(child);
   std::erase(child.links, link);
   database_->linkRows(child, now);
+  forgetKey(link);
+}
+
+// A key that only the link has made goes with it.
+void Changes::forgetKey(const LinkRecord& link) {
   const auto parent = database_->tables.find(link.parentTable);
   if (parent == database_->tables.end()) return;
   Table& table = parent->second;

@@ -54,6 +54,7 @@ class Changes {
                             std::size_t offset, std::int64_t now);
   void unlink(Table& child, const LinkRecord& link, std::int64_t now);
   void forgetLink(Table& child, const LinkRecord& link, std::int64_t now);
+  void forgetKey(const LinkRecord& link);
   bool isParent(const std::string& table) const;
 
   Database* database_;

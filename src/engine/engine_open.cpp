@@ -31,7 +31,8 @@ Failure failureOf(const DirectoryInUse& error) {
 
 Failure failureOf(const DirectoryFailure& error) {
   const bool isMissing = error.systemError == ENOENT || error.systemError == ENOTDIR;
-  return Failure(isMissing ? Code::notFound : Code::io, error.what()).because(error.systemError);
+  if (!isMissing) return Failure(Code::io, error.what()).because(error.systemError);
+  return Failure(Code::notFound, "The database directory is not there").because(error.systemError);
 }
 
 // Waits for the directory as long as it may.
@@ -154,12 +155,10 @@ void Engine::Parts::open(const std::string& path) {
       break;
     case Contents::sealed:
       if (options.mustCreate) throw Failure(Code::exists, "There is a database in the directory");
-      opened = openSealed(
-          *database, *changes, report,
-          [this](std::string_view step, std::uint64_t done, std::uint64_t total) {
-            return goOn(step, done, total);
-          },
-          now);
+      opened = openSealed(*database, *changes, report,
+                          [this](std::string_view step, std::uint64_t done, std::uint64_t total) {
+                            return goOn(step, done, total);
+                          });
       break;
   }
   if (!faults.isEmpty() && !options.mayRepair) throw Failure(Code::corrupt, faults.text());
@@ -212,7 +211,11 @@ void Engine::Parts::openLog(const OpenedLog& opened, bool isDamaged) {
                                 " bytes, of which nobody was told, were cut off");
   }
   log.emplace(database->directory, opened.size, opened.nextSequence);
-  if (!isPlain && !isDamaged) return;
+  if (!isPlain && !isDamaged) {
+    // Who wrote it may have been killed before it was synced; from now on it is shown.
+    if (options.durability != Durability::off) log->syncTo(log->end());
+    return;
+  }
   for (auto& [name, table] : database->tables) table.markAllDirty();
   areFilesDamaged = isDamaged;
   saveFiles();
@@ -253,7 +256,7 @@ void Engine::Parts::runSyncer() {
       !syncerWakes.wait_for(guard, std::chrono::seconds(1), [this] { return isSyncerStopped; })) {
     guard.unlock();
     try {
-      log->syncAll();
+      log->syncTo(log->end());
     } catch (const std::exception& error) {
       log->fail();
       tell(LogLevel::error, error.what());
@@ -333,7 +336,7 @@ void checkDatabase(std::string_view path, const Callbacks& callbacks,
     }
     case Contents::sealed: {
       Changes changes(database);
-      const OpenedLog opened = openSealed(database, changes, fault, progress, now);
+      const OpenedLog opened = openSealed(database, changes, fault, progress);
       if (opened.hasTornTail) {
         report({logFileName, opened.size,
                 "The log ends within a record, which the next open cuts off"});

@@ -46,7 +46,7 @@ void replay(const LoggedCommand& logged, Changes& changes) {
 }  // namespace
 
 void takeTables(SealedState&& state, Database& database, const ReportFault& report,
-                std::int64_t now) {
+                std::int64_t second) {
   database.isSealed = true;
   database.tables = std::move(state.tables);
   for (Listener& listener : state.listeners) {
@@ -56,7 +56,7 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
     try {
       const auto parent = database.tables.find(link.parentTable);
       if (parent != database.tables.end()) refuseTimedKeys(parent->second, link.parentColumn);
-      database.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, now);
+      database.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, second);
     } catch (const std::bad_alloc&) {
       throw;
     } catch (const std::exception& error) {
@@ -68,16 +68,15 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
 }
 
 OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& report,
-                     const StepProgress& progress, std::int64_t now) {
+                     const StepProgress& progress) {
   SealedState state = loadSealed(
       database.directory, report,
       [&](std::uint64_t done, std::uint64_t total) { return progress("load", done, total); });
   OpenedLog opened;
   opened.second = state.second;
   RecordLogReader reader(database.directory, state.nextSequence);
-  // States are looked at as of the last second that the database has seen, so that opening it does
-  // not depend on the clock.
-  takeTables(std::move(state), database, report, std::max(now, opened.second));
+  // The links held at the last second that these files have seen, whatever the clock says now.
+  takeTables(std::move(state), database, report, opened.second);
   const auto total = static_cast<std::uint64_t>(sizeOf(database.directory, logFileName));
   std::uint64_t count = 0;
   while (true) {
@@ -147,8 +146,7 @@ void loadForPlainFunctions(Database& database) {
                            const std::string& meaning) {
       throw std::runtime_error("Corrupt file: " + file + ": " + meaning);
     };
-    const OpenedLog opened = openSealed(
-        sealed, changes, refuse, [](auto...) { return true; }, now);
+    const OpenedLog opened = openSealed(sealed, changes, refuse, [](auto...) { return true; });
     if (!fitsPlainFiles(sealed.tables)) {
       throw std::runtime_error("Database holds what plain files cannot");
     }

@@ -27,13 +27,13 @@ struct OpenedLog {
 using StepProgress =
     std::function<bool(std::string_view step, std::uint64_t done, std::uint64_t total)>;
 
-// Loads what loadSealed or loadPlain has read, its links included, into an empty database. Faults
-// go to the report; what is left out then is not there.
+// Puts what loadSealed or loadPlain has read into an empty database, its links as of the second.
+// Faults go to the report; what is left out then is not there.
 void takeTables(SealedState&& state, Database& database, const ReportFault& report,
-                std::int64_t now);
+                std::int64_t second);
 // Loads a sealed database, log and all. Nothing on disk changes.
 OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& report,
-                     const StepProgress& progress, std::int64_t now);
+                     const StepProgress& progress);
 
 // Runs a command that stands in the log.
 void runChange(Changes& changes, const strict::Command& command, const RunContext& context,

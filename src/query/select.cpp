@@ -95,6 +95,10 @@ void Run::run() {
 void Run::answerByKey() {
   const std::int32_t row = plan_.left->rowByKey(context_);
   if (row == PrimaryKeyMap::noRow) return;
+  // They lie in arrays of their own: waited for one after the other they took a fifth longer.
+  for (const Expression& output : plan_.outputs) {
+    output.values->prefetch(static_cast<std::size_t>(row));
+  }
   for (const Place& place : plan_.used) {
     writer_.dependOn(plan_.scope.values(place), static_cast<std::size_t>(row));
   }

@@ -24,11 +24,13 @@ std::optional<RecordEnd> recordEndOf(std::string_view line);
 class QuoteReader {
  public:
   void read(std::string_view text) {
-    for (const char c : text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
       if (quote_ != '\0') {
-        if (c == quote_) quote_ = '\0';
-      } else if (c == '\'' || c == '"') {
-        quote_ = c;
+        i = text.find(quote_, i);
+        if (i == std::string_view::npos) return;
+        quote_ = '\0';
+      } else if (text[i] == '\'' || text[i] == '"') {
+        quote_ = text[i];
       }
     }
   }

@@ -11,20 +11,18 @@
 #include <utility>
 
 #include "../clock.h"
-#include "../failure.h"
 #include "../number.h"
 #include "checkpoint_journal.h"
 #include "checksum.h"
 #include "file_names.h"
+#include "system_failure.h"
 
 namespace velmora {
 namespace {
 
 [[noreturn]] void throwUnwritten(const char* what) {
   const int error = errno;
-  const bool isFull = error == ENOSPC || error == EDQUOT || error == EFBIG;
-  throw Failure(isFull ? Code::full : Code::io, std::string(what) + " " + logFileName)
-      .because(error);
+  throw systemFailure(std::string(what) + " " + logFileName, error);
 }
 
 void appendSecond(std::string& record, std::int64_t second) {
@@ -59,7 +57,7 @@ struct RecordLog::Parts {
   bool hasFailed = false;
 
   void open();
-  void write();
+  void openOnce();
   void sync(std::unique_lock<std::mutex>& lock);
 };
 
@@ -88,6 +86,11 @@ void RecordLog::Parts::open() {
   }
 }
 
+void RecordLog::Parts::openOnce() {
+  const std::scoped_lock lock(mutex);
+  if (!file) open();
+}
+
 void RecordLog::fail() noexcept {
   const std::scoped_lock lock(parts_->mutex);
   parts_->hasFailed = true;
@@ -98,10 +101,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   Parts& parts = *parts_;
   errno = EIO;
   if (hasFailed()) throwUnwritten("an earlier record is missing in");
-  {
-    const std::scoped_lock lock(parts.mutex);
-    if (!parts.file) parts.open();
-  }
+  parts.openOnce();
   std::string& record = parts.record;
   record.clear();
   if (commands.size() == 1) {
@@ -134,6 +134,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
 
 // Syncs the file for all who wait by now; the lock is let go meanwhile.
 void RecordLog::Parts::sync(std::unique_lock<std::mutex>& lock) {
+  // Records that were found are not known to be on the disk.
   if (!file) open();
   isSyncing = true;
   const std::int64_t end = emptied + size;
@@ -150,8 +151,6 @@ void RecordLog::Parts::sync(std::unique_lock<std::mutex>& lock) {
   syncDone.notify_all();
   errno = error;
 }
-
-void RecordLog::syncAll() { syncTo(end()); }
 
 void RecordLog::syncTo(std::int64_t end) {
   Parts& parts = *parts_;
@@ -170,14 +169,14 @@ bool RecordLog::hasFailed() const noexcept {
   return parts_->hasFailed;
 }
 
-std::int64_t RecordLog::end() const noexcept {
-  const std::scoped_lock lock(parts_->mutex);
-  return parts_->emptied + parts_->size;
-}
-
 std::int64_t RecordLog::size() const noexcept {
   const std::scoped_lock lock(parts_->mutex);
   return parts_->size;
+}
+
+std::int64_t RecordLog::end() const noexcept {
+  const std::scoped_lock lock(parts_->mutex);
+  return parts_->emptied + parts_->size;
 }
 
 std::uint64_t RecordLog::nextSequence() const noexcept {

@@ -45,11 +45,11 @@ class RecordLog {
   // wait at the same time share a sync. Throws Failure with io when the system refuses; the log has
   // failed then.
   void syncTo(std::int64_t end);
-  // The same for everything that the log has by now.
-  void syncAll();
   // Whether something was not written, so that nothing more may be.
   bool hasFailed() const noexcept;
   std::int64_t size() const noexcept;
+  // What syncTo has to be given for all records.
+  std::int64_t end() const noexcept;
   std::uint64_t nextSequence() const noexcept;
   // A checkpoint has emptied the file.
   void wasEmptied();
@@ -58,11 +58,11 @@ class RecordLog {
 
  private:
   struct Parts;
-  std::int64_t end() const noexcept;  // of the last record, as append gives it
   std::unique_ptr<Parts> parts_;
 };
 
-// Reads such a log from its beginning.
+// Reads such a log from its beginning; of a checkpoint that was interrupted and counts, the new
+// one. Throws std::runtime_error "Failed to read file: velmora.wal".
 class RecordLogReader {
  public:
   // The first record has to have this sequence number.

@@ -28,6 +28,7 @@ enum class Contents : std::uint8_t {
   plain,   // files of the plain functions
   sealed,  // there is a manifest (or a checkpoint that will put one in its place)
 };
+// Throws Failure: io.
 Contents contentsOf(const Directory& directory);
 
 struct SealedState {

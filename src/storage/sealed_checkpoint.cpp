@@ -4,7 +4,6 @@
 // A file that is written is read again to be sealed, through what the journal is about to do, so
 // that a seal is of what will be found. What is not written keeps the seal that it has.
 #include <algorithm>
-#include <cerrno>
 
 #include "checkpoint_files.h"
 #include "checkpoint_steps.h"
@@ -12,29 +11,14 @@
 #include "exact_values.h"
 #include "manifest.h"
 #include "sealed.h"
+#include "system_failure.h"
 #include "table_rows.h"
 
 namespace velmora {
 namespace {
 
 constexpr auto ignoreNewLog = [](bool) {};
-
-// Calls step(); what fails in it is the system's refusal.
-template <typename Step>
-void asCheckpoint(Step step) {
-  try {
-    step();
-  } catch (const Failure&) {
-    throw;
-  } catch (const std::runtime_error& error) {
-    const int systemError = errno;
-    const bool isFull = systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG;
-    const bool isWrite = dynamic_cast<const WriteFailure*>(&error) != nullptr;
-    throw Failure(isWrite && isFull ? Code::full : Code::io,
-                  std::string("Checkpoint failed: ") + error.what())
-        .because(systemError);
-  }
-}
+constexpr const char* failed = "Checkpoint failed: ";
 
 class SealedCheckpoint {
  public:
@@ -213,7 +197,7 @@ void save(Tables& tables, const SealedRest& rest, const Directory& directory,
     }
   };
   try {
-    asCheckpoint([&] { runCheckpoint(checkpoint, directory); });
+    asSystemFailure(failed, [&] { runCheckpoint(checkpoint, directory); });
   } catch (const Failure& failure) {
     if (isCounted) return;
     if (checkpoint.isInDoubt) throw CheckpointInDoubt(failure);
@@ -238,7 +222,7 @@ bool fitsPlainFiles(const Tables& tables) {
 }
 
 void finishSealed(const Directory& directory) {
-  asCheckpoint([&] {
+  asSystemFailure(failed, [&] {
     completeCheckpoint(ignoreNewLog, directory);
     Storage::sweepLeftOvers({}, directory);
   });

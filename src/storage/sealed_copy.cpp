@@ -7,6 +7,7 @@
 #include "checksum.h"
 #include "manifest.h"
 #include "sealed.h"
+#include "system_failure.h"
 
 namespace velmora {
 namespace {
@@ -80,15 +81,7 @@ class Copier {
 
 void copySealed(const Directory& from, std::int64_t logSize, const Directory& to,
                 const Progress& progress) {
-  try {
-    Copier(from, to, progress).copy(logSize);
-  } catch (const Failure&) {
-    throw;
-  } catch (const std::runtime_error& error) {
-    const int systemError = errno;
-    const bool isFull = systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG;
-    throw Failure(isFull ? Code::full : Code::io, error.what()).because(systemError);
-  }
+  asSystemFailure("", [&] { Copier(from, to, progress).copy(logSize); });
 }
 
 }  // namespace velmora

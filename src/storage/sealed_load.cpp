@@ -1,7 +1,6 @@
 // See sealed.h: the load. First every file is held against its seal, then they are read one by one;
 // what the seals do not show to be right is written anew by the next checkpoint.
 #include <algorithm>
-#include <cerrno>
 #include <new>
 
 #include "../text.h"
@@ -9,21 +8,10 @@
 #include "found_files.h"
 #include "manifest.h"
 #include "sealed.h"
+#include "system_failure.h"
 
 namespace velmora {
 namespace {
-
-// What fails here is the system's refusal, or what bears a file's name and is none.
-template <typename Load>
-SealedState asLoad(Load load) {
-  try {
-    return load();
-  } catch (const Failure&) {
-    throw;
-  } catch (const std::runtime_error& error) {
-    throw Failure(Code::io, error.what()).because(errno);
-  }
-}
 
 class Loader {
  public:
@@ -187,24 +175,26 @@ class Loader {
 }  // namespace
 
 Contents contentsOf(const Directory& directory) {
-  const AwaitedFiles awaited = Storage::awaitedFiles(directory);
-  const Directory reading{directory.descriptor, &awaited};
-  if (File(reading, manifestFileName, File::Mode::read).isOpen()) return Contents::sealed;
-  for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
-    if (File(reading, name, File::Mode::read).isOpen()) return Contents::plain;
-  }
-  const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
-  return hasFiles ? Contents::plain : Contents::nothing;
+  return asSystemFailure("", [&] {
+    const AwaitedFiles awaited = Storage::awaitedFiles(directory);
+    const Directory reading{directory.descriptor, &awaited};
+    if (File(reading, manifestFileName, File::Mode::read).isOpen()) return Contents::sealed;
+    for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
+      if (File(reading, name, File::Mode::read).isOpen()) return Contents::plain;
+    }
+    const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
+    return hasFiles ? Contents::plain : Contents::nothing;
+  });
 }
 
 SealedState loadSealed(const Directory& directory, const ReportFault& report,
                        const Progress& progress) {
-  return asLoad([&] { return Loader(directory, report, progress).loadSealed(); });
+  return asSystemFailure("", [&] { return Loader(directory, report, progress).loadSealed(); });
 }
 
 SealedState loadPlain(const Directory& directory, const ReportFault& report,
                       const Progress& progress) {
-  return asLoad([&] { return Loader(directory, report, progress).loadPlain(); });
+  return asSystemFailure("", [&] { return Loader(directory, report, progress).loadPlain(); });
 }
 
 }  // namespace velmora

@@ -24,6 +24,17 @@ std::string mixed(const std::string& old, std::string now, Random& random) {
   return now;
 }
 
+// Zeros in the place of some pages behind the old end.
+std::string withoutPages(std::string now, std::size_t oldSize, Random& random) {
+  constexpr std::size_t pageSize = 4096;
+  for (std::size_t start = oldSize; start < now.size();) {
+    const std::size_t end = std::min((start / pageSize + 1) * pageSize, now.size());
+    if (upTo(1, random) == 1) now.replace(start, end - start, end - start, '\0');
+    start = end;
+  }
+  return now;
+}
+
 }  // namespace
 
 SimulatedDisk::SimulatedDisk(const Files& files) {
@@ -107,6 +118,7 @@ std::map<SimulatedDisk::FileNumber, std::vector<std::string>> SimulatedDisk::var
     const std::size_t old = std::min(bytes.size(), synced.size());
     const std::size_t more = bytes.size() - old;
     if (more > 0) variants.push_back(bytes.substr(0, old) + std::string(more, '\0'));
+    if (losesPages_ && more > 0) variants.push_back(withoutPages(bytes, old, random));
     for (int i = 0; i < 2; ++i) {
       variants.push_back(mixed(synced, bytes.substr(0, old + upTo(more, random)), random));
     }

@@ -3,7 +3,8 @@
 // What was done to the directory since it was last synced may each be on the disk or not, in any
 // combination, as long as it makes sense: no file gets another name that never got its first one. A
 // file that was written since it was last synced may be as it was then, as it is now, in between,
-// sector by sector, or as long as it is now and zero bytes instead of what it has more.
+// sector by sector, or as long as it is now and zero bytes instead of what it has more, or instead
+// of some pages of that where this is asked for.
 #pragma once
 
 #include <cstddef>
@@ -25,6 +26,8 @@ class SimulatedDisk {
   // A directory that is all on the disk.
   explicit SimulatedDisk(const Files& files);
 
+  // From now on pages behind a file's synced end may be lost one by one.
+  void losePages() { losesPages_ = true; }
   // Takes a step; false when nothing has changed that a power failure could take back.
   bool apply(const DiskStep& step);
   // What a killed process leaves.
@@ -63,6 +66,7 @@ class SimulatedDisk {
   Names durableNames_;  // as they were when the directory was last synced
   std::vector<Change> changes_;
   std::vector<Content> files_;
+  bool losesPages_ = false;
 };
 
 }  // namespace velmora::crash

@@ -87,6 +87,36 @@ TEST_F(EngineCommands, aDroppedTableComesBackWithItsLinksAtARollback) {
   EXPECT_EQ(run("SHOW LISTENERS").substr(0, 8), "c change");
 }
 
+TEST_F(EngineCommands, aKeyThatALinkHasMadeGoesWithTheDroppedTable) {
+  run("CREATE TABLE p code string");
+  run("INSERT INTO p code = 'a'");
+  run("CREATE TABLE c p string");
+  run("INSERT INTO c p = 'a'");
+  run("LINK c.p --> p.code");
+  run("BEGIN");
+  run("DROP TABLE c");
+  run("ROLLBACK");
+  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 true");
+  EXPECT_EQ(run("DELETE FROM p"), "! 8 -1: Rows are linked to the key 'a' of table 'p'");
+  run("DROP TABLE c");
+  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 false");
+  EXPECT_EQ(run("INSERT INTO p code = 'a'"), "1 row");
+  crash();
+  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 false");
+  EXPECT_EQ(run("SELECT * FROM p"), "a; a");
+}
+
+TEST_F(EngineCommands, listenersOfADroppedTableComeBackAtARollback) {
+  run("CREATE TABLE t n int");
+  run("LISTEN t.change --> 'there'");
+  run("BEGIN");
+  run("DROP TABLE t");
+  run("CREATE TABLE t n int");
+  run("LISTEN t.change --> 'here'");
+  run("ROLLBACK");
+  EXPECT_EQ(run("SHOW LISTENERS"), "t change there ''");
+}
+
 TEST_F(EngineCommands, orphansAreCountedAndNamed) {
   run("CREATE TABLE p id ApexInt");
   run("CREATE TABLE c p int");

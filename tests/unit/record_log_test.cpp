@@ -247,13 +247,32 @@ TEST_F(RecordLogTest, zerosThatAreNoPageAreDamage) {
   EXPECT_EQ(read().fault, "the record's checksum is wrong");
 }
 
-TEST_F(RecordLogTest, aLostPageBeforeARightRecordIsDamage) {
+// Of writes that nobody waited for, a power cut may lose an earlier one.
+TEST_F(RecordLogTest, aLostPageBeforeARightRecordIsATornTail) {
   const std::string text = "INSERT INTO t a = '" + std::string(20'000, 'x') + "'";
-  writeRecords({{insert_}, {{text, 5, std::nullopt}}, {insert_}});
+  const auto ends = writeRecords({{insert_}, {{text, 5, std::nullopt}}, {insert_}});
   std::string bytes = bytesOf("velmora.wal");
   bytes.replace(4096, 4096, 4096, '\0');
   put(bytes);
+  EXPECT_EQ(read().fault, std::nullopt);
+  EXPECT_TRUE(read().isTorn);
+  EXPECT_EQ(read().completeSize, ends[0]);
+  // Where the page is lost behind the right record, that one has nothing to be wrong before it.
+  writeRecords({{insert_}, {insert_}, {{text, 5, std::nullopt}}, {insert_}});
+  bytes = "x" + bytesOf("velmora.wal").substr(1);
+  bytes.replace(4096, 4096, 4096, '\0');
+  put(bytes);
   EXPECT_EQ(read().fault, "a right record stands behind a wrong one");
+}
+
+TEST_F(RecordLogTest, aLostRecordBeforeARightOneIsATornTail) {
+  writeRecords({{insert_}, {insert_}, {insert_}});
+  std::string bytes = bytesOf("velmora.wal");
+  const std::size_t size = bytes.size() / 3;
+  bytes.replace(size, size, size, '\0');
+  put(bytes);
+  EXPECT_EQ(read().fault, std::nullopt);
+  EXPECT_EQ(read().records.size(), 1U);
 }
 
 // A text may hold what looks like the end of a record, and be torn there.
@@ -343,13 +362,13 @@ TEST_F(RecordLogTest, everythingIsSyncedThatWasFoundOrFollowsACheckpoint) {
     if (event.operation == FileOperation::sync) ++syncs;
     return 0;
   });
-  log.syncAll();
+  log.syncTo(log.end());
   EXPECT_EQ(syncs, 1);
   put("");
   log.wasEmptied();
   log.append(Commands{insert_});  // the file is shorter than the one before
-  log.syncAll();
-  log.syncAll();
+  log.syncTo(log.end());
+  log.syncTo(log.end());
   setFileHook(nullptr);
   EXPECT_EQ(syncs, 2);
 }
@@ -368,6 +387,34 @@ TEST_F(RecordLogTest, aCheckpointSyncsAllRecords) {
   EXPECT_GT(next, end);
   log.syncTo(next);
   EXPECT_EQ(read(8).records.size(), 1U);
+}
+
+// Who wrote them may have been killed before they were synced.
+TEST_F(RecordLogTest, recordsThatWereFoundAreSynced) {
+  const auto ends = writeRecords({{insert_}});
+  RecordLog log(directory_, ends[0], 8);
+  syncs = 0;
+  setFileHook([](const FileEvent& event) {
+    if (event.operation == FileOperation::sync) ++syncs;
+    return 0;
+  });
+  log.syncTo(log.end());
+  setFileHook(nullptr);
+  EXPECT_EQ(syncs, 1);
+}
+
+TEST_F(RecordLogTest, theEndIsCountedOnOverACheckpoint) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  const std::int64_t first = log.append(Commands{insert_});
+  EXPECT_EQ(log.end(), first);
+  fs::remove(path_ / "velmora.wal");
+  put("");
+  log.wasEmptied();
+  EXPECT_EQ(log.end(), first);
+  const std::int64_t second = log.append(Commands{insert_});
+  EXPECT_EQ(log.end(), second);
+  EXPECT_EQ(second, 2 * first);
 }
 
 TEST_F(RecordLogTest, threadsWaitForTheirOwnRecords) {

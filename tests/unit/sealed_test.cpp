@@ -300,7 +300,8 @@ TEST_F(SealedFilesTest, aFailedCheckpointLeavesTheOldStateOrTheNew) {
       hasEnded = countdown >= 0;
     } catch (const Failure& failure) {
       hasFailed = true;
-      EXPECT_EQ(failure.code, Code::full) << step << failure.what();
+      const bool isRead = std::string(failure.what()).find("read") != std::string::npos;
+      EXPECT_TRUE(failure.code == Code::full || isRead) << step << failure.what();
     }
     setFileHook(nullptr);
     EXPECT_EQ(contentOf(load()) == oldContent, hasFailed) << step;
@@ -308,6 +309,52 @@ TEST_F(SealedFilesTest, aFailedCheckpointLeavesTheOldStateOrTheNew) {
     save(changed, {}, 9);
     EXPECT_EQ(contentOf(load().tables), contentOf(changed)) << step;
   }
+}
+
+// What is logged behind a checkpoint that counts and could not be completed is not lost with the
+// log that the checkpoint was to replace.
+TEST_F(SealedFilesTest, recordsBehindAnIncompleteCheckpointAreKept) {
+  Tables tables = someTables();
+  save(tables);
+  RecordLog log(directory_, 0, 1);
+  const LoggedCommand command{"DELETE FROM t", 5, std::nullopt};
+  log.append({&command, 1});
+  setFileHook(
+      [](const FileEvent& event) { return event.operation == FileOperation::rename ? EIO : 0; });
+  tables.at("all").setValue(0, 7, std::string("changed"));
+  save(tables, {}, 2);
+  setFileHook(nullptr);
+  log.wasEmptied();
+  log.syncTo(log.append({&command, 1}));
+  EXPECT_TRUE(exists("velmora.wal.checkpoint"));
+  for (const bool isFinished : {false, true}) {
+    if (isFinished) finishSealed(directory_);
+    EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+    RecordLogReader reader(directory_, load().nextSequence);
+    EXPECT_TRUE(reader.next());
+    EXPECT_FALSE(reader.next());
+    EXPECT_EQ(reader.fault(), std::nullopt);
+  }
+  EXPECT_FALSE(exists("velmora.wal.checkpoint"));
+}
+
+TEST_F(SealedFilesTest, aCheckpointThatCannotBeTakenBackIsInDoubt) {
+  Tables tables = someTables();
+  save(tables);
+  tables.at("all").setValue(0, 7, std::string("changed"));
+  setFileHook([](const FileEvent& event) {
+    const bool isJournal = std::string_view(event.name) == "velmora.ckpt";
+    const bool isRefused =
+        event.operation == FileOperation::sync || event.operation == FileOperation::truncate;
+    return isJournal && isRefused ? EIO : 0;
+  });
+  EXPECT_THROW(save(tables), CheckpointInDoubt);
+  setFileHook(nullptr);
+  RecordLog log(directory_, 0, 1);
+  log.fail();
+  EXPECT_TRUE(log.hasFailed());
+  save(tables);
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
 }
 
 TEST_F(SealedFilesTest, aCheckpointCanBeStopped) {

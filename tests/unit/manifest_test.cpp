@@ -1,0 +1,101 @@
+// The manifest: its text, what is read back of it, and what of a text that was changed.
+#include "storage/manifest.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "storage/checksum.h"
+#include "storage_fixture.h"
+
+namespace velmora {
+namespace {
+
+Manifest someManifest() {
+  Manifest manifest;
+  manifest.nextSequence = std::numeric_limits<std::uint64_t>::max();
+  manifest.second = -5;
+  manifest.links = {{"z", "a", "of", "id"}, {"b", "a", "of it", "the id"}};
+  manifest.files = {{"a.bin", {std::int64_t{1} << 40, 0xFFFFFFFF}}, {"a name.rel", {0, 0}}};
+  return manifest;
+}
+
+struct Parsed {
+  Manifest manifest;
+  std::int64_t fault = -1;
+};
+Parsed parse(const std::string& text) {
+  Parsed parsed;
+  parsed.manifest = parseManifest(text, [&](std::int64_t offset) { parsed.fault = offset; });
+  return parsed;
+}
+
+TEST(Manifest, isReadBack) {
+  const std::string text = manifestText(someManifest());
+  EXPECT_EQ(text,
+            "velmora manifest 1\n"
+            "sequence 18446744073709551615\n"
+            "second -5\n"
+            "link z.of --> a.id\n"
+            "link b.of it --> a.the id\n"
+            "file a name.rel 0 00000000\n"
+            "file a.bin 1099511627776 ffffffff\n"
+            "end e34b6d86\n");
+  const Parsed parsed = parse(text);
+  EXPECT_EQ(parsed.fault, -1);
+  EXPECT_EQ(parsed.manifest.nextSequence, someManifest().nextSequence);
+  EXPECT_EQ(parsed.manifest.second, -5);
+  EXPECT_EQ(parsed.manifest.links, someManifest().links);
+  EXPECT_EQ(parsed.manifest.files, someManifest().files);
+}
+
+TEST(Manifest, everyOtherTextIsFaulty) {
+  const std::string text = manifestText(someManifest());
+  for (std::size_t bit = 0; bit < text.size() * 8; ++bit) {
+    std::string flipped = text;
+    flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
+    EXPECT_GE(parse(flipped).fault, 0) << bit;
+  }
+  for (std::size_t size = 0; size < text.size(); ++size) {
+    EXPECT_GE(parse(text.substr(0, size)).fault, 0) << size;
+  }
+  EXPECT_EQ(parse(text + "more").fault, static_cast<std::int64_t>(text.size()));
+  EXPECT_EQ(parse("velmora manifest 2" + text.substr(18)).fault, 17);
+}
+
+// Also where the checksum is right.
+TEST(Manifest, hasNothingElse) {
+  const std::string text = manifestText(Manifest());
+  std::string more = text.substr(0, text.find("end")) + "file x\n";
+  char digits[checksumDigits];
+  writeChecksum(digits, crc32c(0, more));
+  more += "end " + std::string(digits, sizeof digits) + "\n";
+  EXPECT_EQ(parse(more).fault, static_cast<std::int64_t>(text.find("end")));
+}
+
+TEST(Manifest, whatCanBeReadIs) {
+  std::string text = manifestText(someManifest());
+  text[text.find("second")] = 'x';
+  const Parsed parsed = parse(text);
+  EXPECT_EQ(parsed.fault, 49);
+  EXPECT_EQ(parsed.manifest.files, someManifest().files);
+  EXPECT_EQ(parsed.manifest.second, 0);
+}
+
+class SealTest : public StorageTest {};
+
+TEST_F(SealTest, isOfTheWholeFile) {
+  const std::string bytes(700'001, 'x');
+  write("t.bin", bytes);
+  std::size_t count = 0;
+  const auto seal = sealOf(directory_, "t.bin", [&](std::size_t some) { count += some; });
+  EXPECT_EQ(seal, (Seal{700'001, crc32c(0, bytes)}));
+  EXPECT_EQ(count, bytes.size());
+  EXPECT_EQ(sealOf(directory_, "u.bin"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace velmora
