@@ -238,6 +238,10 @@ Engine::Engine(std::string_view path, OpenOptions options)
   } catch (const FailedConversion& error) {
     throw Failure(Code::type, "'" + printable(error.text) + "' is no number")
         .of(error.table, error.column);
+  } catch (const Unreadable& error) {
+    throw Failure(Code::io, error.what()).because(errno);
+  } catch (const WriteFailure& error) {
+    throw Failure(Code::io, error.what()).because(errno);
   } catch (const std::exception& error) {
     throw Failure(Code::corrupt, error.what());
   }

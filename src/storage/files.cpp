@@ -293,7 +293,7 @@ bool File::sync() {
 }
 
 void throwUnreadable(std::string_view name) {
-  throw std::runtime_error("Failed to read file: " + printable(name));
+  throw Unreadable("Failed to read file: " + printable(name));
 }
 
 std::optional<std::string> readFile(const Directory& directory, const std::string& name) {
@@ -352,7 +352,7 @@ std::vector<DirectoryEntry> listFiles(const Directory& directory, std::string_vi
       descriptor < 0 ? nullptr : fdopendir(descriptor), closedir);
   if (listing == nullptr) {
     if (descriptor >= 0) close(descriptor);
-    throw std::runtime_error("Failed to list directory");
+    throw Unreadable("Failed to list directory");
   }
   std::vector<DirectoryEntry> entries;
   while (const dirent* const entry = readdir(listing.get())) {

@@ -52,6 +52,11 @@ struct NotRegularFile : std::runtime_error {
   explicit NotRegularFile(std::string_view name);
 };
 
+// The system has refused to read what is there.
+struct Unreadable : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 enum class FileOperation : std::uint8_t { open, read, write, sync, truncate, rename, remove, list };
 
 struct FileEvent {
@@ -139,8 +144,8 @@ class File {
   std::unique_ptr<File> journal_;  // where the bytes of that are
 };
 
-// The whole file, or nothing when there is none. Throws std::runtime_error "Failed to read file:
-// NAME" when it is there and cannot be opened or read, and NotRegularFile.
+// The whole file, or nothing when there is none. Throws Unreadable "Failed to read file: NAME"
+// when it is there and cannot be opened or read, and NotRegularFile.
 std::optional<std::string> readFile(const Directory& directory, const std::string& name);
 [[noreturn]] void throwUnreadable(std::string_view name);
 
@@ -162,7 +167,7 @@ bool renameFile(const Directory& directory, const std::string& from, const std::
 bool syncDirectory(const Directory& directory);
 
 // What lies in the directory under a name that ends in the suffix, sorted by name, but for other
-// directories. Throws std::runtime_error "Failed to list directory".
+// directories. Throws Unreadable "Failed to list directory".
 struct DirectoryEntry {
   std::string name;
   bool isRegular = true;

@@ -109,6 +109,8 @@ class Loader {
       isTable = table.has_value();
       if (table) complete(*table);
       if (table) state_.tables.insert_or_assign(table->tableName, std::move(*table));
+    } catch (const Unreadable&) {
+      throw;
     } catch (const std::runtime_error& error) {
       report_(fileName, -1, error.what());
     }
@@ -126,6 +128,8 @@ class Loader {
       try {
         step();
       } catch (const std::bad_alloc&) {
+        throw;
+      } catch (const Unreadable&) {
         throw;
       } catch (const std::exception& error) {
         report_(name, -1, error.what());
@@ -178,9 +182,14 @@ Contents contentsOf(const Directory& directory) {
   return asSystemFailure("", [&] {
     const AwaitedFiles awaited = Storage::awaitedFiles(directory);
     const Directory reading{directory.descriptor, &awaited};
-    if (File(reading, manifestFileName, File::Mode::read).isOpen()) return Contents::sealed;
+    const auto isThere = [&](const char* name) {
+      const bool isOpen = File(reading, name, File::Mode::read).isOpen();
+      if (!isOpen && errno != ENOENT) throwUnreadable(name);
+      return isOpen;
+    };
+    if (isThere(manifestFileName)) return Contents::sealed;
     for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
-      if (File(reading, name, File::Mode::read).isOpen()) return Contents::plain;
+      if (isThere(name)) return Contents::plain;
     }
     const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
     return hasFiles ? Contents::plain : Contents::nothing;

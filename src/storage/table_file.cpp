@@ -296,7 +296,9 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
 std::optional<Table> Storage::loadTable(const std::string& fileName, const Directory& directory,
                                         FloatTexts floats) {
   File file(directory, fileName, File::Mode::read);
-  if (!file.isOpen()) throw std::runtime_error("Failed to open file: " + printable(fileName));
+  const std::string refusal = "Failed to open file: " + printable(fileName);
+  if (!file.isOpen() && errno == ENOENT) throw std::runtime_error(refusal);
+  if (!file.isOpen()) throw Unreadable(refusal);
   const std::vector<Column> columns = getColumns(file, fileName);
   if (columns.empty()) return std::nullopt;
 
