@@ -341,8 +341,6 @@ void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
   odd.changes[at] = change;
   odd.until = std::min(odd.until, change);
   if (isTimed && isCurrent) odd.since = now;
-  since_ = std::max(since_, odd.since);
-  until_ = std::min(until_, odd.until);
   odd.flags[place] = isTold ? listed : listed | unclear;
   if (!isTimed && holdsTexts(kind_)) odd.flags[place] |= literal;
   odd.cells[at] = std::move(cell);

@@ -162,10 +162,6 @@ class ColumnValues {
   // The first second behind `now` at which a live row shows another value; the largest number if
   // none does. Threads as for chunkAt.
   std::int64_t nextChange(std::int64_t now) const;
-  // Whether all arrays are right for the second as they are (it may say no where they are); and
-  // makes them so, which nobody may read meanwhile.
-  bool statesAreCurrent(std::int64_t now) const noexcept { return since_ <= now && now < until_; }
-  void refreshStates(std::int64_t now);
   // To be called when rows of the chunk have come to life or gone: what is kept for readers is no
   // longer right.
   void forgetKept(std::size_t chunk) noexcept {
@@ -236,9 +232,6 @@ class ColumnValues {
   std::size_t values_;                          // the array of the values
   std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
-  // The seconds for which all chunks' arrays are right, or fewer.
-  mutable std::int64_t since_ = std::numeric_limits<std::int64_t>::min();
-  mutable std::int64_t until_ = std::numeric_limits<std::int64_t>::max();
 };
 
 // Reads a column row by row at one second, quickly where the next row is near the one before. The

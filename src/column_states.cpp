@@ -52,22 +52,6 @@ void ColumnValues::refresh(std::size_t chunk, OddCells& odd, std::int64_t now) c
   }
   odd.since = now;
   odd.until = until;
-  since_ = std::max(since_, now);
-  until_ = std::min(until_, until);
-}
-
-void ColumnValues::refreshStates(std::int64_t now) {
-  if (statesAreCurrent(now)) return;
-  std::int64_t since = std::numeric_limits<std::int64_t>::min();
-  std::int64_t until = always;
-  for (std::size_t chunk = 0; chunk < odd_.size(); ++chunk) {
-    if (odd_[chunk] == nullptr) continue;
-    keepRight(chunk, now);
-    since = std::max(since, odd_[chunk]->since);
-    until = std::min(until, odd_[chunk]->until);
-  }
-  since_ = since;
-  until_ = until;
 }
 
 void ColumnValues::dropKept(std::size_t chunk) noexcept {

@@ -38,15 +38,6 @@ std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
   return isFound ? index : PrimaryKeyMap::noRow;
 }
 
-bool Table::statesAreCurrent(std::int64_t now) const noexcept {
-  return std::all_of(values_.begin(), values_.end(),
-                     [&](const auto& column) { return column->statesAreCurrent(now); });
-}
-
-void Table::refreshStates(std::int64_t now) {
-  for (const auto& column : values_) column->refreshStates(now);
-}
-
 std::size_t Table::appendRows(std::size_t count) {
   const std::size_t first = rowCount();
   count = std::min(count, Rows::chunkRows - Rows::placeOf(first));

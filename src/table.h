@@ -100,10 +100,6 @@ class Table {
                         TextRoom& room) const {
     return values_[column]->text(row, now, room);
   }
-  // Whether scans at the second find its states in the columns' arrays; and puts them there, for
-  // who has the table alone. Scans at another second, or before that, have to make copies.
-  bool statesAreCurrent(std::int64_t now) const noexcept;
-  void refreshStates(std::int64_t now);
   // Has the row brought into the cache, if it is a usual one, or else its first cells.
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
     constexpr std::size_t mostCells = 16;

@@ -215,7 +215,7 @@ TEST(StrictCommands, clock) {
                   {"UPDATE t SET a = 1\n#TIME# 0\n", "update t a=1 clock 0"},
                   {"INSERT INTO t a = ' #TIME# 5' b = \" #TIME# 6\"",
                    "insert t a=[ #TIME# 5] b=[ #TIME# 6]"}});
-  const std::string second = "Expected a whole number from 0 to 9223372036854775807, found ";
+  const std::string second = "Expected a whole number from 0 to 1099511627776, found ";
   expectRefused(
       {{"INSERT INTO t a = 1 #TIME#", 26, "Expected a whole number, found the end of the command"},
        {"INSERT INTO t a = 1 #TIME# x", 27, "Expected a whole number, found 'x'"},

@@ -171,32 +171,5 @@ TEST(TypedColumns, tellWhenALiveRowChangesNext) {
   }
 }
 
-TEST(TypedColumns, areRightForASecondOnceTheyAreRefreshed) {
-  for (const std::string& type : allTypes) {
-    Table table = someTable(type, 3);
-    for (const std::int64_t now : {5, 6, 30, -40, 100, 99}) {
-      table.refreshStates(now);
-      EXPECT_TRUE(table.statesAreCurrent(now)) << type;
-      for (std::size_t row = 0; row < table.rowCount(); ++row) {
-        const auto chunk = table.values(0).chunk(Rows::chunkOf(row));
-        const std::string text = textOf(table, row, 0, now);
-        ASSERT_EQ(toldText(table.kind(0), chunk, Rows::placeOf(row)).value_or(text), text) << type;
-      }
-    }
-  }
-}
-
-TEST(TypedColumns, areNoLongerRightOnceAStateHasEnded) {
-  Table table = tableOf("int");
-  EXPECT_TRUE(table.statesAreCurrent(0));
-  add(table, timedCell(ruleOf({{"1", 10}, {"2", 10}}, false, 0)), 3);
-  EXPECT_TRUE(table.statesAreCurrent(3));
-  EXPECT_TRUE(table.statesAreCurrent(9));
-  EXPECT_FALSE(table.statesAreCurrent(10));
-  EXPECT_FALSE(table.statesAreCurrent(2));
-  table.refreshStates(25);
-  EXPECT_TRUE(table.statesAreCurrent(1000));
-}
-
 }  // namespace
 }  // namespace velmora
