@@ -122,7 +122,7 @@ void runChange(Changes& changes, const strict::Command& command, const RunContex
       command);
 }
 
-bool isChange(const strict::Command& command) noexcept {
+bool isChange(const strict::Command& command) {
   return std::visit(
       [](const auto& each) {
         using T = std::remove_cvref_t<decltype(each)>;
@@ -131,7 +131,7 @@ bool isChange(const strict::Command& command) noexcept {
       command);
 }
 
-bool changesCatalogue(const strict::Command& command) noexcept {
+bool changesCatalogue(const strict::Command& command) {
   return std::visit(
       [](const auto& each) { return isCatalogueChange<std::remove_cvref_t<decltype(each)>>; },
       command);

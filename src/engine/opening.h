@@ -39,8 +39,8 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
 void runChange(Changes& changes, const strict::Command& command, const RunContext& context,
                Answer& answer);
 // Whether the command is one for runChange; and whether it changes the catalogue.
-bool isChange(const strict::Command& command) noexcept;
-bool changesCatalogue(const strict::Command& command) noexcept;
+bool isChange(const strict::Command& command);
+bool changesCatalogue(const strict::Command& command);
 
 // The load of the plain functions: what Database::loadFromDisk does, or, where handles have used
 // the directory, what they have left, brought into plain files. Throws as that does, and
