@@ -42,11 +42,14 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
     database.listeners[listener.tableName].insert(std::move(listener));
   }
   for (const Relation& link : state.links) {
+    const auto parent = database.tables.find(link.parentTable);
+    const bool hasKey = parent != database.tables.end() && parent->second.hasPrimaryKey();
     try {
       database.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, now);
     } catch (const std::bad_alloc&) {
       throw;
     } catch (const std::exception& error) {
+      if (parent != database.tables.end() && !hasKey) parent->second.dropPrimaryKey();
       report(Storage::relationFileName(link), -1,
              "The link from " + link.childTable + "." + link.childColumn + " to " +
                  link.parentTable + "." + link.parentColumn + " does not hold: " + error.what());
