@@ -26,7 +26,7 @@ namespace velmora {
 enum class Contents : std::uint8_t {
   nothing,
   plain,   // files of the plain functions
-  sealed,  // there is a manifest (or a checkpoint that will put one in its place)
+  sealed,  // there is a manifest, or a checkpoint that will put one in its place, or it is lost
 };
 Contents contentsOf(const Directory& directory);
 
