@@ -53,6 +53,8 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
     database.listeners[listener.tableName].insert(std::move(listener));
   }
   for (const Relation& link : state.links) {
+    const auto parent = database.tables.find(link.parentTable);
+    const bool hasKey = parent != database.tables.end() && parent->second.hasPrimaryKey();
     try {
       const auto parent = database.tables.find(link.parentTable);
       if (parent != database.tables.end()) refuseTimedKeys(parent->second, link.parentColumn);
@@ -60,6 +62,7 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
     } catch (const std::bad_alloc&) {
       throw;
     } catch (const std::exception& error) {
+      if (parent != database.tables.end() && !hasKey) parent->second.dropPrimaryKey();
       report(Storage::relationFileName(link), -1,
              "The link from " + link.childTable + "." + link.childColumn + " to " +
                  link.parentTable + "." + link.parentColumn + " does not hold: " + error.what());

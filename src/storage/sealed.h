@@ -26,7 +26,7 @@ namespace velmora {
 enum class Contents : std::uint8_t {
   nothing,
   plain,   // files of the plain functions
-  sealed,  // there is a manifest (or a checkpoint that will put one in its place)
+  sealed,  // there is a manifest, or a checkpoint that will put one in its place, or it is lost
 };
 // Throws Failure: io.
 Contents contentsOf(const Directory& directory);
@@ -46,8 +46,7 @@ using ReportFault =
 
 // Reads what the manifest names, an interrupted checkpoint's files under the names that they will
 // have, and changes nothing. Every fault goes to the report; what can be read in spite of it is
-// there in the end. Throws Failure: corrupt when the manifest itself cannot be read and no fault
-// can be passed over, io, interrupted.
+// there in the end. Throws Failure: io, interrupted.
 SealedState loadSealed(const Directory& directory, const ReportFault& report,
                        const Progress& progress);
 // The same for the files that the plain functions have left behind a checkpoint, without manifest;

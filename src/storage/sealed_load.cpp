@@ -7,11 +7,33 @@
 #include "exact_values.h"
 #include "found_files.h"
 #include "manifest.h"
+#include "record_form.h"
 #include "sealed.h"
 #include "system_failure.h"
 
 namespace velmora {
 namespace {
+
+bool isThere(const char* name, const Directory& directory) {
+  const bool isOpen = File(directory, name, File::Mode::read).isOpen();
+  if (!isOpen && errno != ENOENT) throwUnreadable(name);
+  return isOpen;
+}
+
+// Whether only handles can have left the directory so, though its manifest is missing.
+bool hasSealedFiles(const Directory& directory) {
+  if (!listFiles(directory, exactExtension).empty()) return true;
+  File log(directory, logFileName, File::Mode::read);
+  if (!log.isOpen()) return false;
+  std::string beginning(64 * 1024, '\0');
+  beginning.resize(log.readAt(0, beginning.data(), beginning.size()).value_or(0));
+  std::string_view rest = beginning;
+  for (std::size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
+    if (recordEndOf(rest.substr(0, end))) return true;
+    rest.remove_prefix(end + 1);
+  }
+  return false;
+}
 
 class Loader {
  public:
@@ -28,6 +50,7 @@ class Loader {
       total_ += 2 * static_cast<std::uint64_t>(seal.size);
     }
     for (const auto& [name, seal] : manifest_.files) check(name, seal);
+    if (!isThere(logFileName, directory_)) report_(logFileName, -1, "the file is missing");
     for (const auto& [name, seal] : manifest_.files) {
       if (name.ends_with(tableExtension) && !isListOfRecords(name)) loadTable(name);
     }
@@ -64,10 +87,29 @@ class Loader {
 
   void readManifest() {
     const auto text = readFile(directory_, manifestFileName);
-    if (!text) throw Failure(Code::corrupt, std::string("There is no ") + manifestFileName);
+    if (!text) {
+      report_(manifestFileName, -1, "the file is missing");
+      findFiles();
+      return;
+    }
     manifest_ = parseManifest(*text, [&](std::int64_t offset) {
       report_(manifestFileName, offset, "the manifest is not what was written");
     });
+  }
+
+  // What the manifest would name, where it is missing. Which record the log begins with is not
+  // known.
+  void findFiles() {
+    for (const DirectoryEntry& entry : listFiles(directory_, "")) {
+      for (const std::string_view extension :
+           {tableExtension, deletionExtension, wholeRowExtension, timedExtension, exactExtension}) {
+        if (!entry.isRegular || !entry.name.ends_with(extension)) continue;
+        if (const auto seal = sealOf(directory_, entry.name)) manifest_.files[entry.name] = *seal;
+      }
+    }
+    for (const RelationFile& file : relationFiles(directory_)) {
+      manifest_.links.push_back(file.relation);
+    }
   }
 
   void advance(std::uint64_t count) {
@@ -182,14 +224,9 @@ Contents contentsOf(const Directory& directory) {
   return asSystemFailure("", [&] {
     const AwaitedFiles awaited = Storage::awaitedFiles(directory);
     const Directory reading{directory.descriptor, &awaited};
-    const auto isThere = [&](const char* name) {
-      const bool isOpen = File(reading, name, File::Mode::read).isOpen();
-      if (!isOpen && errno != ENOENT) throwUnreadable(name);
-      return isOpen;
-    };
-    if (isThere(manifestFileName)) return Contents::sealed;
+    if (isThere(manifestFileName, reading) || hasSealedFiles(reading)) return Contents::sealed;
     for (const char* const name : {logFileName, listenersFileName, webhooksFileName}) {
-      if (isThere(name)) return Contents::plain;
+      if (isThere(name, reading)) return Contents::plain;
     }
     const bool hasFiles = !tableFiles(reading).empty() || !relationFiles(reading).empty();
     return hasFiles ? Contents::plain : Contents::nothing;

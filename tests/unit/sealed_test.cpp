@@ -211,7 +211,7 @@ TEST_F(SealedFilesTest, filesThatAreMissingLongerOrShorterAreReported) {
   EXPECT_EQ(tryToLoad().faults,
             (Faults{"t.bin -1: the file is missing", "t.bin -1: Failed to open file: t.bin"}));
   fs::remove(path_ / "velmora.manifest");
-  EXPECT_EQ(tryToLoad().faults, (Faults{"There is no velmora.manifest"}));
+  EXPECT_EQ(tryToLoad().faults, (Faults{"velmora.manifest -1: the file is missing"}));
 }
 
 TEST_F(SealedFilesTest, whatIsDamagedIsWrittenAnew) {

@@ -43,9 +43,12 @@ int beforeFileOperation(const FileEvent& event) {
     recorder.isSynced = true;
     recorder.synced.notify_all();
   }
-  const bool isItsTurn = ++recorder.count == recorder.fault.number;
+  const FailingOperation& fault = recorder.fault;
+  const int number = ++recorder.count;
+  const bool isItsTurn =
+      number == fault.number || (fault.lasts && fault.number > 0 && number > fault.number);
   const bool isWrite = event.operation == FileOperation::write;
-  const int wish = isItsTurn && (recorder.fault.wish > 0 || isWrite) ? recorder.fault.wish : 0;
+  const int wish = isItsTurn && (fault.wish > 0 || isWrite) ? fault.wish : 0;
   if (event.operation != FileOperation::read && event.operation != FileOperation::list) {
     recorder.journal.add(event, wish);
   }
@@ -143,6 +146,12 @@ OpenOptions HandleTest::options(Durability durability) {
 
 void HandleTest::open(Durability durability) {
   engine_ = std::make_unique<Engine>(live_.string(), options(durability));
+}
+
+void HandleTest::putLive(const Files& files) {
+  fs::current_path("/");
+  writeFiles(live_, files);
+  fs::current_path(live_);
 }
 
 void HandleTest::close() {

@@ -43,10 +43,12 @@ struct Known {
   Numbers numbers;
 };
 
-// One of the operations that follow fails: which of them, and with what (see FileHook).
+// One of the operations that follow fails, or all from that one on: which of them, and with what
+// (see FileHook).
 struct FailingOperation {
   int number = 0;  // from 1; 0: none
   int wish = 0;
+  bool lasts = false;
 };
 
 class HandleTest : public testing::Test {
@@ -55,9 +57,9 @@ class HandleTest : public testing::Test {
   ~HandleTest() override;
 
   OpenOptions options(Durability durability);
-  // The live engine over what the directory has; what it does to files is taken down, if at all,
-  // from the next setFault, steps or waitForSync on.
   void open(Durability durability);
+  // Puts files in the place of the live engine's, which is closed.
+  void putLive(const Files& files);
   void close();
   // True if the call succeeded; what failed is in failure_.
   bool call(const Call& call);
@@ -76,6 +78,7 @@ class HandleTest : public testing::Test {
   // An engine over these files has one of the states; then it goes on, restarts and has what it had
   // come to.
   void expectOneOf(const Files& files, const std::vector<Known>& possible, bool goesOn);
+  // What differs from each of the states; empty when it is one of them.
   std::string differenceFrom(Engine& engine, const std::vector<Known>& possible);
   void goOn(std::unique_ptr<Engine> engine);
 

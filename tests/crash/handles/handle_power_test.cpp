@@ -91,9 +91,7 @@ class HandlePowerTest : public HandleTest, public testing::WithParamInterface<Du
     disk_ = std::move(left.disk);
     possible_ = std::move(left.possible);
     disk_.losePages();
-    std::filesystem::current_path("/");
-    writeFiles(live_, disk_.current());
-    std::filesystem::current_path(live_);
+    putLive(disk_.current());
     open(GetParam());
     const std::vector<DiskStep> done = steps();
     numbers_ = nextNumbers(*engine_);
