@@ -53,8 +53,8 @@ constexpr const char* strictCommands[] = {
     "INSERT INTO t a = 'it''s' --> ? @ 5 mo c b = (-1.5E+10) c = NULL #TIME# ?",
     "UPDATE t SET a=?b=?-->true@?s WHERE a IS NOT NULL && t.b >= 7 || c != \"x\" #TIME# 17",
     "CREATE TABLE t id ApexInt s string(30) 3 l long d double f float b bool 2 i int",
-    "SELECT a, COUNT(*), t.b FROM t JOIN u ON t.a = u.b WHERE a < ? GROUP BY a ORDER BY MAX(b) "
-    "DESC, a LIMIT?OFFSET?AT?",
+    ("SELECT a, COUNT(*), t.b FROM t JOIN u ON t.a = u.b WHERE a < ? GROUP BY a ORDER BY MAX(b) "
+     "DESC, a LIMIT?OFFSET?AT?"),
     "LISTEN t.INSERT --> 'x' WHERE a IS NULL",
     "UNLINK a.b --> c.d",
     "SHOW SCHEDULE FROM t UNTIL ?",

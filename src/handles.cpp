@@ -194,7 +194,8 @@ std::string counted(std::size_t count, const std::string& noun) {
 std::unique_ptr<velmora_statement> prepare(velmora_db* db, std::string_view text) {
   auto prepared = engineOf(db).prepare(text);
   std::vector<Value> values(static_cast<std::size_t>(prepared->parameterCount()));
-  return std::make_unique<velmora_statement>(db, std::move(prepared), std::move(values));
+  return std::unique_ptr<velmora_statement>(
+      new velmora_statement{db, std::move(prepared), std::move(values)});
 }
 
 void runBatch(Engine& engine, std::span<const velmora_command> commands, Answer& answer) {

@@ -263,13 +263,14 @@ void Changes::forgetKey(const LinkRecord& link) {
 
 void Changes::run(const strict::Listen& command, const RunContext& context, Answer& answer) {
   const Table& table = tableOf(command.table);
-  const RowFilter checked(command.filter, table);  // throws for what it does not know
   Listener listener{command.table.text, command.event.text, command.target, {}};
-  for (const strict::Comparison& comparison : command.filter) {
-    strict::Comparison bound = comparison;
-    if (bound.operand.isParameter()) bound.operand.value = valueOf(bound.operand, context.values);
-    listener.conditions.push_back(conditionOf(bound));
+  strict::Filter filter = command.filter;
+  for (strict::Comparison& comparison : filter) {
+    comparison.operand.value = Value(valueOf(comparison.operand, context.values));
+    comparison.operand.parameter = -1;
+    listener.conditions.push_back(conditionOf(comparison));
   }
+  const RowFilter checked(filter, table);  // throws for what it does not know
   if (Storage::asStored(listener) != listener) {
     refuseName(Code::range, "The listener has texts that are too long", command.table);
   }

@@ -126,7 +126,8 @@ class SealedCheckpoint {
       return;
     }
     std::optional<NewFile> file;
-    for (const auto& [name, table] : tables_) {
+    for (const auto& entry : tables_) {
+      const Table& table = entry.second;
       forEachRule(table, [&](std::size_t row, std::size_t column, const TempRule& rule) {
         if (!file) file.emplace(directory_, addNewFile(journal, webhooksFileName, directory_));
         file->write(Storage::webhookRecords(Storage::comingChanges(

