@@ -56,7 +56,6 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
     const auto parent = database.tables.find(link.parentTable);
     const bool hasKey = parent != database.tables.end() && parent->second.hasPrimaryKey();
     try {
-      const auto parent = database.tables.find(link.parentTable);
       if (parent != database.tables.end()) refuseTimedKeys(parent->second, link.parentColumn);
       database.link(link.childTable, link.childColumn, link.parentTable, link.parentColumn, second);
     } catch (const std::bad_alloc&) {
