@@ -26,7 +26,7 @@ struct RunContext {
 // What a column is to hold: a value, or the states of a timed one.
 struct FittedValue {
   std::size_t column = 0;
-  std::size_t offset = 0;  // of the value in the command
+  std::size_t offset = 0;  // of the value in the command; -1: it is not there
   Value value;
   std::unique_ptr<TempRule> rule;  // null: not timed
 };

@@ -104,7 +104,7 @@ void Changes::fillRow(Table& table, std::size_t row, std::vector<FittedValue>& v
     const auto given = std::find_if(values.begin(), values.end(),
                                     [i](const FittedValue& value) { return value.column == i; });
     if (given == values.end()) {
-      if (isKey(table, i)) checkKey(table, {i, 0, {}, nullptr});
+      if (isKey(table, i)) checkKey(table, {i, static_cast<std::size_t>(-1), {}, nullptr});
       // A new row has zeros where whole numbers belong, and null elsewhere.
       if (kind == ValueKind::integer || kind == ValueKind::longInteger) table.setValue(row, i, {});
     } else {

@@ -11,7 +11,7 @@ void UndoLog::noteInsert(Table& table, std::size_t row) {
   changes_.emplace_back(Insert{&table, row});
 }
 
-void UndoLog::noteFiled() noexcept { std::get<Insert>(changes_.back()).isFiled = true; }
+void UndoLog::noteFiled() { std::get<Insert>(changes_.back()).isFiled = true; }
 
 void UndoLog::noteDeletions(Table& table, std::size_t mostRows) {
   Deletion deletion{&table, {}};
@@ -19,7 +19,7 @@ void UndoLog::noteDeletions(Table& table, std::size_t mostRows) {
   changes_.emplace_back(std::move(deletion));
 }
 
-void UndoLog::noteDeleted(std::int32_t row) noexcept {
+void UndoLog::noteDeleted(std::int32_t row) {
   std::get<Deletion>(changes_.back()).rows.push_back(row);
 }
 

@@ -30,10 +30,10 @@ class UndoLog {
   // A row that is about to be appended.
   void noteInsert(Table& table, std::size_t row);
   // The row has been filed: from now on it has to be taken out of the key map and of its parents.
-  void noteFiled() noexcept;
+  void noteFiled();
   // Rows that are about to be deleted; how many of them are is told as it happens.
   void noteDeletions(Table& table, std::size_t mostRows);
-  void noteDeleted(std::int32_t row) noexcept;
+  void noteDeleted(std::int32_t row);
   // A column that is about to be given other values in these rows.
   void noteUpdate(Table& table, std::size_t column, const std::vector<std::int32_t>& rows,
                   std::int64_t now);

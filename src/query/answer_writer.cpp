@@ -37,9 +37,10 @@ void AnswerWriter::addChange(const ColumnValues& values, std::size_t row) {
   if (rule == nullptr) return;
   answer_.values.back().isTimed = true;
   const std::size_t index = answer_.values.size() - 1;
+  const std::size_t width = std::max<std::size_t>(answer_.columnCount(), 1);
   TimedAnswer& timed = answer_.timed.emplace_back();
-  timed.row = static_cast<std::uint32_t>(index / answer_.columnCount());
-  timed.column = static_cast<std::uint32_t>(index % answer_.columnCount());
+  timed.row = static_cast<std::uint32_t>(index / width);
+  timed.column = static_cast<std::uint32_t>(index % width);
   timed.changeSecond = rule->nextValueChange(now_);
   timed.cycles = rule->repeat;
   if (timed.changeSecond == Answer::never) return;

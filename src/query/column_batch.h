@@ -12,13 +12,13 @@
 namespace velmora::query {
 
 struct ColumnBatch {
-  AnswerType type = AnswerType::null;
   alignas(64) std::uint8_t given[Rows::chunkRows];  // 1, or 0 for null
   union {
     alignas(64) std::int64_t integers[Rows::chunkRows];
     double reals[Rows::chunkRows];
   };
   const Text* texts = nullptr;
+  AnswerType type = AnswerType::null;
 
   // The rows of a chunk, or any rows.
   void load(const ColumnValues& values, std::size_t chunk, std::int64_t now, std::size_t size);

@@ -22,9 +22,10 @@ struct Place {
 
 class Scope {
  public:
-  explicit Scope(const Table& left, const Table* right = nullptr) : left_(&left), right_(right) {}
+  explicit Scope(const Table& left, const Table* right = nullptr)
+      : left_(&left), right_(right != nullptr ? right : &left), isJoin_(right != nullptr) {}
 
-  bool isJoin() const noexcept { return right_ != nullptr; }
+  bool isJoin() const noexcept { return isJoin_; }
   const Table& table(bool isRight) const noexcept { return isRight ? *right_ : *left_; }
   const Table& table(const Place& place) const noexcept { return table(place.isRight); }
   const ColumnValues& values(const Place& place) const { return table(place).values(place.column); }
@@ -39,7 +40,8 @@ class Scope {
 
  private:
   const Table* left_;
-  const Table* right_;
+  const Table* right_;  // the left one where there is no other
+  bool isJoin_;
 };
 
 // Throws Failure: notFound.
