@@ -90,8 +90,13 @@ class Faults {
 Engine::Parts::Parts(OpenOptions options_)
     : options(std::move(options_)), gate(options.transactionWait) {}
 
-void Engine::Parts::tell(LogLevel level, const std::string& line) const {
-  if (options.callbacks.log) options.callbacks.log(level, line);
+void Engine::Parts::tell(LogLevel level, std::string_view line) const noexcept {
+  if (!options.callbacks.log) return;
+  try {
+    options.callbacks.log(level, line);
+  } catch (...) {
+    // A line is lost, for want of memory; that is no reason to fail.
+  }
 }
 
 bool Engine::Parts::goOn(std::string_view step, std::uint64_t done, std::uint64_t total) const {
@@ -286,7 +291,8 @@ void Engine::Parts::close() noexcept {
       checkpoint();
     }
   } catch (const std::exception& error) {
-    tell(LogLevel::error, std::string("No checkpoint was written: ") + error.what());
+    tell(LogLevel::error, "No checkpoint was written; the log has every change");
+    tell(LogLevel::error, error.what());
   }
   lock.reset();
 }

@@ -72,7 +72,7 @@ struct Engine::Parts {
   void close() noexcept;
   void runSyncer();
 
-  void tell(LogLevel level, const std::string& line) const;
+  void tell(LogLevel level, std::string_view line) const noexcept;
   bool goOn(std::string_view step, std::uint64_t done, std::uint64_t total) const;
   Progress progressOf(std::string_view step) const;
   std::int64_t second();
