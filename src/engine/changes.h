@@ -1,6 +1,9 @@
 // Changes: what the strict language's commands do to a database's memory. Each is noted in the undo
 // log before it is made; a command that fails leaves it to its caller to go back to where the log
 // was before. Nothing here touches a file.
+//
+// While a log is replayed (Database::isReplaying) nothing is refused that only a rule refuses: what
+// stands in the log has been accepted, whatever rules there are by now.
 #pragma once
 
 #include <cstdint>

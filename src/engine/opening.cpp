@@ -43,6 +43,17 @@ void replay(const LoggedCommand& logged, Changes& changes) {
   changes.undo().clear();
 }
 
+// Whether handles have used the directory. What cannot be read is for the plain functions' own load
+// to tell, unless there is a manifest.
+bool isSealed(const Directory& directory) {
+  try {
+    return contentsOf(directory) == Contents::sealed;
+  } catch (const Failure&) {
+    if (identityOf(directory, manifestFileName)) throw;
+    return false;
+  }
+}
+
 }  // namespace
 
 void takeTables(SealedState&& state, Database& database, const ReportFault& report,
@@ -81,6 +92,7 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
   takeTables(std::move(state), database, report, opened.second);
   const auto total = static_cast<std::uint64_t>(sizeOf(database.directory, logFileName));
   std::uint64_t count = 0;
+  database.isReplaying = true;
   while (true) {
     const std::int64_t start = reader.completeSize();
     const auto commands = reader.next();
@@ -102,6 +114,7 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
       throw Failure(Code::interrupted, "Interrupted");
     }
   }
+  database.isReplaying = false;
   if (reader.fault()) report(logFileName, reader.completeSize(), *reader.fault());
   opened.nextSequence = reader.nextSequence();
   opened.size = reader.completeSize();
@@ -140,7 +153,7 @@ bool changesCatalogue(const strict::Command& command) {
 }
 
 void loadForPlainFunctions(Database& database) {
-  if (contentsOf(database.directory) == Contents::sealed) {
+  if (isSealed(database.directory)) {
     const std::int64_t now = clock::now();
     Database sealed(database.directory);
     Changes changes(sealed);

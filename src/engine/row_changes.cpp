@@ -186,7 +186,7 @@ void Changes::moveKey(Table& table, std::size_t row, const FittedValue& value, s
   const std::string_view newKey = cell.valueAt(now);
   TextRoom room;
   const std::string_view shown = table.text(row, value.column, now, room);
-  if (shown != newKey &&
+  if (shown != newKey && !database_->isReplaying &&
       database_->isActivelyRestricted(table, static_cast<std::int32_t>(row), shown, now)) {
     throw Failure(Code::restricted, "Rows are linked to the key " + quoted(shown) + " of table '" +
                                         table.tableName + "'")
@@ -207,9 +207,11 @@ void Changes::run(const strict::Delete& command, const RunContext& context, Answ
     table.setDeleted(static_cast<std::size_t>(row), true);
     undo_.noteDeleted(row);
   }
+  answer.rowsAffected = static_cast<std::int64_t>(rows.size());
+  if (!table.hasPrimaryKey() || database_->isReplaying) return;
   for (const std::int32_t row : rows) {
     const auto index = static_cast<std::size_t>(row);
-    if (table.dependents(index) == nullptr || !table.hasPrimaryKey()) continue;
+    if (table.dependents(index) == nullptr) continue;
     TextRoom room;
     const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
     const std::string_view key = table.text(index, keyColumn, context.now, room);
@@ -219,7 +221,6 @@ void Changes::run(const strict::Delete& command, const RunContext& context, Answ
           .of(table.tableName, keyOf(table).name);
     }
   }
-  answer.rowsAffected = static_cast<std::int64_t>(rows.size());
 }
 
 }  // namespace velmora
