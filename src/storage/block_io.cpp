@@ -43,7 +43,9 @@ void NewFile::makeRoom(std::size_t count) {
     used_ -= static_cast<std::size_t>(whole);
     std::memmove(buffer_.data(), rest, used_);
   }
-  const std::size_t wanted = std::max(used_ + count, blockSize + pieceSize);
+  // Most files are small.
+  const std::size_t usual = buffer_.empty() ? pieceSize : blockSize + pieceSize;
+  const std::size_t wanted = std::max(used_ + count, usual);
   if (buffer_.size() < wanted) buffer_.resize(wanted);
 }
 

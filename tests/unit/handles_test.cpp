@@ -744,6 +744,7 @@ TEST_F(Handles, RefuseCallsFromTheirOwnCallbacks) {
   ASSERT_GE(host.codes.size(), 3U);
   for (const int code : host.codes) EXPECT_EQ(code, VELMORA_MISUSE);
   EXPECT_EQ(run("SHOW TABLES"), "ok");
+  close();  // which asks for the second, too
 }
 
 TEST_F(Handles, StopWhatTheProgressCallbackRefuses) {
