@@ -139,9 +139,9 @@ NewResult newResult() {
 int tellFailure(velmora_error** error) noexcept {
   Code code = Code::noMemory;
   try {
-    Failure failure = currentFailure();
+    const Failure failure = currentFailure();
     code = failure.code;
-    if (error != nullptr) *error = new velmora_error{std::move(failure)};
+    if (error != nullptr) *error = new velmora_error{failure};
   } catch (...) {
     // There is no memory to tell more.
   }

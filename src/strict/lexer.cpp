@@ -21,7 +21,7 @@ constexpr std::array<std::string_view, 33> reservedWords = {
 constexpr std::size_t longestReserved = reservedWords.back().size();
 
 // Where the reserved words of each size begin.
-constexpr auto firstOfSize = [] {
+constexpr std::array<std::size_t, longestReserved + 2> placesOfSizes() {
   std::array<std::size_t, longestReserved + 2> first = {};
   for (std::size_t size = 1; size < first.size(); ++size) {
     first[size] = first[size - 1];
@@ -30,7 +30,8 @@ constexpr auto firstOfSize = [] {
     }
   }
   return first;
-}();
+}
+constexpr std::array<std::size_t, longestReserved + 2> firstOfSize = placesOfSizes();
 static_assert(std::is_sorted(reservedWords.begin(), reservedWords.end(),
                              [](auto a, auto b) { return a.size() < b.size(); }));
 
