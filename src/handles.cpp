@@ -167,6 +167,11 @@ OpenOptions openOptions(const velmora_options& options, const velmora_db* db) {
   return open;
 }
 
+static_assert(VELMORA_READS == static_cast<int>(CommandKind::reads));
+static_assert(VELMORA_CHANGES == static_cast<int>(CommandKind::changes));
+static_assert(VELMORA_CONTROLS == static_cast<int>(CommandKind::controls));
+static_assert(VELMORA_MAINTAINS == static_cast<int>(CommandKind::maintains));
+
 template <typename Handle>
 Handle& required(Handle* handle, const char* name) {
   if (handle == nullptr) throwMisuse(std::string(name) + " is null");
@@ -251,6 +256,10 @@ int velmora_run(velmora_db* db, const char* text, size_t length, const velmora_v
   });
 }
 
+int velmora_in_transaction(const velmora_db* db) {
+  return db != nullptr && db->engine.isInTransaction() ? 1 : 0;
+}
+
 int velmora_run_batch(velmora_db* db, const velmora_command* commands, size_t count,
                       velmora_result** result, velmora_error** error) {
   return codeOfAnswer(result, error, [&](Answer& answer) {
@@ -297,6 +306,11 @@ int velmora_prepare(velmora_db* db, const char* text, size_t length, velmora_sta
 
 size_t velmora_statement_parameters(const velmora_statement* statement) {
   return statement == nullptr ? 0 : statement->values.size();
+}
+
+velmora_kind velmora_statement_kind(const velmora_statement* statement) {
+  return statement == nullptr ? VELMORA_READS
+                              : static_cast<velmora_kind>(statement->prepared->kind());
 }
 
 int velmora_bind(velmora_statement* statement, size_t index, const velmora_value* value,

@@ -1,11 +1,13 @@
 // What the handles of the public header are, and how each exported function over them begins and
 // ends: no exception leaves it, a failure becomes a code and an object, and a result lies in memory
 // that an earlier one has left. Databases and statements are in handles.cpp, results and errors in
-// results.cpp.
+// results.cpp, results' columns as arrays in result_columns.cpp.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,10 +33,23 @@ struct velmora_statement {
   std::vector<velmora::Value> values;  // one a parameter
 };
 
+namespace velmora {
+// One column of an answer as arrays, of which that of its type is filled; see velmora_column.
+struct ColumnArrays {
+  std::vector<std::int64_t> integers;
+  std::vector<double> reals;
+  std::vector<std::uint8_t> booleans;
+  std::string texts;
+  std::vector<std::uint64_t> ends;
+  std::vector<std::uint8_t> nulls;  // empty: no value is null
+};
+}  // namespace velmora
+
 struct velmora_result {
   velmora::Answer answer;
-  mutable std::mutex jsonMutex;  // guards what follows
-  mutable std::string json;      // empty until it is asked for
+  mutable std::mutex mutex;  // guards what follows, which is made when it is first asked for
+  mutable std::string json;
+  mutable std::vector<std::unique_ptr<const velmora::ColumnArrays>> columns;  // empty, or one each
 };
 
 struct velmora_error {
@@ -53,6 +68,17 @@ NewResult newResult();
 
 // The code of the exception being handled, and the object for it.
 int tellFailure(velmora_error** error) noexcept;
+
+// Writes as much of a struct as the caller's header knows, and zeros where that knows more.
+template <typename Sized>
+void copySized(Sized& to, Sized from) noexcept {
+  const std::size_t size = to.size;
+  if (size < sizeof to.size) return;
+  from.size = to.size;
+  const std::size_t known = std::min(size, sizeof from);
+  std::memcpy(&to, &from, known);
+  std::memset(reinterpret_cast<char*>(&to) + known, 0, size - known);
+}
 
 // What an exported function returns that does this.
 template <typename Call>

@@ -114,16 +114,6 @@ velmora_timed exported(const Answer& answer, const TimedAnswer& timed) noexcept 
   return given;
 }
 
-// Writes as much as the caller's header knows, and zeros where it knows more.
-void copySized(velmora_timed& to, velmora_timed from) noexcept {
-  const std::size_t size = to.size;
-  if (size < sizeof to.size) return;
-  from.size = to.size;
-  const std::size_t known = std::min(size, sizeof from);
-  std::memcpy(&to, &from, known);
-  std::memset(reinterpret_cast<char*>(&to) + known, 0, size - known);
-}
-
 // Whether there is a value, which is put where it is wanted.
 int give(std::int64_t value, bool isThere, std::int64_t* to) noexcept {
   if (isThere && to != nullptr) *to = value;
@@ -240,6 +230,18 @@ const char* velmora_result_text(const velmora_result* result, size_t row, size_t
   return value == nullptr ? lendNothing(length) : lend(result->answer.text(*value), length);
 }
 
+size_t velmora_result_values(const velmora_result* result, size_t first_row, size_t row_count,
+                             velmora_value* values) {
+  const size_t rows = velmora_result_rows(result);
+  if (values == nullptr || first_row >= rows) return 0;
+  const Answer& answer = result->answer;
+  const size_t count = std::min(row_count, rows - first_row);
+  const auto* const first = &answer.at(first_row, 0);
+  std::transform(first, first + count * answer.columnCount(), values,
+                 [&](const AnswerValue& value) { return exported(answer, value); });
+  return count;
+}
+
 int64_t velmora_result_rows_affected(const velmora_result* result) {
   return result == nullptr ? 0 : result->answer.rowsAffected;
 }
@@ -270,7 +272,7 @@ int velmora_result_timed(const velmora_result* result, size_t row, size_t column
 const char* velmora_result_json(const velmora_result* result, size_t* length) {
   if (result == nullptr) return lendNothing(length);
   try {
-    const std::lock_guard lock(result->jsonMutex);
+    const std::lock_guard lock(result->mutex);
     if (result->json.empty()) result->json = renderJson(result->answer);
     return lend(result->json, length);
   } catch (...) {
@@ -283,6 +285,7 @@ void velmora_result_destroy(velmora_result* result) {
   if (result == nullptr || spareResult != nullptr || !isSmall(*result)) return;
   owned->answer.clear();
   owned->json.clear();
+  owned->columns.clear();
   spareResult = std::move(owned);
 }
 

@@ -45,7 +45,7 @@ std::vector<fs::path> sourcesUnder(const fs::path& directory) {
 std::vector<fs::path> allSources() {
   std::vector<fs::path> sources;
   for (const char* directory :
-       {"include", "src", "tests", "bench", "fuzz", "examples", "bindings", "scripts"}) {
+       {"include", "src", "tests", "bench", "fuzz", "examples", "bindings", "scripts", "tools"}) {
     const std::vector<fs::path> some = sourcesUnder(root / directory);
     sources.insert(sources.end(), some.begin(), some.end());
   }
@@ -76,9 +76,9 @@ std::vector<fs::path> includesOf(const fs::path& source) {
 int layerOf(const fs::path& source) {
   static constexpr std::array<std::string_view, 6> rooms = {
       "src/strict/", "src/storage/", "src/query/", "src/database/", "src/parser/", "src/engine/"};
-  static const std::set<std::string> frontEnds = {"src/velmora.cpp", "src/handles.h",
-                                                  "src/handles.cpp", "src/results.cpp",
-                                                  "src/main.cpp",    "include/velmora/velmora.h"};
+  static const std::set<std::string> frontEnds = {
+      "src/velmora.cpp",        "src/handles.h", "src/handles.cpp",          "src/results.cpp",
+      "src/result_columns.cpp", "src/main.cpp",  "include/velmora/velmora.h"};
   const std::string name = nameOf(source);
   if (frontEnds.contains(name)) return 7;
   if (name.starts_with("src/startup.")) return 6;

@@ -283,6 +283,9 @@ typedef struct velmora_command {
   size_t count;
 } velmora_command;
 
+/* 1 while the calling thread's transaction is open; 0 for null. */
+int velmora_in_transaction(const velmora_db* db);
+
 /*
  * Runs commands as one transaction: all of them or none. The result is that of the last one. None
  * may begin or end a transaction, be CHECKPOINT or VACUUM: VELMORA_TRANSACTION. Where the thread's
@@ -346,6 +349,16 @@ int velmora_prepare(velmora_db* db, const char* text, size_t length, velmora_sta
 /* The number of "?" in the command. */
 size_t velmora_statement_parameters(const velmora_statement* statement);
 
+/* What a command does. */
+typedef enum velmora_kind {
+  VELMORA_READS = 0,    /* SELECT, SHOW */
+  VELMORA_CHANGES = 1,  /* rows, tables, links, listeners: what a transaction is made of */
+  VELMORA_CONTROLS = 2, /* BEGIN, COMMIT, ROLLBACK */
+  VELMORA_MAINTAINS = 3 /* CHECKPOINT, VACUUM: only outside of transactions */
+} velmora_kind;
+/* VELMORA_READS for null. */
+velmora_kind velmora_statement_kind(const velmora_statement* statement);
+
 /*
  * Sets the value of a parameter, counted from 1, for all runs to come. A parameter that has not
  * been bound is null. VELMORA_MISUSE: there is no such parameter. On a failure the parameter keeps
@@ -399,6 +412,36 @@ int velmora_result_boolean(const velmora_result* result, size_t row, size_t colu
 /* In UTF-8, without a zero byte behind it; length: gets its length in bytes. Borrowed. */
 const char* velmora_result_text(const velmora_result* result, size_t row, size_t column,
                                 size_t* length);
+
+/*
+ * Writes the values of up to row_count rows, beginning with first_row, into the caller's array: row
+ * after row, each with a value for every column, so that one call serves many rows. Their texts are
+ * borrowed from the result. Returns how many rows it has written: fewer where the result ends.
+ */
+size_t velmora_result_values(const velmora_result* result, size_t first_row, size_t row_count,
+                             velmora_value* values);
+
+/* The values of one column, one behind another, each array `rows` long; that of its type is not
+   null. A null value has a 0, or no text, in its place. */
+typedef struct velmora_column {
+  uint32_t size; /* to be set to sizeof(velmora_column) before the call */
+  int type;      /* a velmora_type */
+  size_t rows;
+  const int64_t* integers;
+  const double* reals;
+  const uint8_t* booleans; /* 0 or 1 */
+  const char* texts;       /* of all rows, in UTF-8, without anything between them */
+  const uint64_t* ends;    /* where in texts each row's text ends, which is where the next begins */
+  const uint8_t* nulls;    /* 1 for null; a null pointer: no value is null */
+} velmora_column;
+
+/*
+ * Hands out a column as arrays. They are made when a column is first asked for, and borrowed.
+ *
+ * VELMORA_NOT_FOUND: there is no such column. VELMORA_NO_MEMORY. VELMORA_MISUSE: a wrong size.
+ */
+int velmora_result_column(const velmora_result* result, size_t column, velmora_column* values,
+                          velmora_error** error);
 
 /* The rows that were answered, or changed. */
 int64_t velmora_result_rows_affected(const velmora_result* result);

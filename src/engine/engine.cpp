@@ -16,6 +16,11 @@
 namespace velmora {
 namespace {
 
+template <typename... Kinds>
+bool isAny(const strict::Command& command) noexcept {
+  return (std::holds_alternative<Kinds>(command) || ...);
+}
+
 // What goes to the log of a command.
 LoggedCommand loggedOf(const strict::Statement& statement, std::span<const Value> values,
                        const RunContext& context) {
@@ -42,9 +47,7 @@ std::int64_t clockOf(const strict::Statement& statement, std::span<const Value> 
 
 // Whether nothing needs to be kept of the command: it found no row.
 bool hasNoEffect(const strict::Command& command, const Answer& answer) {
-  const bool countsRows = std::holds_alternative<strict::Update>(command) ||
-                          std::holds_alternative<strict::Delete>(command) ||
-                          std::holds_alternative<strict::Listen>(command);
+  const bool countsRows = isAny<strict::Update, strict::Delete, strict::Listen>(command);
   return countsRows && answer.rowsAffected == 0;
 }
 
@@ -93,6 +96,13 @@ void translated(Run run) {
 Prepared::Prepared(std::unique_ptr<Parts> parts) : parts_(std::move(parts)) {}
 Prepared::~Prepared() = default;
 int Prepared::parameterCount() const noexcept { return parts_->statement.parameterCount; }
+CommandKind Prepared::kind() const noexcept {
+  const strict::Command& command = parts_->statement.command;
+  if (isAny<strict::Select, strict::Show>(command)) return CommandKind::reads;
+  if (isAny<strict::Begin, strict::Commit, strict::Rollback>(command)) return CommandKind::controls;
+  if (isAny<strict::Checkpoint, strict::Vacuum>(command)) return CommandKind::maintains;
+  return CommandKind::changes;
+}
 
 std::unique_ptr<Prepared> Engine::prepare(std::string_view text) {
   auto parts = std::make_unique<Prepared::Parts>();
@@ -141,7 +151,7 @@ void Engine::runMany(Prepared& prepared, std::span<const Value> values, std::siz
     throw Failure(Code::misuse,
                   "Each run of the command needs " + std::to_string(width) + " values");
   }
-  if (!isChange(statement.command)) {
+  if (prepared.kind() != CommandKind::changes) {
     throw Failure(Code::misuse, "Only a command that changes something can be run many times");
   }
   translated([&] {
@@ -158,14 +168,14 @@ void Engine::runMany(Prepared& prepared, std::span<const Value> values, std::siz
   parts_->tellOfClock();
 }
 
+bool Engine::isInTransaction() const noexcept { return parts_->gate.isInTransaction(); }
+
 void Engine::runBatch(std::span<const BatchCommand> commands, Answer& answer) {
   std::vector<std::unique_ptr<Prepared>> prepared;
   for (const BatchCommand& command : commands) {
     prepared.push_back(prepare(command.text));
-    const strict::Command& kind = prepared.back()->parts_->statement.command;
-    const bool isRead =
-        std::holds_alternative<strict::Select>(kind) || std::holds_alternative<strict::Show>(kind);
-    if (!isRead && !isChange(kind)) {
+    const CommandKind kind = prepared.back()->kind();
+    if (kind != CommandKind::reads && kind != CommandKind::changes) {
       throw Failure(Code::transaction, "The command cannot be part of a batch").at(0);
     }
   }

@@ -52,11 +52,16 @@ struct OpenOptions {
   Callbacks callbacks;
 };
 
+// What a command does: it asks, changes what transactions are made of, begins or ends one, or looks
+// after the files, outside of transactions.
+enum class CommandKind : std::uint8_t { reads, changes, controls, maintains };
+
 // A command, parsed, with what has been looked up for it. Used by one thread at a time.
 class Prepared {
  public:
   ~Prepared();
   int parameterCount() const noexcept;
+  CommandKind kind() const noexcept;
 
  private:
   friend class Engine;
@@ -86,6 +91,9 @@ class Engine {
   void runMany(Prepared& prepared, std::span<const Value> values, std::size_t rows, Answer& answer);
   // Runs the commands as one transaction; the answer is the last one's.
   void runBatch(std::span<const BatchCommand> commands, Answer& answer);
+
+  // Whether this thread's transaction is open.
+  bool isInTransaction() const noexcept;
 
   void checkpoint();
   // Copies the database into a directory that is empty or not there, while others work.
