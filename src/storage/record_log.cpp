@@ -160,7 +160,8 @@ void RecordLog::syncTo(std::int64_t end) {
     if (!parts.hasFailed && !parts.isSyncing) parts.sync(lock);
     if (parts.synced >= end) break;
     if (parts.hasFailed) throwUnwritten("cannot sync");
-    parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
+    // Another thread may be syncing again by the time that this one wakes.
+    parts.syncDone.wait(lock, [&] { return parts.synced >= end || !parts.isSyncing; });
   }
 }
 
