@@ -209,6 +209,7 @@ python)
     # The lines of the package's README into virtual environments, without any index of packages.
     export PIP_NO_INDEX=1 PIP_FIND_LINKS='' PIP_CONFIG_FILE=/dev/null PIP_QUIET=1
     export PIP_DISABLE_PIP_VERSION_CHECK=1
+    unset PYTHONPATH
     lines_print_example tree hello.py "$(shown_lines bindings/python/README.md tree)"
     tree/build/env/bin/python -c "
 import importlib.metadata, velmora

@@ -69,9 +69,8 @@ PyObject* nextRow(PyObject* self) {
 
 PyObject* columnDescription(const Result& result, size_t column) {
   // The engine numbers the rows of such a column.
-  const bool isIdentity =
-      velmora_result_column_declared_type(result.handle, column, nullptr) ==
-      std::string_view("ApexInt");
+  const bool isIdentity = velmora_result_column_declared_type(result.handle, column, nullptr) ==
+                          std::string_view("ApexInt");
   const velmora_type type = velmora_result_column_type(result.handle, column);
   return checked(Py_BuildValue(
       "OsOOOOO", PyTuple_GetItem(result.names, static_cast<Py_ssize_t>(column)),
