@@ -20,6 +20,9 @@ const surrounding = new AsyncLocalStorage();
 
 class Connection {
   hasSafeIntegers = false;
+  #controls = new Map(); // BEGIN and its like, prepared
+  #depth = 0; // of the synchronous transactions
+  #hasFailed = false; // one within another
   #held = [];
   #statements = new Map();
   #transaction = null; // the asynchronous one that lasts
@@ -44,6 +47,48 @@ class Connection {
     this.#statements.set(text, statement);
     return statement;
   }
+
+  // ---- Synchronous transactions ----
+
+  get isInTransaction() {
+    return native.isInTransaction(this.handle);
+  }
+
+  #control(text) {
+    if (!this.#controls.has(text)) this.#controls.set(text, native.prepare(this.handle, text));
+    native.change(this.#controls.get(text), 0, '');
+  }
+
+  // Does the work in a transaction, or in that which it is called in, which cannot be committed
+  // then if the work fails.
+  transact(work) {
+    if (this.#depth > 0) return this.#within(work);
+    this.#control('BEGIN');
+    this.#hasFailed = false;
+    try {
+      const value = this.#within(work);
+      if (this.#hasFailed) throw failure('TRANSACTION', 'A transaction within this one has failed');
+      this.#control('COMMIT');
+      return value;
+    } catch (error) {
+      if (this.isInTransaction) this.#control('ROLLBACK');
+      throw error;
+    }
+  }
+
+  #within(work) {
+    this.#depth += 1;
+    try {
+      return work();
+    } catch (error) {
+      this.#hasFailed = true;
+      throw error;
+    } finally {
+      this.#depth -= 1;
+    }
+  }
+
+  // ---- Asynchronous calls ----
 
   // Starts an asynchronous call, now or when its turn comes; start gives a promise.
   post(start, transaction = null) {
@@ -90,7 +135,7 @@ class Connection {
   // Has the transaction's calls, and no others, reach the worker while work's promise lasts.
   surround(transaction, work) {
     return this.post(async () => {
-      if (native.isInTransaction(this.handle)) {
+      if (this.isInTransaction) {
         throw failure('TRANSACTION', 'A transaction of the synchronous calls is open');
       }
       this.#transaction = transaction;

@@ -48,8 +48,6 @@ class Database {
   #connection;
   #path;
   #isOpen = true;
-  #depth = 0; // of the synchronous transactions
-  #hasFailed = false; // one within another
 
   constructor(handle, path) {
     this.#connection = new Connection(handle);
@@ -65,7 +63,7 @@ class Database {
   }
 
   get inTransaction() {
-    return this.#isOpen && native.isInTransaction(this.#connection.handle);
+    return this.#isOpen && this.#connection.isInTransaction;
   }
 
   prepare(text) {
@@ -117,7 +115,7 @@ class Database {
 
   transaction(work) {
     if (typeof work !== 'function') throw new TypeError('A transaction is made of a function');
-    return (...values) => this.#transact(() => {
+    return (...values) => this.#connection.transact(() => {
       const value = work(...values);
       if (typeof value?.then === 'function') {
         throw new TypeError('The function of a transaction gives a promise; '
@@ -125,33 +123,6 @@ class Database {
       }
       return value;
     });
-  }
-
-  #transact(work) {
-    if (this.#depth > 0) return this.#within(work);
-    this.exec('BEGIN');
-    this.#hasFailed = false;
-    try {
-      const value = this.#within(work);
-      if (this.#hasFailed) throw failure('TRANSACTION', 'A transaction within this one has failed');
-      this.exec('COMMIT');
-      return value;
-    } catch (error) {
-      if (this.inTransaction) this.exec('ROLLBACK');
-      throw error;
-    }
-  }
-
-  #within(work) {
-    this.#depth += 1;
-    try {
-      return work();
-    } catch (error) {
-      this.#hasFailed = true;
-      throw error;
-    } finally {
-      this.#depth -= 1;
-    }
   }
 
   async transactionAsync(work) {

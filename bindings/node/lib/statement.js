@@ -13,6 +13,8 @@ const { pack, scratch } = require('./scratch.js');
 // Of velmora_kind.
 const READS = 0;
 
+const rowsOfPart = 256;
+
 class Statement {
   #connection;
   #handle;
@@ -118,8 +120,22 @@ class Statement {
     };
   }
 
+  // Many rows go in parts, which stay in the processor's cache, as one transaction.
   runMany(rows) {
     this.#requireChanging();
+    if (rows.length <= rowsOfPart || this.#connection.isInTransaction) return this.#runPart(rows);
+    return this.#connection.transact(() => {
+      let changed;
+      let changes = 0;
+      for (let row = 0; row < rows.length; row += rowsOfPart) {
+        changed = this.#runPart(rows.slice(row, row + rowsOfPart));
+        changes += changed.changes;
+      }
+      return { ...changed, changes };
+    });
+  }
+
+  #runPart(rows) {
     const values = flattened(rows, this.#parameters);
     native.changeMany(this.#handle, values.length, pack(values), rows.length);
     return this.#changed();

@@ -30,7 +30,10 @@ napi_value openAsync(const Call& call) {
 napi_value closeAsync(const Call& call) {
   Database& database = databaseOf(call, 0);
   database.requireUsable();
-  database.endCalls();
+  {
+    const UnderWay clockIsAsked(database);  // which may throw, and then the database stays open
+    database.endCalls();
+  }
   return database.post([&database](Job& job) { return database.closeEngine(&job.error); },
                        [&database](const Job&) { database.end(); });
 }

@@ -53,11 +53,11 @@ napi_value close(const Call& call) {
   Database& database = databaseOf(call, 0);
   database.requireFree();
   if (database.hasJobs()) refuse(VELMORA_BUSY, "Asynchronous calls of the database are under way");
-  database.endCalls();
   requireOk([&](velmora_error** error) {
     int code = VELMORA_OK;
     {
       const UnderWay underWay(database);
+      database.endCalls();
       code = database.closeEngine(error);
     }
     database.end();
@@ -103,15 +103,14 @@ napi_value batch(const Call& call) {
 
 // interrupt(database)
 napi_value interrupt(const Call& call) {
-  velmora_interrupt(databaseOf(call, 0).engine());
+  databaseOf(call, 0).interrupt();
   return nullptr;
 }
 
 // isInTransaction(database)
 napi_value isInTransaction(const Call& call) {
   napi_value value = nullptr;
-  const bool isIn = velmora_in_transaction(databaseOf(call, 0).engine()) != 0;
-  require(call.env, napi_get_boolean(call.env, isIn, &value));
+  require(call.env, napi_get_boolean(call.env, databaseOf(call, 0).isInTransaction(), &value));
   return value;
 }
 

@@ -69,7 +69,11 @@ void Database::begin() {
 }
 
 int Database::open(const std::string& path, velmora_error** error) {
-  return velmora_open(path.data(), path.size(), &options_, &db_, error);
+  velmora_db* opened = nullptr;
+  const int code = velmora_open(path.data(), path.size(), &options_, &opened, error);
+  const std::lock_guard lock(engineMutex_);
+  db_ = opened;
+  return code;
 }
 
 void Database::hasOpened(bool isOpen) {
@@ -93,8 +97,10 @@ napi_value Database::post(std::function<int(Job&)> work, std::function<void(cons
   auto job = std::make_unique<Job>();
   job->work = std::move(work);
   job->conclude = std::move(conclude);
-  if (callbacks_.clock != nullptr) job->second = scriptSecond();
-  if (hasPending(env_)) throw Thrown();
+  {
+    const UnderWay clockIsAsked(*this);
+    job->second = second_;
+  }
   napi_value promise = nullptr;
   require(env_, napi_create_promise(env_, &job->promise, &promise));
   // A promise that is waited for keeps the process alive.
@@ -105,7 +111,7 @@ napi_value Database::post(std::function<int(Job&)> work, std::function<void(cons
 
 void Database::perform(std::unique_ptr<Job> job) {
   isToStop_ = false;
-  if (callbacks_.clock != nullptr) second_ = job->second;
+  second_ = job->second;
   job->code = job->work(*job);
   {
     const std::lock_guard lock(mutex_);
@@ -119,7 +125,15 @@ void Database::ring() {
   napi_call_threadsafe_function(bell_, nullptr, napi_tsfn_nonblocking);
 }
 
-void Database::deliver() {
+void Database::deliver() noexcept {
+  try {
+    deliverMail();
+  } catch (const Thrown&) {
+    // The environment is ending, and takes no more.
+  }
+}
+
+void Database::deliverMail() {
   const std::shared_ptr<Database> self = shared_from_this();  // which a job may end
   if (callsUnderWay_ > 0 || addon_->isEnding || hasPending(env_)) return;
   Mail mail;
@@ -220,24 +234,30 @@ int Database::progress(void* context, const char* what, std::size_t length, std:
   return self.isToStop_ ? 1 : 0;
 }
 
-std::int64_t Database::scriptSecond() {
+void Database::beginCall() {
+  ++callsUnderWay_;
+  if (callbacks_.clock == nullptr) return;
+  try {
+    second_ = scriptSecond();
+  } catch (const Thrown&) {
+    --callsUnderWay_;
+    throw;
+  }
+}
+
+std::int64_t Database::scriptSecond() const {
   const HandleScope scope(env_);
   const napi_value answer = callScript(callbacks_.clock, {});
+  if (answer == nullptr) throw Thrown();
   double second = 0;
-  if (answer == nullptr || napi_get_value_double(env_, answer, &second) != napi_ok) {
-    if (!hasPending(env_)) napi_throw_type_error(env_, nullptr, "The clock gives no number");
-    // The command is not to be run at a second that nobody has given.
-    velmora_interrupt(db_);
-    return second_;
+  if (napi_get_value_double(env_, answer, &second) != napi_ok) {
+    throwTypeError(env_, "The clock gives no number");
   }
   return static_cast<std::int64_t>(second);
 }
 
-std::int64_t Database::clock(void* context) {
-  Database& self = *static_cast<Database*>(context);
-  if (self.mayCallScript()) self.second_ = self.scriptSecond();
-  return self.second_;
-}
+// The program cannot be asked here: what asks may be any thread, and hold the engine's locks.
+std::int64_t Database::clock(void* context) { return static_cast<Database*>(context)->second_; }
 
 // ---- The end ----
 
@@ -247,11 +267,21 @@ void Database::endCalls() {
 }
 
 int Database::closeEngine(velmora_error** error) {
-  return velmora_close(std::exchange(db_, nullptr), error);
+  velmora_db* closed = nullptr;
+  {
+    const std::lock_guard lock(engineMutex_);
+    closed = std::exchange(db_, nullptr);
+  }
+  return velmora_close(closed, error);
+}
+
+void Database::interrupt() {
+  const std::lock_guard lock(engineMutex_);
+  velmora_interrupt(db_);
 }
 
 void Database::end() {
-  worker_.stop([this] { velmora_interrupt(db_); });
+  worker_.stop([this] { interrupt(); });
   if (addon_->databases.erase(this) == 0) return;
   if (addon_->isEnding) return;  // the environment ends all that is its own
   for (const napi_ref each : {callbacks_.log, callbacks_.progress, callbacks_.clock}) {
@@ -269,7 +299,7 @@ void Database::abandon() noexcept {
     return;
   }
   isAbandoned_ = true;
-  worker_.stop([this] { velmora_interrupt(db_); });
+  worker_.stop([this] { interrupt(); });
   endCalls();
   closeEngine(nullptr);
   end();

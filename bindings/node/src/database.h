@@ -55,6 +55,8 @@ class Database : public std::enable_shared_from_this<Database> {
   void hasOpened(bool isOpen);
 
   velmora_db* engine() const { return db_; }
+  bool isInTransaction() const { return isOpen_ && velmora_in_transaction(db_) != 0; }
+  void interrupt();
   // Throws EngineFailure when it is closed, when one of its callbacks is running, or, unless that
   // is no matter, when an asynchronous transaction has it.
   void requireUsable() const;
@@ -76,7 +78,7 @@ class Database : public std::enable_shared_from_this<Database> {
   void abandon() noexcept;
 
   // Gives the program the lines that are to be logged, and settles promises.
-  void deliver();
+  void deliver() noexcept;
 
  private:
   friend class UnderWay;
@@ -92,14 +94,17 @@ class Database : public std::enable_shared_from_this<Database> {
   napi_value callScript(napi_ref function, std::initializer_list<napi_value> arguments) const;
   // The same, behind which no exception is left: it is the process's.
   void callScriptAlone(napi_ref function, std::initializer_list<napi_value> arguments) const;
-  std::int64_t scriptSecond();
-  bool goesOn(const Progress& progress) const;
+  void beginCall();
+  std::int64_t scriptSecond() const;
+  bool goesOn(const Progress& progress) const noexcept;
+  void deliverMail();
   void settle(Job& job);
 
   const std::shared_ptr<Addon> addon_;
   const napi_env env_;
   velmora_options options_;
   ScriptCallbacks callbacks_;
+  std::mutex engineMutex_;  // while the engine comes and goes, and while it is interrupted
   velmora_db* db_ = nullptr;
   bool isOpen_ = false;
   bool isReserved_ = false;  // by an asynchronous transaction
@@ -107,7 +112,7 @@ class Database : public std::enable_shared_from_this<Database> {
   std::size_t jobCount_ = 0;
   napi_threadsafe_function bell_ = nullptr;
 
-  std::atomic<std::int64_t> second_ = 0;  // for threads that cannot ask the program
+  std::atomic<std::int64_t> second_ = 0;  // by the program's clock, as it was last asked
   std::atomic<bool> isToStop_ = false;    // the job that the worker has
   std::atomic<bool> isAbandoned_ = false;
   std::atomic<bool> hasMail_ = false;
@@ -116,11 +121,12 @@ class Database : public std::enable_shared_from_this<Database> {
   Worker worker_;
 };
 
-// A call of the engine, on the thread of JavaScript, from its beginning to its end; what has been
-// logged during it is delivered then.
+// A call of the engine, on the thread of JavaScript, from its beginning to its end. The program's
+// clock is asked before it, so that a clock that throws (Thrown) stops it; what has been logged
+// during it is delivered behind it.
 class UnderWay {
  public:
-  explicit UnderWay(Database& database) : database_(database) { ++database_.callsUnderWay_; }
+  explicit UnderWay(Database& database) : database_(database) { database_.beginCall(); }
   ~UnderWay() {
     --database_.callsUnderWay_;
     if (database_.hasMail_) database_.deliver();

@@ -45,6 +45,9 @@ std::u16string utf16Of(napi_env env, napi_value string) {
 }
 
 std::string utf8Of(napi_env env, napi_value string, const std::string& what) {
+  napi_valuetype type = napi_undefined;
+  require(env, napi_typeof(env, string, &type));
+  if (type != napi_string) throwTypeError(env, what + " is not a string");
   std::string text;
   if (!appendUtf8(text, utf16Of(env, string))) throwTypeError(env, what + " has a lone surrogate");
   return text;

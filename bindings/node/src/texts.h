@@ -10,7 +10,7 @@
 namespace velmora_node {
 
 std::u16string utf16Of(napi_env env, napi_value string);
-// Throws a TypeError that begins with what.
+// Throws a TypeError that begins with what, also where the value is no string.
 std::string utf8Of(napi_env env, napi_value string, const std::string& what);
 
 // Puts the text behind what there is; false: it holds half a surrogate pair.
