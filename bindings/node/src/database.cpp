@@ -144,9 +144,11 @@ void Database::deliverMail() {
   }
   const HandleScope scope(env_);
   for (const LogLine& line : mail.lines) {
-    callScriptAlone(callbacks_.log, {numberOf(env_, line.level), stringOf(env_, line.text)});
+    callScript(callbacks_.log, {numberOf(env_, line.level), stringOf(env_, line.text)});
+    handOverException();
   }
-  if (mail.progress && callbacks_.progress != nullptr && !goesOn(*mail.progress)) isToStop_ = true;
+  if (mail.progress && !goesOn(*mail.progress)) isToStop_ = true;
+  handOverException();
   for (const std::unique_ptr<Job>& job : mail.jobs) settle(*job);
 }
 
@@ -182,9 +184,7 @@ napi_value Database::callScript(napi_ref function,
   return value;
 }
 
-void Database::callScriptAlone(napi_ref function,
-                               std::initializer_list<napi_value> arguments) const {
-  callScript(function, arguments);
+void Database::handOverException() const {
   napi_value exception = nullptr;
   if (!hasPending(env_)) return;
   napi_get_and_clear_last_exception(env_, &exception);
@@ -200,17 +200,21 @@ void Database::log(void* context, int level, const char* text, std::size_t lengt
   self.ring();
 }
 
-bool Database::goesOn(const Progress& progress) const {
-  const napi_value answer =
-      callScript(callbacks_.progress,
-                 {stringOf(env_, progress.what), numberOf(env_, static_cast<double>(progress.done)),
-                  numberOf(env_, static_cast<double>(progress.total))});
-  napi_value no = nullptr;
-  bool isNo = false;
-  napi_get_boolean(env_, false, &no);
-  if (answer == nullptr) return false;
-  napi_strict_equals(env_, answer, no, &isNo);
-  return !isNo;
+bool Database::goesOn(const Progress& progress) const noexcept {
+  try {
+    const napi_value answer =
+        callScript(callbacks_.progress, {stringOf(env_, progress.what),
+                                         numberOf(env_, static_cast<double>(progress.done)),
+                                         numberOf(env_, static_cast<double>(progress.total))});
+    napi_value no = nullptr;
+    bool isNo = false;
+    require(env_, napi_get_boolean(env_, false, &no));
+    if (answer == nullptr) return false;
+    require(env_, napi_strict_equals(env_, answer, no, &isNo));
+    return !isNo;
+  } catch (const Thrown&) {
+    return false;
+  }
 }
 
 // On the thread of JavaScript the program is asked at once. For the worker, which must not wait for

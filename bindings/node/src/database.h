@@ -92,8 +92,8 @@ class Database : public std::enable_shared_from_this<Database> {
   void ring();                             // on any thread
   bool mayCallScript() const;              // on any thread
   napi_value callScript(napi_ref function, std::initializer_list<napi_value> arguments) const;
-  // The same, behind which no exception is left: it is the process's.
-  void callScriptAlone(napi_ref function, std::initializer_list<napi_value> arguments) const;
+  // What a callback has thrown with no call to leave becomes an exception that nobody has caught.
+  void handOverException() const;
   void beginCall();
   std::int64_t scriptSecond() const;
   bool goesOn(const Progress& progress) const noexcept;
