@@ -163,6 +163,13 @@ TEST_F(SealedFilesTest, theManifestIsForPeople) {
             "end d43468d7\n");
 }
 
+// What a sanitizer finds in an open it finds in some of them.
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t bitStep = 11;
+#else
+constexpr std::size_t bitStep = 1;
+#endif
+
 TEST_F(SealedFilesTest, everyFlippedBitIsReported) {
   Tables tables;
   Table& parent = addTable(tables, "p", {{"id", "ApexInt"}, {"b", "bool", 1}});
@@ -176,7 +183,7 @@ TEST_F(SealedFilesTest, everyFlippedBitIsReported) {
   save(tables, {{"c", {{"c", "INSERT", "x", {{"", "of", "1", "=", 'o'}}}}}});
   ASSERT_EQ(files().size(), 12U);
   for (const auto& [name, bytes] : files()) {
-    for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+    for (std::size_t bit = 0; bit < bytes.size() * 8; bit += bitStep) {
       std::string flipped = bytes;
       flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
       fs::remove(path_ / name);
