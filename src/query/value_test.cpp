@@ -145,8 +145,7 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
   const ColumnValues::ChunkAt at = column_->chunkAt(chunk, now);
   decideArrays(at.arrays, size, matches);
   if (at.arrays.odd == nullptr) return;
-  forEachSet(at.arrays.odd, size, [&](std::size_t place) {
-    if (!at.arrays.isUnclear(place)) return;
+  forEachSet(at.arrays.odd, size, ColumnValues::unclear, [&](std::size_t place) {
     const TypedValue value = column_->value(at.arrays, chunk * Rows::chunkRows + place, now);
     matches[place] = static_cast<std::uint8_t>(this->matches(value));
   });
@@ -223,7 +222,7 @@ void ValueTest::decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,
     if (isEquality) return (texts[i] == wanted) == (op_ == Operator::equal);
     return holds(op_, texts[i].view().compare(wanted_.text));
   };
-  forEachSet(isOpen, size,
+  forEachSet(isOpen, size, 1,
              [&](std::size_t i) { matches[i] = static_cast<std::uint8_t>(passes(i)); });
 }
 
