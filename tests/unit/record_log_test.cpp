@@ -101,6 +101,10 @@ TEST(Checksum, isThatOfCastagnoli) {
     EXPECT_EQ(crc32c(7, bytes), crc32cByTable(7, bytes)) << i;
     bytes += static_cast<char>(i * 37);
   }
+  for (const std::size_t size : {12287U, 12288U, 12289U, 40000U}) {
+    while (bytes.size() < size) bytes += static_cast<char>(bytes.size() * bytes.size() >> 7);
+    EXPECT_EQ(crc32c(7, bytes), crc32cByTable(7, bytes)) << size;
+  }
 }
 
 TEST_F(RecordLogTest, recordsHaveTheirForm) {
