@@ -21,18 +21,36 @@ constexpr std::array<std::uint32_t, 256> makeTable() {
 }
 constexpr std::array<std::uint32_t, 256> table = makeTable();
 
+// Of polynomials, the highest bit being that of 1.
+constexpr std::uint32_t product(std::uint32_t a, std::uint32_t b) noexcept {
+  std::uint32_t sum = 0;
+  for (; a != 0; a <<= 1) {
+    if (a >> 31 != 0) sum ^= b;
+    b = b >> 1 ^ (b & 1) * polynomial;
+  }
+  return sum;
+}
+
+// What a state becomes behind as many zero bytes.
+constexpr std::uint32_t behindZeros(std::uint32_t state, std::uint64_t count) noexcept {
+  std::uint32_t power = std::uint32_t{1} << (31 - 8);  // of one byte, of two, of four
+  for (; count != 0; count >>= 1) {
+    if ((count & 1) != 0) state = product(state, power);
+    power = product(power, power);
+  }
+  return state;
+}
+
 #ifdef __x86_64__
 // The instruction takes three steps, of which one begins each step: three stripes side by side are
 // done three times as fast as one. What the first come to is then carried over the others' bytes.
 constexpr std::size_t stripeSize = 4096;
 
-// What each bit of a state becomes behind as many zero bytes.
+// What each bit of a state becomes behind a stripe.
 constexpr std::array<std::uint32_t, 32> makeCarried() {
   std::array<std::uint32_t, 32> carried = {};
   for (std::size_t bit = 0; bit < carried.size(); ++bit) {
-    std::uint32_t state = std::uint32_t{1} << bit;
-    for (std::size_t i = 0; i < stripeSize; ++i) state = state >> 8 ^ table[state & 255];
-    carried[bit] = state;
+    carried[bit] = behindZeros(std::uint32_t{1} << bit, stripeSize);
   }
   return carried;
 }
@@ -87,6 +105,10 @@ std::uint32_t crc32c(std::uint32_t crc, std::string_view bytes) noexcept {
   if (hasInstruction) return crc32cByInstruction(crc, bytes);
 #endif
   return crc32cByTable(crc, bytes);
+}
+
+std::uint32_t crc32cBehind(std::uint32_t difference, std::uint64_t count) noexcept {
+  return behindZeros(difference, count);
 }
 
 char* writeChecksum(char* out, std::uint32_t crc) noexcept {
