@@ -73,6 +73,25 @@ TEST_F(SealedFilesTest, changesOfFewRowsArePatched) {
   EXPECT_EQ(contentOf(load().tables), contentOf(tables));
 }
 
+TEST_F(SealedFilesTest, theFirstNullOfATableIsKept) {
+  Tables tables;
+  Table& table = addTable(tables, "t", {{"n", "int"}});
+  for (int i = 0; i < 100; ++i) addRow(table, {std::int64_t{i}});
+  save(tables);
+  EXPECT_FALSE(exists("t.exact"));
+  table.setValue(50, 0, std::int64_t{-1});
+  save(tables);
+  EXPECT_FALSE(exists("t.exact"));
+  table.setValue(60, 0, Value());
+  save(tables);
+  EXPECT_TRUE(exists("t.exact"));
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+  table.setValue(60, 0, std::int64_t{60});
+  save(tables);
+  EXPECT_FALSE(exists("t.exact"));
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+}
+
 TEST_F(SealedFilesTest, aLoadedDatabaseGoesOn) {
   Tables first = someTables();
   save(first, someListeners());
