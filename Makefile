@@ -18,6 +18,7 @@ package:  ## make the Debian packages, in build/package
 
 bench:  ## compare with SQLite and DuckDB; QUICK=1 takes about a minute
 	QUICK=$(QUICK) scripts/bench.sh
+	QUICK=$(QUICK) scripts/bench_bindings.sh
 
 fuzz:  ## run every fuzzer for SECONDS=60 each
 	SECONDS_EACH=$(or $(SECONDS),60) scripts/fuzz.sh

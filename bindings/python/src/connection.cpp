@@ -348,6 +348,11 @@ Result* executeMany(Connection& connection, PyObject* text, PyObject* rows) {
   const Use use(connection);
   Lease lease(connection, use, text);
   ValueRows given;
+  if (PyList_Check(rows)) {
+    const auto count = static_cast<size_t>(PyList_Size(rows));
+    given.rows.reserve(count);
+    given.values.reserve(count * lease.statement().parameters);
+  }
   const Ref iterator = Ref::taken(PyObject_GetIter(rows));
   while (PyObject* const row = PyIter_Next(iterator.get())) {
     given.add(Ref::taken(row).get(), lease.statement().parameters);
@@ -355,7 +360,7 @@ Result* executeMany(Connection& connection, PyObject* text, PyObject* rows) {
   if (PyErr_Occurred() != nullptr) throw Raised();
   velmora_statement* const handle = lease.statement().handle.get();
   return run(connection, lease.statement(), [&](velmora_result** result, velmora_error** error) {
-    return velmora_statement_run_many(handle, given.values.data(), given.rows, result, error);
+    return velmora_statement_run_many(handle, given.values.data(), given.rows.size(), result, error);
   });
 }
 
