@@ -360,7 +360,8 @@ Result* executeMany(Connection& connection, PyObject* text, PyObject* rows) {
   if (PyErr_Occurred() != nullptr) throw Raised();
   velmora_statement* const handle = lease.statement().handle.get();
   return run(connection, lease.statement(), [&](velmora_result** result, velmora_error** error) {
-    return velmora_statement_run_many(handle, given.values.data(), given.rows.size(), result, error);
+    return velmora_statement_run_many(handle, given.values.data(), given.rows.size(), result,
+                                      error);
   });
 }
 
