@@ -1,3 +1,5 @@
+// Values from Python, checked as far as the engine does not do that itself, and values for Python.
+// Texts are not copied on the way in: the engine does that.
 #include "values.h"
 
 #include "errors.h"
