@@ -13,7 +13,7 @@ check:  ## build and run all tests
 shell:  ## open the prompt on the database in data/
 	scripts/shell.sh
 
-package:  ## make the Debian packages, in build/package
+package:  ## make the Debian packages and that for Node.js, in build/package
 	scripts/package.sh
 
 bench:  ## compare with SQLite and DuckDB; QUICK=1 takes about a minute

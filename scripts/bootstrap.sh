@@ -40,7 +40,7 @@ check_group() {
         # Debian has what a virtual environment begins with in a package of its own.
         python3 -c 'import ensurepip' >/dev/null 2>&1 || missing="$missing python3-venv"
         needs_command node nodejs
-        needs_command npm npm
+        needs_header node/node_api.h libnode-dev
         ;;
     bench)
         needs_header benchmark/benchmark.h libbenchmark-dev
