@@ -11,7 +11,7 @@ if [ ! -d "$sources" ]; then
     build=../../build/node-addon
 fi
 cmake -S "$sources" -B "$build" -DCMAKE_BUILD_TYPE=Release -DVELMORA_NODE=ON -DVELMORA_INSTALL=OFF
-cmake --build "$build" --target velmora_node --parallel
+cmake --build "$build" --target velmora_node --parallel "$(getconf _NPROCESSORS_ONLN)"
 place=prebuilt/$(node -p 'process.platform + "-" + process.arch')
 mkdir -p "$place"
 cp "$build"/bindings/node/velmora.node "$place"

@@ -203,7 +203,7 @@ examples-javascript)
     # Where the addon is missing the package says how it is built, and the sources for it are there.
     rm -r project/node_modules/velmora/prebuilt
     if (cd project && node hello.mjs) 2>errors; then exit 1; fi
-    grep -q 'Error: velmora has no addon for .* It is built from the sources in the package' errors
+    grep -q 'Error: velmora has no addon .* from the sources in the package: run "npm run build"' errors
     # To build the engine again would prove no more.
     "$CMAKE" -S project/node_modules/velmora/sources -B build -DVELMORA_NODE=ON \
         -DVELMORA_INSTALL=OFF >configure.log 2>&1 || { cat configure.log; exit 1; }
