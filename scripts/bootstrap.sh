@@ -49,7 +49,7 @@ check_group() {
     bindings)
         needs_python
         needs_command node nodejs
-        needs_command npm npm
+        needs_header node/node_api.h libnode-dev
         ;;
     bench)
         needs_python
