@@ -137,7 +137,7 @@ Lines hexDump(const std::string& bytes) {
   return lines;
 }
 
-// The engine that a document talks to.
+// The engine that a document talks to, by the plain functions or by a handle.
 class Session {
  public:
   // Starts it if need be; what it prints meanwhile comes back.
@@ -146,13 +146,17 @@ class Session {
       worker_ = std::make_unique<Worker>(database_, output_);
       worker_->setClock(second_);
     }
-    const Outcome outcome = worker_->start();
+    const Outcome outcome = isHandle_ ? worker_->openHandle() : worker_->start();
     if (!outcome.exceptionType.empty()) return {"(" + outcome.text + ")"};
     isStarted_ = true;
     return newOutput();
   }
   void stop() {
-    worker_->stop();
+    if (isHandle_) {
+      worker_->closeHandle();
+    } else {
+      worker_->stop();
+    }
     isStarted_ = false;
   }
   void kill() {
@@ -160,8 +164,12 @@ class Session {
     worker_.reset();
     isStarted_ = false;
   }
+  Lines runByHandle(const std::string& command) {
+    use(true);
+    return splitLines(worker_->runByHandle(command).text);
+  }
   Lines run(const std::string& command, bool isShort) {
-    if (!isStarted_) start();
+    use(false);
     const Outcome outcome = worker_->execute(command);
     if (!outcome.exceptionType.empty()) {
       return {"(std::" + outcome.exceptionType + ": " + outcome.text + ")"};
@@ -184,6 +192,12 @@ class Session {
   }
 
  private:
+  // One of them has the directory at a time.
+  void use(bool handle) {
+    if (isStarted_ && isHandle_ != handle) stop();
+    isHandle_ = handle;
+    if (!isStarted_) start();
+  }
   Lines newOutput() {
     const std::string all = readFile(output_);
     const std::string fresh = all.substr(outputSeen_);
@@ -196,6 +210,7 @@ class Session {
   fs::path output_ = temporary_.path() / "output";
   std::unique_ptr<Worker> worker_;
   bool isStarted_ = false;
+  bool isHandle_ = false;
   std::int64_t second_ = firstSecond;
   std::size_t outputSeen_ = 0;
 
@@ -219,7 +234,7 @@ std::optional<std::int64_t> timePassing(const std::string& line) {
 }
 
 // A block of commands as it reads after the commands have been run.
-Lines runCommands(const Lines& block, bool isShort, Session& session) {
+Lines runCommands(const Lines& block, const std::string& kind, Session& session) {
   Lines actual;
   bool blankBefore = false;
   for (const std::string& line : block) {
@@ -228,7 +243,9 @@ Lines runCommands(const Lines& block, bool isShort, Session& session) {
     blankBefore = line.empty();
     if (isCommand) {
       actual.push_back(line);
-      append(actual, session.run(line.substr(prompt.size()), isShort));
+      const std::string command = line.substr(prompt.size());
+      append(actual, kind == "handle" ? session.runByHandle(command)
+                                      : session.run(command, kind == "short"));
     } else if (line.starts_with("# ")) {
       actual.push_back(line);
       if (const auto seconds = timePassing(line)) session.pass(*seconds);
@@ -257,7 +274,7 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
   if (kind == "files") return session.files();
   if (kind == "text") return splitLines(readFile(session.file(name)));
   if (kind == "hex") return hexDump(readFile(session.file(name)));
-  return runCommands(block, kind == "short", session);
+  return runCommands(block, kind, session);
 }
 
 class DocumentTest : public testing::Test {
