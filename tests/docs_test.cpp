@@ -6,7 +6,7 @@
 // describes the marks. With VELMORA_WRITE_DOCS set, the blocks are written anew into the documents
 // instead, which is how answers get there.
 //
-// It also checks that every link to a file of the project leads somewhere.
+// It also checks that every link to a file of the project, or to a heading in one, leads somewhere.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -317,17 +317,41 @@ class DocumentTest : public testing::Test {
   fs::path document_;
 };
 
+// The name by which a heading is linked to: its words in lower case, joined by hyphens.
+std::string anchorOf(const std::string& heading) {
+  std::string anchor;
+  for (const char character : heading.substr(heading.find(' ') + 1)) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (std::isalnum(byte) != 0 || character == '-' || character == '_') {
+      anchor += static_cast<char>(std::tolower(byte));
+    } else if (character == ' ') {
+      anchor += '-';
+    }
+  }
+  return anchor;
+}
+
+bool hasAnchor(const fs::path& document, const std::string& anchor) {
+  const Lines lines = splitLines(readFile(document));
+  return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.starts_with('#') && anchorOf(line) == anchor;
+  });
+}
+
 class LinksTest : public testing::Test {
  public:
   explicit LinksTest(fs::path document) : document_(std::move(document)) {}
 
   void TestBody() override {
-    static const std::regex form("\\]\\(([^)#:]+)(#[^)]*)?\\)");
+    static const std::regex form("\\]\\(([^)#:]*)(#[^)]*)?\\)");
     const std::string text = readFile(document_);
     for (std::sregex_iterator link(text.begin(), text.end(), form), end; link != end; ++link) {
       const std::string target = (*link)[1];
-      EXPECT_TRUE(fs::exists(document_.parent_path() / target))
-          << document_ << " links to " << target;
+      const std::string anchor = (*link)[2];
+      const fs::path file = target.empty() ? document_ : document_.parent_path() / target;
+      EXPECT_TRUE(fs::exists(file)) << document_ << " links to " << target;
+      if (file.extension() != ".md" || anchor.empty()) continue;
+      EXPECT_TRUE(hasAnchor(file, anchor.substr(1))) << document_ << " links to " << link->str();
     }
   }
 

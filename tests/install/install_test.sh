@@ -153,15 +153,15 @@ pkg-config-shown)
     cp "$prefix"/share/doc/velmora/examples/* .
     shown_lines README.md host >script
     sh -eu script
-    prints hello_static hello.expected
+    "$SOURCE/tests/example.sh" examples/tour.c "$work/tour_static"
     export LD_LIBRARY_PATH="$prefix/$LIBDIR"
-    prints hello hello.expected
-    "$SOURCE/tests/example.sh" examples/shop.cpp "$work/shop"
+    "$SOURCE/tests/example.sh" examples/tour.c "$work/tour_c"
+    "$SOURCE/tests/example.sh" examples/tour.cpp "$work/tour_cpp"
     ;;
 tree)
     unset PKG_CONFIG_PATH
     make_tree
-    shown_lines README.md tree >script
+    shown_lines docs/handles.md without-pkg-config >script
     (cd tree && sh -eu ../script)
     prints tree/build/hello_c hello.expected
     prints tree/build/hello_static hello.expected
