@@ -5,8 +5,9 @@
 //     velmora::Database database("lamps.db");
 //     database.run("CREATE TABLE lamps name string watts int");
 //     database.run("INSERT INTO lamps name = ? watts = ?", name, 40);
-//     for (const velmora::Row& row : database.run("SELECT * FROM lamps")) {
-//       std::cout << row.get<std::string>("name") << " " << row.get<int>("watts") << "\n";
+//     for (const auto& [lamp, watts] :
+//          database.run("SELECT name, watts FROM lamps").rows<std::string, int>()) {
+//       std::cout << lamp << " " << watts << "\n";
 //     }
 //
 // Threads: a Database may be used from several at once, a Statement by one at a time; results, rows
@@ -27,12 +28,16 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <ranges>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <variant>
+#include <vector>
 
 #include "velmora/velmora.h"
 
@@ -67,6 +72,19 @@ class Error : public std::runtime_error {
   std::shared_ptr<velmora_error> error_;
 };
 
+// The directory is in use, or another thread's transaction is open.
+class BusyError : public Error {
+  using Error::Error;
+};
+// By interrupt(), or by a progress callback.
+class InterruptedError : public Error {
+  using Error::Error;
+};
+// A key that another row has, a row without its parent, or one that others are linked to.
+class ConstraintError : public Error {
+  using Error::Error;
+};
+
 // One value of a result: null, an integer, a float, a bool or a text.
 using Value = std::variant<std::monostate, std::int64_t, double, bool, std::string>;
 
@@ -80,11 +98,21 @@ struct IsOptional<std::optional<T>> : std::true_type {};
 // Throws what a call has failed with; by reference, so that the error is read after the call.
 inline void require(int code, velmora_error*& error) {
   if (code == VELMORA_OK) return;
-  if (code == VELMORA_NO_MEMORY) {
-    velmora_error_destroy(error);
-    throw std::bad_alloc();
+  switch (code) {
+    case VELMORA_NO_MEMORY:
+      velmora_error_destroy(error);
+      throw std::bad_alloc();
+    case VELMORA_BUSY:
+      throw BusyError(code, error);
+    case VELMORA_INTERRUPTED:
+      throw InterruptedError(code, error);
+    case VELMORA_DUPLICATE:
+    case VELMORA_MISSING_PARENT:
+    case VELMORA_RESTRICTED:
+      throw ConstraintError(code, error);
+    default:
+      throw Error(code, error);
   }
-  throw Error(code, error);
 }
 
 template <typename T>
@@ -102,7 +130,7 @@ velmora_value bound(const T& value) {
   } else if constexpr (std::floating_point<T>) {
     result.type = VELMORA_REAL;
     result.real = static_cast<double>(value);
-  } else if constexpr (!std::same_as<T, std::nullptr_t>) {
+  } else if constexpr (!std::same_as<T, std::nullptr_t> && !std::same_as<T, std::monostate>) {
     const std::string_view text = value;
     result.type = VELMORA_TEXT;
     result.text = text.data();
@@ -135,31 +163,41 @@ concept Bindable = std::convertible_to<const T&, std::string_view> || std::float
                    (std::integral<T> && !std::same_as<T, char>) ||
                    detail::IsOptional<T>::value;
 
+// What may be read from a value.
+template <typename T>
+concept Readable = (std::is_arithmetic_v<T> && !std::same_as<T, char>) ||
+                   std::same_as<T, std::string> || detail::IsOptional<T>::value;
+
+namespace detail {
+
+template <typename T>
+T as(const velmora_value& value) {
+  if constexpr (IsOptional<T>::value) {
+    if (value.type == VELMORA_NULL) return std::nullopt;
+    return as<typename T::value_type>(value);
+  } else if constexpr (std::same_as<T, bool>) {
+    if (value.type == VELMORA_BOOLEAN) return value.boolean != 0;
+  } else if constexpr (std::integral<T>) {
+    if (value.type == VELMORA_INTEGER && std::in_range<T>(value.integer)) {
+      return static_cast<T>(value.integer);
+    }
+  } else if constexpr (std::floating_point<T>) {
+    if (value.type == VELMORA_REAL) return static_cast<T>(value.real);
+    if (value.type == VELMORA_INTEGER) return static_cast<T>(value.integer);
+  } else {
+    if (value.type == VELMORA_TEXT) return {value.text, value.text_size};
+  }
+  throw Error(VELMORA_WRONG_TYPE,
+              value.type == VELMORA_NULL ? "Value is null" : "Value is of another type");
+}
+
+}  // namespace detail
+
 // The value as a T: an integer type that it fits into, a floating-point type (integers too), bool,
 // std::string, or std::optional of one of these, which alone takes null. Throws Error otherwise.
-template <typename T>
+template <Readable T>
 T valueAs(const Value& value) {
-  if constexpr (detail::IsOptional<T>::value) {
-    if (std::holds_alternative<std::monostate>(value)) return std::nullopt;
-    return valueAs<typename T::value_type>(value);
-  } else if constexpr (std::same_as<T, bool>) {
-    if (const auto* const truth = std::get_if<bool>(&value)) return *truth;
-  } else if constexpr (std::integral<T>) {
-    const auto* const number = std::get_if<std::int64_t>(&value);
-    if (number != nullptr && std::in_range<T>(*number)) return static_cast<T>(*number);
-  } else if constexpr (std::floating_point<T>) {
-    if (const auto* const number = std::get_if<double>(&value)) return static_cast<T>(*number);
-    if (const auto* const number = std::get_if<std::int64_t>(&value)) {
-      return static_cast<T>(*number);
-    }
-  } else {
-    static_assert(std::same_as<T, std::string>, "no type that a value can be");
-    if (const auto* const text = std::get_if<std::string>(&value)) return *text;
-  }
-  if (std::holds_alternative<std::monostate>(value)) {
-    throw Error(VELMORA_WRONG_TYPE, "Value is null");
-  }
-  throw Error(VELMORA_WRONG_TYPE, "Value is of another type");
+  return detail::as<T>(std::visit([](const auto& each) { return detail::bound(each); }, value));
 }
 
 // What becomes of a timed value; the state in force is the value itself.
@@ -177,25 +215,19 @@ class Row {
 
   // The value of the first column called so; throws Error when there is none.
   Value operator[](std::string_view column) const { return at(position(column)); }
-  template <typename T>
+  // Of the types that valueAs takes.
+  template <Readable T>
   T get(std::string_view column) const {
-    return valueAs<T>((*this)[column]);
+    return detail::as<T>(raw(position(column)));
   }
   // The value of a column counted from 0; null where there is none.
-  Value at(std::size_t column) const {
-    velmora_value value = {};
-    value.type = velmora_result_type(result_.get(), row_, column);
-    value.integer = velmora_result_integer(result_.get(), row_, column);
-    value.real = velmora_result_real(result_.get(), row_, column);
-    value.boolean = velmora_result_boolean(result_.get(), row_, column);
-    value.text = velmora_result_text(result_.get(), row_, column, &value.text_size);
-    return detail::taken(value);
-  }
+  Value at(std::size_t column) const { return detail::taken(raw(column)); }
   // Nothing for a value that is not timed.
-  std::optional<Timed> timed(std::string_view column) const {
+  std::optional<Timed> timed(std::string_view column) const { return timed(position(column)); }
+  std::optional<Timed> timed(std::size_t column) const {
     velmora_timed timed = {};
     timed.size = sizeof timed;
-    if (velmora_result_timed(result_.get(), row_, position(column), &timed) == 0) return {};
+    if (velmora_result_timed(result_.get(), row_, column, &timed) == 0) return {};
     Timed answer;
     answer.cycles = timed.cycles != 0;
     if (timed.has_next != 0) answer.changeSecond = timed.change_second;
@@ -204,6 +236,15 @@ class Row {
   }
 
  private:
+  velmora_value raw(std::size_t column) const {
+    velmora_value value = {};
+    value.type = velmora_result_type(result_.get(), row_, column);
+    value.integer = velmora_result_integer(result_.get(), row_, column);
+    value.real = velmora_result_real(result_.get(), row_, column);
+    value.boolean = velmora_result_boolean(result_.get(), row_, column);
+    value.text = velmora_result_text(result_.get(), row_, column, &value.text_size);
+    return value;
+  }
   std::size_t position(std::string_view column) const {
     for (std::size_t i = 0; i < velmora_result_columns(result_.get()); ++i) {
       if (velmora_result_column_name(result_.get(), i, nullptr) == column) return i;
@@ -215,27 +256,107 @@ class Row {
   std::size_t row_;
 };
 
+namespace detail {
+
+// Goes over what a range has under the numbers from 0 on.
+template <typename Range>
+class Iterator {
+ public:
+  using value_type = decltype(std::declval<const Range&>()[0]);
+  using difference_type = std::ptrdiff_t;
+
+  Iterator() = default;
+  Iterator(const Range* range, std::size_t index) : range_(range), index_(index) {}
+  value_type operator*() const { return (*range_)[index_]; }
+  Iterator& operator++() {
+    ++index_;
+    return *this;
+  }
+  Iterator operator++(int) { return {range_, index_++}; }
+  bool operator==(const Iterator&) const = default;
+
+ private:
+  const Range* range_ = nullptr;
+  std::size_t index_ = 0;
+};
+
+}  // namespace detail
+
+// A result's rows as tuples, each column as the type of its place. It keeps the result.
+template <Readable... Types>
+class Rows {
+ public:
+  explicit Rows(std::shared_ptr<velmora_result> result) : result_(std::move(result)) {
+    if (velmora_result_columns(result_.get()) != sizeof...(Types)) {
+      throw Error(VELMORA_MISUSE, "Result has not as many columns");
+    }
+  }
+
+  std::size_t size() const noexcept { return velmora_result_rows(result_.get()); }
+  // Throws Error for a value of another type, as valueAs does.
+  std::tuple<Types...> operator[](std::size_t row) const {
+    std::array<velmora_value, sizeof...(Types)> values = {};
+    velmora_result_values(result_.get(), row, 1, values.data());
+    return read(values, std::index_sequence_for<Types...>());
+  }
+  detail::Iterator<Rows> begin() const { return {this, 0}; }
+  detail::Iterator<Rows> end() const { return {this, size()}; }
+
+ private:
+  template <std::size_t... Columns>
+  static std::tuple<Types...> read(const std::array<velmora_value, sizeof...(Types)>& values,
+                                   std::index_sequence<Columns...>) {
+    return {detail::as<Types>(values[Columns])...};
+  }
+
+  std::shared_ptr<velmora_result> result_;
+};
+
+// A column's values as one array, and which of them are null: nothing there where none is. It keeps
+// the result.
+template <typename T>
+struct Column {
+  std::span<const T> values;
+  std::span<const std::uint8_t> nulls;
+  std::shared_ptr<velmora_result> result;
+};
+
 // What a command answered: its rows, one after another, and what is said beside them.
 class Result {
  public:
   explicit Result(velmora_result* result) : result_(result, velmora_result_destroy) {}
 
-  class Iterator {
-   public:
-    Iterator(const Result* result, std::size_t row) : result_(result), row_(row) {}
-    Row operator*() const { return (*result_)[row_]; }
-    Iterator& operator++() {
-      ++row_;
-      return *this;
+  detail::Iterator<Result> begin() const { return {this, 0}; }
+  detail::Iterator<Result> end() const { return {this, size()}; }
+  // Throws Error when there are not as many columns.
+  template <Readable... Types>
+  Rows<Types...> rows() const {
+    return Rows<Types...>(result_);
+  }
+  // A column counted from 0 of whole numbers (T is std::int64_t), floats (double) or bools
+  // (std::uint8_t). Throws Error when there is none, or it is of another type.
+  template <typename T>
+  Column<T> column(std::size_t column) const {
+    velmora_column arrays = {};
+    arrays.size = sizeof arrays;
+    velmora_error* error = nullptr;
+    detail::require(velmora_result_column(result_.get(), column, &arrays, &error), error);
+    const T* values = nullptr;
+    int type = VELMORA_BOOLEAN;
+    if constexpr (std::same_as<T, std::int64_t>) {
+      values = arrays.integers;
+      type = VELMORA_INTEGER;
+    } else if constexpr (std::same_as<T, double>) {
+      values = arrays.reals;
+      type = VELMORA_REAL;
+    } else {
+      static_assert(std::same_as<T, std::uint8_t>, "no type that arrays have");
+      values = arrays.booleans;
     }
-    bool operator==(const Iterator&) const = default;
-
-   private:
-    const Result* result_;
-    std::size_t row_;
-  };
-  Iterator begin() const { return {this, 0}; }
-  Iterator end() const { return {this, size()}; }
+    if (arrays.type != type) throw Error(VELMORA_WRONG_TYPE, "Column is of another type");
+    return {
+        {values, arrays.rows}, {arrays.nulls, arrays.nulls == nullptr ? 0 : arrays.rows}, result_};
+  }
 
   std::size_t size() const noexcept { return velmora_result_rows(result_.get()); }
   Row operator[](std::size_t row) const { return {result_, row}; }
@@ -291,9 +412,7 @@ class Statement {
   // Runs it with a value for each parameter. Throws Error when it failed.
   template <Bindable... Values>
   Result run(const Values&... values) {
-    if (sizeof...(Values) != velmora_statement_parameters(statement_.get())) {
-      throw Error(VELMORA_MISUSE, "Command has not as many parameters");
-    }
+    requireParameters(sizeof...(Values));
     std::size_t index = 0;
     (bind(++index, detail::bound(values)), ...);
     velmora_result* result = nullptr;
@@ -302,7 +421,30 @@ class Statement {
     return Result(result);
   }
 
+  // Runs a command that changes something once for each row, a range of tuples, all as one
+  // transaction. What the tuples refer to has to stay meanwhile.
+  template <std::ranges::forward_range Range>
+  Result runMany(const Range& rows) {
+    std::vector<velmora_value> values;
+    std::size_t count = 0;
+    for (const auto& row : rows) {
+      requireParameters(std::tuple_size_v<std::remove_cvref_t<decltype(row)>>);
+      std::apply([&](const auto&... each) { (values.push_back(detail::bound(each)), ...); }, row);
+      ++count;
+    }
+    velmora_result* result = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(
+        velmora_statement_run_many(statement_.get(), values.data(), count, &result, &error), error);
+    return Result(result);
+  }
+
  private:
+  void requireParameters(std::size_t count) const {
+    if (count != velmora_statement_parameters(statement_.get())) {
+      throw Error(VELMORA_MISUSE, "Command has not as many parameters");
+    }
+  }
   void bind(std::size_t index, const velmora_value& value) {
     velmora_error* error = nullptr;
     detail::require(velmora_bind(statement_.get(), index, &value, &error), error);
@@ -356,6 +498,10 @@ class Database {
     detail::require(velmora_backup(database_.get(), path.data(), path.size(), &error), error);
   }
   void interrupt() noexcept { velmora_interrupt(database_.get()); }
+  // Whether this thread's transaction is open.
+  bool isInTransaction() const noexcept { return velmora_in_transaction(database_.get()) != 0; }
+  // For what this class has no function for; it stays this object's.
+  velmora_db* handle() const noexcept { return database_.get(); }
 
  private:
   std::shared_ptr<velmora_db> database_;
@@ -386,6 +532,30 @@ class Transaction {
   Database& database_;
   bool isOpen_ = true;
 };
+
+// A fault in a database's files.
+struct Fault {
+  std::string file;
+  std::int64_t offset = -1;  // in bytes; -1: of the file as a whole
+  std::string meaning;
+};
+
+// Reads the database of a directory that nobody has open, and changes nothing. Throws Error when it
+// cannot be read at all.
+inline std::vector<Fault> check(std::string_view path) {
+  std::vector<Fault> faults;
+  velmora_error* error = nullptr;
+  const auto add = [](void* context, const char* file, std::int64_t offset, const char* meaning) {
+    static_cast<std::vector<Fault>*>(context)->push_back({file, offset, meaning});
+  };
+  const int code = velmora_check(path.data(), path.size(), add, &faults, &error);
+  if (code == VELMORA_CORRUPT) {
+    velmora_error_destroy(error);
+  } else {
+    detail::require(code, error);
+  }
+  return faults;
+}
 
 }  // namespace host
 }  // namespace velmora

@@ -22,7 +22,8 @@ bool Gate::hasReaders() const noexcept {
 }
 
 template <typename Ready>
-void Gate::waitUntil(std::unique_lock<std::mutex>& lock, const Interrupt& interrupt, Ready ready) {
+void Gate::waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed,
+                     const Interrupt& interrupt, Ready ready) {
   using Clock = std::chrono::steady_clock;
   const bool isLimited = transactionWait_ != std::chrono::milliseconds::max();
   const auto limit = isLimited ? Clock::now() + transactionWait_ : Clock::time_point::max();
@@ -33,9 +34,9 @@ void Gate::waitUntil(std::unique_lock<std::mutex>& lock, const Interrupt& interr
       throw Failure(Code::busy, "Another thread's transaction is open");
     }
     if (isOpen && isLimited) {
-      changed_.wait_until(lock, limit);
+      changed.wait_until(lock, limit);
     } else {
-      changed_.wait(lock);
+      changed.wait(lock);
     }
   }
 }
@@ -49,38 +50,51 @@ void Gate::enterAsReader(const Interrupt& interrupt) {
     if (!isClosed_.load()) return;
     leaveAsReader();
     std::unique_lock lock(mutex_);
-    waitUntil(lock, interrupt, [&] { return !isClosed_.load(); });
+    waitUntil(lock, doorOpens_, interrupt, [&] { return !isClosed_.load(); });
   }
 }
 
 void Gate::leaveAsReader() noexcept {
   ownCounter().readers.fetch_sub(1);
-  if (isClosed_.load()) wakeAll();
+  if (!isClosed_.load()) return;
+  const std::lock_guard lock(mutex_);
+  readerLeaves_.notify_one();
 }
 
 void Gate::enterAsWriter(const Interrupt& interrupt) {
   std::unique_lock lock(mutex_);
-  waitUntil(lock, interrupt, [&] { return !hasWriter_; });
-  hasWriter_ = true;
-  isClosed_.store(true);
+  bool isIn = false;
   try {
-    waitUntil(lock, interrupt, [&] { return !hasReaders(); });
+    waitUntil(lock, writerLeaves_, interrupt, [&] { return !hasWriter_; });
+    hasWriter_ = isIn = true;
+    isClosed_.store(true);
+    waitUntil(lock, readerLeaves_, interrupt, [&] { return !hasReaders(); });
   } catch (...) {
-    hasWriter_ = false;
-    isClosed_.store(false);
-    changed_.notify_all();
+    // One that has been woken and does not go in lets the next one know.
+    if (isIn) openDoor();
+    writerLeaves_.notify_one();
     throw;
   }
 }
 
 void Gate::leaveAsWriter() noexcept {
   const std::lock_guard lock(mutex_);
-  hasWriter_ = false;
-  isClosed_.store(false);
-  changed_.notify_all();
+  openDoor();
 }
 
-void Gate::beginTransaction() noexcept { transactionThread_.store(threadNumber()); }
+// The mutex is held.
+void Gate::openDoor() noexcept {
+  hasWriter_ = false;
+  isClosed_.store(false);
+  doorOpens_.notify_all();
+  writerLeaves_.notify_one();
+}
+
+// Those who wait already do so as long as a transaction may make them.
+void Gate::beginTransaction() noexcept {
+  transactionThread_.store(threadNumber());
+  wakeAll();
+}
 
 void Gate::endTransaction() noexcept {
   transactionThread_.store(0);
@@ -95,9 +109,11 @@ bool Gate::takeOverTransaction() noexcept {
   return true;
 }
 
-void Gate::wakeAll() {
+void Gate::wakeAll() noexcept {
   const std::lock_guard lock(mutex_);
-  changed_.notify_all();
+  doorOpens_.notify_all();
+  readerLeaves_.notify_all();
+  writerLeaves_.notify_all();
 }
 
 ReaderVisit::ReaderVisit(Gate& gate, const Interrupt& interrupt)

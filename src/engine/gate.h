@@ -37,7 +37,7 @@ class Gate {
   bool takeOverTransaction() noexcept;
 
   // Lets those who wait look whether they have been interrupted.
-  void wakeAll();
+  void wakeAll() noexcept;
 
  private:
   struct alignas(64) Counter {
@@ -48,14 +48,19 @@ class Gate {
   Counter& ownCounter() noexcept;
   bool hasReaders() const noexcept;
   template <typename Ready>
-  void waitUntil(std::unique_lock<std::mutex>& lock, const Interrupt& interrupt, Ready ready);
+  void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed,
+                 const Interrupt& interrupt, Ready ready);
+  void openDoor() noexcept;
 
   std::array<Counter, counterCount> counters_;
   alignas(64) std::atomic<bool> isClosed_ = false;    // to readers: a writer is in, or about to be
   std::atomic<std::uint64_t> transactionThread_ = 0;  // 0: no transaction is open
   const std::chrono::milliseconds transactionWait_;
   std::mutex mutex_;  // guards what follows
-  std::condition_variable changed_;
+  // Apart, so that each wakes only those whose turn it is.
+  std::condition_variable doorOpens_;     // for readers
+  std::condition_variable readerLeaves_;  // for the writer that is in
+  std::condition_variable writerLeaves_;  // for the next writer
   bool hasWriter_ = false;
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <utility>
@@ -54,6 +55,12 @@ struct RecordLog::Parts {
   std::int64_t synced = 0;   // a position
   std::uint64_t nextSequence;
   bool isSyncing = false;
+  // Records that no sync has begun with yet; how many there may be soon, as threads that the last
+  // sync let go come back; and how long that sync took.
+  std::size_t unsynced = 0;
+  std::size_t expected = 0;
+  std::chrono::steady_clock::duration syncTime{0};
+  std::condition_variable areBack;
   bool hasFailed = false;
 
   void open();
@@ -129,6 +136,7 @@ std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
   const std::scoped_lock lock(parts.mutex);
   parts.size += static_cast<std::int64_t>(record.size());
   ++parts.nextSequence;
+  if (++parts.unsynced == parts.expected) parts.areBack.notify_one();
   return parts.emptied + parts.size;
 }
 
@@ -137,11 +145,18 @@ void RecordLog::Parts::sync(std::unique_lock<std::mutex>& lock) {
   // Records that were found are not known to be on the disk.
   if (!file) open();
   isSyncing = true;
+  if (unsynced < expected) {
+    areBack.wait_for(lock, syncTime / 2, [&] { return unsynced >= expected; });
+  }
+  const std::size_t count = std::exchange(unsynced, 0);
   const std::int64_t end = emptied + size;
   lock.unlock();
+  const auto start = std::chrono::steady_clock::now();
   const bool isDone = file->sync();
   const int error = errno;
   lock.lock();
+  syncTime = std::chrono::steady_clock::now() - start;
+  expected = count + unsynced;
   isSyncing = false;
   if (isDone) {
     synced = std::max(synced, end);
@@ -160,7 +175,8 @@ void RecordLog::syncTo(std::int64_t end) {
     if (!parts.hasFailed && !parts.isSyncing) parts.sync(lock);
     if (parts.synced >= end) break;
     if (parts.hasFailed) throwUnwritten("cannot sync");
-    parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
+    // Another thread may be syncing again by the time that this one wakes.
+    parts.syncDone.wait(lock, [&] { return parts.synced >= end || !parts.isSyncing; });
   }
 }
 
@@ -190,6 +206,7 @@ void RecordLog::wasEmptied() {
   parts.syncDone.wait(lock, [&] { return !parts.isSyncing; });
   parts.emptied += std::exchange(parts.size, 0);
   parts.synced = parts.emptied;
+  parts.unsynced = parts.expected = 0;
   parts.file.reset();  // the name leads to a new one
   parts.syncDone.notify_all();
 }

@@ -6,9 +6,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <optional>
+#include <ranges>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <variant>
 #include <vector>
@@ -92,6 +95,84 @@ TEST_F(WrapperTest, GivesRowsAsTypedValues) {
   EXPECT_EQ(second.get<std::optional<int>>("id"), 2);
   EXPECT_TRUE(std::holds_alternative<std::monostate>(second["b"]));
   EXPECT_TRUE(std::holds_alternative<std::monostate>(second.at(9)));
+}
+
+TEST_F(WrapperTest, GivesRowsAsTuples) {
+  Database database(path());
+  database.run("CREATE TABLE lamps name string watts int lit bool");
+  database.run("INSERT INTO lamps name = 'hall' watts = 40 lit = true");
+  database.run("INSERT INTO lamps name = 'attic' lit = false");
+  std::string seen;
+  for (const auto& [name, watts, lit] :
+       database.run("SELECT * FROM lamps").rows<std::string, std::optional<int>, bool>()) {
+    seen += name + " " + (watts ? std::to_string(*watts) : "?") + (lit ? " lit; " : " dark; ");
+  }
+  EXPECT_EQ(seen, "hall 40 lit; attic ? dark; ");
+  const auto names = database.run("SELECT name FROM lamps").rows<std::string>();
+  static_assert(std::ranges::forward_range<decltype(names)>);
+  static_assert(std::ranges::forward_range<Result>);
+  EXPECT_EQ(std::get<0>(names[1]), "attic");
+}
+
+TEST_F(WrapperTest, RefusesRowsOfOtherTypes) {
+  Database database(path());
+  database.run("CREATE TABLE lamps name string watts int");
+  database.run("INSERT INTO lamps name = 'hall'");
+  const Result result = database.run("SELECT * FROM lamps");
+  EXPECT_EQ(textOf([&] { result.rows<std::string>(); }), "Result has not as many columns");
+  const auto rows = result.rows<int, int>();
+  EXPECT_EQ(textOf([&] { *rows.begin(); }), "Value is of another type");
+  EXPECT_EQ(textOf([&] { (void)result.rows<std::string, int>()[0]; }), "Value is null");
+}
+
+TEST_F(WrapperTest, GivesColumnsAsArrays) {
+  Database database(path());
+  database.run("CREATE TABLE lamps name string watts int");
+  Statement insert = database.prepare("INSERT INTO lamps name = ? watts = ?");
+  using Lamp = std::tuple<std::string, std::optional<int>>;
+  EXPECT_EQ(insert.runMany(std::vector<Lamp>{{"hall", 40}, {"attic", {}}}).rowsAffected(), 2);
+  const auto watts = database.run("SELECT watts FROM lamps").column<std::int64_t>(0);
+  EXPECT_EQ(std::vector(watts.values.begin(), watts.values.end()),
+            (std::vector<std::int64_t>{40, 0}));
+  EXPECT_EQ(std::vector(watts.nulls.begin(), watts.nulls.end()), (std::vector<std::uint8_t>{0, 1}));
+  const Result names = database.run("SELECT name FROM lamps");
+  EXPECT_EQ(codeOf([&] { names.column<double>(0); }), VELMORA_WRONG_TYPE);
+  EXPECT_EQ(codeOf([&] { names.column<double>(1); }), VELMORA_NOT_FOUND);
+}
+
+TEST_F(WrapperTest, RunsManyRowsWholeOrNotAtAll) {
+  Database database(path());
+  database.run("CREATE TABLE lamps name string");
+  Statement insert = database.prepare("INSERT INTO lamps name = ?");
+  const std::vector<std::tuple<std::string>> rows = {{"hall"}, {std::string(61, 'x')}};
+  EXPECT_EQ(codeOf([&] { insert.runMany(rows); }), VELMORA_RANGE);
+  EXPECT_EQ(database.run("SELECT * FROM lamps").size(), 0U);
+  const std::vector<std::tuple<int, int>> wide = {{1, 2}};
+  EXPECT_EQ(textOf([&] { insert.runMany(wide); }), "Command has not as many parameters");
+}
+
+TEST_F(WrapperTest, HasClassesForWhatAHostHandles) {
+  Database database(path());
+  database.run("CREATE TABLE owners name string");
+  database.run("CREATE TABLE lamps owner string");
+  database.run("LINK lamps.owner --> owners.name");
+  EXPECT_THROW(database.run("INSERT INTO lamps owner = 'nobody'"), velmora::ConstraintError);
+  EXPECT_THROW(Database second(path()), velmora::BusyError);
+}
+
+TEST_F(WrapperTest, KnowsTheTransactionOfItsThread) {
+  Database database(path());
+  EXPECT_FALSE(database.isInTransaction());
+  const Transaction transaction(database);
+  EXPECT_TRUE(database.isInTransaction());
+}
+
+TEST_F(WrapperTest, ChecksADatabase) {
+  { Database(path()).run("CREATE TABLE lamps name string"); }
+  EXPECT_TRUE(velmora::check(path()).empty());
+  std::ofstream(path() + "/lamps.bin", std::ios::app) << "x";
+  EXPECT_FALSE(velmora::check(path()).empty());
+  EXPECT_EQ(codeOf([&] { velmora::check(path("nowhere")); }), VELMORA_NOT_FOUND);
 }
 
 TEST_F(WrapperTest, RefusesValuesOfAnotherType) {
