@@ -30,8 +30,8 @@ int main() try {
   lend(library, "Maps", now - 30 * day);
 
   const auto late = library.run("SELECT book, state FROM loans WHERE state != ?", "lent");
-  for (const auto& loan : late) {
-    std::cout << loan.get<std::string>("book") << " is " << loan.get<std::string>("state") << "\n";
+  for (const auto& [book, state] : late.rows<std::string, std::string>()) {
+    std::cout << book << " is " << state << "\n";
   }
   // A program that has nothing else to do sleeps until then, and asks again.
   std::cout << "this holds for " << (*late.nextChange() - now + day / 2) / day << " days\n";
