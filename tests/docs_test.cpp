@@ -24,6 +24,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "golden_worker.h"
@@ -38,7 +39,10 @@ using golden::Worker;
 const fs::path root = VELMORA_SOURCE_DIR;
 constexpr std::int64_t firstSecond = 1'700'000'000;
 constexpr std::string_view prompt = "velmora> ";
+constexpr std::string_view linePrompt = "$ ";
 constexpr std::string_view fence = "```";
+// Empty where the companion is not built.
+constexpr std::string_view tool = VELMORA_TOOL;
 
 using Lines = std::vector<std::string>;
 
@@ -181,6 +185,21 @@ class Session {
     second_ += seconds;
     if (worker_ != nullptr) worker_->setClock(second_);
   }
+  // Runs a line of a shell beside the database's directory, which it calls by the name, with the
+  // companion as a person at a terminal would see it at the session's second.
+  Lines runLine(const std::string& line, const std::string& name) {
+    if (isStarted_) stop();
+    const fs::path work = temporary_.path();
+    if (!fs::is_symlink(work / name)) fs::create_directory_symlink(database_, work / name);
+    std::ofstream(work / "velmora-tool") << "verb=$1; shift; exec '" << tool
+                                         << "' $verb --format box --now " << second_ << " \"$@\"\n";
+    fs::permissions(work / "velmora-tool", fs::perms::owner_all);
+    std::ofstream(work / "line") << line << "\n";
+    const std::string shell =
+        "cd '" + work.string() + "' && PATH=.:$PATH TZ=UTC sh line >printed 2>&1 </dev/null";
+    std::ignore = std::system(shell.c_str());
+    return splitLines(readFile(work / "printed"));
+  }
   fs::path file(const std::string& name) const { return database_ / name; }
   Lines files() const {
     Lines lines;
@@ -257,6 +276,17 @@ Lines runCommands(const Lines& block, const std::string& kind, Session& session)
   return actual;
 }
 
+// A block of lines for a shell as it reads after they have been run.
+Lines runLines(const Lines& block, const std::string& name, Session& session) {
+  Lines actual;
+  for (const std::string& line : block) {
+    if (!line.starts_with(linePrompt)) continue;
+    actual.push_back(line);
+    append(actual, session.runLine(line.substr(linePrompt.size()), name));
+  }
+  return actual;
+}
+
 // What a marked block has to hold; nothing for a block without a mark.
 std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Session& session) {
   std::istringstream stream(mark);
@@ -264,6 +294,10 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
   std::string kind;
   std::string name;
   stream >> language >> kind >> name;
+  if (language == "console") {
+    if (kind.empty() || tool.empty()) return std::nullopt;
+    return runLines(block, kind, session);
+  }
   if (language != "velmora") {
     // What an example prints is compared where it is run, by example.sh, and lines for a shell are
     // run by install_test.sh. Another language with a path behind it shows that file of the
