@@ -14,19 +14,14 @@ static velmora_value text(const char *bytes) {
   return (velmora_value){.type = VELMORA_TEXT, .text = bytes, .text_size = strlen(bytes)};
 }
 
-static velmora_value number(int64_t integer) {
-  return (velmora_value){.type = VELMORA_INTEGER, .integer = integer};
-}
-
 /* Runs a command with a value for each "?". */
 static void run(const char *command, const velmora_value *values, size_t count) {
   velmora_error *error;
   velmora_result_destroy(result);
   int code = velmora_run(db, command, strlen(command), values, count, &result, &error);
-  if (code != VELMORA_OK && code != VELMORA_EXISTS) {
+  if (code != VELMORA_OK && code != VELMORA_EXISTS)
     printf("error %d at byte %d: %s\n", code, (int)velmora_error_offset(error),
            velmora_error_text(error));
-  }
   velmora_error_destroy(error);
 }
 
@@ -35,22 +30,20 @@ int main(void) {
   run("CREATE TABLE users id ApexInt name string plan string 2", NULL, 0);
 
   /* A timed value: on trial for 14 days, and basic from then on. */
-  velmora_value user[] = {text("Ada"), text("trial"), text("basic"), number(14)};
-  run("INSERT INTO users name = ? plan = ? --> ? @ ? d", user, 4);
-  velmora_value id = number(0);
+  velmora_value user[] = {text("Ada"), text("trial"), text("basic")};
+  run("INSERT INTO users name = ? plan = ? --> ? @ 14 d", user, 3);
+  velmora_value id = {.type = VELMORA_INTEGER};
   velmora_result_identity(result, &id.integer);
 
-  run("SELECT name, plan FROM users WHERE id = ?", &id, 1);
-  size_t name_size, plan_size;
-  const char *name = velmora_result_text(result, 0, 0, &name_size);
-  const char *plan = velmora_result_text(result, 0, 1, &plan_size);
+  run("SELECT plan FROM users WHERE id = ?", &id, 1);
+  size_t size;
+  const char *plan = velmora_result_text(result, 0, 0, &size);
   velmora_timed timed = {.size = sizeof timed};
-  velmora_result_timed(result, 0, 1, &timed);
-  printf("%.*s: %.*s, then %.*s in %.0f days\n", (int)name_size, name, (int)plan_size, plan,
-         (int)timed.next.text_size, timed.next.text,
-         difftime(timed.change_second, time(NULL)) / 86400);
+  velmora_result_timed(result, 0, 0, &timed);
+  printf("%.*s, then %.*s in %.0f days\n", (int)size, plan, (int)timed.next.text_size,
+         timed.next.text, difftime(timed.change_second, time(NULL)) / 86400);
 
-  run("BEGIN", NULL, 0); /* up to COMMIT all or nothing, whatever dies meanwhile */
+  run("BEGIN", NULL, 0); /* all or nothing, up to COMMIT */
   run("DELETE FROM users", NULL, 0);
   run("ROLLBACK", NULL, 0);
   run("SELECT name FROM user", NULL, 0);

@@ -7,18 +7,17 @@
 
 int main() {
   velmora::Database db("tour.db");
-  if (db.run("SHOW TABLES").size() == 0) {
+  if (db.run("SHOW TABLES").size() == 0)
     db.run("CREATE TABLE users id ApexInt name string plan string 2");
-  }
 
   // A timed value: on trial for 14 days, and basic from then on.
   const auto added =
-      db.run("INSERT INTO users name = ? plan = ? --> ? @ ? d", "Ada", "trial", "basic", 14);
-  for (const auto& row : db.run("SELECT name, plan FROM users WHERE id = ?", added.identity())) {
+      db.run("INSERT INTO users name = ? plan = ? --> ? @ 14 d", "Ada", "trial", "basic");
+  for (const auto& row : db.run("SELECT plan FROM users WHERE id = ?", added.identity())) {
     const auto timed = row.timed("plan").value();
-    const auto days = (*timed.changeSecond - std::time(nullptr) + 43200) / 86400;
-    std::cout << row.get<std::string>("name") << ": " << row.get<std::string>("plan") << ", then "
-              << std::get<std::string>(timed.next) << " in " << days << " days\n";
+    const auto days = (timed.changeSecond.value() - std::time(nullptr) + 43200) / 86400;
+    std::cout << row.get<std::string>("plan") << ", then " << std::get<std::string>(timed.next)
+              << " in " << days << " days\n";
   }
 
   {

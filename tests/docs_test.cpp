@@ -168,8 +168,10 @@ class Session {
     worker_.reset();
     isStarted_ = false;
   }
-  Lines runByHandle(const std::string& command) {
+  // As the companion's shell does, which takes a ";" for the end of a command.
+  Lines runByHandle(std::string command) {
     use(true);
+    if (command.ends_with(';')) command.pop_back();
     return splitLines(worker_->runByHandle(command).text);
   }
   Lines run(const std::string& command, bool isShort) {

@@ -46,10 +46,8 @@ std::string rowsOf(std::string_view json) {
   return lines;
 }
 
-std::string counted(const velmora_result* result, const std::string& command) {
+std::string counted(const velmora_result* result) {
   const std::int64_t rows = velmora_result_rows_affected(result);
-  const bool findsRows = command.starts_with("UPDATE") || command.starts_with("DELETE");
-  if (rows == 0 && !findsRows) return "done";
   std::string text = std::to_string(rows) + (rows == 1 ? " row" : " rows");
   std::int64_t number = 0;
   if (velmora_result_identity(result, &number) != 0) text += ", number " + std::to_string(number);
@@ -67,7 +65,7 @@ std::string shortAnswer(velmora_db* db, const std::string& command) {
   const std::unique_ptr<velmora_error, decltype(&velmora_error_destroy)> error(
       failed, velmora_error_destroy);
   if (error != nullptr) return refusal(error.get());
-  if (velmora_result_columns(result.get()) == 0) return counted(result.get(), command);
+  if (velmora_result_columns(result.get()) == 0) return counted(result.get());
   if (velmora_result_rows(result.get()) == 0) return "(no rows)";
   return rowsOf(velmora_result_json(result.get(), nullptr));
 }
