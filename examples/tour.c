@@ -1,6 +1,4 @@
-/* Sixty seconds in C:
- *   cc tour.c -o tour $(pkg-config --cflags --libs velmora) && ./tour
- */
+/* cc tour.c -o tour $(pkg-config --cflags --libs velmora) && ./tour */
 #include <stdio.h>
 #include <string.h>
 #include <time.h>
@@ -28,13 +26,10 @@ static void run(const char *command, const velmora_value *values, size_t count) 
 int main(void) {
   if (velmora_open("tour.db", 7, NULL, &db, NULL) != VELMORA_OK) return 1;
   run("CREATE TABLE users id ApexInt name string plan string 2", NULL, 0);
-
-  /* A timed value: on trial for 14 days, and basic from then on. */
   velmora_value user[] = {text("Ada"), text("trial"), text("basic")};
   run("INSERT INTO users name = ? plan = ? --> ? @ 14 d", user, 3);
   velmora_value id = {.type = VELMORA_INTEGER};
   velmora_result_identity(result, &id.integer);
-
   run("SELECT plan FROM users WHERE id = ?", &id, 1);
   size_t size;
   const char *plan = velmora_result_text(result, 0, 0, &size);
@@ -42,10 +37,9 @@ int main(void) {
   velmora_result_timed(result, 0, 0, &timed);
   printf("%.*s, then %.*s in %.0f days\n", (int)size, plan, (int)timed.next.text_size,
          timed.next.text, difftime(timed.change_second, time(NULL)) / 86400);
-
-  run("BEGIN", NULL, 0); /* all or nothing, up to COMMIT */
+  run("BEGIN", NULL, 0);
   run("DELETE FROM users", NULL, 0);
-  run("ROLLBACK", NULL, 0);
+  run("ROLLBACK", NULL, 0); /* or COMMIT */
   run("SELECT name FROM user", NULL, 0);
   velmora_result_destroy(result);
   return velmora_close(db, NULL);

@@ -63,7 +63,8 @@ lines_print_example() {  # PLACE EXAMPLE LINES
 # The line of an example's opening comment that builds and runs it.
 own_line() {  # EXAMPLE
     head -n 12 "$SOURCE/examples/$1" |
-        grep -oE '(cc|c\+\+) .*\$\(pkg-config .*|(python3|node) [a-z_]+\.(py|mjs)$'
+        grep -oE '(cc|c\+\+) .*\$\(pkg-config .*|(python3|node) [a-z_]+\.(py|mjs)$' |
+        sed 's, \*/$,,'
 }
 
 # Every example but those in JavaScript, by its own line behind those that say where velmora is.
@@ -151,7 +152,7 @@ pkg-config-static)
     ;;
 pkg-config-shown)
     cp "$prefix"/share/doc/velmora/examples/* .
-    shown_lines README.md host >script
+    shown_lines docs/handles.md host >script
     sh -eu script
     "$SOURCE/tests/example.sh" examples/tour.c "$work/tour_static"
     export LD_LIBRARY_PATH="$prefix/$LIBDIR"
