@@ -11,6 +11,8 @@ find_package(Threads REQUIRED)
 link_libraries(Threads::Threads)
 
 if(VELMORA_SANITIZE)
+  # Enough for reports with lines, in half the time to compile.
+  set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1")
   # Every translation unit, the tests included, or the reports have holes.
   add_compile_options(-fsanitize=${VELMORA_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)

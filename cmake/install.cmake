@@ -1,6 +1,6 @@
-# What an installation holds and where, in two components that are also the two Debian packages:
-# "runtime" (the shared library, the shell, their manuals, the documents), and "development" (what
-# it takes to build against them).
+# What an installation holds and where, in components that are also the Debian packages: "runtime"
+# (the shared library, the shell, their manuals, the documents), "development" (what it takes to
+# build against them), and, where it is built, "python" (the package for Python, whole in itself).
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -44,7 +44,6 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
   FILES_MATCHING PATTERN *.md PATTERN *.svg)
-# They need the shared library and no header.
 install(DIRECTORY bindings DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
   PATTERN tests EXCLUDE PATTERN test EXCLUDE PATTERN package-lock.json EXCLUDE
   PATTERN .npmrc EXCLUDE PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE)
@@ -57,10 +56,21 @@ file(CREATE_LINK ${velmora_headers} ${CMAKE_CURRENT_BINARY_DIR}/documents/includ
 install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/documents/include
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
+if(VELMORA_PYTHON_PACKAGE)
+  # Where Debian's interpreters look, whichever version they are.
+  set(velmora_python_dir lib/python3/dist-packages/velmora)
+  install(TARGETS velmora_python LIBRARY DESTINATION ${velmora_python_dir} COMPONENT python)
+  install(DIRECTORY bindings/python/velmora/ DESTINATION ${velmora_python_dir} COMPONENT python
+    PATTERN __pycache__ EXCLUDE)
+endif()
+
 # The Debian packages, made by `cpack`.
 set(CPACK_GENERATOR DEB)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_COMPONENTS_ALL runtime development)
+if(VELMORA_PYTHON_PACKAGE)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -96,4 +106,14 @@ a timed value: a sequence of states that the clock moves through.
 .
 This package holds the headers for C and C++, the static library, the files
 for CMake and pkg-config, the manual velmora(3), and examples.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-velmora)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+"A small relational database engine that lives inside a program, keeps its
+tables in memory, logs every change before it is answered, and lets a cell hold
+a timed value: a sequence of states that the clock moves through.
+.
+This package holds the module velmora for Python 3, after PEP 249, with the
+engine inside it.")
 include(CPack)

@@ -1,5 +1,5 @@
 # What a Debian package has beyond an installation: run by cpack between the two, on the files of
-# both packages in ${CPACK_TEMPORARY_DIRECTORY}/COMPONENT. The control files that are the same for
+# the packages in ${CPACK_TEMPORARY_DIRECTORY}/COMPONENT. The control files that are the same for
 # every build are made by cmake/install.cmake.
 
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
@@ -7,10 +7,11 @@ if(NOT CPACK_GENERATOR STREQUAL "DEB")
 endif()
 set(runtime ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr)
 set(development ${CPACK_TEMPORARY_DIRECTORY}/development/usr)
+set(python ${CPACK_TEMPORARY_DIRECTORY}/python/usr)
 set(documents ${runtime}/share/doc/velmora)
 
 # Whatever the builder's umask is.
-execute_process(COMMAND find ${runtime} ${development} -type d -exec chmod 755 {} +
+execute_process(COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -mindepth 1 -type d -exec chmod 755 {} +
   COMMAND_ERROR_IS_FATAL ANY)
 
 # The licence, as a package has to name it: indented, with dots for empty lines.
@@ -35,13 +36,30 @@ file(CREATE_LINK velmora ${development}/share/doc/velmora-dev SYMBOLIC)
 file(GLOB pages ${runtime}/share/man/*/* ${development}/share/man/*/*)
 execute_process(COMMAND gzip -n9 ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
 
+# The package for Python depends on no other, so its documents are its own.
+if(EXISTS ${python})
+  set(python_documents ${python}/share/doc/python3-velmora)
+  file(COPY ${documents}/copyright ${documents}/changelog.gz DESTINATION ${python_documents})
+  execute_process(COMMAND find ${python} -type d -exec chmod 755 {} +
+    COMMAND_ERROR_IS_FATAL ANY)
+endif()
+
 # CPACK_DEBIAN_PACKAGE_SHLIBDEPS would come with scripts that call ldconfig; a package that has a
 # postrm is not forgotten when it is removed. dpkg-shlibdeps looks for a source package, and above
 # the files for the directory DEBIAN.
 file(GLOB_RECURSE library ${runtime}/lib*/libvelmora.so.${CPACK_PACKAGE_VERSION})
 file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/debian/control "")
 file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/DEBIAN)
-execute_process(COMMAND dpkg-shlibdeps -O ${runtime}/bin/velmora ${library}
-  WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}
-  OUTPUT_VARIABLE needs OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-string(REPLACE "shlibs:Depends=" "" CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${needs}")
+function(shared_libraries_of variable)
+  execute_process(COMMAND dpkg-shlibdeps -O ${ARGN}
+    WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}
+    OUTPUT_VARIABLE needs OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  string(REPLACE "shlibs:Depends=" "" needs "${needs}")
+  set(${variable} "${needs}" PARENT_SCOPE)
+endfunction()
+shared_libraries_of(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${runtime}/bin/velmora ${library})
+if(EXISTS ${python})
+  file(GLOB extension ${python}/lib/python3/dist-packages/velmora/*.so)
+  shared_libraries_of(needs ${extension})
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9), ${needs}")
+endif()

@@ -15,6 +15,16 @@ needs_header() {  # HEADER PACKAGE
     [ -e "/usr/include/$1" ] || [ -e "/usr/local/include/$1" ] || missing="$missing $2"
 }
 
+# The headers are those of the interpreter that is found first, which need not be the system's.
+needs_python() {
+    needs_command python3 python3
+    python3 -c 'import os, sysconfig
+assert os.path.exists(sysconfig.get_path("include") + "/Python.h")' >/dev/null 2>&1 ||
+        missing="$missing python3-dev"
+    # Debian has what a virtual environment begins with in a package of its own.
+    python3 -c 'import ensurepip' >/dev/null 2>&1 || missing="$missing python3-venv"
+}
+
 check_group() {
     case "$1" in
     build)
@@ -31,18 +41,18 @@ check_group() {
         if [ -e /var/lib/dpkg/status ]; then check_group package; fi
         ;;
     package)
+        needs_python
         needs_command dpkg-shlibdeps dpkg-dev
         needs_command file file
         needs_command readelf binutils
         ;;
     bindings)
-        needs_command python3 python3
-        # Debian has what a virtual environment begins with in a package of its own.
-        python3 -c 'import ensurepip' >/dev/null 2>&1 || missing="$missing python3-venv"
+        needs_python
         needs_command node nodejs
         needs_command npm npm
         ;;
     bench)
+        needs_python
         needs_header benchmark/benchmark.h libbenchmark-dev
         needs_header sqlite3.h libsqlite3-dev
         ;;

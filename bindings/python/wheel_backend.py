@@ -1,23 +1,36 @@
 """Makes the wheel that pip installs: what pyproject.toml names as the package's build backend.
 
-Deliberate: a few files of plain Python need no build tool. So pip has nothing to fetch before it
-installs them, and works without a network, in a virtual environment that has only pip, and over a
-directory that cannot be written to. pip calls build_wheel and no other function.
+    python3 wheel_backend.py EXTENSION DIRECTORY    writes it around an extension that is built
+
+Deliberate: one extension and a few files of plain Python need no build tool but CMake. So pip has
+nothing to fetch before it installs them, and works without a network, in a virtual environment that
+has only pip, and over a directory that cannot be written to. pip calls build_wheel and no other
+function. The extension is built in the source tree of velmora, or with an installed static library,
+as CMake finds it.
 """
 
 import base64
 import hashlib
+import os
 import pathlib
+import subprocess
+import sys
+import sysconfig
+import tempfile
 import zipfile
 
 NAME = "velmora"
 VERSION = "0.1.0"
+SOURCE = pathlib.Path(__file__).resolve().parent
+PLATFORM = sysconfig.get_platform().replace("-", "_").replace(".", "_")
+TAG = f"cp39-abi3-{PLATFORM}"
+EXTENSION = "_velmora.abi3.so"
 
 METADATA = f"""\
 Metadata-Version: 2.1
 Name: {NAME}
 Version: {VERSION}
-Summary: velmora, an embedded in-memory relational database with timed values, from Python
+Summary: velmora, an embedded in-memory relational database with timed values, after PEP 249
 License: MIT
 Classifier: Operating System :: POSIX :: Linux
 Classifier: Programming Language :: Python :: 3
@@ -31,24 +44,30 @@ Description-Content-Type: text/markdown
 WHEEL = f"""\
 Wheel-Version: 1.0
 Generator: {NAME}
-Root-Is-Purelib: true
-Tag: py3-none-any
+Root-Is-Purelib: false
+Tag: {TAG}
 """
 
 
 def build_wheel(wheel_directory, config_settings=None, metadata_directory=None):
-    """Writes the wheel into the directory, and returns its name."""
-    source = pathlib.Path(__file__).resolve().parent
+    """Builds the extension, writes the wheel into the directory, and returns its name."""
+    with tempfile.TemporaryDirectory() as build:
+        return write_wheel(_built_extension(build), wheel_directory)
+
+
+def write_wheel(extension, wheel_directory):
+    """Writes the wheel around a built extension, and returns its name."""
     information = f"{NAME}-{VERSION}.dist-info"
     files = {f"{NAME}/{path.name}": path.read_bytes()
-             for path in sorted((source / NAME).iterdir()) if path.is_file()}
-    files[f"{information}/METADATA"] = METADATA.encode() + (source / "README.md").read_bytes()
+             for path in sorted((SOURCE / NAME).iterdir()) if path.is_file()}
+    files[f"{NAME}/{EXTENSION}"] = pathlib.Path(extension).read_bytes()
+    files[f"{information}/METADATA"] = METADATA.encode() + (SOURCE / "README.md").read_bytes()
     files[f"{information}/WHEEL"] = WHEEL.encode()
     record = f"{information}/RECORD"
     lines = [f"{name},sha256={_digest(content)},{len(content)}" for name, content in files.items()]
     files[record] = "\n".join([*lines, f"{record},,", ""]).encode()
 
-    name = f"{NAME}-{VERSION}-py3-none-any.whl"
+    name = f"{NAME}-{VERSION}-{TAG}.whl"
     with zipfile.ZipFile(pathlib.Path(wheel_directory) / name, "w") as wheel:
         for path, content in files.items():
             # Without a date of its own, the same files make the same wheel.
@@ -58,5 +77,23 @@ def build_wheel(wheel_directory, config_settings=None, metadata_directory=None):
     return name
 
 
+def _built_extension(build):
+    tree = SOURCE.parent.parent
+    is_tree = (tree / "src" / "velmora.cpp").exists()
+    # What is installed below the same directory as this one is found, wherever that is.
+    options = (["-DVELMORA_PYTHON_PACKAGE=ON", "-DVELMORA_INSTALL=OFF"] if is_tree
+               else [f"-DCMAKE_PREFIX_PATH={SOURCE.parents[4]}"])
+    subprocess.run(
+        ["cmake", "-S", tree if is_tree else SOURCE, "-B", build, "-DCMAKE_BUILD_TYPE=Release",
+         f"-DVELMORA_PYTHON={sys.executable}", *options], check=True)
+    subprocess.run(["cmake", "--build", build, "--parallel", str(os.cpu_count()),
+                    "--target", "velmora_python"], check=True)
+    return pathlib.Path(build, "python", NAME, EXTENSION)
+
+
 def _digest(content):
     return base64.urlsafe_b64encode(hashlib.sha256(content).digest()).rstrip(b"=").decode()
+
+
+if __name__ == "__main__":
+    write_wheel(*sys.argv[1:])

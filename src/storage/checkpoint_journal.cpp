@@ -2,12 +2,12 @@
 #include "checkpoint_journal.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 
 #include "../number.h"
 #include "../text.h"
+#include "checksum.h"
 #include "file_names.h"
 
 namespace velmora {
@@ -21,24 +21,6 @@ constexpr std::string_view pieceWord = "/piece ";
 constexpr std::string_view sizeWord = "/size ";
 constexpr std::string_view removeWord = "/remove ";
 constexpr std::string_view endWord = "/end ";
-
-constexpr std::array<std::uint32_t, 256> makeCrcTable() {
-  std::array<std::uint32_t, 256> table = {};
-  for (std::uint32_t i = 0; i < table.size(); ++i) {
-    std::uint32_t value = i;
-    for (int bit = 0; bit < 8; ++bit) value = value >> 1 ^ (value & 1) * 0xEDB88320U;
-    table[i] = value;
-  }
-  return table;
-}
-constexpr std::array<std::uint32_t, 256> crcTable = makeCrcTable();
-
-// The CRC-32 of some bytes and these.
-std::uint32_t crcOf(std::uint32_t crc, std::string_view bytes) {
-  crc = ~crc;
-  for (const char c : bytes) crc = crc >> 8 ^ crcTable[(crc ^ static_cast<unsigned char>(c)) & 255];
-  return ~crc;
-}
 
 std::string lastLine(std::uint32_t crc) {
   char digits[8];
@@ -63,7 +45,7 @@ class JournalReader {
       if (isLast && (*line == lastLine(crc_) || (!hasWords_ && *line == endOfNames))) {
         return complete();
       }
-      crc_ = crcOf(crcOf(crc_, *line), "\n");
+      crc_ = crc32c(crc32c(crc_, *line), "\n");
       if (!take(std::string(*line))) break;
     }
     return std::nullopt;
@@ -128,7 +110,7 @@ class JournalReader {
       const auto wanted = static_cast<std::size_t>(std::min(blockSize, end - position_));
       const std::string_view bytes = reader_.at(position_, wanted);
       if (bytes.size() < wanted) return false;
-      crc_ = crcOf(crc_, bytes);
+      crc_ = crc32c(crc_, bytes);
       position_ += static_cast<std::int64_t>(wanted);
     }
     return true;
@@ -172,7 +154,7 @@ CheckpointJournal::CheckpointJournal(const Directory& directory)
     : file_(directory, markerFileName) {}
 
 void CheckpointJournal::put(std::string_view bytes) {
-  crc_ = crcOf(crc_, bytes);
+  crc_ = crc32c(crc_, bytes);
   file_.write(bytes);
 }
 

@@ -13,7 +13,10 @@ expected_files() {  # PART
     sed "s,@LIBDIR@,$LIBDIR,; s,@VERSION@,$VERSION,; s,@SOVERSION@,$SOVERSION,
          s,@CONFIGURATION@,$CONFIGURATION," "$SOURCE/tests/install/$1.txt"
     case "$1" in
-    runtime) (cd "$SOURCE" && find docs -name '*.md' -o -name '*.svg') ;;
+    runtime)
+        (cd "$SOURCE" && find docs -name '*.md' -o -name '*.svg')
+        (cd "$SOURCE" && find bindings/python -type f ! -path '*/tests/*' ! -path '*/__pycache__/*')
+        ;;
     development) (cd "$SOURCE" && find examples -type f) ;;
     esac | sed 's,^,share/doc/velmora/,'
 }

@@ -40,7 +40,8 @@ shown_lines() {  # DOCUMENT NAME
     ' "$SOURCE/$1" >lines
     [ -s lines ] || { echo "$1 has no lines '$2'"; exit 1; }
     # Documents speak of an installation below /usr or $HOME/velmora, with its libraries in lib.
-    sed "s,/usr/share,$prefix/share,g; s,\$HOME/velmora/lib,$prefix/$LIBDIR,g
+    sed "s,/usr/share,$prefix/share,g; s,\(/usr\|\$HOME/velmora\)/lib/python3,$prefix/lib/python3,g
+         s,\$HOME/velmora/lib,$prefix/$LIBDIR,g
          s,\$HOME/velmora,$prefix,g" lines
 }
 
@@ -49,6 +50,7 @@ make_tree() {
     mkdir -p tree/build
     cp -R "$SOURCE/include" "$SOURCE/examples" "$SOURCE/bindings" tree
     ln -s "$BUILD"/libvelmora.* "$BUILD/velmora-uninstalled.pc" tree/build
+    cp -RL "$BUILD/python" tree/build
 }
 
 # Runs lines of a shell in a new directory, or a new tree, as a reader would, and compares what they
@@ -101,7 +103,7 @@ hello=$prefix/share/doc/velmora/examples/hello.c
 
 case "$1" in
 files)
-    { expected_files runtime; expected_files development; } >expected
+    for part in runtime development python; do expected_files $part; done >expected
     present_files prefix >present
     same_lines expected present
     ;;
@@ -208,13 +210,15 @@ python)
     # The lines of the package's README into virtual environments, without any index of packages.
     export PIP_NO_INDEX=1 PIP_FIND_LINKS='' PIP_CONFIG_FILE=/dev/null PIP_QUIET=1
     export PIP_DISABLE_PIP_VERSION_CHECK=1
+    unset PYTHONPATH
     lines_print_example tree hello.py "$(shown_lines bindings/python/README.md tree)"
     tree/build/env/bin/python -c "
 import importlib.metadata, velmora
 assert velmora.__file__.startswith('$work/tree/build/env/'), velmora.__file__
 assert importlib.metadata.version('velmora') == '$VERSION'
 "
-    export LD_LIBRARY_PATH="$prefix/$LIBDIR"
+    tree/build/env/bin/python -m zipfile -l tree/build/velmora-*.whl >listed
+    if grep -q pycache listed; then exit 1; fi
     chmod -R a-w "$prefix/share"
     lines_print_example directory hello.py "$(shown_lines bindings/python/README.md installed)"
     chmod -R u+w "$prefix/share"

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Makes the two Debian packages and looks at what they hold, what they say of themselves, and what
+# Makes the Debian packages and looks at what they hold, what they say of themselves, and what
 # they leave behind. common.sh tells what has to be in the environment.
 #
 # dpkg needs root to install; it does so below a directory of the test, with a register of packages
@@ -20,6 +20,7 @@ packaged_files() {  # PART
     case "$1" in
     runtime) echo usr/share/doc/velmora/changelog.gz ;;
     development) echo usr/share/doc/velmora-dev ;;
+    python) printf 'usr/share/doc/python3-velmora/%s\n' changelog.gz copyright ;;
     esac
 }
 
@@ -28,11 +29,15 @@ packaged_files() {  # PART
 architecture=$(dpkg --print-architecture)
 runtime=$work/packages/velmora_${VERSION}_$architecture.deb
 development=$work/packages/velmora-dev_${VERSION}_$architecture.deb
+python=$work/packages/python3-velmora_${VERSION}_$architecture.deb
 
 echo "== contents"
-for part in runtime development; do
-    package=$runtime
-    [ $part = runtime ] || package=$development
+for part in runtime development python; do
+    case $part in
+    runtime) package=$runtime ;;
+    development) package=$development ;;
+    python) package=$python ;;
+    esac
     dpkg-deb -x "$package" "$work/$part"
     packaged_files $part >expected
     present_files $part >present
@@ -65,6 +70,7 @@ echo "== control files"
 # Nothing is run: a script for the time after removal would keep a removed package on record.
 [ "$(present_files runtime.control | LC_ALL=C sort | xargs)" = "control md5sums shlibs triggers" ]
 [ "$(present_files development.control | LC_ALL=C sort | xargs)" = "control md5sums" ]
+[ "$(present_files python.control | LC_ALL=C sort | xargs)" = "control md5sums" ]
 [ "$(cat runtime.control/shlibs)" = "libvelmora $SOVERSION velmora (>= $VERSION)" ]
 [ "$(cat runtime.control/triggers)" = "activate-noawait ldconfig" ]
 
@@ -77,10 +83,23 @@ field() {  # PACKAGE FIELD
 [ "$(field "$runtime" Section)" = database ]
 # The versions of these are the build machine's.
 [ "$(field "$runtime" Depends | sed 's/ ([^)]*)//g')" = "libc6, libgcc-s1, libstdc++6" ]
+[ "$(field "$python" Package)" = python3-velmora ]
+[ "$(field "$python" Version)" = "$VERSION" ]
+[ "$(field "$python" Section)" = python ]
+[ "$(field "$python" Depends | sed 's/, libc6.*//')" = "python3 (>= 3.9)" ]
 [ "$(field "$development" Package)" = velmora-dev ]
 [ "$(field "$development" Version)" = "$VERSION" ]
 [ "$(field "$development" Section)" = libdevel ]
 [ "$(field "$development" Depends)" = "velmora (= $VERSION)" ]
+
+echo "== package for Python"
+# By Debian's own interpreter, where there is one, or by another that is told where to look.
+interpreter=/usr/bin/python3
+[ -x $interpreter ] || interpreter=python3
+(mkdir database.python && cd database.python &&
+    PYTHONDONTWRITEBYTECODE=1 PYTHONPATH="$work/python/usr/lib/python3/dist-packages" \
+        $interpreter "$SOURCE/examples/hello.py") >output
+[ "$(cat output)" = "north is red" ]
 
 if [ "$(id -u)" -ne 0 ]; then
     exit 0
@@ -96,7 +115,8 @@ in_root() {  # OPTION...
 }
 
 run_logged in_root -i "$runtime" "$development"
-{ packaged_files runtime; packaged_files development; } >expected
+run_logged in_root --force-depends -i "$python"
+for part in runtime development python; do packaged_files $part; done >expected
 present_files root | grep -v '^var/lib/dpkg/' >present
 same_lines expected present
 mkdir database
@@ -106,11 +126,11 @@ if in_root -r velmora >log 2>&1; then
     echo "the library can be removed from under velmora-dev"
     exit 1
 fi
-run_logged in_root -r velmora-dev velmora
+run_logged in_root -r velmora-dev velmora python3-velmora
 present_files root | grep -v '^var/lib/dpkg/' >present || true
 [ ! -s present ]
 [ ! -e "$root/usr/share/doc/velmora" ]
-if dpkg-query --admindir="$root/var/lib/dpkg" -W 'velmora*' >log 2>&1; then
+if dpkg-query --admindir="$root/var/lib/dpkg" -W '*velmora*' >log 2>&1; then
     cat log
     exit 1
 fi

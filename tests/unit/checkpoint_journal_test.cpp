@@ -37,7 +37,7 @@ class CheckpointJournalTest : public StorageTest {
 TEST_F(CheckpointJournalTest, saysWhatChangesAndWhatIsReplaced) {
   writeJournal();
   EXPECT_EQ(bytesOf("velmora.ckpt").substr(0, text_.size()), text_);
-  EXPECT_EQ(bytesOf("velmora.ckpt").substr(text_.size()), "/end 15c18091\n");
+  EXPECT_EQ(bytesOf("velmora.ckpt").substr(text_.size()), "/end 90bc4d6b\n");
   const auto read = readJournal(directory_);
   ASSERT_TRUE(read.has_value());
   EXPECT_EQ(read->replaced,
