@@ -301,10 +301,11 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
     return runLines(block, kind, session);
   }
   if (language != "velmora") {
-    // What an example prints is compared where it is run, by example.sh, and lines for a shell are
-    // run by install_test.sh. Another language with a path behind it shows that file of the
-    // project.
-    if (kind.empty() || language == "output" || language == "sh") return std::nullopt;
+    // What an example prints is compared where it is run, by example.sh, lines for a shell are run
+    // by install_test.sh, and sessions in a binding's language by its own tests. Another language
+    // with a path behind it shows that file of the project.
+    const bool isRunElsewhere = language == "output" || language == "sh" || kind == "session";
+    if (kind.empty() || isRunElsewhere) return std::nullopt;
     return splitLines(readFile(root / kind));
   }
   if (kind == "files") return session.files();
