@@ -302,10 +302,10 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
   }
   if (language != "velmora") {
     // What an example prints is compared where it is run, by example.sh, lines for a shell are run
-    // by install_test.sh, and sessions in a binding's language by its own tests. Another language
-    // with a path behind it shows that file of the project.
-    const bool isRunElsewhere = language == "output" || language == "sh" || kind == "session";
-    if (kind.empty() || isRunElsewhere) return std::nullopt;
+    // by install_test.sh, and named programs by a binding's own tests. Another language with a
+    // path behind it shows that file of the project.
+    const bool isPath = kind.find('.') != std::string::npos;
+    if (!isPath || language == "output" || language == "sh") return std::nullopt;
     return splitLines(readFile(root / kind));
   }
   if (kind == "files") return session.files();
