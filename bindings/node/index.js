@@ -1,149 +1,82 @@
-// A database as a JavaScript object: its life, its commands, statements, transactions and results.
-// Relies on library.js for every call of the library. index.d.ts describes it for users.
+// velmora from Node.js. index.d.ts describes what there is; the parts stand in lib/.
 'use strict';
 
+const { Database, Transaction } = require('./lib/database.js');
 const {
-  Code, VelmoraError, boundValue, call, encoded, functions, made, takenResult,
-} = require('./library.js');
+  BusyError, ConstraintError, InterruptedError, VelmoraError,
+} = require('./lib/errors.js');
+const native = require('./lib/native.js');
+const { Column, Result } = require('./lib/result.js');
+const { Statement } = require('./lib/statement.js');
 
-const [READ_ONLY, CREATE, EXCLUSIVE] = [1, 2, 4];
+const FLAGS = { readOnly: 1, create: 2, exclusive: 4, repair: 8 };
 const DURABILITIES = ['always', 'everysec', 'off'];
+const LEVELS = ['information', 'warning', 'error'];
+const KNOWN = [...Object.keys(FLAGS), 'durability', 'openWait', 'transactionWait', 'log',
+  'progress', 'clock'];
+const NO_LIMIT = 2 ** 32 - 1;
 
-const misuse = (message) => new VelmoraError(message, { code: Code.MISUSE });
-
-const bound = (values) => values.map((value, i) => boundValue(value, i + 1));
-
-class Database {
-  #handle;
-  #statements = new Set();
-
-  constructor(handle) {
-    this.#handle = handle;
-  }
-
-  #open() {
-    if (this.#handle === null) throw misuse('The database is closed');
-    return this.#handle;
-  }
-
-  close() {
-    if (this.#handle === null) return;
-    for (const statement of this.#statements) statement.close();
-    call(functions().close, this.#handle);
-    this.#handle = null;
-  }
-
-  run(text, ...values) {
-    const handle = this.#open();
-    const command = encoded(text, 'Command');
-    return takenResult(
-      made(functions().run, handle, command, command.length, bound(values), values.length));
-  }
-
-  prepare(text) {
-    const handle = this.#open();
-    const command = encoded(text, 'Command');
-    const statement = new Statement(made(functions().prepare, handle, command, command.length),
-      (closed) => this.#statements.delete(closed));
-    this.#statements.add(statement);
-    return statement;
-  }
-
-  transaction(work) {
-    this.run('BEGIN');
-    let value;
-    try {
-      value = work();
-      if (typeof value?.then === 'function') throw new TypeError('A transaction cannot be awaited');
-    } catch (error) {
-      this.#rollBack();
-      throw error;
-    }
-    this.run('COMMIT');
-    return value;
-  }
-
-  // The work may have ended the transaction itself.
-  #rollBack() {
-    try {
-      this.run('ROLLBACK');
-    } catch (error) {
-      if (!(error instanceof VelmoraError)) throw error;
-    }
-  }
-
-  checkpoint() {
-    call(functions().checkpoint, this.#open());
-  }
-
-  backup(path) {
-    const directory = encoded(path, 'Path');
-    call(functions().backup, this.#open(), directory, directory.length);
-  }
+function flagsOf(options) {
+  const given = { create: !options.readOnly, ...options };
+  return Object.entries(FLAGS).reduce((sum, [name, flag]) => sum + (given[name] ? flag : 0), 0);
 }
 
-class Statement {
-  #handle;
-  #forget;
-  #parameters;
-
-  constructor(handle, forget) {
-    this.#handle = handle;
-    this.#forget = forget;
-    this.#parameters = Number(functions().statementParameters(handle));
-  }
-
-  #open(rows) {
-    if (this.#handle === null) throw misuse('The statement is closed');
-    for (const values of rows) {
-      if (values.length !== this.#parameters) {
-        throw misuse(`The command has places for ${this.#parameters} values, not ${values.length}`);
-      }
-    }
-    return this.#handle;
-  }
-
-  close() {
-    if (this.#handle === null) return;
-    functions().statementDestroy(this.#handle);
-    this.#handle = null;
-    this.#forget(this);
-  }
-
-  run(...values) {
-    const handle = this.#open([values]);
-    bound(values).forEach((value, i) => call(functions().bind, handle, i + 1, value));
-    return takenResult(made(functions().statementRun, handle));
-  }
-
-  runMany(rows) {
-    const handle = this.#open(rows);
-    return takenResult(
-      made(functions().statementRunMany, handle, rows.flatMap(bound), rows.length));
-  }
+function durabilityOf({ durability = 'always' }) {
+  const number = DURABILITIES.indexOf(durability);
+  if (number < 0) throw new TypeError(`No durability: ${durability}`);
+  return number;
 }
 
-function open(path, {
-  readOnly = false, create = true, exclusive = false, durability = 'always',
-  openWaitMilliseconds = 0, transactionWaitMilliseconds = 0,
-} = {}) {
-  if (!DURABILITIES.includes(durability)) throw new TypeError(`No durability: ${durability}`);
-  const directory = encoded(path, 'Path');
-  const flags = (readOnly ? READ_ONLY : 0) + (create && !readOnly ? CREATE : 0)
-    + (exclusive ? EXCLUSIVE : 0);
-  return new Database(made(functions().open, directory, directory.length, {
-    size: functions().optionsSize,
-    flags,
-    durability: DURABILITIES.indexOf(durability),
-    open_wait_milliseconds: openWaitMilliseconds,
-    transaction_wait_milliseconds: transactionWaitMilliseconds,
-    context: null,
-    log: null,
-    progress: null,
-    clock: null,
-  }));
+function milliseconds(name, wait) {
+  if (typeof wait !== 'number' || !(wait >= 0)) {
+    throw new TypeError(`${name} is no number of milliseconds`);
+  }
+  return Math.min(Math.round(wait), NO_LIMIT);
 }
 
-const libraryVersion = () => functions().version();
+function callbackOf(options, name) {
+  const callback = options[name];
+  if (callback !== undefined && typeof callback !== 'function') {
+    throw new TypeError(`${name} is no function`);
+  }
+  return callback;
+}
 
-module.exports = { Code, Database, Statement, VelmoraError, libraryVersion, open };
+// A database that is not open yet.
+function made(options) {
+  const unknown = Object.keys(options).find((name) => !KNOWN.includes(name));
+  if (unknown !== undefined) throw new TypeError(`No option: ${unknown}`);
+  const { openWait = 0, transactionWait = 5000 } = options;
+  const log = callbackOf(options, 'log');
+  return native.makeDatabase(flagsOf(options), durabilityOf(options),
+    milliseconds('openWait', openWait),
+    // The engine's own 0 is for its usual wait.
+    Math.max(1, milliseconds('transactionWait', transactionWait)),
+    log && ((level, line) => log(LEVELS[level], line)),
+    callbackOf(options, 'progress'), callbackOf(options, 'clock'));
+}
+
+function open(path, options = {}) {
+  const handle = made(options);
+  native.open(handle, path);
+  return new Database(handle, path);
+}
+
+async function openAsync(path, options = {}) {
+  const handle = made(options);
+  await native.openAsync(handle, path);
+  return new Database(handle, path);
+}
+
+function check(path) {
+  const faults = [];
+  native.check(path, (file, offset, meaning) => {
+    faults.push({ file, offset: offset < 0 ? null : offset, meaning });
+  });
+  return faults;
+}
+
+module.exports = {
+  BusyError, Column, ConstraintError, Database, InterruptedError, Result, Statement, Transaction,
+  VelmoraError, check, open, openAsync, version: native.version(),
+};
