@@ -13,11 +13,12 @@ check:  ## build and run all tests
 shell:  ## open the prompt on the database in data/
 	scripts/shell.sh
 
-package:  ## make the Debian packages, in build/package
+package:  ## make the Debian packages and the wheel for Python, in build/package
 	scripts/package.sh
 
-bench:  ## compare with SQLite and DuckDB; QUICK=1 takes about a minute
+bench:  ## compare with SQLite and DuckDB, and the packages with SQLite's; QUICK=1 takes about a minute
 	QUICK=$(QUICK) scripts/bench.sh
+	QUICK=$(QUICK) scripts/bench_bindings.sh
 
 fuzz:  ## run every fuzzer for SECONDS=60 each
 	SECONDS_EACH=$(or $(SECONDS),60) scripts/fuzz.sh

@@ -110,6 +110,12 @@ class Text {
     std::memcpy(&second, bytes_ + sizeof first, sizeof second);
     return true;
   }
+  // The first eight bytes, with zeros for those that it lacks, as a number: of two texts with
+  // different ones that of the lesser number comes first.
+  std::uint64_t beginning() const noexcept {
+    const char* const first = isOnHeap() ? heapBytes() : bytes_;
+    return __builtin_bswap64(static_cast<std::uint64_t>(getInt64(first)));
+  }
   // A byte of the hash.
   std::uint8_t fingerprint() const noexcept { return static_cast<std::uint8_t>(hash() >> 56); }
 

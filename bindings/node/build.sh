@@ -7,7 +7,7 @@ cd "$(dirname "$0")"
 sources=sources
 [ -d "$sources" ] || sources=../..
 cmake -S "$sources" -B build -DCMAKE_BUILD_TYPE=Release -DVELMORA_NODE_PACKAGE=ON -DVELMORA_INSTALL=OFF
-cmake --build build --target velmora_node --parallel
+cmake --build build --target velmora_node --parallel "$(getconf _NPROCESSORS_ONLN)"
 place=prebuilt/$(node -p 'process.platform + "-" + process.arch')
 mkdir -p "$place"
 cp build/bindings/node/velmora.node "$place"

@@ -7,41 +7,52 @@
 #include "scope.h"
 
 namespace velmora::query {
-namespace {
 
-template <typename From, typename To>
-void convert(const From* from, std::size_t size, To* to, std::uint8_t* given) {
+// The numbers of an array that tells them all, but for nulls, which are NaN there.
+template <typename Number>
+void ColumnBatch::take(const Number* numbers, std::size_t size) {
+  numbers_ = numbers;
+  isNarrow_ = sizeof(Number) == sizeof(std::int32_t);
+  std::uint8_t areGiven = 1;
   for (std::size_t i = 0; i < size; ++i) {
-    to[i] = static_cast<To>(from[i]);
-    given[i] = static_cast<std::uint8_t>(from[i] == from[i]);  // but for NaN, which is null
+    given_[i] = static_cast<std::uint8_t>(numbers[i] == numbers[i]);
+    areGiven = static_cast<std::uint8_t>(areGiven & given_[i]);
   }
+  hasNulls_ = areGiven == 0;
 }
 
-}  // namespace
+// Copies them, so that single ones can be set.
+void ColumnBatch::widen(std::size_t size) {
+  if (numbers_ == integers_) return;
+  if (type_ == AnswerType::integer) {
+    withIntegers([&](const auto* values) { std::copy_n(values, size, integers_); });
+  } else {
+    withReals([&](const auto* values) { std::copy_n(values, size, reals_); });
+  }
+  numbers_ = integers_;
+  isNarrow_ = false;
+}
 
 void ColumnBatch::load(const ColumnValues& values, std::size_t chunk, std::int64_t now,
                        std::size_t size) {
-  type = answerTypeOf(values.kind());
+  type_ = answerTypeOf(values.kind());
   chunk_ = values.chunkAt(chunk, now);
   const ColumnValues::Chunk& arrays = chunk_.arrays;
   switch (values.kind()) {
     case ValueKind::integer:
-      convert(arrays.numbers(), size, integers, given);
+      take(arrays.numbers(), size);
       break;
     case ValueKind::longInteger:
-      convert(arrays.longs(), size, integers, given);
+      take(arrays.longs(), size);
       break;
     case ValueKind::real:
-      convert(arrays.reals(), size, reals, given);
+      take(arrays.reals(), size);
       break;
     case ValueKind::doubleReal:
-      convert(arrays.doubles(), size, reals, given);
+      take(arrays.doubles(), size);
       break;
     case ValueKind::boolean:
-      for (std::size_t i = 0; i < size; ++i) {
-        integers[i] = arrays.codes[i];
-        given[i] = static_cast<std::uint8_t>(arrays.codes[i] <= 1);
-      }
+      loadTruths(size);
       break;
     case ValueKind::text:
     case ValueKind::unknown:
@@ -49,44 +60,61 @@ void ColumnBatch::load(const ColumnValues& values, std::size_t chunk, std::int64
       return;
   }
   if (arrays.odd == nullptr) return;
-  forEachSet(arrays.odd, size, [&](std::size_t place) {
-    if (!arrays.isUnclear(place)) return;
+  forEachSet(arrays.odd, size, ColumnValues::unclear, [&](std::size_t place) {
+    widen(size);
     set(place, values.value(arrays, chunk * Rows::chunkRows + place, now));
   });
+}
+
+void ColumnBatch::loadTruths(std::size_t size) {
+  const std::uint8_t* const codes = chunk_.arrays.codes;
+  for (std::size_t i = 0; i < size; ++i) {
+    integers_[i] = codes[i];
+    given_[i] = static_cast<std::uint8_t>(codes[i] <= 1);
+  }
+  numbers_ = integers_;
+  isNarrow_ = false;
+  hasNulls_ = true;  // perhaps
 }
 
 void ColumnBatch::loadTexts(std::size_t size) {
   static const std::uint8_t missingCode = Text(missingValue).fingerprint();
   const ColumnValues::Chunk& arrays = chunk_.arrays;
-  texts = arrays.texts();
+  texts_ = arrays.texts();
   for (std::size_t i = 0; i < size; ++i) {
-    given[i] = static_cast<std::uint8_t>(arrays.codes[i] != missingCode || !arrays.isNullText(i));
+    given_[i] = static_cast<std::uint8_t>(arrays.codes[i] != missingCode || !arrays.isNullText(i));
   }
+  hasNulls_ = true;  // perhaps
 }
 
 void ColumnBatch::gather(const ColumnValues& values, std::span<const std::int32_t> rows,
                          std::int64_t now) {
-  type = answerTypeOf(values.kind());
-  if (type == AnswerType::text) gathered_.resize(rows.size());
+  type_ = answerTypeOf(values.kind());
+  numbers_ = integers_;
+  isNarrow_ = false;
+  hasNulls_ = false;
+  if (type_ == AnswerType::text) gathered_.resize(rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i) {
     set(i, values.value(static_cast<std::size_t>(rows[i]), now));
   }
-  texts = gathered_.data();
+  texts_ = gathered_.data();
 }
 
 void ColumnBatch::set(std::size_t place, const TypedValue& value) {
-  given[place] = static_cast<std::uint8_t>(value.type != AnswerType::null);
+  const bool isNull = value.type == AnswerType::null;
+  given_[place] = static_cast<std::uint8_t>(!isNull);
+  hasNulls_ = hasNulls_ || isNull;
   switch (value.type) {
     case AnswerType::null:
       break;
     case AnswerType::integer:
-      integers[place] = value.integer;
+      integers_[place] = value.integer;
       break;
     case AnswerType::real:
-      reals[place] = value.real;
+      reals_[place] = value.real;
       break;
     case AnswerType::boolean:
-      integers[place] = value.isTrue ? 1 : 0;
+      integers_[place] = value.isTrue ? 1 : 0;
       break;
     case AnswerType::text:
       gathered_[place] = value.text;
@@ -95,19 +123,19 @@ void ColumnBatch::set(std::size_t place, const TypedValue& value) {
 }
 
 TypedValue ColumnBatch::value(std::size_t place) const {
-  if (given[place] == 0) return {};
-  switch (type) {
+  if (!isGiven(place)) return {};
+  switch (type_) {
     case AnswerType::integer:
-      return TypedValue::ofInteger(integers[place]);
+      return TypedValue::ofInteger(integer(place));
     case AnswerType::real:
-      return TypedValue::ofReal(reals[place]);
+      return TypedValue::ofReal(real(place));
     case AnswerType::boolean:
-      return TypedValue::ofBoolean(integers[place] != 0);
+      return TypedValue::ofBoolean(integer(place) != 0);
     case AnswerType::null:
     case AnswerType::text:
       break;
   }
-  return TypedValue::ofText(texts[place]);
+  return TypedValue::ofText(texts_[place]);
 }
 
 }  // namespace velmora::query

@@ -20,7 +20,10 @@ Grouping::Grouping(const Plan& plan, std::int64_t now)
     totals_.emplace_back(expression.function, kind, plan.nameOf(expression));
     if (values_.empty()) totals_.back().growTo(1);
   }
-  if (values_.empty()) return;
+  if (values_.empty()) {
+    rowCounts_.resize(1);
+    return;
+  }
   combined_.resize(values_.size() - 1);
   groups_.resize(Rows::chunkRows);
   others_.resize(combined_.empty() ? 0 : Rows::chunkRows);
@@ -36,16 +39,17 @@ void Grouping::addChunk(std::size_t chunk, const RowMask& mask) {
   const std::size_t count = mask.count();
   if (count == 0) return;
   for (const Loaded& each : loaded_) {
-    each.batch->load(plan_.scope.values(each.place), chunk, now_, mask.size);
+    const ColumnValues& values = plan_.scope.values(each.place);
+    if (chunk + 1 < plan_.scope.table(each.place).rows().chunkCount()) {
+      values.prefetchChunk(chunk + 1);
+    }
+    each.batch->load(values, chunk, now_, mask.size);
   }
   if (values_.empty()) {
+    rowCounts_.front() += static_cast<std::int64_t>(count);
     for (std::size_t i = 0; i < totals_.size(); ++i) {
       const Expression& total = plan_.totals[i];
-      if (total.hasColumn()) {
-        totals_[i].add(batchOf(total.place), mask);
-      } else {
-        totals_[i].countRows(count);
-      }
+      if (total.hasColumn()) totals_[i].add(batchOf(total.place), mask);
     }
     return;
   }
@@ -89,16 +93,13 @@ void Grouping::addPlaces(std::span<const std::uint16_t> places, ItemOf itemOf) {
       items_.push_back(itemOf(i));
       items_.back().group = groups_[i];
     }
+    rowCounts_.resize(items_.size());
   }
-  const std::span<const std::uint32_t> groups(groups_.data(), places.size());
+  for (std::size_t i = 0; i < places.size(); ++i) ++rowCounts_[groups_[i]];
   for (std::size_t i = 0; i < totals_.size(); ++i) {
     const Expression& total = plan_.totals[i];
     if (!values_.empty()) totals_[i].growTo(items_.size());
-    if (total.hasColumn()) {
-      totals_[i].add(batchOf(total.place), places, groups.data());
-    } else {
-      totals_[i].countRows(groups);
-    }
+    if (total.hasColumn()) totals_[i].add(batchOf(total.place), places, groups_.data());
   }
 }
 

@@ -23,7 +23,7 @@ class Grouping {
   // The groups in the order of their first rows.
   std::vector<Item> groups() const;
   TypedValue total(const Expression& expression, const Item& group) const {
-    return totals_[expression.total].result(group.group);
+    return totals_[expression.total].result(group.group, rowCounts_[group.group]);
   }
 
  private:
@@ -45,6 +45,7 @@ class Grouping {
   std::vector<std::uint32_t> groups_;  // of the rows at hand
   std::vector<std::uint32_t> others_;
   std::vector<Item> items_;  // each group's first row
+  std::vector<std::int64_t> rowCounts_;
   std::vector<Totals> totals_;
 };
 

@@ -218,11 +218,11 @@ void Run::keepCandidates(std::size_t chunk, RowMask& mask) const {
   const bool isOnly = plan_.orders.size() == 1;
   const Operator op = isDown ? (isOnly ? Operator::greater : Operator::greaterOrEqual)
                              : (isOnly ? Operator::less : Operator::lessOrEqual);
-  if (!isDown) {
-    ValueTest(Operator::isNull, values, {}).decide(chunk, now_, mask.size, nulls);
-  }
   if (!isLastNull) {
     ValueTest(op, values, last.front()).decide(chunk, now_, mask.size, matches);
+  }
+  if (!isDown) {
+    ValueTest(Operator::isNull, values, {}).decide(chunk, now_, mask.size, nulls);
   }
   for (std::size_t i = 0; i < mask.size; ++i) {
     mask.passes[i] = static_cast<std::uint8_t>(mask.passes[i] & (matches[i] | nulls[i]));

@@ -1,5 +1,6 @@
 // Totals: one aggregate over all groups: COUNT, MIN, MAX, SUM or AVG of a column, or COUNT(*).
-// Nulls are passed over; of no value there is none, but for a count.
+// Nulls are passed over; of no value there is none, but for a count. The groups' rows are counted
+// elsewhere, once for all aggregates.
 #pragma once
 
 #include <cstdint>
@@ -22,13 +23,12 @@ class Totals {
   AnswerType type() const noexcept;
   void growTo(std::size_t groups);
   // Adds rows, each to its group, or all that pass to the first group.
-  void countRows(std::span<const std::uint32_t> groups);
-  void countRows(std::size_t rows) { counts_.front() += static_cast<std::int64_t>(rows); }
   void add(const ColumnBatch& batch, std::span<const std::uint16_t> places,
            const std::uint32_t* groups);
   void add(const ColumnBatch& batch, const RowMask& mask);
-  // Throws Failure: range for a sum of whole numbers that 64 bits do not hold.
-  TypedValue result(std::size_t group) const;
+  // Of a group of so many rows. Throws Failure: range for a sum of whole numbers that 64 bits do
+  // not hold.
+  TypedValue result(std::size_t group, std::int64_t rows) const;
 
  private:
   // Whatever 2^31 whole numbers of 64 bits come to.
@@ -42,7 +42,7 @@ class Totals {
   strict::Function function_;
   ValueKind kind_;
   std::string name_;
-  std::vector<std::int64_t> counts_;
+  std::vector<std::int64_t> nulls_;  // how many
   std::vector<Wide> wholes_;
   std::vector<double> reals_;
   std::vector<Value> bests_;

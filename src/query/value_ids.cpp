@@ -8,33 +8,32 @@ namespace velmora::query {
 namespace {
 
 constexpr std::size_t firstSlots = 512;
-constexpr std::uint64_t nearCount = 4096;
 
 }  // namespace
 
 ValueIds::ValueIds() : slots_(firstSlots), near_(nearCount, none) {}
 
 ValueIds::Key ValueIds::keyOf(const ColumnBatch& batch, std::size_t place) noexcept {
-  if (batch.given[place] == 0) return {0, 0, Sort::null};
-  switch (batch.type) {
+  if (!batch.isGiven(place)) return {0, 0, Sort::null};
+  switch (batch.type()) {
     case AnswerType::integer:
-      return {static_cast<std::uint64_t>(batch.integers[place]), 0, Sort::integer};
+      return {static_cast<std::uint64_t>(batch.integer(place)), 0, Sort::integer};
     case AnswerType::real: {
       // A float that is whole is that number.
       constexpr double limit = 0x1p63;
-      const double value = batch.reals[place];
+      const double value = batch.real(place);
       if (value >= -limit && value < limit && std::floor(value) == value) {
         return {static_cast<std::uint64_t>(static_cast<std::int64_t>(value)), 0, Sort::integer};
       }
       return {std::bit_cast<std::uint64_t>(value), 0, Sort::real};
     }
     case AnswerType::boolean:
-      return {static_cast<std::uint64_t>(batch.integers[place]), 0, Sort::boolean};
+      return {static_cast<std::uint64_t>(batch.integer(place)), 0, Sort::boolean};
     case AnswerType::null:
     case AnswerType::text:
       break;
   }
-  const Text& text = batch.texts[place];
+  const Text& text = batch.text(place);
   Key key{0, 0, Sort::text};
   if (text.getWords(key.first, key.second)) return key;
   return {text.hash(), 0, Sort::longText, &text};
@@ -68,11 +67,9 @@ std::uint32_t ValueIds::addKey(const Key& key) {
   return id;
 }
 
-std::uint32_t ValueIds::addInteger(std::int64_t value) {
-  const Key key{static_cast<std::uint64_t>(value), 0, Sort::integer};
-  if (key.first >= nearCount) return addKey(key);
-  std::uint32_t& id = near_[key.first];
-  if (id == none) id = addKey(key);
+std::uint32_t ValueIds::addUnseen(std::uint64_t integer) {
+  const std::uint32_t id = addKey({integer, 0, Sort::integer});
+  if (integer < nearCount) near_[integer] = id;
   return id;
 }
 
@@ -88,18 +85,19 @@ void ValueIds::grow() {
 
 void ValueIds::add(const ColumnBatch& batch, std::span<const std::uint16_t> places,
                    std::uint32_t* ids) {
-  const bool areIntegers = batch.type == AnswerType::integer;
-  for (std::size_t i = 0; i < places.size(); ++i) {
-    const std::size_t place = places[i];
-    ids[i] = areIntegers && batch.given[place] != 0 ? addInteger(batch.integers[place])
-                                                    : addKey(keyOf(batch, place));
+  if (batch.type() == AnswerType::integer && !batch.hasNulls()) {
+    batch.withIntegers([&](const auto* values) {
+      for (std::size_t i = 0; i < places.size(); ++i) ids[i] = addInteger(values[places[i]]);
+    });
+    return;
   }
+  for (std::size_t i = 0; i < places.size(); ++i) ids[i] = addKey(keyOf(batch, places[i]));
 }
 
 void ValueIds::addGiven(const ColumnBatch& batch, std::span<const std::uint16_t> places,
                         std::uint32_t* ids) {
   for (std::size_t i = 0; i < places.size(); ++i) {
-    ids[i] = batch.given[places[i]] != 0 ? addKey(keyOf(batch, places[i])) : none;
+    ids[i] = batch.isGiven(places[i]) ? addKey(keyOf(batch, places[i])) : none;
   }
 }
 
@@ -107,7 +105,7 @@ void ValueIds::findGiven(const ColumnBatch& batch, std::span<const std::uint16_t
                          std::uint32_t* ids) const {
   for (std::size_t i = 0; i < places.size(); ++i) {
     ids[i] = none;
-    if (batch.given[places[i]] == 0) continue;
+    if (!batch.isGiven(places[i])) continue;
     const Slot& slot = slots_[slotOf(keyOf(batch, places[i]))];
     if (slot.sort != Sort::empty) ids[i] = slot.id;
   }

@@ -29,6 +29,7 @@ class ValueIds {
   std::uint32_t addPair(std::uint32_t first, std::uint32_t second);
 
  private:
+  static constexpr std::size_t nearCount = 4096;
   enum class Sort : std::uint32_t { empty, null, integer, real, boolean, text, longText };
   // A value in two words, of a long text its hash.
   struct Slot {
@@ -47,7 +48,12 @@ class ValueIds {
   // Where the key is, or belongs.
   std::size_t slotOf(const Key& key) const noexcept;
   std::uint32_t addKey(const Key& key);
-  std::uint32_t addInteger(std::int64_t value);
+  std::uint32_t addInteger(std::int64_t value) {
+    const auto key = static_cast<std::uint64_t>(value);
+    if (key < nearCount && near_[key] != none) return near_[key];
+    return addUnseen(key);
+  }
+  std::uint32_t addUnseen(std::uint64_t integer);
   void grow();
 
   std::vector<Slot> slots_;          // a power of two, at most half of them in use

@@ -145,8 +145,7 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
   const ColumnValues::ChunkAt at = column_->chunkAt(chunk, now);
   decideArrays(at.arrays, size, matches);
   if (at.arrays.odd == nullptr) return;
-  forEachSet(at.arrays.odd, size, [&](std::size_t place) {
-    if (!at.arrays.isUnclear(place)) return;
+  forEachSet(at.arrays.odd, size, ColumnValues::unclear, [&](std::size_t place) {
     const TypedValue value = column_->value(at.arrays, chunk * Rows::chunkRows + place, now);
     matches[place] = static_cast<std::uint8_t>(this->matches(value));
   });
@@ -191,32 +190,40 @@ void ValueTest::decideArrays(const ColumnValues::Chunk& arrays, std::size_t size
   }
 }
 
+// What the codes or the beginnings of texts do not settle is looked at text by text.
 void ValueTest::decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,
                             std::uint8_t* matches) const {
   static const std::uint8_t missingCode = Text(missingValue).fingerprint();
-  const auto isNull = [&](std::size_t i) {
-    return arrays.codes[i] == missingCode && arrays.isNullText(i);
-  };
-  if (isAboutNull()) {
-    decideNulls(op_, size, matches, isNull);
-    return;
-  }
+  const bool isEquality = op_ == Operator::equal || op_ == Operator::notEqual;
   const Text wanted(wanted_.text);
-  const std::uint8_t code = wanted.fingerprint();
   const Text* const texts = arrays.texts();
-  if (op_ == Operator::equal) {
-    for (std::size_t i = 0; i < size; ++i) matches[i] = arrays.codes[i] == code;
-    forEachSet(matches, size, [&](std::size_t i) {
-      matches[i] = static_cast<std::uint8_t>(texts[i] == wanted && !isNull(i));
-    });
-    return;
+  const std::uint8_t* const codes = arrays.codes;
+  alignas(64) std::uint8_t isOpen[Rows::chunkRows];
+  if (isEquality || isAboutNull()) {
+    const std::uint8_t code = isEquality ? wanted.fingerprint() : missingCode;
+    const bool isUsual = op_ == Operator::notEqual || op_ == Operator::isNotNull;
+    std::fill_n(matches, size, static_cast<std::uint8_t>(isUsual));
+    for (std::size_t i = 0; i < size; ++i) {
+      isOpen[i] = static_cast<std::uint8_t>((codes[i] == code) | (codes[i] == missingCode));
+    }
+  } else {
+    const std::uint64_t beginning = wanted.beginning();
+    const bool isLess = op_ == Operator::less || op_ == Operator::lessOrEqual;
+    for (std::size_t i = 0; i < size; ++i) {
+      __builtin_prefetch(texts + i + 64);
+      const std::uint64_t own = texts[i].beginning();
+      matches[i] = static_cast<std::uint8_t>((own < beginning) == isLess);
+      isOpen[i] = static_cast<std::uint8_t>((own == beginning) | (codes[i] == missingCode));
+    }
   }
-  for (std::size_t i = 0; i < size; ++i) {
-    const bool isPassed = op_ == Operator::notEqual
-                              ? arrays.codes[i] != code || !(texts[i] == wanted)
-                              : holds(op_, texts[i].view().compare(wanted_.text));
-    matches[i] = static_cast<std::uint8_t>(isPassed && !isNull(i));
-  }
+  const auto passes = [&](std::size_t i) {
+    if (arrays.isNullText(i)) return op_ == Operator::isNull;
+    if (isAboutNull()) return op_ == Operator::isNotNull;
+    if (isEquality) return (texts[i] == wanted) == (op_ == Operator::equal);
+    return holds(op_, texts[i].view().compare(wanted_.text));
+  };
+  forEachSet(isOpen, size, 1,
+             [&](std::size_t i) { matches[i] = static_cast<std::uint8_t>(passes(i)); });
 }
 
 }  // namespace velmora::query

@@ -12,6 +12,8 @@ namespace velmora {
 std::uint32_t crc32c(std::uint32_t crc, std::string_view bytes) noexcept;
 // The same by the table: what tests compare the instruction with.
 std::uint32_t crc32cByTable(std::uint32_t crc, std::string_view bytes) noexcept;
+// What the difference (^) of two checksums becomes when as many equal bytes come behind both.
+std::uint32_t crc32cBehind(std::uint32_t difference, std::uint64_t count) noexcept;
 
 // A checksum as files have it: eight hexadecimal digits.
 inline constexpr std::size_t checksumDigits = 8;

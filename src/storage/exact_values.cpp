@@ -49,14 +49,16 @@ Entry entryOf(const ColumnValues& values, const ColumnValues::Chunk& chunk, std:
   return isOdd || !fitsField(chunk.texts()[place]) ? Entry::text : Entry::none;
 }
 
-// Calls use(row, column, entry) for each cell of which something has to be written, ascending.
+// Calls use(row, column, entry) for each cell of so many rows of which something has to be written,
+// ascending.
 template <typename Use>
-void forEachEntry(const Table& table, Use use) {
+void forEachEntry(const Table& table, std::size_t first, std::size_t count, Use use) {
   std::vector<ColumnValues::Chunk> chunks(table.columns.size());
-  for (std::size_t row = 0; row < table.rowCount(); ++row) {
+  for (std::size_t row = first; row < first + count; ++row) {
     for (std::size_t column = 0; column < chunks.size(); ++column) {
       const ColumnValues& values = table.values(column);
-      if (Rows::placeOf(row) == 0) chunks[column] = values.chunk(Rows::chunkOf(row));
+      const bool isNewChunk = row == first || Rows::placeOf(row) == 0;
+      if (isNewChunk) chunks[column] = values.chunk(Rows::chunkOf(row));
       const Entry entry = entryOf(values, chunks[column], row);
       if (entry != Entry::none) use(row, column, entry);
     }
@@ -71,10 +73,11 @@ class Writer {
 
   bool write() {
     std::int64_t count = 0;
-    forEachEntry(table_, [&](std::size_t row, std::size_t column, Entry entry) {
-      if (count++ == 0) begin();
-      put(row, column, entry);
-    });
+    forEachEntry(table_, 0, table_.rowCount(),
+                 [&](std::size_t row, std::size_t column, Entry entry) {
+                   if (count++ == 0) begin();
+                   put(row, column, entry);
+                 });
     if (count == 0) return false;
     file_->seek(0);
     file_->write(magic);
@@ -205,6 +208,14 @@ bool writeExactValues(const Table& table, const Directory& directory, Checkpoint
   return Writer(table, directory, journal).write();
 }
 
+bool haveChangesExactValues(const Table& table) {
+  bool isAny = false;
+  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
+    forEachEntry(table, first, count, [&](std::size_t, std::size_t, Entry) { isAny = true; });
+  });
+  return isAny;
+}
+
 void readExactValues(Table& table, const Directory& directory) {
   const std::string name = fileNameOf(table.tableName, exactExtension);
   File file(directory, name, File::Mode::read);
@@ -218,7 +229,7 @@ bool needsNoExactValues(const Table& table) {
     if (column.type == longType || column.type == doubleType) return false;
   }
   bool isPlain = true;
-  forEachEntry(table, [&](std::size_t row, std::size_t column, Entry entry) {
+  forEachEntry(table, 0, table.rowCount(), [&](std::size_t row, std::size_t column, Entry entry) {
     isPlain = isPlain && entry == Entry::timed &&
               isPlainRule(*table.values(column).rule(row), table.columns[column].maxStates);
   });

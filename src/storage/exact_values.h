@@ -16,7 +16,8 @@
 //         s  a timed value: 1 byte whether it cycles, 8 start, 8 length of one pass, 4 number of
 //            states, and of each: 8 duration, 4 size, the bytes
 //
-// It is written whole when its table has changed, and is not there when it has no entry.
+// It is written whole when its table has changed, and is not there when it has no entry: then only
+// the rows that change are looked at.
 #pragma once
 
 #include <string>
@@ -30,6 +31,8 @@ namespace velmora {
 // Writes the table's file as a new one of the checkpoint; false when there is nothing to be
 // written. Throws WriteFailure and NotRegularFile.
 bool writeExactValues(const Table& table, const Directory& directory, CheckpointJournal& journal);
+// Whether there is something to be written of the rows that have changed.
+bool haveChangesExactValues(const Table& table);
 // Gives the table, as its other files have it, the values of this one, if there is one. Throws
 // std::runtime_error "Corrupt file: NAME" or "Failed to read file: NAME", with what stands before
 // the fault in the table, and NotRegularFile.

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <stdexcept>
 
+#include "block_io.h"
 #include "checksum.h"
 
 namespace velmora {
@@ -18,6 +19,7 @@ constexpr std::string_view linkWord = "link ";
 constexpr std::string_view arrow = " --> ";
 constexpr std::string_view fileWord = "file ";
 constexpr std::string_view endWord = "end ";
+constexpr std::int64_t blockSize = 64 * 1024;  // of what is sealed anew
 
 std::string crcText(std::uint32_t crc) {
   char digits[checksumDigits];
@@ -118,6 +120,37 @@ std::optional<Seal> sealOf(const Directory& directory, const std::string& name,
     seal.size += static_cast<std::int64_t>(*read);
     count(*read);
   }
+}
+
+std::optional<Seal> sealBehind(const Directory& directory, const std::string& name,
+                               const Patch& patch, const Seal& seal) {
+  File before(Directory{directory.descriptor}, name, File::Mode::read);
+  File after(directory, name, File::Mode::read);
+  const bool isKnown = before.isOpen() && after.isOpen() && before.size() == seal.size;
+  if (!isKnown || patch.fileSize < seal.size) return sealOf(directory, name);
+  BlockReader readerBefore(before);
+  BlockReader readerAfter(after);
+  Seal changed = seal;
+  // Calls use(offset, size) for the blocks from there to the end.
+  const auto forEachBlock = [](std::int64_t offset, std::int64_t end, auto use) {
+    for (; offset < end; offset += blockSize) {
+      use(offset, static_cast<std::size_t>(std::min(blockSize, end - offset)));
+    }
+  };
+  for (const Piece& piece : patch.pieces) {
+    const std::int64_t end = std::min(piece.offset + piece.size, seal.size);
+    forEachBlock(piece.offset, end, [&](std::int64_t offset, std::size_t size) {
+      const std::uint32_t difference =
+          crc32c(0, readerBefore.at(offset, size)) ^ crc32c(0, readerAfter.at(offset, size));
+      const std::int64_t behind = seal.size - offset - static_cast<std::int64_t>(size);
+      changed.crc ^= crc32cBehind(difference, static_cast<std::uint64_t>(behind));
+    });
+  }
+  forEachBlock(seal.size, patch.fileSize, [&](std::int64_t offset, std::size_t size) {
+    changed.crc = crc32c(changed.crc, readerAfter.at(offset, size));
+  });
+  changed.size = patch.fileSize;
+  return changed;
 }
 
 }  // namespace velmora

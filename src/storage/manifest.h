@@ -49,5 +49,10 @@ using CountBytes = std::function<void(std::size_t count)>;
 std::optional<Seal> sealOf(
     const Directory& directory, const std::string& name,
     const CountBytes& count = [](std::size_t) {});
+// The seal that the file is to have behind the patch, which the directory awaits, from the one that
+// it has; only what changes is read, and nothing of a file that is cut off: then all is. Throws as
+// above.
+std::optional<Seal> sealBehind(const Directory& directory, const std::string& name,
+                               const Patch& patch, const Seal& seal);
 
 }  // namespace velmora

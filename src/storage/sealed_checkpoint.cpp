@@ -2,7 +2,8 @@
 // checkpoint_steps.cpp.
 //
 // A file that is written is read again to be sealed, through what the journal is about to do, so
-// that a seal is of what will be found. What is not written keeps the seal that it has.
+// that a seal is of what will be found; of a file that is changed in place only the changes are,
+// and the rest is as the seal says that it has. What is not written keeps its seal.
 #include <algorithm>
 
 #include "checkpoint_files.h"
@@ -77,9 +78,16 @@ class SealedCheckpoint {
     if (rowsAreShifted(table.columns)) keep(file(wholeRowExtension));
     if (hasStates) keep(file(timedExtension));
     if (!isSealed_) return;
-    const bool hasExact =
-        hasChanged ? writeExactValues(table, directory_, journal) : isKnown(file(exactExtension));
-    if (hasExact) keep(file(exactExtension));
+    if (hasExactValues(table, hasChanged, journal)) keep(file(exactExtension));
+  }
+
+  // Writes them where they may have changed.
+  bool hasExactValues(const Table& table, bool hasChanged, CheckpointJournal& journal) const {
+    const bool hadThem = isKnown(fileNameOf(table.tableName, exactExtension));
+    if (!hasChanged) return hadThem;
+    const bool hadNone = isKnown(fileNameOf(table.tableName, tableExtension)) && !hadThem;
+    if (hadNone && !table.isAllDirty() && !haveChangesExactValues(table)) return false;
+    return writeExactValues(table, directory_, journal);
   }
 
   void writeRelations(const Table& table, CheckpointJournal& journal) {
@@ -156,12 +164,17 @@ class SealedCheckpoint {
     const Directory pending{directory_.descriptor, &awaited};
     for (const std::string& name : names_) {
       const auto known = old_.files.find(name);
-      const bool isWritten = awaited.replaced.contains(name) || awaited.patched.contains(name);
-      if (!isWritten && known != old_.files.end()) {
-        new_.files.insert(*known);
-      } else if (const auto made = sealOf(pending, name)) {
-        new_.files.emplace(name, *made);
+      const auto patch = awaited.patched.find(name);
+      const bool isPatched = patch != awaited.patched.end();
+      std::optional<Seal> made;
+      if (known == old_.files.end() || awaited.replaced.contains(name)) {
+        made = sealOf(pending, name);
+      } else if (isPatched) {
+        made = sealBehind(pending, name, patch->second, known->second);
+      } else {
+        made = known->second;
       }
+      if (made) new_.files.emplace(name, *made);
     }
   }
 

@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include "storage/checkpoint_journal.h"
 #include "storage/checksum.h"
 #include "storage_fixture.h"
 
@@ -95,6 +97,61 @@ TEST_F(SealTest, isOfTheWholeFile) {
   EXPECT_EQ(seal, (Seal{700'001, crc32c(0, bytes)}));
   EXPECT_EQ(count, bytes.size());
   EXPECT_EQ(sealOf(directory_, "u.bin"), std::nullopt);
+}
+
+// A file that a checkpoint has put pieces of into its journal, and what it will be.
+class PatchedSealTest : public SealTest {
+ protected:
+  void patch(std::size_t offset, const std::string& bytes) {
+    writer_.put(static_cast<std::int64_t>(offset), bytes);
+    expected_.resize(std::max(expected_.size(), offset + bytes.size()));
+    expected_.replace(offset, bytes.size(), bytes);
+  }
+  // It is to have this seal in the end.
+  void expectSeal(const Seal& before, const Seal& after) {
+    writer_.finish(after.size);
+    journal_.flush();
+    const Directory pending{directory_.descriptor, &journal_.awaited()};
+    const Patch& patch = journal_.awaited().patched.at("t.bin");
+    EXPECT_EQ(sealBehind(pending, "t.bin", patch, before), after);
+  }
+  Seal sealOfExpected() const {
+    return {static_cast<std::int64_t>(expected_.size()), crc32c(0, expected_)};
+  }
+
+  std::string expected_ = [this] {
+    std::string bytes;
+    for (int i = 0; bytes.size() < 300'000; ++i) bytes += std::to_string(i);
+    write("t.bin", bytes);
+    return bytes;
+  }();
+  CheckpointJournal journal_{directory_};
+  PatchWriter writer_{journal_, directory_, "t.bin"};
+};
+
+TEST_F(PatchedSealTest, followsFromTheOneBefore) {
+  const Seal before = sealOfExpected();
+  patch(0, "first");
+  patch(70'000, "another");
+  patch(100'000, std::string(150'000, 'y'));
+  patch(299'995, "what lies over the end");
+  patch(expected_.size(), std::string(100'000, 'z'));
+  expectSeal(before, sealOfExpected());
+}
+
+TEST_F(PatchedSealTest, saysWhetherTheRestIsAsItWas) {
+  Seal before = sealOfExpected();
+  before.crc ^= 1;
+  patch(5, "changed");
+  const Seal right = sealOfExpected();
+  expectSeal(before, {right.size, right.crc ^ 1});
+}
+
+TEST_F(PatchedSealTest, ofAFileThatIsCutOffIsReadAnew) {
+  const Seal before = sealOfExpected();
+  patch(5, "changed");
+  expected_.resize(1000);
+  expectSeal(before, sealOfExpected());
 }
 
 }  // namespace

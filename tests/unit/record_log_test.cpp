@@ -101,6 +101,13 @@ TEST(Checksum, isThatOfCastagnoli) {
     EXPECT_EQ(crc32c(7, bytes), crc32cByTable(7, bytes)) << i;
     bytes += static_cast<char>(i * 37);
   }
+  for (const std::size_t size : {12287U, 12288U, 12289U, 40000U}) {
+    while (bytes.size() < size) bytes += static_cast<char>(bytes.size() * bytes.size() >> 7);
+    EXPECT_EQ(crc32c(7, bytes), crc32cByTable(7, bytes)) << size;
+  }
+  const std::uint32_t difference = crc32c(0, "abc") ^ crc32c(0, "axc");
+  EXPECT_EQ(crc32cBehind(difference, bytes.size()),
+            crc32c(0, "abc" + bytes) ^ crc32c(0, "axc" + bytes));
 }
 
 TEST_F(RecordLogTest, recordsHaveTheirForm) {

@@ -73,6 +73,25 @@ TEST_F(SealedFilesTest, changesOfFewRowsArePatched) {
   EXPECT_EQ(contentOf(load().tables), contentOf(tables));
 }
 
+TEST_F(SealedFilesTest, theFirstNullOfATableIsKept) {
+  Tables tables;
+  Table& table = addTable(tables, "t", {{"n", "int"}});
+  for (int i = 0; i < 100; ++i) addRow(table, {std::int64_t{i}});
+  save(tables);
+  EXPECT_FALSE(exists("t.exact"));
+  table.setValue(50, 0, std::int64_t{-1});
+  save(tables);
+  EXPECT_FALSE(exists("t.exact"));
+  table.setValue(60, 0, Value());
+  save(tables);
+  EXPECT_TRUE(exists("t.exact"));
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+  table.setValue(60, 0, std::int64_t{60});
+  save(tables);
+  EXPECT_FALSE(exists("t.exact"));
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+}
+
 TEST_F(SealedFilesTest, aLoadedDatabaseGoesOn) {
   Tables first = someTables();
   save(first, someListeners());
@@ -163,6 +182,13 @@ TEST_F(SealedFilesTest, theManifestIsForPeople) {
             "end d43468d7\n");
 }
 
+// What a sanitizer finds in an open it finds in some of them.
+#ifdef __SANITIZE_ADDRESS__
+constexpr std::size_t bitStep = 11;
+#else
+constexpr std::size_t bitStep = 1;
+#endif
+
 TEST_F(SealedFilesTest, everyFlippedBitIsReported) {
   Tables tables;
   Table& parent = addTable(tables, "p", {{"id", "ApexInt"}, {"b", "bool", 1}});
@@ -176,7 +202,7 @@ TEST_F(SealedFilesTest, everyFlippedBitIsReported) {
   save(tables, {{"c", {{"c", "INSERT", "x", {{"", "of", "1", "=", 'o'}}}}}});
   ASSERT_EQ(files().size(), 12U);
   for (const auto& [name, bytes] : files()) {
-    for (std::size_t bit = 0; bit < bytes.size() * 8; ++bit) {
+    for (std::size_t bit = 0; bit < bytes.size() * 8; bit += bitStep) {
       std::string flipped = bytes;
       flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
       fs::remove(path_ / name);

@@ -1,3 +1,5 @@
+// Columns and the memory that they show. The arrays are the result's own, which lives as long as
+// anything that shows them.
 #include "columns.h"
 
 #include <array>

@@ -1,3 +1,4 @@
+// Cursors: commands run through them, and the rows of the last answer handed out bit by bit.
 #include "cursor.h"
 
 #include <algorithm>

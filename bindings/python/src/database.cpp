@@ -1,3 +1,4 @@
+// A database's life, its callbacks, and the check of one that is not open.
 #include "database.h"
 
 #include <pthread.h>

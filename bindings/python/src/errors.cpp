@@ -1,3 +1,5 @@
+// Errors of the engine as exceptions: the class of the code, with the fields that the engine has
+// filled in.
 #include "errors.h"
 
 #include <cstdarg>

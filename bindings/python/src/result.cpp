@@ -1,3 +1,5 @@
+// Results and rows. A row is made with all its values at once, in one piece of memory; what is
+// asked for seldom, names and timed values, it asks its result for.
 #include "result.h"
 
 #include <array>

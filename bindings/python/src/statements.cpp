@@ -1,3 +1,5 @@
+// The kept statements: found by their texts, taken out while they run, and the one whose last run
+// is longest ago given up for a new one.
 #include "statements.h"
 
 #include <algorithm>

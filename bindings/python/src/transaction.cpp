@@ -1,3 +1,5 @@
+// Whose transaction is open: the engine is asked whether it is this thread's, and the database
+// remembers which connection began it.
 #include "transaction.h"
 
 #include "errors.h"

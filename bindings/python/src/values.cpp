@@ -1,3 +1,5 @@
+// Values from Python, checked as far as the engine does not do that itself, and values for Python.
+// Texts are not copied on the way in: the engine does that.
 #include "values.h"
 
 #include "errors.h"
@@ -91,14 +93,13 @@ void requireCount(size_t places, size_t given) {
 }
 
 void ValueRows::add(PyObject* row, size_t places) {
-  const Ref tuple = valueTuple(row);
+  Ref tuple = valueTuple(row);
   requireCount(places, static_cast<size_t>(PyTuple_Size(tuple.get())));
   for (size_t place = 0; place < places; ++place) {
     PyObject* const object = PyTuple_GetItem(tuple.get(), static_cast<Py_ssize_t>(place));
     values.push_back(valueOf(object, place + 1));
-    if (PyUnicode_Check(object)) texts.push_back(Ref::shared(object));
   }
-  ++rows;
+  rows.push_back(std::move(tuple));
 }
 
 }  // namespace velmora_python

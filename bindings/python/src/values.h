@@ -27,11 +27,10 @@ Ref valueTuple(PyObject* values);
 // Raises unless a command has places for so many values.
 void requireCount(size_t places, size_t given);
 
-// The values of many rows, one row behind another, with the texts that they borrow.
+// The values of many rows, one row behind another, with the tuples from which they borrow texts.
 struct ValueRows {
   std::vector<velmora_value> values;
-  std::vector<Ref> texts;
-  size_t rows = 0;
+  std::vector<Ref> rows;
 
   void add(PyObject* row, size_t places);
 };

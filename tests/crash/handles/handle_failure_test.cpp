@@ -99,7 +99,7 @@ class HandleFailureTest : public HandleTest {
           [&](const FailingOperation& failure) {
             return fail(before, next, failure, durability, after);
           },
-          isThorough() || !isCheckpoint(next[0].text) ? 1 : 7);
+          isThorough() || !isCheckpoint(next[0].text) ? 1 : 7 * slowness);
     }
   }
 
@@ -204,14 +204,14 @@ TEST_F(HandleFailureTest, ofAnOpenIsNoDamage) {
   close();
   for (const Files& files : interrupted) {
     tryFailures([&](const FailingOperation& failure) { return failOpen(files, failure, expected); },
-                isThorough() ? 1 : 5);
+                isThorough() ? 1 : 5 * slowness);
   }
 }
 
 TEST_F(HandleFailureTest, ofACloseLosesNothing) {
   prepare();
   tryFailures([&](const FailingOperation& failure) { return failClose(failure); },
-              isThorough() ? 1 : 5);
+              isThorough() ? 1 : 5 * slowness);
 }
 
 }  // namespace

@@ -29,6 +29,13 @@ using crash::SimulatedDisk;
 
 // VELMORA_CRASH_SECONDS above its usual value asks for all that there is.
 bool isThorough();
+// A sanitised engine takes several times as long, and what a sanitizer finds it finds in a part of
+// the points as well.
+#ifdef __SANITIZE_ADDRESS__
+inline constexpr int slowness = 5;
+#else
+inline constexpr int slowness = 1;
+#endif
 // VELMORA_CRASH_SEED, or one made up anew.
 std::uint64_t chosenSeed();
 

@@ -112,7 +112,7 @@ TEST_P(HandlePowerTest, leavesWhatTheDurabilityPromises) {
   openTrying();
   settle();
   for (const StrictCommand& command : StrictCommands::preparation()) runTrying({command});
-  const int most = isThorough() ? 12000 : 800;
+  const int most = isThorough() ? 12000 : 800 / slowness;
   while (tried_ < most && !HasFailure()) {
     runTrying(commands_.next(isInTransaction()));
     const auto what = commands_.random()() % 100;
