@@ -6,7 +6,7 @@
 // describes the marks. With VELMORA_WRITE_DOCS set, the blocks are written anew into the documents
 // instead, which is how answers get there.
 //
-// It also checks that every link to a file of the project leads somewhere.
+// It also checks that every link to a file of the project, or to a heading in one, leads somewhere.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -24,6 +24,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "golden_worker.h"
@@ -38,7 +39,10 @@ using golden::Worker;
 const fs::path root = VELMORA_SOURCE_DIR;
 constexpr std::int64_t firstSecond = 1'700'000'000;
 constexpr std::string_view prompt = "velmora> ";
+constexpr std::string_view linePrompt = "$ ";
 constexpr std::string_view fence = "```";
+// Empty where the companion is not built.
+constexpr std::string_view tool = VELMORA_TOOL;
 
 using Lines = std::vector<std::string>;
 
@@ -137,7 +141,7 @@ Lines hexDump(const std::string& bytes) {
   return lines;
 }
 
-// The engine that a document talks to.
+// The engine that a document talks to, by the plain functions or by a handle.
 class Session {
  public:
   // Starts it if need be; what it prints meanwhile comes back.
@@ -146,13 +150,17 @@ class Session {
       worker_ = std::make_unique<Worker>(database_, output_);
       worker_->setClock(second_);
     }
-    const Outcome outcome = worker_->start();
+    const Outcome outcome = isHandle_ ? worker_->openHandle() : worker_->start();
     if (!outcome.exceptionType.empty()) return {"(" + outcome.text + ")"};
     isStarted_ = true;
     return newOutput();
   }
   void stop() {
-    worker_->stop();
+    if (isHandle_) {
+      worker_->closeHandle();
+    } else {
+      worker_->stop();
+    }
     isStarted_ = false;
   }
   void kill() {
@@ -160,8 +168,14 @@ class Session {
     worker_.reset();
     isStarted_ = false;
   }
+  // As the companion's shell does, which takes a ";" for the end of a command.
+  Lines runByHandle(std::string command) {
+    use(true);
+    if (command.ends_with(';')) command.pop_back();
+    return splitLines(worker_->runByHandle(command).text);
+  }
   Lines run(const std::string& command, bool isShort) {
-    if (!isStarted_) start();
+    use(false);
     const Outcome outcome = worker_->execute(command);
     if (!outcome.exceptionType.empty()) {
       return {"(std::" + outcome.exceptionType + ": " + outcome.text + ")"};
@@ -172,6 +186,21 @@ class Session {
   void pass(std::int64_t seconds) {
     second_ += seconds;
     if (worker_ != nullptr) worker_->setClock(second_);
+  }
+  // Runs a line of a shell beside the database's directory, which it calls by the name, with the
+  // companion as a person at a terminal would see it at the session's second.
+  Lines runLine(const std::string& line, const std::string& name) {
+    if (isStarted_) stop();
+    const fs::path work = temporary_.path();
+    if (!fs::is_symlink(work / name)) fs::create_directory_symlink(database_, work / name);
+    std::ofstream(work / "velmora-tool") << "verb=$1; shift; exec '" << tool
+                                         << "' $verb --format box --now " << second_ << " \"$@\"\n";
+    fs::permissions(work / "velmora-tool", fs::perms::owner_all);
+    std::ofstream(work / "line") << line << "\n";
+    const std::string shell =
+        "cd '" + work.string() + "' && PATH=.:$PATH TZ=UTC sh line >printed 2>&1 </dev/null";
+    std::ignore = std::system(shell.c_str());
+    return splitLines(readFile(work / "printed"));
   }
   fs::path file(const std::string& name) const { return database_ / name; }
   Lines files() const {
@@ -184,6 +213,12 @@ class Session {
   }
 
  private:
+  // One of them has the directory at a time.
+  void use(bool handle) {
+    if (isStarted_ && isHandle_ != handle) stop();
+    isHandle_ = handle;
+    if (!isStarted_) start();
+  }
   Lines newOutput() {
     const std::string all = readFile(output_);
     const std::string fresh = all.substr(outputSeen_);
@@ -196,6 +231,7 @@ class Session {
   fs::path output_ = temporary_.path() / "output";
   std::unique_ptr<Worker> worker_;
   bool isStarted_ = false;
+  bool isHandle_ = false;
   std::int64_t second_ = firstSecond;
   std::size_t outputSeen_ = 0;
 
@@ -219,7 +255,7 @@ std::optional<std::int64_t> timePassing(const std::string& line) {
 }
 
 // A block of commands as it reads after the commands have been run.
-Lines runCommands(const Lines& block, bool isShort, Session& session) {
+Lines runCommands(const Lines& block, const std::string& kind, Session& session) {
   Lines actual;
   bool blankBefore = false;
   for (const std::string& line : block) {
@@ -228,7 +264,9 @@ Lines runCommands(const Lines& block, bool isShort, Session& session) {
     blankBefore = line.empty();
     if (isCommand) {
       actual.push_back(line);
-      append(actual, session.run(line.substr(prompt.size()), isShort));
+      const std::string command = line.substr(prompt.size());
+      append(actual, kind == "handle" ? session.runByHandle(command)
+                                      : session.run(command, kind == "short"));
     } else if (line.starts_with("# ")) {
       actual.push_back(line);
       if (const auto seconds = timePassing(line)) session.pass(*seconds);
@@ -240,6 +278,17 @@ Lines runCommands(const Lines& block, bool isShort, Session& session) {
   return actual;
 }
 
+// A block of lines for a shell as it reads after they have been run.
+Lines runLines(const Lines& block, const std::string& name, Session& session) {
+  Lines actual;
+  for (const std::string& line : block) {
+    if (!line.starts_with(linePrompt)) continue;
+    actual.push_back(line);
+    append(actual, session.runLine(line.substr(linePrompt.size()), name));
+  }
+  return actual;
+}
+
 // What a marked block has to hold; nothing for a block without a mark.
 std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Session& session) {
   std::istringstream stream(mark);
@@ -247,17 +296,22 @@ std::optional<Lines> contentOf(const std::string& mark, const Lines& block, Sess
   std::string kind;
   std::string name;
   stream >> language >> kind >> name;
+  if (language == "console") {
+    if (kind.empty() || tool.empty()) return std::nullopt;
+    return runLines(block, kind, session);
+  }
   if (language != "velmora") {
-    // What an example prints is compared where it is run, by example.sh, and lines for a shell are
-    // run by install_test.sh. Another language with a path behind it shows that file of the
-    // project.
-    if (kind.empty() || language == "output" || language == "sh") return std::nullopt;
+    // What an example prints is compared where it is run, by example.sh, lines for a shell are run
+    // by install_test.sh, and named programs by a binding's own tests. Another language with a
+    // path behind it shows that file of the project.
+    const bool isPath = kind.find('.') != std::string::npos;
+    if (!isPath || language == "output" || language == "sh") return std::nullopt;
     return splitLines(readFile(root / kind));
   }
   if (kind == "files") return session.files();
   if (kind == "text") return splitLines(readFile(session.file(name)));
   if (kind == "hex") return hexDump(readFile(session.file(name)));
-  return runCommands(block, kind == "short", session);
+  return runCommands(block, kind, session);
 }
 
 class DocumentTest : public testing::Test {
@@ -300,17 +354,41 @@ class DocumentTest : public testing::Test {
   fs::path document_;
 };
 
+// The name by which a heading is linked to: its words in lower case, joined by hyphens.
+std::string anchorOf(const std::string& heading) {
+  std::string anchor;
+  for (const char character : heading.substr(heading.find(' ') + 1)) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (std::isalnum(byte) != 0 || character == '-' || character == '_') {
+      anchor += static_cast<char>(std::tolower(byte));
+    } else if (character == ' ') {
+      anchor += '-';
+    }
+  }
+  return anchor;
+}
+
+bool hasAnchor(const fs::path& document, const std::string& anchor) {
+  const Lines lines = splitLines(readFile(document));
+  return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+    return line.starts_with('#') && anchorOf(line) == anchor;
+  });
+}
+
 class LinksTest : public testing::Test {
  public:
   explicit LinksTest(fs::path document) : document_(std::move(document)) {}
 
   void TestBody() override {
-    static const std::regex form("\\]\\(([^)#:]+)(#[^)]*)?\\)");
+    static const std::regex form("\\]\\(([^)#:]*)(#[^)]*)?\\)");
     const std::string text = readFile(document_);
     for (std::sregex_iterator link(text.begin(), text.end(), form), end; link != end; ++link) {
       const std::string target = (*link)[1];
-      EXPECT_TRUE(fs::exists(document_.parent_path() / target))
-          << document_ << " links to " << target;
+      const std::string anchor = (*link)[2];
+      const fs::path file = target.empty() ? document_ : document_.parent_path() / target;
+      EXPECT_TRUE(fs::exists(file)) << document_ << " links to " << target;
+      if (file.extension() != ".md" || anchor.empty()) continue;
+      EXPECT_TRUE(hasAnchor(file, anchor.substr(1))) << document_ << " links to " << link->str();
     }
   }
 

@@ -18,6 +18,7 @@
 #include <new>
 
 #include "clock.h"
+#include "short_answer.h"
 #include "velmora/velmora.h"
 
 namespace velmora::golden {
@@ -69,6 +70,26 @@ bool receiveMessage(int socket, Message& message) {
 }
 
 std::int64_t injectedSecond = 0;
+velmora_db* openDatabase = nullptr;
+
+// By a handle, in the working directory. A kill loses nothing whatever the durability.
+void openByHandle() {
+  velmora_options options = {};
+  options.size = sizeof options;
+  options.flags = VELMORA_CREATE;
+  options.durability = VELMORA_DURABILITY_OFF;
+  options.clock = [](void* /*context*/) { return injectedSecond; };
+  velmora_error* error = nullptr;
+  if (velmora_open(".", 1, &options, &openDatabase, &error) == VELMORA_OK) return;
+  const std::string text = velmora_error_text(error);
+  velmora_error_destroy(error);
+  throw std::runtime_error(text);
+}
+
+void closeByHandle() {
+  velmora_close(openDatabase, nullptr);
+  openDatabase = nullptr;
+}
 
 std::string runRequest(const Message& request) {
   switch (request.kind) {
@@ -81,6 +102,14 @@ std::string runRequest(const Message& request) {
       return "";
     case 'x':
       StopEngine();
+      return "";
+    case 'o':
+      openByHandle();
+      return "";
+    case 'h':
+      return shortAnswer(openDatabase, request.payload);
+    case 'l':
+      closeByHandle();
       return "";
     default:
       return ExecuteQuery(request.payload.c_str());

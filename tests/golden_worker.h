@@ -26,6 +26,10 @@ class Worker {
   Outcome start() { return request('s', ""); }
   Outcome stop() { return request('x', ""); }
   Outcome execute(const std::string& command) { return request('q', command); }
+  // The same through a handle; the answer in short form.
+  Outcome openHandle() { return request('o', ""); }
+  Outcome closeHandle() { return request('l', ""); }
+  Outcome runByHandle(const std::string& command) { return request('h', command); }
   void setClock(std::int64_t second) { request('c', std::to_string(second)); }
 
   // SIGKILL: whatever the engine had not handed to the system is gone.

@@ -65,7 +65,8 @@ lines_print_example() {  # PLACE EXAMPLE LINES
 # The line of an example's opening comment that builds and runs it.
 own_line() {  # EXAMPLE
     head -n 12 "$SOURCE/examples/$1" |
-        grep -oE '(cc|c\+\+) .*\$\(pkg-config .*|(python3|node) [a-z_]+\.(py|mjs)$'
+        grep -oE '(cc|c\+\+) .*\$\(pkg-config .*|(python3|node) [a-z_]+\.(py|mjs)$' |
+        sed 's, \*/$,,'
 }
 
 # Every example but those in JavaScript, by its own line behind those that say where velmora is.
@@ -153,17 +154,17 @@ pkg-config-static)
     ;;
 pkg-config-shown)
     cp "$prefix"/share/doc/velmora/examples/* .
-    shown_lines README.md host >script
+    shown_lines docs/handles.md host >script
     sh -eu script
-    prints hello_static hello.expected
+    "$SOURCE/tests/example.sh" examples/tour.c "$work/tour_static"
     export LD_LIBRARY_PATH="$prefix/$LIBDIR"
-    prints hello hello.expected
-    "$SOURCE/tests/example.sh" examples/shop.cpp "$work/shop"
+    "$SOURCE/tests/example.sh" examples/tour.c "$work/tour_c"
+    "$SOURCE/tests/example.sh" examples/tour.cpp "$work/tour_cpp"
     ;;
 tree)
     unset PKG_CONFIG_PATH
     make_tree
-    shown_lines README.md tree >script
+    shown_lines docs/handles.md without-pkg-config >script
     (cd tree && sh -eu ../script)
     prints tree/build/hello_c hello.expected
     prints tree/build/hello_static hello.expected

@@ -1,5 +1,5 @@
-// docs/losing-data.md through a handle, line by line: each of the eighteen ways to lose data is
-// tried, and closed.
+// The ways to lose data that docs/plain-functions.md lists, through a handle, line by line: each of
+// the eighteen is tried, and closed.
 #include <algorithm>
 #include <cerrno>
 
