@@ -27,6 +27,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -249,6 +250,23 @@ class Result {
     std::size_t size = 0;
     const char* const name = velmora_result_column_name(result_.get(), column, &size);
     return {name == nullptr ? "" : name, size};
+  }
+  velmora_type columnType(std::size_t column) const noexcept {
+    return velmora_result_column_type(result_.get(), column);
+  }
+  // Such as "string(40)"; empty for what is computed.
+  std::string declaredType(std::size_t column) const {
+    std::size_t size = 0;
+    const char* const type = velmora_result_column_declared_type(result_.get(), column, &size);
+    return {type == nullptr ? "" : type, size};
+  }
+  // Fills in the values of up to rowCount rows, row after row, and gives how many there were. Their
+  // texts are borrowed from the result.
+  std::size_t values(std::size_t firstRow, std::size_t rowCount,
+                     std::span<velmora_value> values) const {
+    const std::size_t room = columns() == 0 ? 0 : values.size() / columns();
+    return velmora_result_values(result_.get(), firstRow, rowCount < room ? rowCount : room,
+                                 values.data());
   }
 
   std::int64_t rowsAffected() const noexcept { return velmora_result_rows_affected(result_.get()); }
