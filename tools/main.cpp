@@ -22,6 +22,10 @@ struct Verb {
 
 constexpr Verb verbs[] = {
     {"tables", "What tables there are, and how large", "velmora-tool tables shop", tablesVerb},
+    {"dump", "The database as commands, files of rows, or SQL", "velmora-tool dump shop > shop.vel",
+     dumpVerb},
+    {"diff", "What differs between two databases", "velmora-tool diff shop copy", diffVerb},
+    {"hash", "A hash of the content", "velmora-tool hash shop", hashVerb},
 };
 
 // A verb on the command line.

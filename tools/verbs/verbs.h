@@ -11,6 +11,9 @@ namespace tool {
 using Run = std::function<int()>;
 
 // A verb adds what it takes beside the common options; `common` outlives what it returns.
+Run diffVerb(CLI::App& app, Common& common);
+Run dumpVerb(CLI::App& app, Common& common);
+Run hashVerb(CLI::App& app, Common& common);
 Run tablesVerb(CLI::App& app, Common& common);
 
 }  // namespace tool
