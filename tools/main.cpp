@@ -25,6 +25,8 @@ constexpr Verb verbs[] = {
     {"dump", "The database as commands, files of rows, or SQL", "velmora-tool dump shop > shop.vel",
      dumpVerb},
     {"diff", "What differs between two databases", "velmora-tool diff shop copy", diffVerb},
+    {"load", "Rows of a CSV or JSON Lines file into a table",
+     "velmora-tool load shop people people.csv", loadVerb},
     {"hash", "A hash of the content", "velmora-tool hash shop", hashVerb},
 };
 

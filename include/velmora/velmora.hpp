@@ -319,6 +319,19 @@ class Statement {
     detail::require(velmora_statement_run(statement_.get(), &result, &error), error);
     return Result(result);
   }
+  // Runs a command that changes something once for each row of values, which stand one behind
+  // another, all as one transaction. Throws Error when one has failed; then none has done anything.
+  Result runMany(std::span<const velmora_value> values, std::size_t rowCount) {
+    if (values.size() != rowCount * velmora_statement_parameters(statement_.get())) {
+      throw Error(VELMORA_MISUSE, "Command has not as many parameters");
+    }
+    velmora_result* result = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(
+        velmora_statement_run_many(statement_.get(), values.data(), rowCount, &result, &error),
+        error);
+    return Result(result);
+  }
 
  private:
   void bind(std::size_t index, const velmora_value& value) {

@@ -14,6 +14,7 @@ using Run = std::function<int()>;
 Run diffVerb(CLI::App& app, Common& common);
 Run dumpVerb(CLI::App& app, Common& common);
 Run hashVerb(CLI::App& app, Common& common);
+Run loadVerb(CLI::App& app, Common& common);
 Run tablesVerb(CLI::App& app, Common& common);
 
 }  // namespace tool
