@@ -27,6 +27,8 @@ constexpr Verb verbs[] = {
     {"diff", "What differs between two databases", "velmora-tool diff shop copy", diffVerb},
     {"load", "Rows of a CSV or JSON Lines file into a table",
      "velmora-tool load shop people people.csv", loadVerb},
+    {"report", "A page to look at: tables, links, what changes when",
+     "velmora-tool report shop -o shop.html", reportVerb},
     {"hash", "A hash of the content", "velmora-tool hash shop", hashVerb},
 };
 

@@ -15,6 +15,7 @@ Run diffVerb(CLI::App& app, Common& common);
 Run dumpVerb(CLI::App& app, Common& common);
 Run hashVerb(CLI::App& app, Common& common);
 Run loadVerb(CLI::App& app, Common& common);
+Run reportVerb(CLI::App& app, Common& common);
 Run tablesVerb(CLI::App& app, Common& common);
 
 }  // namespace tool
