@@ -38,9 +38,9 @@ void passOn() {
 }
 
 // Without SA_RESTART: reading from a terminal or a pipe ends, too.
-void handle(int signal) {
+void handle(int signal, void (*handler)(int)) {
   struct sigaction action = {};
-  action.sa_handler = note;
+  action.sa_handler = handler;
   sigaction(signal, &action, nullptr);
 }
 
@@ -58,8 +58,14 @@ void catchInterrupts() {
   pthread_sigmask(SIG_BLOCK, &signals, &before);
   std::thread(passOn).detach();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  handle(SIGINT);
-  handle(SIGTERM);
+  handle(SIGINT, note);
+  handle(SIGTERM, note);
+}
+
+void letInterruptsEnd() {
+  handle(SIGINT, SIG_DFL);
+  handle(SIGTERM, SIG_DFL);
+  checkInterrupt();
 }
 
 bool isInterrupted() { return interrupted; }

@@ -12,5 +12,13 @@ using Run = std::function<int()>;
 
 // A verb adds what it takes beside the common options; `common` outlives what it returns.
 Run tablesVerb(CLI::App& app, Common& common);
+Run schemaVerb(CLI::App& app, Common& common);
+Run linksVerb(CLI::App& app, Common& common);
+Run scheduleVerb(CLI::App& app, Common& common);
+Run atVerb(CLI::App& app, Common& common);
+Run checkVerb(CLI::App& app, Common& common);
+Run repairVerb(CLI::App& app, Common& common);
+Run backupVerb(CLI::App& app, Common& common);
+Run restoreVerb(CLI::App& app, Common& common);
 
 }  // namespace tool
