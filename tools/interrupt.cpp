@@ -53,18 +53,15 @@ void catchInterrupts() {
   sigset_t before;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  // The thread gets none of them, so that they find the one that reads.
+  // The thread does not get it, so that it finds the one that reads.
   pthread_sigmask(SIG_BLOCK, &signals, &before);
   std::thread(passOn).detach();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   handle(SIGINT, note);
-  handle(SIGTERM, note);
 }
 
 void letInterruptsEnd() {
   handle(SIGINT, SIG_DFL);
-  handle(SIGTERM, SIG_DFL);
   checkInterrupt();
 }
 

@@ -24,6 +24,8 @@ constexpr Verb verbs[] = {
     {"tables", "What tables there are, and how large", "velmora-tool tables shop", tablesVerb},
     {"schema", "The commands that make the tables again", "velmora-tool schema shop lamps",
      schemaVerb},
+    {"run", "Runs commands out of files, texts or standard input",
+     "velmora-tool run shop --atomic changes.vel", runVerb},
     {"links", "Which columns are linked to which", "velmora-tool links shop", linksVerb},
     {"schedule", "What changes by itself, to what, when",
      "velmora-tool schedule shop --until +1d --table lamps", scheduleVerb},

@@ -52,7 +52,7 @@ void tellWarning(int level, std::string_view line) {
 }
 
 OpenDatabase::OpenDatabase(const Common& common, std::uint32_t flags, TakeLine takeLine)
-    : common_(common), takeLine_(std::move(takeLine)) {
+    : common_(common), takeLine_(std::move(takeLine)), isRepair_(flags == VELMORA_REPAIR) {
   velmora_options options = velmora::options(flags);
   options.context = this;
   options.progress = tellProgress;
@@ -68,6 +68,7 @@ OpenDatabase::OpenDatabase(const Common& common, std::uint32_t flags, TakeLine t
     throw Failure(exitNotOpened, why);
   }
   progress_.clear();
+  isOpen_ = true;
   interruptible_.emplace(*database_);
 }
 
@@ -80,7 +81,9 @@ int OpenDatabase::tellProgress(void* context, const char* what, size_t length, s
 void OpenDatabase::tellLog(void* context, int level, const char* text, size_t length) {
   auto& database = *static_cast<OpenDatabase*>(context);
   database.progress_.clear();
-  database.takeLine_(level, {text, length});
+  // What makes the opening fail is told by its error.
+  const bool isFault = level == VELMORA_LOG_ERROR && !database.isOpen_;
+  if (!isFault || database.isRepair_) database.takeLine_(level, {text, length});
 }
 
 std::int64_t OpenDatabase::tellSecond(void* context) {

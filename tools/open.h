@@ -36,6 +36,8 @@ class OpenDatabase {
 
   Common common_;
   TakeLine takeLine_;
+  bool isRepair_;
+  bool isOpen_ = false;
   Progress progress_;
   std::optional<velmora::Database> database_;
   std::optional<Interruptible> interruptible_;
@@ -43,6 +45,7 @@ class OpenDatabase {
 
 inline constexpr std::uint32_t toRead = VELMORA_READ_ONLY;
 inline constexpr std::uint32_t toWrite = 0;
+inline constexpr std::uint32_t toCreate = VELMORA_CREATE;
 
 // What to say of a database that could not be opened, or checked.
 std::string openingText(const std::string& directory, const velmora::Error& error);
