@@ -21,6 +21,7 @@ struct Verb {
 };
 
 constexpr Verb verbs[] = {
+    {"shell", "A prompt for commands", "velmora-tool shell shop --read-only", shellVerb},
     {"tables", "What tables there are, and how large", "velmora-tool tables shop", tablesVerb},
     {"schema", "The commands that make the tables again", "velmora-tool schema shop lamps",
      schemaVerb},

@@ -26,6 +26,14 @@ std::string holderText(std::int64_t process) {
 
 }  // namespace
 
+std::uint32_t changeFlags(bool isReadOnly, bool mayCreate) {
+  if (isReadOnly && mayCreate) {
+    throw Failure(exitWrongUse, "--read-only does not go with --create");
+  }
+  if (isReadOnly) return toRead;
+  return mayCreate ? VELMORA_CREATE : 0;
+}
+
 std::string openingText(const std::string& directory, const velmora::Error& error) {
   const std::string place = visible(directory) + ": ";
   switch (error.code()) {

@@ -44,8 +44,8 @@ class OpenDatabase {
 };
 
 inline constexpr std::uint32_t toRead = VELMORA_READ_ONLY;
-inline constexpr std::uint32_t toWrite = 0;
-inline constexpr std::uint32_t toCreate = VELMORA_CREATE;
+// Of verbs that run commands. Throws Failure where the two do not go together.
+std::uint32_t changeFlags(bool isReadOnly, bool mayCreate);
 
 // What to say of a database that could not be opened, or checked.
 std::string openingText(const std::string& directory, const velmora::Error& error);

@@ -61,14 +61,9 @@ Run runVerb(CLI::App& app, Common& common) {
   app.add_flag("--semicolon", *ends,
                "Commands end at \";\" alone, so that they may have several lines");
   return [&common, arguments, ends] {
-    if (arguments->isReadOnly && arguments->mayCreate) {
-      throw Failure(exitWrongUse, "--read-only does not go with --create");
-    }
     arguments->options.format = common.format;
     if (*ends) arguments->options.ends = Splitter::Ends::atSemicolon;
-    OpenDatabase database(common, arguments->isReadOnly  ? toRead
-                                  : arguments->mayCreate ? toCreate
-                                                         : toWrite);
+    OpenDatabase database(common, changeFlags(arguments->isReadOnly, arguments->mayCreate));
     Runner runner(*database, arguments->options);
     return runWhole(*database, runner, *arguments);
   };

@@ -11,6 +11,7 @@ namespace tool {
 using Run = std::function<int()>;
 
 // A verb adds what it takes beside the common options; `common` outlives what it returns.
+Run shellVerb(CLI::App& app, Common& common);
 Run runVerb(CLI::App& app, Common& common);
 Run tablesVerb(CLI::App& app, Common& common);
 Run schemaVerb(CLI::App& app, Common& common);
