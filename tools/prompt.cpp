@@ -80,7 +80,6 @@ unsigned char complete(EditLine* line, int /*key*/) {
     list(words);
     return CC_REDISPLAY;
   }
-  // What was typed in small letters stays: keywords are as good so.
   return el_insertstr(line, added.c_str() + typed) == 0 ? CC_REFRESH : CC_ERROR;
 }
 

@@ -46,6 +46,29 @@ void showTables(const Tables& tables, Answer& answer) {
   }
 }
 
+void showStorage(const Tables& tables, const QueryContext& context, Answer& answer) {
+  begin(answer, {{"table", text},
+                 {"rows", integer},
+                 {"deleted", integer},
+                 {"memory", integer},
+                 {"next_change", integer}});
+  for (const auto& [name, table] : tables) {
+    context.interrupt.check();
+    const std::int64_t rows = liveRows(table);
+    answer.addText(name);
+    answer.addInteger(rows);
+    answer.addInteger(static_cast<std::int64_t>(table.rowCount()) - rows);
+    answer.addInteger(static_cast<std::int64_t>(table.memoryBytes()));
+    const std::int64_t change = table.nextChange(context.now);
+    answer.nextChange = std::min(answer.nextChange, change);
+    if (change == Answer::never) {
+      answer.addNull();
+    } else {
+      answer.addInteger(change);
+    }
+  }
+}
+
 void showColumns(const Table& table, Answer& answer) {
   begin(answer, {{"column", text},
                  {"type", text},
@@ -226,6 +249,9 @@ void show(const strict::Show& show, const Tables& tables, const Listeners& liste
   switch (show.what) {
     case What::tables:
       query::showTables(tables, answer);
+      break;
+    case What::storage:
+      query::showStorage(tables, context, answer);
       break;
     case What::columns:
       query::showColumns(query::tableNamed(*show.table, tables), answer);

@@ -158,19 +158,20 @@ Command vacuum(Cursor& cursor) {
 }
 
 // "SHOW" ("TABLES" | "COLUMNS" "FROM" table | "LINKS" | "LISTENERS"
-//         | "SCHEDULE" ["FROM" table] ["UNTIL" second])
+//         | "STORAGE" | "SCHEDULE" ["FROM" table] ["UNTIL" second])
 Command show(Cursor& cursor) {
   using enum Show::What;
   Show show;
   if (cursor.skipWord("TABLES")) return show;
   if (cursor.skipWord("LINKS")) return Show{links, {}, {}};
   if (cursor.skipWord("LISTENERS")) return Show{listeners, {}, {}};
+  if (cursor.skipWord("STORAGE")) return Show{storage, {}, {}};
   if (cursor.skipWord("COLUMNS")) {
     cursor.expectWord("FROM");
     return Show{columns, cursor.tableName(), {}};
   }
   if (!cursor.skipWord("SCHEDULE")) {
-    cursor.refuse("TABLES, COLUMNS, LINKS, LISTENERS or SCHEDULE");
+    cursor.refuse("TABLES, COLUMNS, LINKS, LISTENERS, STORAGE or SCHEDULE");
   }
   show.what = schedule;
   if (cursor.skipWord("FROM")) show.table = cursor.tableName();
