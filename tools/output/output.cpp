@@ -117,20 +117,30 @@ void Output::addLines(std::span<const velmora_value> values) {
   write(text);
 }
 
+void Output::addRow(const std::vector<velmora::Value>& row) {
+  std::vector<velmora_value> values;
+  for (const velmora::Value& value : row) values.push_back(borrowed(value));
+  add(values);
+}
+
 void Output::finish() {
   if (format_ == Format::json) write(count_ == 0 ? "]\n" : "\n]\n");
   if (format_ == Format::box) write(boxText(columns_, cells_));
   if (format_ == Format::markdown) write(markdownText(columns_, cells_));
 }
 
-void print(Format format, const velmora::Result& result) {
+std::vector<Column> columnsOf(const velmora::Result& result) {
   std::vector<Column> columns;
   for (std::size_t i = 0; i < result.columns(); ++i) {
     columns.push_back(
         {result.columnName(i), result.columnType(i), result.declaredType(i) == "float"});
   }
-  const std::size_t width = columns.size();
-  Output output(format, std::move(columns));
+  return columns;
+}
+
+void print(Format format, const velmora::Result& result) {
+  const std::size_t width = result.columns();
+  Output output(format, columnsOf(result));
   constexpr std::size_t blockSize = 256;
   std::vector<velmora_value> values(width * blockSize);
   for (std::size_t row = 0; row < result.size(); row += blockSize) {
@@ -143,12 +153,7 @@ void print(Format format, const velmora::Result& result) {
 void print(Format format, std::vector<Column> columns,
            const std::vector<std::vector<velmora::Value>>& rows) {
   Output output(format, std::move(columns));
-  std::vector<velmora_value> values;
-  for (const std::vector<velmora::Value>& row : rows) {
-    values.clear();
-    for (const velmora::Value& value : row) values.push_back(borrowed(value));
-    output.add(values);
-  }
+  for (const std::vector<velmora::Value>& row : rows) output.addRow(row);
   output.finish();
 }
 

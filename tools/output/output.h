@@ -36,6 +36,7 @@ class Output {
 
   // A value for each column.
   void add(std::span<const velmora_value> values);
+  void addRow(const std::vector<velmora::Value>& row);
   void finish();
 
  private:
@@ -46,6 +47,8 @@ class Output {
   std::size_t count_ = 0;
   std::vector<std::string> cells_;  // those of the aligned forms, which are written at the end
 };
+
+std::vector<Column> columnsOf(const velmora::Result& result);
 
 // All rows of a result.
 void print(Format format, const velmora::Result& result);
