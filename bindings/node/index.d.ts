@@ -245,7 +245,7 @@ export function check(path: string): Fault[];
 
 /** What the engine refused or failed at, in its own words. Nothing has been changed. */
 export class VelmoraError extends Error {
-  private constructor();
+  protected constructor();
   /** The name of its code, such as "VELMORA_WRONG_TYPE". */
   code: string;
   /** That code's number in velmora.h. */
