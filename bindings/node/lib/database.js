@@ -106,7 +106,7 @@ class Database {
       const { handle } = this.#connection;
       native.release(native.batch(handle, texts, counts, values.length, pack(values)));
     } else {
-      this.#prepared(commands).read().release();
+      this.#prepared(commands).read().close();
     }
     return this;
   }

@@ -14,6 +14,15 @@ const READS = 0;
 
 const rowsOfPart = 256;
 
+// The rows of a result that nobody else has.
+function* rowsOf(result) {
+  try {
+    yield* result;
+  } finally {
+    result.close();
+  }
+}
+
 class Statement {
   #connection;
   #handle;
@@ -149,7 +158,7 @@ class Statement {
 
   iterate(...values) {
     this.#requireReading();
-    return this.read(...values)[Symbol.iterator]();
+    return rowsOf(this.read(...values));
   }
 
   columns() {
@@ -202,7 +211,7 @@ class Statement {
     this.#requireReading();
     const result = await this.#runAsync(values, transaction);
     const { rows } = result;
-    result.release();
+    result.close();
     return rows;
   }
 
@@ -210,7 +219,7 @@ class Statement {
     this.#requireReading();
     const result = await this.#runAsync(values, transaction);
     const { first } = result;
-    result.release();
+    result.close();
     return first;
   }
 
