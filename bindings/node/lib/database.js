@@ -2,9 +2,7 @@
 'use strict';
 
 const { Connection, split } = require('./connection.js');
-const { failure } = require('./errors.js');
 const native = require('./native.js');
-const { Result } = require('./result.js');
 const { pack } = require('./scratch.js');
 const { Statement } = require('./statement.js');
 

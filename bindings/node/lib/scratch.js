@@ -90,4 +90,4 @@ function packRows(rows, begin, end, parameters) {
   return texts;
 }
 
-module.exports = { BOOLEAN, INTEGER, NULL, REAL, TEXT, pack, packRows, scratch };
+module.exports = { BOOLEAN, INTEGER, REAL, TEXT, pack, packRows, scratch };

@@ -72,12 +72,6 @@ napi_value arrayOf(napi_env env, std::initializer_list<napi_value> values) {
   return array;
 }
 
-napi_value numberValue(napi_env env, double number) {
-  napi_value value = nullptr;
-  require(env, napi_create_double(env, number, &value));
-  return value;
-}
-
 napi_value nullValue(napi_env env) {
   napi_value value = nullptr;
   require(env, napi_get_null(env, &value));
