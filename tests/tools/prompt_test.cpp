@@ -13,7 +13,7 @@
 namespace velmora_tests {
 namespace {
 
-constexpr int answerLimitMilliseconds = 60'000;
+constexpr int answerLimitMilliseconds = 20'000;
 
 class Prompt : public ToolFixture {
  protected:
@@ -40,17 +40,18 @@ class Prompt : public ToolFixture {
   void type(const std::string& keys) const {
     ASSERT_EQ(::write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
-  // What comes until the text has come, which it has to.
+  // What has come up to the end of the text, which has to come.
   std::string until(const std::string& text) {
-    std::string seen;
-    while (seen.find(text) == std::string::npos) {
+    while (rest_.find(text) == std::string::npos) {
       const std::string more = readSome();
       if (more.empty()) {
-        ADD_FAILURE() << "not seen: " << text << " in: " << seen;
-        return seen;
+        ADD_FAILURE() << "not seen: " << text << " in: " << rest_;
+        return rest_;
       }
-      seen += more;
+      rest_ += more;
     }
+    const std::string seen = rest_.substr(0, rest_.find(text) + text.size());
+    rest_.erase(0, seen.size());
     return seen;
   }
   int exitCode() {
@@ -73,6 +74,7 @@ class Prompt : public ToolFixture {
 
   pid_t process_ = -1;
   int terminal_ = -1;
+  std::string rest_;  // of what has come
 };
 
 TEST_F(Prompt, answersInBoxesWithSymbolsAndLeaves) {
