@@ -7,6 +7,7 @@ if(NOT CPACK_GENERATOR STREQUAL "DEB")
 endif()
 set(runtime ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr)
 set(development ${CPACK_TEMPORARY_DIRECTORY}/development/usr)
+set(tools ${CPACK_TEMPORARY_DIRECTORY}/tools/usr)
 set(python ${CPACK_TEMPORARY_DIRECTORY}/python/usr)
 set(documents ${runtime}/share/doc/velmora)
 
@@ -30,10 +31,14 @@ string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${documents}/changelog @ONLY)
 file(CHMOD ${documents}/copyright ${documents}/changelog
   PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
-# velmora-dev depends on velmora of the same version, and may refer to its documents.
+# These depend on velmora of the same version, and may refer to its documents.
 file(CREATE_LINK velmora ${development}/share/doc/velmora-dev SYMBOLIC)
+if(EXISTS ${tools})
+  file(MAKE_DIRECTORY ${tools}/share/doc)
+  file(CREATE_LINK velmora ${tools}/share/doc/velmora-tools SYMBOLIC)
+endif()
 
-file(GLOB pages ${runtime}/share/man/*/* ${development}/share/man/*/*)
+file(GLOB pages ${CPACK_TEMPORARY_DIRECTORY}/*/usr/share/man/*/*)
 execute_process(COMMAND gzip -n9 ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
 
 # The package for Python depends on no other, so its documents are its own.
@@ -58,6 +63,10 @@ function(shared_libraries_of variable)
   set(${variable} "${needs}" PARENT_SCOPE)
 endfunction()
 shared_libraries_of(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${runtime}/bin/velmora ${library})
+if(EXISTS ${tools})
+  shared_libraries_of(needs ${tools}/bin/velmora-tool)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "velmora (= ${CPACK_PACKAGE_VERSION}), ${needs}")
+endif()
 if(EXISTS ${python})
   file(GLOB extension ${python}/lib/python3/dist-packages/velmora/*.so)
   shared_libraries_of(needs ${extension})

@@ -1,6 +1,6 @@
 #!/bin/sh
-# Makes the Debian packages velmora, velmora-dev and python3-velmora, the wheel for any other Python,
-# and the package for Node.js, in build/package.
+# Makes the Debian packages velmora, velmora-dev, velmora-tools and python3-velmora, the wheel for any
+# other Python, and the package for Node.js, in build/package.
 set -eu
 cd "$(dirname "$0")/.."
 

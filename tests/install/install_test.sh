@@ -103,7 +103,7 @@ hello=$prefix/share/doc/velmora/examples/hello.c
 
 case "$1" in
 files)
-    for part in runtime development python; do expected_files $part; done >expected
+    for part in runtime development tools python; do expected_files $part; done >expected
     present_files prefix >present
     same_lines expected present
     ;;

@@ -14,13 +14,14 @@ run_logged() {  # COMMAND...
 }
 
 # What an installation has, with compressed manual pages and the licence as "copyright"; the
-# documents of velmora-dev are those of velmora.
+# documents of the others are those of velmora.
 packaged_files() {  # PART
     expected_files "$1" | sed 's,/LICENSE$,/copyright,; /^share\/man\//s/$/.gz/; s,^,usr/,'
     case "$1" in
     runtime) echo usr/share/doc/velmora/changelog.gz ;;
     development) echo usr/share/doc/velmora-dev ;;
     python) printf 'usr/share/doc/python3-velmora/%s\n' changelog.gz copyright ;;
+    tools) echo usr/share/doc/velmora-tools ;;
     esac
 }
 
@@ -29,13 +30,15 @@ packaged_files() {  # PART
 architecture=$(dpkg --print-architecture)
 runtime=$work/packages/velmora_${VERSION}_$architecture.deb
 development=$work/packages/velmora-dev_${VERSION}_$architecture.deb
+tools=$work/packages/velmora-tools_${VERSION}_$architecture.deb
 python=$work/packages/python3-velmora_${VERSION}_$architecture.deb
 
 echo "== contents"
-for part in runtime development python; do
+for part in runtime development tools python; do
     case $part in
     runtime) package=$runtime ;;
     development) package=$development ;;
+    tools) package=$tools ;;
     python) package=$python ;;
     esac
     dpkg-deb -x "$package" "$work/$part"
@@ -50,6 +53,7 @@ for part in runtime development python; do
     dpkg-deb -e "$package" $part.control
 done
 [ "$(readlink development/usr/share/doc/velmora-dev)" = velmora ]
+[ "$(readlink tools/usr/share/doc/velmora-tools)" = velmora ]
 for page in "$SOURCE"/man/*; do
     gzip -dc ./*/usr/share/man/man*/"${page##*/}.gz" | diff "$page" -
 done
@@ -71,6 +75,7 @@ echo "== control files"
 [ "$(present_files runtime.control | LC_ALL=C sort | xargs)" = "control md5sums shlibs triggers" ]
 [ "$(present_files development.control | LC_ALL=C sort | xargs)" = "control md5sums" ]
 [ "$(present_files python.control | LC_ALL=C sort | xargs)" = "control md5sums" ]
+[ "$(present_files tools.control | LC_ALL=C sort | xargs)" = "control md5sums" ]
 [ "$(cat runtime.control/shlibs)" = "libvelmora $SOVERSION velmora (>= $VERSION)" ]
 [ "$(cat runtime.control/triggers)" = "activate-noawait ldconfig" ]
 
@@ -91,6 +96,10 @@ field() {  # PACKAGE FIELD
 [ "$(field "$development" Version)" = "$VERSION" ]
 [ "$(field "$development" Section)" = libdevel ]
 [ "$(field "$development" Depends)" = "velmora (= $VERSION)" ]
+[ "$(field "$tools" Package)" = velmora-tools ]
+[ "$(field "$tools" Section)" = database ]
+[ "$(field "$tools" Depends | sed 's/ ([^)]*)//g')" = \
+    "velmora, libc6, libedit2, libgcc-s1, libstdc++6" ]
 
 echo "== package for Python"
 # By Debian's own interpreter, where there is one, or by another that is told where to look.
@@ -108,25 +117,26 @@ fi
 echo "== installation and removal"
 root=$work/root
 mkdir -p "$root/var/lib/dpkg/info" "$root/var/lib/dpkg/updates" "$root/usr"
-dpkg-query -s libc6 libgcc-s1 libstdc++6 >"$root/var/lib/dpkg/status"
+dpkg-query -s libc6 libedit2 libgcc-s1 libstdc++6 >"$root/var/lib/dpkg/status"
 touch "$root/var/lib/dpkg/available"
 in_root() {  # OPTION...
     dpkg --root="$root" --log="$work/dpkg.log" "$@"
 }
 
 run_logged in_root -i "$runtime" "$development"
-run_logged in_root --force-depends -i "$python"
-for part in runtime development python; do packaged_files $part; done >expected
+run_logged in_root --force-depends -i "$tools" "$python"
+for part in runtime development tools python; do packaged_files $part; done >expected
 present_files root | grep -v '^var/lib/dpkg/' >present
 same_lines expected present
 mkdir database
 printf 'exit\n' | (cd database && timeout 60 "$root/usr/bin/velmora") >output
+timeout 60 "$root/usr/bin/velmora-tool" run --create database2 -c 'CREATE TABLE t n int'
 
 if in_root -r velmora >log 2>&1; then
     echo "the library can be removed from under velmora-dev"
     exit 1
 fi
-run_logged in_root -r velmora-dev velmora python3-velmora
+run_logged in_root -r velmora-dev velmora-tools velmora python3-velmora
 present_files root | grep -v '^var/lib/dpkg/' >present || true
 [ ! -s present ]
 [ ! -e "$root/usr/share/doc/velmora" ]

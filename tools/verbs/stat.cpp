@@ -105,7 +105,7 @@ Run statVerb(CLI::App& app, Common& common) {
   const auto count = std::make_shared<std::size_t>(0);
   auto* const watched =
       app.add_option("--watch", *seconds, "A row every so many seconds, until Ctrl-C; csv for box")
-          ->type_name("[SECONDS]")
+          ->type_name("SECONDS")
           ->expected(0, 1)
           ->default_str("2")
           ->check(CLI::Range(0.001, 86'400.0));
