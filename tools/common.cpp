@@ -5,6 +5,7 @@
 
 #include "failure.h"
 #include "output/text.h"
+#include "time_point.h"
 
 namespace tool {
 namespace {
@@ -34,8 +35,11 @@ void addOptions(CLI::App& app, Common& common) {
          "--format", [&common](const std::string& name) { common.format = formatNamed(name); },
          "box, csv, json, jsonl, markdown or line; usual are box on a terminal and csv elsewhere")
       ->type_name("FORMAT");
-  app.add_option("--now", common.now, "The second that is taken for now, since 1970")
-      ->type_name("SECOND");
+  app.add_option_function<std::string>(
+         "--now",
+         [&common](const std::string& time) { common.now = secondOf(time, std::time(nullptr)); },
+         "What is taken for now, a time as in `velmora-tool at --help`")
+      ->type_name("TIME");
 }
 
 }  // namespace tool

@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "velmora/velmora.hpp"
+
 namespace tool {
 
 // What the process ends with.
@@ -21,6 +23,18 @@ class Failure : public std::runtime_error {
 
   ExitCode code;
 };
+
+// The directory is in use.
+class InUse : public Failure {
+ public:
+  using Failure::Failure;
+};
+
+// Of a command that has failed.
+ExitCode exitCodeOf(const velmora::Error& error);
+
+// Writes a line to standard error: "velmora-tool: TEXT".
+void tell(const std::string& text);
 
 // Throws what the system has refused: "NAME: No such file or directory".
 [[noreturn]] void throwSystem(const std::string& name, int systemError, ExitCode code = exitFailed);

@@ -38,9 +38,9 @@ void passOn() {
 }
 
 // Without SA_RESTART: reading from a terminal or a pipe ends, too.
-void handle(int signal) {
+void handle(int signal, void (*handler)(int)) {
   struct sigaction action = {};
-  action.sa_handler = note;
+  action.sa_handler = handler;
   sigaction(signal, &action, nullptr);
 }
 
@@ -53,13 +53,16 @@ void catchInterrupts() {
   sigset_t before;
   sigemptyset(&signals);
   sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  // The thread gets none of them, so that they find the one that reads.
+  // The thread does not get it, so that it finds the one that reads.
   pthread_sigmask(SIG_BLOCK, &signals, &before);
   std::thread(passOn).detach();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  handle(SIGINT);
-  handle(SIGTERM);
+  handle(SIGINT, note);
+}
+
+void letInterruptsEnd() {
+  handle(SIGINT, SIG_DFL);
+  checkInterrupt();
 }
 
 bool isInterrupted() { return interrupted; }

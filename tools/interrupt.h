@@ -6,8 +6,11 @@
 
 namespace tool {
 
-// From now on SIGINT and SIGTERM are noted rather than the end of the process.
+// From now on SIGINT is noted rather than the end of the process.
 void catchInterrupts();
+
+// From now on it ends the process, which must have no database open.
+void letInterruptsEnd();
 
 // Whether one came since the last forgetInterrupt.
 bool isInterrupted();

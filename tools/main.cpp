@@ -21,7 +21,24 @@ struct Verb {
 };
 
 constexpr Verb verbs[] = {
+    {"shell", "A prompt for commands", "velmora-tool shell shop --read-only", shellVerb},
     {"tables", "What tables there are, and how large", "velmora-tool tables shop", tablesVerb},
+    {"schema", "The commands that make the tables again", "velmora-tool schema shop lamps",
+     schemaVerb},
+    {"run", "Runs commands out of files, texts or standard input",
+     "velmora-tool run shop --atomic changes.vel", runVerb},
+    {"links", "Which columns are linked to which", "velmora-tool links shop", linksVerb},
+    {"schedule", "What changes by itself, to what, when",
+     "velmora-tool schedule shop --until +1d --table lamps", scheduleVerb},
+    {"at", "The answer of a SELECT at another second",
+     "velmora-tool at shop +2h 'SELECT name, colour FROM lamps'", atVerb},
+    {"check", "Reads all files and lists what is wrong with them", "velmora-tool check shop",
+     checkVerb},
+    {"repair", "Saves what can be read of a damaged database", "velmora-tool repair shop",
+     repairVerb},
+    {"backup", "Copies a database", "velmora-tool backup shop /backup/monday", backupVerb},
+    {"restore", "Makes a database of a copy", "velmora-tool restore /backup/monday shop",
+     restoreVerb},
     {"dump", "The database as commands, files of rows, or SQL", "velmora-tool dump shop > shop.vel",
      dumpVerb},
     {"diff", "What differs between two databases", "velmora-tool diff shop copy", diffVerb},
@@ -62,7 +79,7 @@ int explain(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 int complain(const std::exception& error, int code) {
-  std::fprintf(stderr, "velmora-tool: %s\n", error.what());
+  tell(error.what());
   return code;
 }
 
@@ -93,7 +110,7 @@ int runSafely(int argumentCount, char** arguments) {
   } catch (const Failure& failure) {
     return complain(failure, failure.code);
   } catch (const velmora::Error& error) {
-    return complain(error, error.code() == VELMORA_INTERRUPTED ? exitInterrupted : exitFailed);
+    return complain(error, exitCodeOf(error));
   } catch (const std::bad_alloc&) {
     return complain(Failure(exitFailed, "Out of memory"), exitFailed);
   } catch (const std::exception& error) {

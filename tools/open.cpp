@@ -26,6 +26,14 @@ std::string holderText(std::int64_t process) {
 
 }  // namespace
 
+std::uint32_t changeFlags(bool isReadOnly, bool mayCreate) {
+  if (isReadOnly && mayCreate) {
+    throw Failure(exitWrongUse, "--read-only does not go with --create");
+  }
+  if (isReadOnly) return toRead;
+  return mayCreate ? VELMORA_CREATE : 0;
+}
+
 std::string openingText(const std::string& directory, const velmora::Error& error) {
   const std::string place = visible(directory) + ": ";
   switch (error.code()) {
@@ -47,7 +55,12 @@ std::string openingText(const std::string& directory, const velmora::Error& erro
   }
 }
 
-OpenDatabase::OpenDatabase(const Common& common, std::uint32_t flags) : common_(common) {
+void tellWarning(int level, std::string_view line) {
+  if (level != VELMORA_LOG_INFORMATION) tell(visible(line));
+}
+
+OpenDatabase::OpenDatabase(const Common& common, std::uint32_t flags, TakeLine takeLine)
+    : common_(common), takeLine_(std::move(takeLine)), isRepair_(flags == VELMORA_REPAIR) {
   velmora_options options = velmora::options(flags);
   options.context = this;
   options.progress = tellProgress;
@@ -58,9 +71,12 @@ OpenDatabase::OpenDatabase(const Common& common, std::uint32_t flags) : common_(
   } catch (const velmora::Error& error) {
     progress_.clear();
     checkInterrupt();
-    throw Failure(exitNotOpened, openingText(common_.directory, error));
+    const std::string why = openingText(common_.directory, error);
+    if (error.code() == VELMORA_BUSY) throw InUse(exitNotOpened, why);
+    throw Failure(exitNotOpened, why);
   }
   progress_.clear();
+  isOpen_ = true;
   interruptible_.emplace(*database_);
 }
 
@@ -71,9 +87,11 @@ int OpenDatabase::tellProgress(void* context, const char* what, size_t length, s
 }
 
 void OpenDatabase::tellLog(void* context, int level, const char* text, size_t length) {
-  if (level == VELMORA_LOG_INFORMATION) return;
-  static_cast<OpenDatabase*>(context)->progress_.clear();
-  std::fprintf(stderr, "velmora-tool: %s\n", visible({text, length}).c_str());
+  auto& database = *static_cast<OpenDatabase*>(context);
+  database.progress_.clear();
+  // What makes the opening fail is told by its error.
+  const bool isFault = level == VELMORA_LOG_ERROR && !database.isOpen_;
+  if (!isFault || database.isRepair_) database.takeLine_(level, {text, length});
 }
 
 std::int64_t OpenDatabase::tellSecond(void* context) {

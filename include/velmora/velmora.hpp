@@ -306,6 +306,9 @@ class Statement {
     statement_.reset(statement);
   }
 
+  velmora_kind kind() const noexcept { return velmora_statement_kind(statement_.get()); }
+  std::size_t parameters() const noexcept { return velmora_statement_parameters(statement_.get()); }
+
   // Runs it with a value for each parameter. Throws Error when it failed.
   template <Bindable... Values>
   Result run(const Values&... values) {

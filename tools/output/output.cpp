@@ -123,14 +123,18 @@ void Output::finish() {
   if (format_ == Format::markdown) write(markdownText(columns_, cells_));
 }
 
-void print(Format format, const velmora::Result& result) {
+std::vector<Column> columnsOf(const velmora::Result& result) {
   std::vector<Column> columns;
   for (std::size_t i = 0; i < result.columns(); ++i) {
     columns.push_back(
         {result.columnName(i), result.columnType(i), result.declaredType(i) == "float"});
   }
-  const std::size_t width = columns.size();
-  Output output(format, std::move(columns));
+  return columns;
+}
+
+void print(Format format, const velmora::Result& result) {
+  const std::size_t width = result.columns();
+  Output output(format, columnsOf(result));
   constexpr std::size_t blockSize = 256;
   std::vector<velmora_value> values(width * blockSize);
   for (std::size_t row = 0; row < result.size(); row += blockSize) {

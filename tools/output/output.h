@@ -47,6 +47,8 @@ class Output {
   std::vector<std::string> cells_;  // those of the aligned forms, which are written at the end
 };
 
+std::vector<Column> columnsOf(const velmora::Result& result);
+
 // All rows of a result.
 void print(Format format, const velmora::Result& result);
 

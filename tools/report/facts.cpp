@@ -6,8 +6,6 @@
 #include <limits>
 
 #include "copy/literals.h"
-#include "failure.h"
-#include "open.h"
 
 namespace tool {
 namespace {
@@ -98,20 +96,6 @@ void readChanges(velmora::Database& database, std::size_t limit, Facts& facts) {
 }
 
 }  // namespace
-
-std::vector<Fault> findFaults(const std::string& directory) {
-  std::vector<Fault> faults;
-  velmora_error* error = nullptr;
-  const auto note = [](void* context, const char* file, std::int64_t offset, const char* meaning) {
-    static_cast<std::vector<Fault>*>(context)->push_back({file, offset, meaning});
-  };
-  const int code = velmora_check(directory.data(), directory.size(), note, &faults, &error);
-  const velmora::Error explained(code, error);
-  if (code != VELMORA_OK && code != VELMORA_CORRUPT) {
-    throw Failure(exitNotOpened, openingText(directory, explained));
-  }
-  return faults;
-}
 
 void readFacts(velmora::Database& database, std::size_t limit, Facts& facts) {
   Catalogue catalogue = readCatalogue(database);

@@ -8,14 +8,9 @@
 #include <vector>
 
 #include "copy/catalogue.h"
+#include "verify.h"
 
 namespace tool {
-
-struct Fault {
-  std::string file;
-  std::int64_t offset = -1;
-  std::string meaning;
-};
 
 // A timed value with what names it.
 struct TimedCell {
@@ -52,9 +47,6 @@ struct Facts {
   std::size_t changeCount = 0;
   std::vector<Change> changes;  // the first ones
 };
-
-// Checks the files, which nobody may have open.
-std::vector<Fault> findFaults(const std::string& directory);
 
 // limit: the most timed values of a table, and the most changes.
 void readFacts(velmora::Database& database, std::size_t limit, Facts& facts);

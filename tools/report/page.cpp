@@ -52,7 +52,7 @@ class Page {
   void addRow(std::initializer_list<std::string> cells);
   void endTable() { text_ += "</tbody></table></div>\n"; }
   std::string time(std::int64_t second) const {
-    return "<span title=\"second " + std::to_string(second) + "\">" + timeText(second) +
+    return "<span title=\"second " + std::to_string(second) + "\">" + utcText(second) +
            "</span> <small>" + relativeText(second, facts_.now) + "</small>";
   }
 
@@ -114,7 +114,7 @@ void Page::addHead() {
   text_ += "</style>\n</head>\n<body>\n";
   text_ += patterns;
   text_ += "<main>\n<header>\n<h1>" + html(facts_.directory) + "</h1>\n<p>As of " +
-           timeText(facts_.now) + " UTC, second " + std::to_string(facts_.now) + ".</p>\n";
+           utcText(facts_.now) + " UTC, second " + std::to_string(facts_.now) + ".</p>\n";
 }
 
 void Page::addSummary() {

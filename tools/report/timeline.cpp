@@ -130,7 +130,7 @@ std::string Drawing::svg() {
          "\" data-left=\"" + coordinate(measures_.left) + "\" data-width=\"" +
          coordinate(measures_.lineWidth()) + "\">\n<title id=\"" + id +
          "-title\">Timed values of table " + html(table_.shape.name) + "</title>\n<desc id=\"" +
-         id + "-desc\">From " + timeText(span_.from) + " to " + timeText(span_.until) +
+         id + "-desc\">From " + utcText(span_.from) + " to " + utcText(span_.until) +
          " UTC; the table below has the same facts.</desc>\n";
   drawAxis(height - 18);
   double top = Measures::axisHeight;
@@ -186,11 +186,11 @@ void Drawing::drawBar(const TimedCell& cell, const Bar& bar, double top) {
   std::string title = value;
   if (bar.look == Bar::Look::waiting) {
     classes += " waiting";
-    title += ", before its start at " + timeText(bar.until) + " UTC";
+    title += ", before its start at " + utcText(bar.until) + " UTC";
   } else {
     if (bar.look == Bar::Look::repeated) classes += " repeated";
-    title += ", from " + timeText(bar.from) +
-             (bar.staysForEver ? " UTC for ever" : " to " + timeText(bar.until) + " UTC");
+    title += ", from " + utcText(bar.from) +
+             (bar.staysForEver ? " UTC for ever" : " to " + utcText(bar.until) + " UTC");
   }
   if (bar.staysForEver) classes += " forever";
   drawBox(x(std::max(bar.from, span_.from)), x(std::min(bar.until, span_.until)), top,

@@ -16,6 +16,16 @@ Run dumpVerb(CLI::App& app, Common& common);
 Run hashVerb(CLI::App& app, Common& common);
 Run loadVerb(CLI::App& app, Common& common);
 Run reportVerb(CLI::App& app, Common& common);
+Run shellVerb(CLI::App& app, Common& common);
+Run runVerb(CLI::App& app, Common& common);
 Run tablesVerb(CLI::App& app, Common& common);
+Run schemaVerb(CLI::App& app, Common& common);
+Run linksVerb(CLI::App& app, Common& common);
+Run scheduleVerb(CLI::App& app, Common& common);
+Run atVerb(CLI::App& app, Common& common);
+Run checkVerb(CLI::App& app, Common& common);
+Run repairVerb(CLI::App& app, Common& common);
+Run backupVerb(CLI::App& app, Common& common);
+Run restoreVerb(CLI::App& app, Common& common);
 
 }  // namespace tool
