@@ -14,7 +14,8 @@ namespace tool {
 
 // A timed value with what names it.
 struct TimedCell {
-  std::string row;
+  std::string row;  // what a person knows it by
+  std::string key;  // empty: the table has none
   std::string column;
   Plan plan;
   std::vector<std::string> texts;  // of the states
