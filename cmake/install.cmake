@@ -1,6 +1,6 @@
-# What an installation holds and where, in two components that are also the two Debian packages:
-# "runtime" (the shared library, the shell, their manuals, the documents), and "development" (what
-# it takes to build against them).
+# What an installation holds and where, in components that are also the Debian packages: "runtime"
+# (the shared library, the shell, their manuals, the documents), "development" (what it takes to
+# build against them), and "tools" (velmora-tool), where that is built.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -37,6 +37,14 @@ install(FILES man/velmora.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT r
 install(FILES man/velmora.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
 install(FILES man/velmora-commands.7 DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT runtime)
 
+if(VELMORA_TOOLS)
+  install(TARGETS velmora_tool RUNTIME COMPONENT tools)
+  install(FILES man/velmora-tool.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES tools/completion/velmora-tool.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME velmora-tool
+    COMPONENT tools)
+endif()
+
 # The documents lie to each other, to the examples and to the packages for other languages as in
 # the source tree, so that one link is right in both places. The headers are reached by a link of
 # the file system; what else a document names of the sources it does not link to.
@@ -61,6 +69,9 @@ install(DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/documents/include
 set(CPACK_GENERATOR DEB)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_COMPONENTS_ALL runtime development)
+if(VELMORA_TOOLS)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -96,4 +107,13 @@ a timed value: a sequence of states that the clock moves through.
 .
 This package holds the headers for C and C++, the static library, the files
 for CMake and pkg-config, the manual velmora(3), and examples.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME velmora-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION database)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+"A small relational database engine that lives inside a program, keeps its
+tables in memory, logs every change before it is answered, and lets a cell hold
+a timed value: a sequence of states that the clock moves through.
+.
+This package holds velmora-tool(1), with which people look after databases.")
 include(CPack)

@@ -1,5 +1,5 @@
 # What a Debian package has beyond an installation: run by cpack between the two, on the files of
-# both packages in ${CPACK_TEMPORARY_DIRECTORY}/COMPONENT. The control files that are the same for
+# all packages in ${CPACK_TEMPORARY_DIRECTORY}/COMPONENT. The control files that are the same for
 # every build are made by cmake/install.cmake.
 
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
@@ -7,10 +7,11 @@ if(NOT CPACK_GENERATOR STREQUAL "DEB")
 endif()
 set(runtime ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr)
 set(development ${CPACK_TEMPORARY_DIRECTORY}/development/usr)
+set(tools ${CPACK_TEMPORARY_DIRECTORY}/tools/usr)
 set(documents ${runtime}/share/doc/velmora)
 
 # Whatever the builder's umask is.
-execute_process(COMMAND find ${runtime} ${development} -type d -exec chmod 755 {} +
+execute_process(COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -type d -exec chmod 755 {} +
   COMMAND_ERROR_IS_FATAL ANY)
 
 # The licence, as a package has to name it: indented, with dots for empty lines.
@@ -29,10 +30,14 @@ string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/changelog.in ${documents}/changelog @ONLY)
 file(CHMOD ${documents}/copyright ${documents}/changelog
   PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
-# velmora-dev depends on velmora of the same version, and may refer to its documents.
+# These depend on velmora of the same version, and may refer to its documents.
 file(CREATE_LINK velmora ${development}/share/doc/velmora-dev SYMBOLIC)
+if(EXISTS ${tools})
+  file(MAKE_DIRECTORY ${tools}/share/doc)
+  file(CREATE_LINK velmora ${tools}/share/doc/velmora-tools SYMBOLIC)
+endif()
 
-file(GLOB pages ${runtime}/share/man/*/* ${development}/share/man/*/*)
+file(GLOB pages ${CPACK_TEMPORARY_DIRECTORY}/*/usr/share/man/*/*)
 execute_process(COMMAND gzip -n9 ${documents}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
 
 # CPACK_DEBIAN_PACKAGE_SHLIBDEPS would come with scripts that call ldconfig; a package that has a
@@ -45,3 +50,10 @@ execute_process(COMMAND dpkg-shlibdeps -O ${runtime}/bin/velmora ${library}
   WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}
   OUTPUT_VARIABLE needs OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 string(REPLACE "shlibs:Depends=" "" CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${needs}")
+if(EXISTS ${tools})
+  execute_process(COMMAND dpkg-shlibdeps -O ${tools}/bin/velmora-tool
+    WORKING_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}
+    OUTPUT_VARIABLE needs OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  string(REPLACE "shlibs:Depends=" "velmora (= ${CPACK_PACKAGE_VERSION}), "
+         CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${needs}")
+endif()

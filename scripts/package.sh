@@ -1,5 +1,5 @@
 #!/bin/sh
-# Makes the Debian packages velmora and velmora-dev in build/package.
+# Makes the Debian packages velmora, velmora-dev and velmora-tools in build/package.
 set -eu
 cd "$(dirname "$0")/.."
 

@@ -24,15 +24,12 @@ Input::~Input() {
 
 std::string Input::read() {
   std::string text(64 * 1024, '\0');
-  while (true) {
-    const ssize_t count = ::read(descriptor_, text.data(), text.size());
-    checkInterrupt();
-    if (count >= 0) {
-      text.resize(static_cast<std::size_t>(count));
-      return text;
-    }
-    if (errno != EINTR) throwSystem(visible(name_), errno);
-  }
+  if (!waitForInput(descriptor_)) checkInterrupt();
+  const ssize_t count = ::read(descriptor_, text.data(), text.size());
+  checkInterrupt();
+  if (count < 0) throwSystem(visible(name_), errno);
+  text.resize(static_cast<std::size_t>(count));
+  return text;
 }
 
 }  // namespace tool

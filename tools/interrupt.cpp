@@ -2,6 +2,7 @@
 #include "interrupt.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -37,7 +38,7 @@ void passOn() {
   }
 }
 
-// Without SA_RESTART: reading from a terminal or a pipe ends, too.
+// Without SA_RESTART: waiting ends, too.
 void handle(int signal, void (*handler)(int)) {
   struct sigaction action = {};
   action.sa_handler = handler;
@@ -70,6 +71,19 @@ void forgetInterrupt() { interrupted = false; }
 
 void checkInterrupt() {
   if (isInterrupted()) throw Failure(exitInterrupted, "Interrupted");
+}
+
+bool waitForInput(int descriptor) {
+  sigset_t interrupts;
+  sigset_t before;
+  sigemptyset(&interrupts);
+  sigaddset(&interrupts, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &interrupts, &before);
+  pollfd waiting = {descriptor, POLLIN, 0};
+  while (!isInterrupted() && ppoll(&waiting, 1, nullptr, &before) < 0 && errno == EINTR) {
+  }
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  return !isInterrupted();
 }
 
 Interruptible::Interruptible(velmora::Database& database) {

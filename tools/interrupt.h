@@ -18,6 +18,10 @@ void forgetInterrupt();
 // Throws Failure if one came.
 void checkInterrupt();
 
+// Waits until there is something to be read, or an end; false when an interrupt came, however
+// shortly before.
+bool waitForInput(int descriptor);
+
 // Has interrupts reach the commands of a database while this lives; one at a time.
 class Interruptible {
  public:

@@ -36,6 +36,7 @@ constexpr Verb verbs[] = {
      checkVerb},
     {"repair", "Saves what can be read of a damaged database", "velmora-tool repair shop",
      repairVerb},
+    {"stat", "Sizes, and how many changes are made", "velmora-tool stat shop --watch 2", statVerb},
     {"backup", "Copies a database", "velmora-tool backup shop /backup/monday", backupVerb},
     {"restore", "Makes a database of a copy", "velmora-tool restore /backup/monday shop",
      restoreVerb},

@@ -42,6 +42,10 @@ std::string openingText(const std::string& directory, const velmora::Error& erro
     case VELMORA_NOT_FOUND:
       return place + (error.systemError() != 0 ? "there is no such directory"
                                                : "there is no database in this directory");
+    case VELMORA_IS_READ_ONLY:
+      return place + "last used by the plain functions or the shell velmora" +
+             "\nvelmora-tool run " + visible(directory) +
+             " -c CHECKPOINT brings it into the form of the handles.";
     case VELMORA_CORRUPT:
       return place + "damaged: " + visible(error.what()) +
              "\nvelmora-tool check lists the faults, velmora-tool repair saves what can be read.";
@@ -60,7 +64,10 @@ void tellWarning(int level, std::string_view line) {
 }
 
 OpenDatabase::OpenDatabase(const Common& common, std::uint32_t flags, TakeLine takeLine)
-    : common_(common), takeLine_(std::move(takeLine)), isRepair_(flags == VELMORA_REPAIR) {
+    : common_(common),
+      takeLine_(std::move(takeLine)),
+      isRepair_(flags == VELMORA_REPAIR),
+      isOfOtherSecond_(common.now && flags == toRead) {
   velmora_options options = velmora::options(flags);
   options.context = this;
   options.progress = tellProgress;
@@ -89,6 +96,8 @@ int OpenDatabase::tellProgress(void* context, const char* what, size_t length, s
 void OpenDatabase::tellLog(void* context, int level, const char* text, size_t length) {
   auto& database = *static_cast<OpenDatabase*>(context);
   database.progress_.clear();
+  // Who has asked for another second need not be told that it is not the next one.
+  if (database.isOfOtherSecond_ && level == VELMORA_LOG_WARNING) return;
   // What makes the opening fail is told by its error.
   const bool isFault = level == VELMORA_LOG_ERROR && !database.isOpen_;
   if (!isFault || database.isRepair_) database.takeLine_(level, {text, length});

@@ -37,6 +37,7 @@ class OpenDatabase {
   Common common_;
   TakeLine takeLine_;
   bool isRepair_;
+  bool isOfOtherSecond_;
   bool isOpen_ = false;
   Progress progress_;
   std::optional<velmora::Database> database_;

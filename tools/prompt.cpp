@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -41,12 +40,9 @@ int readCharacter(EditLine* /*line*/, wchar_t* character) {
   std::mbstate_t state = {};
   while (true) {
     char byte = 0;
+    if (!waitForInput(STDIN_FILENO)) return -1;
     const ssize_t count = read(STDIN_FILENO, &byte, 1);
-    if (count == 0) return 0;
-    if (count < 0) {
-      if (errno == EINTR && !isInterrupted()) continue;  // the window has another size
-      return -1;
-    }
+    if (count <= 0) return static_cast<int>(count);
     const std::size_t size = std::mbrtowc(character, &byte, 1, &state);
     if (size == static_cast<std::size_t>(-1)) state = {};
     if (size <= 1) return 1;
@@ -80,7 +76,6 @@ unsigned char complete(EditLine* line, int /*key*/) {
     list(words);
     return CC_REDISPLAY;
   }
-  // What was typed in small letters stays: keywords are as good so.
   return el_insertstr(line, added.c_str() + typed) == 0 ? CC_REFRESH : CC_ERROR;
 }
 

@@ -47,12 +47,12 @@ std::string counted(std::int64_t count, const std::string& noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+char toSmall(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+
 bool beginsLike(std::string_view word, std::string_view typed) {
   return word.size() >= typed.size() &&
-         std::equal(typed.begin(), typed.end(), word.begin(), [](char a, char b) {
-           return std::toupper(static_cast<unsigned char>(a)) ==
-                  std::toupper(static_cast<unsigned char>(b));
-         });
+         std::equal(typed.begin(), typed.end(), word.begin(),
+                    [](char a, char b) { return toSmall(a) == toSmall(b); });
 }
 
 }  // namespace
@@ -149,7 +149,10 @@ std::vector<std::string> ShellCommands::completions(std::string_view line) const
     for (const char* const name : ownNames) offer(name);
     return {words.begin(), words.end()};
   }
-  for (const char* const keyword : keywords) {
+  // In small letters for who types so.
+  const bool isSmall = std::none_of(typed.begin(), typed.end(), [](char c) { return c < 'a'; });
+  for (std::string keyword : keywords) {
+    if (isSmall) std::transform(keyword.begin(), keyword.end(), keyword.begin(), toSmall);
     if (!typed.empty()) offer(keyword);
   }
   for (const velmora::Row& table : database_.run("SHOW TABLES")) {

@@ -46,6 +46,29 @@ void showTables(const Tables& tables, Answer& answer) {
   }
 }
 
+void showStorage(const Tables& tables, const QueryContext& context, Answer& answer) {
+  begin(answer, {{"table", text},
+                 {"rows", integer},
+                 {"deleted", integer},
+                 {"memory", integer},
+                 {"next_change", integer}});
+  for (const auto& [name, table] : tables) {
+    context.interrupt.check();
+    const std::int64_t rows = liveRows(table);
+    answer.addText(name);
+    answer.addInteger(rows);
+    answer.addInteger(static_cast<std::int64_t>(table.rowCount()) - rows);
+    answer.addInteger(static_cast<std::int64_t>(table.memoryBytes()));
+    const std::int64_t change = table.nextChange(context.now);
+    answer.nextChange = std::min(answer.nextChange, change);
+    if (change == Answer::never) {
+      answer.addNull();
+    } else {
+      answer.addInteger(change);
+    }
+  }
+}
+
 // The number that the next row will get: one more than the last row's, deleted or not.
 std::int64_t nextNumber(const Table& table, std::size_t column, std::int64_t now) {
   const std::size_t rows = table.rowCount();
@@ -287,6 +310,9 @@ void show(const strict::Show& show, const Tables& tables, const Listeners& liste
   switch (show.what) {
     case What::tables:
       query::showTables(tables, answer);
+      break;
+    case What::storage:
+      query::showStorage(tables, context, answer);
       break;
     case What::columns:
       query::showColumns(query::tableNamed(*show.table, tables), context.now, answer);

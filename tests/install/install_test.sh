@@ -100,7 +100,7 @@ hello=$prefix/share/doc/velmora/examples/hello.c
 
 case "$1" in
 files)
-    { expected_files runtime; expected_files development; } >expected
+    { expected_files runtime; expected_files development; expected_files tools; } >expected
     present_files prefix >present
     same_lines expected present
     ;;

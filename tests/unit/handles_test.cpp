@@ -191,6 +191,8 @@ TEST(HandleNulls, AreRefusedOrGiveNothing) {
   EXPECT_EQ(told(velmora_prepare(nullptr, "BEGIN", 5, &statement, &error), error), noDatabase);
   EXPECT_EQ(told(velmora_checkpoint(nullptr, &error), error), noDatabase);
   EXPECT_EQ(told(velmora_backup(nullptr, "x", 1, &error), error), noDatabase);
+  EXPECT_EQ(told(velmora_stat("x", 1, 0, nullptr, nullptr, nullptr, &error), error),
+            "1 at -1: Place for the answer is null");
   EXPECT_EQ(told(velmora_check(nullptr, 0, nullptr, nullptr, &error), error),
             "1 at -1: Path is empty");
   EXPECT_EQ(told(velmora_statement_run(nullptr, &result, &error), error), noStatement);
@@ -792,6 +794,41 @@ TEST_F(Handles, CopyAndCheckADatabase) {
             "13 at -1: Database has 1 fault");
   EXPECT_EQ(faults, std::vector<std::string>{"t.bin"});
   EXPECT_EQ(tryOpen(options_, "copy").substr(0, 3), "13 ");
+}
+
+TEST_F(Handles, TellWhatIsOnTheDiskBesideWhoHasItOpen) {
+  EXPECT_EQ(run("CREATE TABLE t n int"), "ok");
+  EXPECT_EQ(velmora_checkpoint(db_, nullptr), VELMORA_OK);
+  now_ = 2000;
+  EXPECT_EQ(run("INSERT INTO t n = 5"), "ok");
+  now_ = 3000;
+  for (const char* command : {"BEGIN", "INSERT INTO t n = 6", "INSERT INTO t n = 7", "COMMIT"}) {
+    EXPECT_EQ(run(command), "ok");
+  }
+  std::map<std::string, std::uint64_t> tables;
+  const auto report = [](void* context, const char*, const char* table, std::uint64_t bytes) {
+    (*static_cast<std::map<std::string, std::uint64_t>*>(context))[table] += bytes;
+  };
+  velmora_disk disk = {};
+  velmora_error* error = nullptr;
+  EXPECT_EQ(
+      told(velmora_stat(path().data(), path().size(), 0, &disk, nullptr, nullptr, &error), error),
+      "1 at -1: Answer has a wrong size");
+  disk.size = sizeof disk;
+  EXPECT_EQ(
+      told(velmora_stat(path().data(), path().size(), 2500, &disk, report, &tables, &error), error),
+      "ok");
+  EXPECT_EQ(disk.process, getpid());
+  EXPECT_EQ(disk.log_bytes, std::filesystem::file_size(path() + "/velmora.wal"));
+  EXPECT_EQ(disk.log_records, 2U);
+  EXPECT_EQ(disk.recent_records, 1U);
+  EXPECT_EQ(disk.records, 3U);
+  EXPECT_EQ(disk.last_second, 3000);
+  EXPECT_EQ(disk.file_bytes, tables[""] + tables["t"]);
+  EXPECT_GE(tables["t"], std::filesystem::file_size(path() + "/t.bin"));
+  const std::string nowhere = path("nowhere");
+  EXPECT_EQ(velmora_stat(nowhere.data(), nowhere.size(), 0, &disk, nullptr, nullptr, nullptr),
+            VELMORA_NOT_FOUND);
 }
 
 TEST_F(Handles, MakeOtherThreadsWaitForATransactionAsLongAsTheOptionsSay) {

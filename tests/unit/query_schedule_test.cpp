@@ -55,6 +55,25 @@ TEST_F(QueryShow, tellsTablesAndHowManyRowsTheyHave) {
   EXPECT_EQ(rowsOf(answer), (Texts{"areas|1", "signs|2"}));
 }
 
+TEST_F(QueryShow, tellsWhatTablesTake) {
+  const Answer answer = show(What::storage);
+  EXPECT_EQ(headings(answer), (Texts{"table", "rows", "deleted", "memory", "next_change"}));
+  const auto areas = static_cast<std::int64_t>(tables_.at("areas").memoryBytes());
+  const auto signs = static_cast<std::int64_t>(tables_.at("signs").memoryBytes());
+  EXPECT_GT(areas, 0);
+  EXPECT_GT(signs, areas);
+  EXPECT_EQ(rowsOf(answer), (Texts{"areas|1|0|" + std::to_string(areas) + "|110",
+                                   "signs|2|1|" + std::to_string(signs) + "|110"}));
+  EXPECT_EQ(answer.nextChange, 110);
+  EXPECT_EQ(show(What::storage, nullptr, std::nullopt, 110).nextChange, 115);
+}
+
+TEST_F(QueryShow, memoryGrowsByLongTextsAndStates) {
+  const std::size_t before = tables_.at("signs").memoryBytes();
+  tables_.at("signs").set(1, 1, Cell(Text("a text of more than 15 bytes")), 100);
+  EXPECT_EQ(tables_.at("signs").memoryBytes(), before + 28);
+}
+
 TEST_F(QueryShow, tellsColumns) {
   const Answer answer = show(What::columns, "signs");
   EXPECT_EQ(headings(answer), (Texts{"column", "type", "length", "states", "key", "next_number"}));

@@ -381,12 +381,13 @@ TEST(StrictCommands, show) {
                   {"show states from states", "show states from states"},
                   {"SHOW LINKS", "show links"},
                   {"show listeners", "show listeners"},
+                  {"SHOW STORAGE", "show storage"},
                   {"SHOW SCHEDULE", "show schedule"},
                   {"SHOW SCHEDULE FROM t", "show schedule from t"},
                   {"SHOW SCHEDULE UNTIL ?", "show schedule until ?0"},
                   {"SHOW SCHEDULE FROM until UNTIL 5", "show schedule from until until 5"}});
   const std::string whats =
-      "Expected TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE or STATES, found ";
+      "Expected TABLES, COLUMNS, LINKS, LISTENERS, STORAGE, SCHEDULE or STATES, found ";
   expectRefused({{"SHOW", 4, whats + "the end of the command"},
                  {"SHOW TABLE", 5, whats + "the word 'TABLE'"},
                  {"SHOW TABLES FROM t", 12, "Unexpected 'FROM' after the command"},

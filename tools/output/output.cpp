@@ -117,6 +117,12 @@ void Output::addLines(std::span<const velmora_value> values) {
   write(text);
 }
 
+void Output::addRow(const std::vector<velmora::Value>& row) {
+  std::vector<velmora_value> values;
+  for (const velmora::Value& value : row) values.push_back(borrowed(value));
+  add(values);
+}
+
 void Output::finish() {
   if (format_ == Format::json) write(count_ == 0 ? "]\n" : "\n]\n");
   if (format_ == Format::box) write(boxText(columns_, cells_));
@@ -147,12 +153,7 @@ void print(Format format, const velmora::Result& result) {
 void print(Format format, std::vector<Column> columns,
            const std::vector<std::vector<velmora::Value>>& rows) {
   Output output(format, std::move(columns));
-  std::vector<velmora_value> values;
-  for (const std::vector<velmora::Value>& row : rows) {
-    values.clear();
-    for (const velmora::Value& value : row) values.push_back(borrowed(value));
-    output.add(values);
-  }
+  for (const std::vector<velmora::Value>& row : rows) output.addRow(row);
   output.finish();
 }
 

@@ -36,6 +36,7 @@ class Output {
 
   // A value for each column.
   void add(std::span<const velmora_value> values);
+  void addRow(const std::vector<velmora::Value>& row);
   void finish();
 
  private:

@@ -49,7 +49,8 @@ Run runVerb(CLI::App& app, Common& common) {
   const auto arguments = std::make_shared<Arguments>();
   app.add_option("FILE", arguments->files, "Files of commands; - is standard input");
   app.add_option("-c,--command", arguments->texts, "Commands, run before those of files")
-      ->type_name("TEXT");
+      ->type_name("TEXT")
+      ->allow_extra_args(false);
   auto* const atomic =
       app.add_flag("--atomic", arguments->isAtomic, "All of them in one transaction: all or none");
   app.add_flag("--keep-going", arguments->options.keepsGoing,

@@ -25,6 +25,7 @@ Run scheduleVerb(CLI::App& app, Common& common);
 Run atVerb(CLI::App& app, Common& common);
 Run checkVerb(CLI::App& app, Common& common);
 Run repairVerb(CLI::App& app, Common& common);
+Run statVerb(CLI::App& app, Common& common);
 Run backupVerb(CLI::App& app, Common& common);
 Run restoreVerb(CLI::App& app, Common& common);
 
