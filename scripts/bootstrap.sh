@@ -44,6 +44,10 @@ check_group() {
         needs_command nm binutils
         needs_command pkg-config pkg-config
         needs_command mandoc mandoc
+        # What dump --sql is for, and what shows the report.
+        needs_command sqlite3 sqlite3
+        ls /usr/lib/postgresql/*/bin/initdb >/dev/null 2>&1 || missing="$missing postgresql"
+        needs_command chromium chromium
         if [ -e /var/lib/dpkg/status ]; then check_group package; fi
         ;;
     package)

@@ -8,8 +8,11 @@
 set -eu
 cd "$(dirname "$0")/.."
 
-scripts/bootstrap.sh build
+scripts/bootstrap.sh build tools
 scripts/build.sh release velmora velmora_shell
+# The companion as well, which a plain release goes without.
+cmake --preset release -DVELMORA_TOOLS=ON >/dev/null
+cmake --build --preset release --parallel "$(nproc)" --target velmora_tool
 
 root=$(pwd)
 build=$root/build/release
@@ -54,3 +57,9 @@ echo "== The sample host, examples/host.cpp, linked with libvelmora.so"
 c++ -std=c++20 -O2 -I include examples/host.cpp -o "$work/sample_host" \
     -L "$build" -lvelmora "-Wl,-rpath,$build"
 (cd "$work/host" && timeout 60 "$work/sample_host" </dev/null)
+
+echo
+echo "== The shop as a page to look at"
+report=$build/shop.html
+"$build/velmora-tool" report "$work/shop" -o "$report"
+echo "$report"

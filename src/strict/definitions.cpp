@@ -158,7 +158,7 @@ Command vacuum(Cursor& cursor) {
 }
 
 // "SHOW" ("TABLES" | "COLUMNS" "FROM" table | "LINKS" | "LISTENERS"
-//         | "SCHEDULE" ["FROM" table] ["UNTIL" second] | "STATES" "FROM" table | "STORAGE")
+//         | "STORAGE" | "SCHEDULE" ["FROM" table] ["UNTIL" second] | "STATES" "FROM" table)
 Command show(Cursor& cursor) {
   using enum Show::What;
   Show show;
@@ -172,7 +172,7 @@ Command show(Cursor& cursor) {
     return Show{isOfColumns ? columns : states, cursor.tableName(), {}};
   }
   if (!cursor.skipWord("SCHEDULE")) {
-    cursor.refuse("TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE, STATES or STORAGE");
+    cursor.refuse("TABLES, COLUMNS, LINKS, LISTENERS, STORAGE, SCHEDULE or STATES");
   }
   show.what = schedule;
   if (cursor.skipWord("FROM")) show.table = cursor.tableName();

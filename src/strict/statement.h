@@ -142,7 +142,7 @@ struct Vacuum {
   std::optional<Name> table;
 };
 struct Show {
-  enum class What : std::uint8_t { tables, columns, links, listeners, schedule, states, storage };
+  enum class What : std::uint8_t { tables, columns, links, listeners, schedule, storage, states };
   What what = What::tables;
   std::optional<Name> table;     // of columns and states, and of schedule if it is named
   std::optional<Operand> until;  // of schedule

@@ -5,8 +5,11 @@
 # PGHOST. Exit code 77: there is no PostgreSQL here.
 set -eu
 
-binaries=$(dirname "$(ls /usr/lib/postgresql/*/bin/initdb 2>/dev/null | tail -1)" 2>/dev/null)
-[ -x "$binaries/initdb" ] || exit 77
+binaries=""
+for found in /usr/lib/postgresql/*/bin; do
+    if [ -x "$found/initdb" ]; then binaries=$found; fi
+done
+[ -n "$binaries" ] || exit 77
 
 work=$(mktemp -d)
 chmod 755 "$work"
@@ -37,7 +40,10 @@ export PGHOST="$work" PGUSER=velmora PGDATABASE=postgres
 tries=0
 until "$binaries/pg_isready" -q; do
     tries=$((tries + 1))
-    [ "$tries" -lt 300 ] && kill -0 "$server" || { cat "$work/server.log" >&2; exit 1; }
+    if [ "$tries" -ge 300 ] || ! kill -0 "$server"; then
+        cat "$work/server.log" >&2
+        exit 1
+    fi
     sleep 0.1
 done
 "$@"

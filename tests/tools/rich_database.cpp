@@ -1,8 +1,6 @@
 // See rich_database.h.
 #include "rich_database.h"
 
-#include "velmora/velmora.hpp"
-
 namespace velmora_tests {
 
 void RichDatabase::makeRich(const std::string& database) const {
@@ -36,24 +34,6 @@ void RichDatabase::makeRich(const std::string& database) const {
         "LINK stays.place --> places.id",
         "LISTEN stays.INSERT --> 'mail''er' WHERE price > 1.5 && guest = 'it''s'",
         "LISTEN places.change --> there"});
-}
-
-void RichDatabase::load(const std::string& database, const std::string& commands) const {
-  velmora::Database open(at(database).string());
-  std::string command;
-  char quote = '\0';
-  for (const char c : commands) {
-    if (quote == '\0' && c == '\n' && command.starts_with("--")) {
-      command.clear();
-    } else if (quote == '\0' && c == ';' && !command.starts_with("--")) {
-      open.run(command);
-      command.clear();
-    } else if (c != '\n' || quote != '\0' || !command.empty()) {
-      command += c;
-    }
-    const bool isQuote = c == '\'' && !command.starts_with("--");
-    if (isQuote) quote = quote == '\0' ? '\'' : '\0';
-  }
 }
 
 }  // namespace velmora_tests

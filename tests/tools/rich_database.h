@@ -13,8 +13,6 @@ class RichDatabase : public ToolFixture {
  protected:
   // At second 1000000000.
   void makeRich(const std::string& database) const;
-  // Runs commands as dump writes them.
-  void load(const std::string& database, const std::string& commands) const;
 };
 
 // The tables of the rich database.

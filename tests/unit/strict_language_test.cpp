@@ -206,7 +206,7 @@ TEST_F(StrictLanguage, knowsWhatThereIsNotToBeShownOrLinked) {
       {"CHECKPOINT now", "! 11 11: Unexpected 'now' after the command"},
       {"VACUUM nix", "! 4 7 nix: Unknown table 'nix'"},
       {"SHOW nix",
-       "! 11 5: Expected TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE, STATES or STORAGE, found "
+       "! 11 5: Expected TABLES, COLUMNS, LINKS, LISTENERS, STORAGE, SCHEDULE or STATES, found "
        "'nix'"},
       {"SHOW COLUMNS FROM nix", "! 4 18 nix: Unknown table 'nix'"},
       {"SHOW SCHEDULE FROM nix", "! 4 19 nix: Unknown table 'nix'"},

@@ -387,7 +387,7 @@ TEST(StrictCommands, show) {
                   {"SHOW SCHEDULE UNTIL ?", "show schedule until ?0"},
                   {"SHOW SCHEDULE FROM until UNTIL 5", "show schedule from until until 5"}});
   const std::string whats =
-      "Expected TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE, STATES or STORAGE, found ";
+      "Expected TABLES, COLUMNS, LINKS, LISTENERS, STORAGE, SCHEDULE or STATES, found ";
   expectRefused({{"SHOW", 4, whats + "the end of the command"},
                  {"SHOW TABLE", 5, whats + "the word 'TABLE'"},
                  {"SHOW TABLES FROM t", 12, "Unexpected 'FROM' after the command"},

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "copy/catalogue.h"
-#include "load/input.h"
+#include "load/load_input.h"
 
 namespace tool {
 

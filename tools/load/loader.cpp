@@ -22,7 +22,7 @@ std::string insertCommand(const LoadPlan& plan) {
 
 }  // namespace
 
-Loader::Loader(velmora::Database& database, const Input& input, const LoadOptions& options,
+Loader::Loader(velmora::Database& database, const LoadInput& input, const LoadOptions& options,
                const LoadPlan& plan)
     : database_(database), input_(input), options_(options), plan_(plan) {}
 

@@ -15,7 +15,7 @@ namespace tool {
 
 class Loader {
  public:
-  Loader(velmora::Database& database, const Input& input, const LoadOptions& options,
+  Loader(velmora::Database& database, const LoadInput& input, const LoadOptions& options,
          const LoadPlan& plan);
 
   // Throws Failure at the first bad record, with nothing loaded, unless such are to be rejected.
@@ -36,7 +36,7 @@ class Loader {
   void reject(std::size_t offset, std::string_view record, const std::string& reason);
 
   velmora::Database& database_;
-  const Input& input_;
+  const LoadInput& input_;
   const LoadOptions& options_;
   const LoadPlan& plan_;
   std::vector<velmora_value> values_;  // of rows_

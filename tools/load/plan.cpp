@@ -34,7 +34,7 @@ void addRecord(const Records& records, Survey& survey, bool mayReject) {
   ++survey.rows;
 }
 
-Survey surveyed(const Input& input, const LoadOptions& options) {
+Survey surveyed(const LoadInput& input, const LoadOptions& options) {
   const bool mayReject = !options.rejects.empty();
   Survey survey;
   Records records(input, options.form);
@@ -59,7 +59,7 @@ Survey surveyed(const Input& input, const LoadOptions& options) {
 
 class Planner {
  public:
-  Planner(const Input& input, const LoadOptions& options, const TableShape* existing)
+  Planner(const LoadInput& input, const LoadOptions& options, const TableShape* existing)
       : input_(input), options_(options), existing_(existing) {}
   LoadPlan make();
 
@@ -69,7 +69,7 @@ class Planner {
   std::optional<std::size_t> position(const std::string& name) const;
   void addDates();
 
-  const Input& input_;
+  const LoadInput& input_;
   const LoadOptions& options_;
   const TableShape* existing_;
   Survey survey_;
@@ -173,7 +173,7 @@ void Planner::addDates() {
 
 }  // namespace
 
-LoadPlan makePlan(const Input& input, const LoadOptions& options, const TableShape* existing) {
+LoadPlan makePlan(const LoadInput& input, const LoadOptions& options, const TableShape* existing) {
   try {
     return Planner(input, options, existing).make();
   } catch (const BadInput& bad) {
@@ -181,7 +181,7 @@ LoadPlan makePlan(const Input& input, const LoadOptions& options, const TableSha
   }
 }
 
-std::string planText(const LoadPlan& plan, const Input& input) {
+std::string planText(const LoadPlan& plan, const LoadInput& input) {
   std::string text = input.name() + ": " + std::to_string(plan.rows) + " rows\n";
   if (plan.isNew) {
     text += createCommand(plan.table) + "\n";

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "load/input.h"
+#include "load/load_input.h"
 #include "load/records.h"
 #include "load/values.h"
 
@@ -31,10 +31,10 @@ struct LoadPlan {
 
 // Throws Failure for what is wrong with the options, and for the first bad record unless bad ones
 // may be rejected. existing: the table, where there is one.
-LoadPlan makePlan(const Input& input, const LoadOptions& options, const TableShape* existing);
+LoadPlan makePlan(const LoadInput& input, const LoadOptions& options, const TableShape* existing);
 
 // For a person, some lines.
-std::string planText(const LoadPlan& plan, const Input& input);
+std::string planText(const LoadPlan& plan, const LoadInput& input);
 
 // Throws BadInput if the record has not as many fields as there are columns.
 void checkWidth(const Records& records);

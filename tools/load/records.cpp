@@ -7,7 +7,7 @@
 
 namespace tool {
 
-Records::Records(const Input& input, const RecordForm& form)
+Records::Records(const LoadInput& input, const RecordForm& form)
     : form_(form), reader_(CsvReader(input.content(), form_)) {
   if (form_.isJson) {
     reader_.emplace<JsonReader>(input.content());

@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "load/input.h"
+#include "load/load_input.h"
 
 namespace tool {
 
@@ -74,7 +74,7 @@ class JsonReader {
 class Records {
  public:
   // Throws BadInput for a header that names nothing, or a column twice.
-  Records(const Input& input, const RecordForm& form);
+  Records(const LoadInput& input, const RecordForm& form);
   Records(const Records&) = delete;
   Records& operator=(const Records&) = delete;
 

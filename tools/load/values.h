@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "copy/catalogue.h"
-#include "load/input.h"
+#include "load/load_input.h"
 #include "velmora/velmora.h"
 
 namespace tool {

@@ -4,10 +4,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <limits>
+#include <set>
 
 #include "copy/literals.h"
-#include "failure.h"
-#include "open.h"
 
 namespace tool {
 namespace {
@@ -38,20 +37,20 @@ std::optional<std::int64_t> nextChange(const Plan& plan, std::int64_t now) {
   return std::nullopt;
 }
 
-// What a person knows a row by: its key, or what it is called, or both.
-std::string rowName(velmora::Database& database, const TableShape& table, std::size_t number) {
-  const velmora::Result rows =
-      database.run("SELECT * FROM " + table.name + " LIMIT 1 OFFSET " + std::to_string(number));
-  std::string name;
+// Names the row by its key, or what it is called, or both.
+void nameCell(velmora::Database& database, const TableShape& table, TimedCell& cell) {
+  const velmora::Result rows = database.run("SELECT * FROM " + table.name + " LIMIT 1 OFFSET " +
+                                            std::to_string(cell.plan.row));
   if (const TableColumn* const key = table.key()) {
-    name = shown(rows[0].at(table.position(*key)), *key);
+    cell.key = cell.row = shown(rows[0].at(table.position(*key)), *key);
   }
   for (const TableColumn& column : table.columns) {
     const velmora::Value value = rows[0].at(table.position(column));
     if (!column.isText() || column.isKey || column.states > 0 || value.index() == 0) continue;
-    return (name.empty() ? "" : name + " ") + shown(value, column);
+    cell.row += (cell.row.empty() ? "" : " ") + shown(value, column);
+    return;
   }
-  return name.empty() ? "row " + std::to_string(number + 1) : name;
+  if (cell.row.empty()) cell.row = "row " + std::to_string(cell.plan.row + 1);
 }
 
 void readCells(velmora::Database& database, std::size_t limit, std::int64_t now,
@@ -73,7 +72,7 @@ void readCells(velmora::Database& database, std::size_t limit, std::int64_t now,
     TimedCell& cell = facts.cells.emplace_back();
     cell.plan = std::move(plans[place]);
     const TableColumn& column = facts.shape.columns[cell.plan.column];
-    cell.row = rowName(database, facts.shape, cell.plan.row);
+    nameCell(database, facts.shape, cell);
     cell.column = column.name;
     cell.nextChange = nextChange(cell.plan, now);
     for (const PlannedState& state : cell.plan.states) {
@@ -82,36 +81,36 @@ void readCells(velmora::Database& database, std::size_t limit, std::int64_t now,
   }
 }
 
+// The schedule counts deleted rows, too; the timed values that change next are known by name.
+void nameRow(const Facts& facts, std::set<const TimedCell*>& named, Change& change) {
+  for (const TableFacts& table : facts.tables) {
+    if (table.shape.name != change.table) continue;
+    for (const TimedCell& cell : table.cells) {
+      if (cell.column != change.column || cell.nextChange != change.second) continue;
+      if (!change.row.empty() && cell.key != change.row) continue;
+      if (!named.insert(&cell).second) continue;
+      change.row = cell.row;
+      return;
+    }
+  }
+}
+
 void readChanges(velmora::Database& database, std::size_t limit, Facts& facts) {
   const velmora::Result changes = database.run("SHOW SCHEDULE");
   facts.changeCount = changes.size();
+  std::set<const TimedCell*> named;
   for (std::size_t i = 0; i < std::min(limit, changes.size()); ++i) {
     const velmora::Row row = changes[i];
     const auto text = [&](const char* column) {
       return row.get<std::optional<std::string>>(column).value_or("");
     };
-    std::string name = text("key");
-    if (name.empty()) name = "row " + std::to_string(row.get<std::int64_t>("row") + 1);
-    facts.changes.push_back({row.get<std::int64_t>("second"), text("table"), name, text("column"),
-                             text("value"), row.get<bool>("cycles")});
+    facts.changes.push_back({row.get<std::int64_t>("second"), text("table"), text("key"),
+                             text("column"), text("value"), row.get<bool>("cycles")});
+    nameRow(facts, named, facts.changes.back());
   }
 }
 
 }  // namespace
-
-std::vector<Fault> findFaults(const std::string& directory) {
-  std::vector<Fault> faults;
-  velmora_error* error = nullptr;
-  const auto note = [](void* context, const char* file, std::int64_t offset, const char* meaning) {
-    static_cast<std::vector<Fault>*>(context)->push_back({file, offset, meaning});
-  };
-  const int code = velmora_check(directory.data(), directory.size(), note, &faults, &error);
-  const velmora::Error explained(code, error);
-  if (code != VELMORA_OK && code != VELMORA_CORRUPT) {
-    throw Failure(exitNotOpened, openingText(directory, explained));
-  }
-  return faults;
-}
 
 void readFacts(velmora::Database& database, std::size_t limit, Facts& facts) {
   Catalogue catalogue = readCatalogue(database);

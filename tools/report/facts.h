@@ -8,18 +8,14 @@
 #include <vector>
 
 #include "copy/catalogue.h"
+#include "verify.h"
 
 namespace tool {
 
-struct Fault {
-  std::string file;
-  std::int64_t offset = -1;
-  std::string meaning;
-};
-
 // A timed value with what names it.
 struct TimedCell {
-  std::string row;
+  std::string row;  // what a person knows it by
+  std::string key;  // empty: the table has none
   std::string column;
   Plan plan;
   std::vector<std::string> texts;  // of the states
@@ -52,9 +48,6 @@ struct Facts {
   std::size_t changeCount = 0;
   std::vector<Change> changes;  // the first ones
 };
-
-// Checks the files, which nobody may have open.
-std::vector<Fault> findFaults(const std::string& directory);
 
 // limit: the most timed values of a table, and the most changes.
 void readFacts(velmora::Database& database, std::size_t limit, Facts& facts);

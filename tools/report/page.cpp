@@ -52,19 +52,22 @@ class Page {
   void addRow(std::initializer_list<std::string> cells);
   void endTable() { text_ += "</tbody></table></div>\n"; }
   std::string time(std::int64_t second) const {
-    return "<span title=\"second " + std::to_string(second) + "\">" + timeText(second) +
+    return "<span title=\"second " + std::to_string(second) + "\">" + utcText(second) +
            "</span> <small>" + relativeText(second, facts_.now) + "</small>";
   }
 
   const Facts& facts_;
   std::string text_;
+  std::vector<std::string> headings_;  // of the table that has begun
 };
 
 // A heading that begins with "#" is one of numbers.
 void Page::beginTable(std::initializer_list<const char*> headings) {
+  headings_.clear();
   text_ += "<div class=\"scroll\"><table><thead><tr>";
   for (const std::string heading : headings) {
     const bool isNumber = heading[0] == '#';
+    headings_.push_back(heading.substr(isNumber ? 1 : 0));
     text_ += std::string("<th scope=\"col\"") + (isNumber ? " class=\"number\">" : ">") +
              heading.substr(isNumber ? 1 : 0) + "</th>";
   }
@@ -73,14 +76,16 @@ void Page::beginTable(std::initializer_list<const char*> headings) {
 
 void Page::addRow(std::initializer_list<std::string> cells) {
   text_ += "<tr>";
+  std::size_t column = 0;
   for (const std::string& cell : cells) {
     const bool isNumber = cell.starts_with('#');
     const bool isTime = cell.starts_with("<span");
-    text_ += std::string("<td") +
+    const std::string content = cell.substr(isNumber ? 1 : 0);
+    text_ += "<td data-label=\"" + headings_[column++] + "\"" +
              (isNumber ? " class=\"number\""
               : isTime ? " class=\"time\""
                        : "") +
-             ">" + cell.substr(isNumber ? 1 : 0) + "</td>";
+             ">" + (content.empty() ? "" : "<div>" + content + "</div>") + "</td>";
   }
   text_ += "</tr>\n";
 }
@@ -114,7 +119,7 @@ void Page::addHead() {
   text_ += "</style>\n</head>\n<body>\n";
   text_ += patterns;
   text_ += "<main>\n<header>\n<h1>" + html(facts_.directory) + "</h1>\n<p>As of " +
-           timeText(facts_.now) + " UTC, second " + std::to_string(facts_.now) + ".</p>\n";
+           utcText(facts_.now) + " UTC, second " + std::to_string(facts_.now) + ".</p>\n";
 }
 
 void Page::addSummary() {

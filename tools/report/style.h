@@ -49,6 +49,7 @@ svg { display: block; width: 100%; height: auto; font-size: 13px; }
 svg text { fill: var(--ink); }
 svg .column, svg .when, svg .rows, svg .link text { fill: var(--soft); font-size: 12px; }
 .narrow { display: none; }
+svg .label { paint-order: stroke; stroke: var(--card); stroke-width: 4px; stroke-linejoin: round; }
 .tick { stroke: var(--line); }
 .now { stroke: var(--now); stroke-width: 2; }
 svg .nowtext { fill: var(--now); font-weight: 700; font-size: 12px; }
@@ -75,7 +76,13 @@ path.head { fill: var(--soft); }
 footer { margin-top: 22px; color: var(--soft); font-size: 13px; }
 @media (max-width: 640px) { main { padding: 18px 12px 32px; } section { padding: 14px 12px; }
   .wide { display: none; } .narrow { display: block; } h1 { font-size: 23px; }
-  dl { grid-template-columns: 1fr 1fr; } }
+  dl { grid-template-columns: 1fr 1fr; }
+  thead { position: absolute; left: -9999px; } tr { display: block; padding: 7px 0;
+  border-bottom: 1px solid var(--line); } tr:last-child { border-bottom: 0; }
+  td, td.number { display: flex; gap: 10px; padding: 1px 0; border: 0; text-align: left; }
+  td:empty { display: none; }
+  td::before { content: attr(data-label); flex: 0 0 84px; color: var(--soft); font-size: 13px; }
+  td > * { min-width: 0; } td.time { white-space: normal; } }
 @media print { body { background: none; } section { break-inside: avoid; } }
 )css";
 

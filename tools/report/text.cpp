@@ -82,7 +82,7 @@ std::string clockText(std::int64_t second, bool withSeconds) {
   return text;
 }
 
-std::string timeText(std::int64_t second) {
+std::string utcText(std::int64_t second) {
   const Date date = dateOf(second);
   return std::to_string(date.year) + "-" + twoDigits(date.month) + "-" + twoDigits(date.day) + " " +
          clockText(second, true);

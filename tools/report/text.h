@@ -14,7 +14,7 @@ std::string html(std::string_view text, std::size_t longest = 200);
 std::size_t drawnWidth(std::string_view text);
 
 // "2026-11-22 10:30:05", in UTC.
-std::string timeText(std::int64_t second);
+std::string utcText(std::int64_t second);
 std::string dayText(std::int64_t second);                      // "22 Nov"
 std::string monthText(std::int64_t second);                    // "Nov 2026"
 std::string clockText(std::int64_t second, bool withSeconds);  // "10:30" or "10:30:05"

@@ -71,6 +71,7 @@ class Drawing {
   }
   void drawAxis(double bottom);
   std::string tickText(std::int64_t second, std::int64_t step) const;
+  void drawLabel(const TimedCell& cell, double top);
   void drawCell(const TimedCell& cell, double top);
   void drawBar(const TimedCell& cell, const Bar& bar, double top);
   void drawQuickCycle(const TimedCell& cell, double top);
@@ -83,6 +84,7 @@ class Drawing {
   Span span_;
   Colours colours_;
   std::string svg_;
+  std::string labels_;  // which stand before the line of now
 };
 
 // The distance of ticks, of those that people count in.
@@ -130,11 +132,12 @@ std::string Drawing::svg() {
          "\" data-left=\"" + coordinate(measures_.left) + "\" data-width=\"" +
          coordinate(measures_.lineWidth()) + "\">\n<title id=\"" + id +
          "-title\">Timed values of table " + html(table_.shape.name) + "</title>\n<desc id=\"" +
-         id + "-desc\">From " + timeText(span_.from) + " to " + timeText(span_.until) +
+         id + "-desc\">From " + utcText(span_.from) + " to " + utcText(span_.until) +
          " UTC; the table below has the same facts.</desc>\n";
   drawAxis(height - 18);
   double top = Measures::axisHeight;
   for (const TimedCell& cell : table_.cells) {
+    drawLabel(cell, top);
     drawCell(cell, top);
     top += measures_.rowHeight;
   }
@@ -142,24 +145,27 @@ std::string Drawing::svg() {
   svg_ += "<line class=\"now\" x1=\"" + at + "\" x2=\"" + at + "\" y1=\"" +
           coordinate(Measures::axisHeight - 8) + "\" y2=\"" + coordinate(height - 16) +
           "\"/><text class=\"nowtext\" x=\"" + at + "\" y=\"" + coordinate(height - 4) +
-          "\" text-anchor=\"middle\">now</text>\n</svg>\n";
+          "\" text-anchor=\"middle\">now</text>\n" + labels_ + "</svg>\n";
   return std::move(svg_);
 }
 
-void Drawing::drawCell(const TimedCell& cell, double top) {
+void Drawing::drawLabel(const TimedCell& cell, double top) {
   const std::string column = html(cell.column);
   const std::string row = html(cell.row, longestLabel);
-  svg_ += "<g class=\"cell\"><title>" + html(cell.row) + ", " + column + "</title>";
-  if (&measures_ == &narrow) {
-    svg_ += "<text class=\"label\" x=\"" + coordinate(measures_.left) + "\" y=\"" +
-            coordinate(top + 16) + "\">" + row + " <tspan class=\"column\">" + column +
-            "</tspan></text></g>\n";
+  const bool isNarrow = &measures_ == &narrow;
+  const std::string at = coordinate(isNarrow ? measures_.left : measures_.left - 12);
+  labels_ += "<g><title>" + html(cell.row) + ", " + column + "</title><text class=\"label\" x=\"" +
+             at + "\" y=\"" + coordinate(top + 17) +
+             (isNarrow ? "\">" : "\" text-anchor=\"end\">") + row;
+  if (isNarrow) {
+    labels_ += " <tspan class=\"column\">" + column + "</tspan></text></g>\n";
   } else {
-    const std::string end = coordinate(measures_.left - 12);
-    svg_ += "<text class=\"label\" x=\"" + end + "\" y=\"" + coordinate(top + 17) +
-            "\" text-anchor=\"end\">" + row + "</text><text class=\"column\" x=\"" + end +
-            "\" y=\"" + coordinate(top + 31) + "\" text-anchor=\"end\">" + column + "</text></g>\n";
+    labels_ += "</text><text class=\"column\" x=\"" + at + "\" y=\"" + coordinate(top + 31) +
+               "\" text-anchor=\"end\">" + column + "</text></g>\n";
   }
+}
+
+void Drawing::drawCell(const TimedCell& cell, double top) {
   constexpr double leastPass = 14;
   const double passWidth = static_cast<double>(cell.plan.length()) * measures_.lineWidth() /
                            static_cast<double>(span_.until - span_.from);
@@ -186,11 +192,11 @@ void Drawing::drawBar(const TimedCell& cell, const Bar& bar, double top) {
   std::string title = value;
   if (bar.look == Bar::Look::waiting) {
     classes += " waiting";
-    title += ", before its start at " + timeText(bar.until) + " UTC";
+    title += ", before its start at " + utcText(bar.until) + " UTC";
   } else {
     if (bar.look == Bar::Look::repeated) classes += " repeated";
-    title += ", from " + timeText(bar.from) +
-             (bar.staysForEver ? " UTC for ever" : " to " + timeText(bar.until) + " UTC");
+    title += ", from " + utcText(bar.from) +
+             (bar.staysForEver ? " UTC for ever" : " to " + utcText(bar.until) + " UTC");
   }
   if (bar.staysForEver) classes += " forever";
   drawBox(x(std::max(bar.from, span_.from)), x(std::min(bar.until, span_.until)), top,

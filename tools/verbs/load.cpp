@@ -64,7 +64,7 @@ class Destination {
     isMissing_ = !fs::exists(common.directory);
     isNew_ = isMissing_ || fs::is_empty(common.directory);
     if (isNew_) return;
-    database_.emplace(common, arguments.isDry ? toRead : toWrite);
+    database_.emplace(common, arguments.isDry ? toRead : changeFlags(false, false));
     const Catalogue catalogue = readCatalogue(**database_);
     const TableShape* const table = catalogue.table(arguments.table);
     if (table != nullptr) table_ = *table;
@@ -95,7 +95,7 @@ class Destination {
 
 int load(const Common& common, LoadArguments& arguments) {
   settle(arguments);
-  const Input input(arguments.file);
+  const LoadInput input(arguments.file);
   Destination destination(common, arguments);
   const LoadPlan plan = makePlan(input, arguments, destination.table());
   const std::string shown = planText(plan, input);

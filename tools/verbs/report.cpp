@@ -30,7 +30,7 @@ int report(Common& common, const ReportOptions& options) {
   Facts facts;
   facts.directory = common.directory;
   facts.now = *common.now;
-  facts.faults = findFaults(common.directory);
+  facts.faults = faultsOf(common.directory);
   // What is damaged is not opened.
   if (facts.faults.empty()) {
     OpenDatabase database(common, toRead);

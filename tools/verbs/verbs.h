@@ -11,13 +11,13 @@ namespace tool {
 using Run = std::function<int()>;
 
 // A verb adds what it takes beside the common options; `common` outlives what it returns.
-Run shellVerb(CLI::App& app, Common& common);
-Run runVerb(CLI::App& app, Common& common);
 Run diffVerb(CLI::App& app, Common& common);
 Run dumpVerb(CLI::App& app, Common& common);
 Run hashVerb(CLI::App& app, Common& common);
 Run loadVerb(CLI::App& app, Common& common);
 Run reportVerb(CLI::App& app, Common& common);
+Run shellVerb(CLI::App& app, Common& common);
+Run runVerb(CLI::App& app, Common& common);
 Run tablesVerb(CLI::App& app, Common& common);
 Run schemaVerb(CLI::App& app, Common& common);
 Run linksVerb(CLI::App& app, Common& common);

@@ -1,5 +1,5 @@
 // See input.h.
-#include "load/input.h"
+#include "load/load_input.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -56,7 +56,8 @@ std::size_t firstWrongByte(std::string_view text) {
 
 }  // namespace
 
-Input::Input(const std::string& name) : name_(name == "-" ? "standard input" : visible(name)) {
+LoadInput::LoadInput(const std::string& name)
+    : name_(name == "-" ? "standard input" : visible(name)) {
   if (name == "-") {
     readStandardInput();
   } else {
@@ -66,11 +67,11 @@ Input::Input(const std::string& name) : name_(name == "-" ? "standard input" : v
   check();
 }
 
-Input::~Input() {
+LoadInput::~LoadInput() {
   if (mapped_ != nullptr) munmap(mapped_, mappedSize_);
 }
 
-void Input::readStandardInput() {
+void LoadInput::readStandardInput() {
   std::array<char, 65536> block;
   while (true) {
     checkInterrupt();
@@ -83,7 +84,7 @@ void Input::readStandardInput() {
   content_ = read_;
 }
 
-void Input::mapFile(const std::string& name) {
+void LoadInput::mapFile(const std::string& name) {
   const int file = open(name.c_str(), O_RDONLY | O_CLOEXEC);
   if (file < 0) throwSystem(name_, errno);
   struct stat status = {};
@@ -103,7 +104,7 @@ void Input::mapFile(const std::string& name) {
   content_ = {static_cast<const char*>(mapped_), mappedSize_};
 }
 
-void Input::check() const {
+void LoadInput::check() const {
   if (content_.empty()) throw Failure(exitFailed, name_ + ": empty");
   const std::size_t wrong = firstWrongByte(content_);
   const std::size_t zero = content_.find('\0');
@@ -113,7 +114,7 @@ void Input::check() const {
   throw Failure(exitFailed, place(wrong) + ": not UTF-8; iconv makes it so from other encodings");
 }
 
-std::size_t Input::line(std::size_t offset) const {
+std::size_t LoadInput::line(std::size_t offset) const {
   if (offset < knownOffset_) {
     knownOffset_ = 0;
     knownLine_ = 1;
@@ -124,7 +125,7 @@ std::size_t Input::line(std::size_t offset) const {
   return knownLine_;
 }
 
-std::string Input::place(std::size_t offset) const {
+std::string LoadInput::place(std::size_t offset) const {
   const std::size_t start = content_.substr(0, offset).rfind('\n');
   const std::size_t column = offset - (start == std::string_view::npos ? 0 : start + 1) + 1;
   return name_ + ":" + std::to_string(line(offset)) + ":" + std::to_string(column);

@@ -17,14 +17,14 @@ struct BadInput : std::runtime_error {
   std::size_t offset;
 };
 
-class Input {
+class LoadInput {
  public:
   // A file's name, or "-" for standard input. Throws Failure where it cannot be read, is empty, or
   // holds what no text of the database can: zero bytes, or bytes that are not UTF-8.
-  explicit Input(const std::string& name);
-  ~Input();
-  Input(const Input&) = delete;
-  Input& operator=(const Input&) = delete;
+  explicit LoadInput(const std::string& name);
+  ~LoadInput();
+  LoadInput(const LoadInput&) = delete;
+  LoadInput& operator=(const LoadInput&) = delete;
 
   // Without a byte order mark.
   std::string_view content() const { return content_; }
