@@ -13,7 +13,7 @@ check:  ## build and run all tests
 shell:  ## open the prompt on the database in data/
 	scripts/shell.sh
 
-package:  ## make the Debian packages and the wheel for Python, in build/package
+package:  ## make the Debian packages and those for Python and Node.js, in build/package
 	scripts/package.sh
 
 bench:  ## compare with SQLite and DuckDB, and the packages with SQLite's; QUICK=1 takes about a minute

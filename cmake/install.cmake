@@ -44,9 +44,11 @@ install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE
   DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
   FILES_MATCHING PATTERN *.md PATTERN *.svg)
-install(DIRECTORY bindings DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime
-  PATTERN tests EXCLUDE PATTERN test EXCLUDE PATTERN package-lock.json EXCLUDE
-  PATTERN .npmrc EXCLUDE PATTERN node_modules EXCLUDE PATTERN __pycache__ EXCLUDE)
+# That for Node.js is a tarball of its own, see bindings/node/CMakeLists.txt.
+install(DIRECTORY bindings/python DESTINATION ${CMAKE_INSTALL_DOCDIR}/bindings COMPONENT runtime
+  PATTERN tests EXCLUDE PATTERN __pycache__ EXCLUDE)
+install(FILES bindings/node/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/bindings/node
+  COMPONENT runtime)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
   PATTERN __pycache__ EXCLUDE)
 file(RELATIVE_PATH velmora_headers ${CMAKE_INSTALL_FULL_DOCDIR}/include

@@ -3,8 +3,7 @@
 //
 //   node shop.mjs
 //
-// bindings/node/README.md says how the package gets here; where the library is built but not
-// installed, VELMORA_LIBRARY has to name it.
+// bindings/node/README.md says how the package gets here.
 import { VelmoraError, open } from 'velmora';
 
 const hour = 3600;
@@ -15,14 +14,14 @@ class Shop {
 
   constructor() {
     // What an earlier run has left, if there was one; the child of the link first.
-    const tables = this.#database.run('SHOW TABLES').rows.map(({ table }) => table);
+    const tables = this.#database.prepare('SHOW TABLES').pluck().all();
     for (const table of ['orders', 'customers']) {
-      if (tables.includes(table)) this.#database.run(`DROP TABLE ${table}`);
+      if (tables.includes(table)) this.#database.exec(`DROP TABLE ${table}`);
     }
-    this.#database.run('CREATE TABLE customers id ApexInt name string(40)');
-    this.#database.run('CREATE TABLE orders '
-      + 'id ApexInt customer int item string price double status string 3');
-    this.#database.run('LINK orders.customer --> customers.id');
+    this.#database.exec([
+      'CREATE TABLE customers id ApexInt name string(40)',
+      'CREATE TABLE orders id ApexInt customer int item string price double status string 3',
+      'LINK orders.customer --> customers.id']);
   }
 
   close() {
@@ -30,7 +29,7 @@ class Shop {
   }
 
   addCustomer(name) {
-    return this.#database.run('INSERT INTO customers name = ?', name).identity;
+    return this.#database.run('INSERT INTO customers name = ?', name).lastInsertRowid;
   }
 
   // Packed for two hours, under way for three days, then delivered.
@@ -43,24 +42,24 @@ class Shop {
   }
 
   orders() {
-    return this.#database.run(
+    return this.#database.all(
       'SELECT customers.name, orders.item, orders.price, orders.status '
-        + 'FROM orders JOIN customers ON orders.customer = customers.id').rows;
+        + 'FROM orders JOIN customers ON orders.customer = customers.id');
   }
 
   // What a change of all prices would give; taken back at once.
   ordersOnSale(price) {
-    this.#database.run('BEGIN');
+    this.#database.exec('BEGIN');
     this.#database.run('UPDATE orders SET price = ?', price);
     const orders = this.orders();
-    this.#database.run('ROLLBACK');
+    this.#database.exec('ROLLBACK');
     return orders;
   }
 
   // Orders that can still be cancelled.
   cancel(customer) {
     return this.#database.run('DELETE FROM orders WHERE customer = ? && status = ?',
-      customer, 'packed').affected;
+      customer, 'packed').changes;
   }
 
   removeCustomer(customer) {

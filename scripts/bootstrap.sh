@@ -1,6 +1,6 @@
 #!/bin/sh
 # Makes sure that the tools a task needs are here: bootstrap.sh GROUP...
-# with the groups build, test, bindings, package, bench, fuzz, lint, coverage.
+# with the groups build, tools, test, bindings, package, bench, fuzz, lint, coverage.
 # What is missing is installed where that needs no question (Debian's apt-get as root or with
 # passwordless sudo); anywhere else the packages are named and the script fails.
 set -eu
@@ -32,7 +32,13 @@ check_group() {
         needs_command make make
         needs_command c++ g++
         ;;
+    tools)
+        needs_header CLI/CLI.hpp libcli11-dev
+        needs_header nlohmann/json.hpp nlohmann-json3-dev
+        needs_header histedit.h libedit-dev
+        ;;
     test)
+        check_group tools
         needs_header gtest/gtest.h libgtest-dev
         needs_command cc gcc
         needs_command nm binutils
@@ -42,6 +48,7 @@ check_group() {
         ;;
     package)
         needs_python
+        check_group tools
         needs_command dpkg-shlibdeps dpkg-dev
         needs_command file file
         needs_command readelf binutils
@@ -49,7 +56,7 @@ check_group() {
     bindings)
         needs_python
         needs_command node nodejs
-        needs_command npm npm
+        needs_header node/node_api.h libnode-dev
         ;;
     bench)
         needs_python

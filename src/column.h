@@ -162,6 +162,8 @@ class ColumnValues {
   // The first second behind `now` at which a live row shows another value; the largest number if
   // none does. Threads as for chunkAt.
   std::int64_t nextChange(std::int64_t now) const;
+  // Of long texts and of odd cells; the arrays are the rows'.
+  std::size_t memoryBytes() const;
   // To be called when rows of the chunk have come to life or gone: what is kept for readers is no
   // longer right.
   void forgetKept(std::size_t chunk) noexcept {

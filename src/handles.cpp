@@ -294,6 +294,22 @@ int velmora_check(const char* path, size_t length, velmora_fault report, void* c
   });
 }
 
+int velmora_stat(const char* path, size_t length, int64_t recent_second, velmora_disk* disk,
+                 velmora_disk_file report, void* context, velmora_error** error) {
+  return codeOf(error, [&] {
+    if (required(disk, "Place for the answer").size != sizeof *disk) {
+      throwMisuse("Answer has a wrong size");
+    }
+    const DiskUse use = diskUse(pathText(path, length), recent_second,
+                                [&](const std::string& file, std::string_view table, auto bytes) {
+                                  if (report == nullptr) return;
+                                  report(context, file.c_str(), std::string(table).c_str(), bytes);
+                                });
+    *disk = {disk->size,     use.process,       use.fileBytes, use.logBytes,
+             use.logRecords, use.recentRecords, use.records,   use.lastSecond};
+  });
+}
+
 int velmora_prepare(velmora_db* db, const char* text, size_t length, velmora_statement** statement,
                     velmora_error** error) {
   if (statement != nullptr) *statement = nullptr;

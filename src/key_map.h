@@ -40,6 +40,10 @@ class SortedBlocks {
   };
   Place end() const noexcept { return {blocks_.size(), 0}; }
   bool isEmpty() const noexcept { return blocks_.empty(); }
+  // Without what keys have elsewhere.
+  std::size_t memoryBytes() const noexcept {
+    return blocks_.size() * (sizeof(Block) + blockCapacity * (sizeof(Key) + sizeof(std::int32_t)));
+  }
 
   // Where the key is, or belongs: the first entry not less than it.
   Place placeOf(View key) const noexcept {
@@ -167,6 +171,8 @@ class NumberKeys {
     return holder;
   }
 
+  std::size_t memoryBytes() const noexcept { return others_.memoryBytes(); }
+
   // Forgets the key. Only in the middle of the run can that fail.
   void erase(std::int64_t key) {
     run_.dropIfLast(key);
@@ -249,6 +255,8 @@ class PrimaryKeyMap {
     std::int64_t numberFrom_ = INT32_MIN, numberTo_ = std::int64_t{INT32_MAX} + 1;
     TextPlace textFrom_, textTo_;
   };
+
+  std::size_t memoryBytes() const;
 
   // For tests: the number of keys, and their texts in order.
   std::size_t size() const { return keys().size(); }

@@ -80,6 +80,15 @@ void Rows::removeLast() noexcept {
   --size_;
 }
 
+std::size_t Rows::memoryBytes() const noexcept {
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < chunks_.size(); ++i) {
+    if (!isInSlab(i)) bytes += bytesPerRow_ * capacity_;
+    if (beginsSlab(i)) bytes += slabBytes;
+  }
+  return bytes;
+}
+
 void Rows::growFirstChunk() {
   const std::size_t capacity = std::max(leastRows, 2 * capacity_);
   if (chunks_.empty()) chunks_.emplace_back();

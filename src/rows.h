@@ -70,6 +70,8 @@ class Rows {
   // The place of that, made if need be.
   std::unique_ptr<Dependents>& dependentsPlace(std::size_t row);
 
+  std::size_t memoryBytes() const noexcept;
+
   // Appends live rows, whose values the caller has to make, and which have to lie in one chunk.
   // Throws std::runtime_error "Table is full" when row indices have run out.
   void append(std::size_t count);

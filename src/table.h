@@ -100,6 +100,11 @@ class Table {
                         TextRoom& room) const {
     return values_[column]->text(row, now, room);
   }
+  // What rows, timed values and keys take, about; not what rows know of their children.
+  std::size_t memoryBytes() const;
+  // The first second behind `now` at which a live row shows another value; the largest number if
+  // none does.
+  std::int64_t nextChange(std::int64_t now) const;
   // Has the row brought into the cache, if it is a usual one, or else its first cells.
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
     constexpr std::size_t mostCells = 16;

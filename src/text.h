@@ -52,6 +52,8 @@ class Text {
     return isOnHeap() ? std::string_view(heapBytes(), heapSize())
                       : std::string_view(bytes_, static_cast<std::size_t>(bytes_[lengthByte]));
   }
+  // What it takes beside itself.
+  std::size_t memoryBytes() const noexcept { return isOnHeap() ? heapSize() : 0; }
   operator std::string_view() const noexcept { return view(); }  // NOLINT
 
   // Becomes the first `size` bytes, 15 at the most, of a field that has 16 or more: whole words are

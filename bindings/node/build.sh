@@ -5,9 +5,14 @@ set -eu
 cd "$(dirname "$0")"
 
 sources=sources
-[ -d "$sources" ] || sources=../..
-cmake -S "$sources" -B build -DCMAKE_BUILD_TYPE=Release -DVELMORA_NODE_PACKAGE=ON -DVELMORA_INSTALL=OFF
-cmake --build build --target velmora_node --parallel "$(getconf _NPROCESSORS_ONLN)"
+build=build
+if [ ! -d "$sources" ]; then
+    sources=../..
+    build=../../build/node-addon
+fi
+cmake -S "$sources" -B "$build" -DCMAKE_BUILD_TYPE=Release -DVELMORA_NODE_PACKAGE=ON \
+    -DVELMORA_INSTALL=OFF
+cmake --build "$build" --target velmora_node --parallel "$(getconf _NPROCESSORS_ONLN)"
 place=prebuilt/$(node -p 'process.platform + "-" + process.arch')
 mkdir -p "$place"
-cp build/bindings/node/velmora.node "$place"
+cp "$build"/bindings/node/velmora.node "$place"

@@ -334,6 +334,34 @@ typedef void (*velmora_fault)(void* context, const char* file, int64_t offset, c
 int velmora_check(const char* path, size_t length, velmora_fault report, void* context,
                   velmora_error** error);
 
+/* What a database has on the disk. */
+typedef struct velmora_disk {
+  uint32_t size;           /* to be set to sizeof(velmora_disk) before the call */
+  int64_t process;         /* that has the directory open; 0: none, or not known */
+  uint64_t file_bytes;     /* of all files, the log's among them */
+  uint64_t log_bytes;      /* since the last checkpoint */
+  uint64_t log_records;    /* in there: changes, a transaction counting as one */
+  uint64_t recent_records; /* of these the ones not older than recent_second */
+  uint64_t records;        /* that the log ever had */
+  int64_t last_second;     /* the latest that a change has been made at */
+} velmora_disk;
+
+/* Told of a file, and of the table whose it is, or an empty text. Both end with a zero byte, and
+   are the callback's until it returns. It must not throw. */
+typedef void (*velmora_disk_file)(void* context, const char* file, const char* table,
+                                  uint64_t bytes);
+
+/*
+ * Looks at the files of a database, without opening it: also beside the program that has it open,
+ * whose commands it neither waits for nor holds up.
+ *
+ * report: null, or called for each file, with the context.
+ *
+ * VELMORA_NOT_FOUND, VELMORA_IO. VELMORA_MISUSE: a wrong size.
+ */
+int velmora_stat(const char* path, size_t length, int64_t recent_second, velmora_disk* disk,
+                 velmora_disk_file report, void* context, velmora_error** error);
+
 /* ---- Statements: commands that are parsed once and run often ---- */
 
 /*
@@ -394,7 +422,8 @@ size_t velmora_result_columns(const velmora_result* result);
 size_t velmora_result_rows(const velmora_result* result);
 
 /* Both end with a zero byte; length: null, or gets the length without it. Borrowed. The declared
-   type is that of the table's column, such as "string(40)"; empty for what is computed. */
+   type is that of the table's column, or of the one whose MIN or MAX it is, such as "string(40)";
+   empty for what is computed otherwise. */
 const char* velmora_result_column_name(const velmora_result* result, size_t column, size_t* length);
 const char* velmora_result_column_declared_type(const velmora_result* result, size_t column,
                                                 size_t* length);

@@ -371,6 +371,23 @@ class Result {
     const char* const name = velmora_result_column_name(result_.get(), column, &size);
     return {name == nullptr ? "" : name, size};
   }
+  velmora_type columnType(std::size_t column) const noexcept {
+    return velmora_result_column_type(result_.get(), column);
+  }
+  // Such as "string(40)"; empty for what is computed.
+  std::string declaredType(std::size_t column) const {
+    std::size_t size = 0;
+    const char* const type = velmora_result_column_declared_type(result_.get(), column, &size);
+    return {type == nullptr ? "" : type, size};
+  }
+  // Fills in the values of up to rowCount rows, row after row, and gives how many there were. Their
+  // texts are borrowed from the result.
+  std::size_t values(std::size_t firstRow, std::size_t rowCount,
+                     std::span<velmora_value> values) const {
+    const std::size_t room = columns() == 0 ? 0 : values.size() / columns();
+    return velmora_result_values(result_.get(), firstRow, rowCount < room ? rowCount : room,
+                                 values.data());
+  }
 
   std::int64_t rowsAffected() const noexcept { return velmora_result_rows_affected(result_.get()); }
   std::string message() const { return velmora_result_message(result_.get(), nullptr); }
@@ -409,6 +426,9 @@ class Statement {
     statement_.reset(statement);
   }
 
+  velmora_kind kind() const noexcept { return velmora_statement_kind(statement_.get()); }
+  std::size_t parameters() const noexcept { return velmora_statement_parameters(statement_.get()); }
+
   // Runs it with a value for each parameter. Throws Error when it failed.
   template <Bindable... Values>
   Result run(const Values&... values) {
@@ -420,9 +440,20 @@ class Statement {
     detail::require(velmora_statement_run(statement_.get(), &result, &error), error);
     return Result(result);
   }
-
-  // Runs a command that changes something once for each row, a range of tuples, all as one
-  // transaction. What the tuples refer to has to stay meanwhile.
+  // Runs a command that changes something once for each row of values, which stand one behind
+  // another, all as one transaction. Throws Error when one has failed; then none has done anything.
+  Result runMany(std::span<const velmora_value> values, std::size_t rowCount) {
+    if (values.size() != rowCount * velmora_statement_parameters(statement_.get())) {
+      throw Error(VELMORA_MISUSE, "Command has not as many parameters");
+    }
+    velmora_result* result = nullptr;
+    velmora_error* error = nullptr;
+    detail::require(
+        velmora_statement_run_many(statement_.get(), values.data(), rowCount, &result, &error),
+        error);
+    return Result(result);
+  }
+  // The same for a range of tuples; what they refer to has to stay meanwhile.
   template <std::ranges::forward_range Range>
   Result runMany(const Range& rows) {
     std::vector<velmora_value> values;
@@ -432,11 +463,7 @@ class Statement {
       std::apply([&](const auto&... each) { (values.push_back(detail::bound(each)), ...); }, row);
       ++count;
     }
-    velmora_result* result = nullptr;
-    velmora_error* error = nullptr;
-    detail::require(
-        velmora_statement_run_many(statement_.get(), values.data(), count, &result, &error), error);
-    return Result(result);
+    return runMany(values, count);
   }
 
  private:

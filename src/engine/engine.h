@@ -20,6 +20,7 @@
 
 #include "../answer.h"
 #include "../value.h"
+#include "disk_use.h"
 
 namespace velmora {
 
@@ -114,6 +115,9 @@ struct Fault {
   std::int64_t offset = -1;  // bytes; -1: of the file as a whole
   std::string meaning;
 };
+// What the database of a directory has on the disk, also while somebody has it open. Throws
+// Failure: notFound, io.
+DiskUse diskUse(std::string_view path, std::int64_t recentSecond, const ReportFile& report);
 // Reads the database of a directory, changing nothing, and reports each fault. Throws Failure:
 // busy, notFound, io.
 void checkDatabase(std::string_view path, const Callbacks& callbacks,

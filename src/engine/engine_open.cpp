@@ -13,6 +13,7 @@
 #include "../storage/block_io.h"
 #include "../storage/damaged_files.h"
 #include "../storage/sealed.h"
+#include "../storage/system_failure.h"
 #include "../text.h"
 #include "engine_parts.h"
 
@@ -27,12 +28,6 @@ Failure failureOf(const DirectoryInUse& error) {
   Failure failure(Code::busy, error.what() + holder);
   failure.process = error.process;
   return failure;
-}
-
-Failure failureOf(const DirectoryFailure& error) {
-  const bool isMissing = error.systemError == ENOENT || error.systemError == ENOTDIR;
-  if (!isMissing) return Failure(Code::io, error.what()).because(error.systemError);
-  return Failure(Code::notFound, "The database directory is not there").because(error.systemError);
 }
 
 // Waits for the directory as long as it may.
@@ -86,6 +81,12 @@ class Faults {
 };
 
 }  // namespace
+
+Failure failureOf(const DirectoryFailure& error) {
+  const bool isMissing = error.systemError == ENOENT || error.systemError == ENOTDIR;
+  if (!isMissing) return Failure(Code::io, error.what()).because(error.systemError);
+  return Failure(Code::notFound, "The database directory is not there").because(error.systemError);
+}
 
 Engine::Parts::Parts(OpenOptions options_)
     : options(std::move(options_)), gate(options.transactionWait) {}
@@ -318,6 +319,15 @@ void Engine::backup(std::string_view path) {
       removeFile(lock->directory(), entry.name);
     }
     throw;
+  }
+}
+
+DiskUse diskUse(std::string_view path, std::int64_t recentSecond, const ReportFile& report) {
+  try {
+    const DirectoryLock opened(std::string(path), DirectoryLock::Mode::none);
+    return asSystemFailure("", [&] { return diskUseOf(opened.directory(), recentSecond, report); });
+  } catch (const DirectoryFailure& error) {
+    throw failureOf(error);
   }
 }
 

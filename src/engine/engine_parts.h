@@ -25,6 +25,9 @@
 
 namespace velmora {
 
+// Of a directory that cannot be opened.
+Failure failureOf(const DirectoryFailure& error);
+
 struct Prepared::Parts {
   strict::Statement statement;
   // What was looked up for a SELECT, and of which state of the catalogue that is.

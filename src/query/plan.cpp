@@ -134,8 +134,8 @@ AnswerColumn Plan::answerColumn(const Expression& expression) const {
   const bool isOfColumn = expression.function == Function::none ||
                           expression.function == Function::min ||
                           expression.function == Function::max;
+  if (isOfColumn) column.declaredType = typeName(scope.column(expression.place));
   if (!expression.isTotal()) {
-    column.declaredType = typeName(scope.column(expression.place));
     column.type = answerTypeOf(expression.values->kind());
   } else {
     const ValueKind kind = expression.hasColumn() ? expression.values->kind() : ValueKind::integer;

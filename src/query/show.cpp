@@ -46,13 +46,44 @@ void showTables(const Tables& tables, Answer& answer) {
   }
 }
 
-void showColumns(const Table& table, Answer& answer) {
+void showStorage(const Tables& tables, const QueryContext& context, Answer& answer) {
+  begin(answer, {{"table", text},
+                 {"rows", integer},
+                 {"deleted", integer},
+                 {"memory", integer},
+                 {"next_change", integer}});
+  for (const auto& [name, table] : tables) {
+    context.interrupt.check();
+    const std::int64_t rows = liveRows(table);
+    answer.addText(name);
+    answer.addInteger(rows);
+    answer.addInteger(static_cast<std::int64_t>(table.rowCount()) - rows);
+    answer.addInteger(static_cast<std::int64_t>(table.memoryBytes()));
+    const std::int64_t change = table.nextChange(context.now);
+    answer.nextChange = std::min(answer.nextChange, change);
+    if (change == Answer::never) {
+      answer.addNull();
+    } else {
+      answer.addInteger(change);
+    }
+  }
+}
+
+// The number that the next row will get: one more than the last row's, deleted or not.
+std::int64_t nextNumber(const Table& table, std::size_t column, std::int64_t now) {
+  const std::size_t rows = table.rowCount();
+  return rows == 0 ? 1 : table.values(column).value(rows - 1, now).integer + 1;
+}
+
+void showColumns(const Table& table, std::int64_t now, Answer& answer) {
   begin(answer, {{"column", text},
                  {"type", text},
                  {"length", integer},
                  {"states", integer},
-                 {"key", boolean}});
-  for (const Column& column : table.columns) {
+                 {"key", boolean},
+                 {"next_number", integer}});
+  for (std::size_t i = 0; i < table.columns.size(); ++i) {
+    const Column& column = table.columns[i];
     answer.addText(column.name);
     answer.addText(typeName(column));
     if (column.type == "string") {
@@ -62,6 +93,11 @@ void showColumns(const Table& table, Answer& answer) {
     }
     answer.addInteger(column.maxStates);
     answer.addBoolean(table.hasPrimaryKey() && column.name == table.primaryKeyColumn);
+    if (column.type == "ApexInt") {
+      answer.addInteger(nextNumber(table, i, now));
+    } else {
+      answer.addNull();
+    }
   }
 }
 
@@ -112,6 +148,63 @@ void showListeners(const Listeners& listeners, const Tables& tables, Answer& ans
       answer.addText(listener.target);
       answer.addText(filterText(listener, tables));
     }
+  }
+}
+
+void addText(std::string_view shown, AnswerWriter& writer) {
+  writer.add(shown == missingValue ? TypedValue() : TypedValue::ofText(shown));
+}
+
+// The key of a row as a text, or null.
+void addKey(const Table& table, std::size_t row, std::int64_t now, AnswerWriter& writer) {
+  if (!table.hasPrimaryKey()) return writer.add({});
+  TextRoom room;
+  addText(table.text(row, static_cast<std::size_t>(table.primaryKeyIndex), now, room), writer);
+}
+
+// A timed value with the row that has it, counted among those that are not deleted.
+struct Plan {
+  std::size_t row;
+  std::size_t ordinal;
+  std::size_t column;
+};
+
+void answerPlan(const Table& table, const Plan& plan, std::int64_t now, AnswerWriter& writer) {
+  const TempRule& rule = *table.values(plan.column).rule(plan.row);
+  std::int64_t number = 0;
+  for (const TempState& state : rule.states) {
+    writer.add(TypedValue::ofInteger(static_cast<std::int64_t>(plan.ordinal)));
+    addKey(table, plan.row, now, writer);
+    writer.add(TypedValue::ofText(table.columns[plan.column].name));
+    writer.add(TypedValue::ofInteger(rule.startTime));
+    writer.add(TypedValue::ofInteger(++number));
+    addText(state.value.view(), writer);
+    writer.add(TypedValue::ofInteger(state.duration));
+    writer.add(TypedValue::ofBoolean(rule.repeat));
+  }
+}
+
+// What is planned, from the beginning and whatever second it is.
+void showStates(const Table& table, const QueryContext& context, Answer& answer) {
+  begin(answer, {{"ordinal", integer},
+                 {"key", text},
+                 {"column", text},
+                 {"start", integer},
+                 {"number", integer},
+                 {"value", text},
+                 {"seconds", integer},
+                 {"cycles", boolean}});
+  AnswerWriter writer(answer, context.now);
+  std::size_t ordinal = 0;
+  for (std::size_t row = 0; row < table.rowCount(); ++row) {
+    if (Rows::placeOf(row) == 0) context.interrupt.check();
+    if (!table.isLive(row)) continue;
+    for (std::size_t column = 0; column < table.columns.size(); ++column) {
+      if (table.columns[column].maxStates == 0) continue;
+      if (table.values(column).rule(row) == nullptr) continue;
+      answerPlan(table, {row, ordinal, column}, context.now, writer);
+    }
+    ++ordinal;
   }
 }
 
@@ -169,19 +262,10 @@ void Schedule::answerChange(const Change& change, AnswerWriter& writer) const {
   writer.add(TypedValue::ofInteger(change.second));
   writer.add(TypedValue::ofText(table.tableName));
   writer.add(TypedValue::ofInteger(static_cast<std::int64_t>(change.row)));
-  const auto addText = [&](std::string_view shown) {
-    writer.add(shown == missingValue ? TypedValue() : TypedValue::ofText(shown));
-  };
-  if (table.hasPrimaryKey()) {
-    TextRoom room;
-    const auto key = static_cast<std::size_t>(table.primaryKeyIndex);
-    addText(table.text(change.row, key, context_.now, room));
-  } else {
-    writer.add({});
-  }
+  addKey(table, change.row, context_.now, writer);
   const TempRule& rule = *table.values(change.column).rule(change.row);
   writer.add(TypedValue::ofText(table.columns[change.column].name));
-  addText(rule.valueAt(change.second));
+  addText(rule.valueAt(change.second), writer);
   writer.add(TypedValue::ofBoolean(rule.repeat));
 }
 
@@ -227,8 +311,11 @@ void show(const strict::Show& show, const Tables& tables, const Listeners& liste
     case What::tables:
       query::showTables(tables, answer);
       break;
+    case What::storage:
+      query::showStorage(tables, context, answer);
+      break;
     case What::columns:
-      query::showColumns(query::tableNamed(*show.table, tables), answer);
+      query::showColumns(query::tableNamed(*show.table, tables), context.now, answer);
       break;
     case What::links:
       query::showLinks(tables, answer);
@@ -238,6 +325,9 @@ void show(const strict::Show& show, const Tables& tables, const Listeners& liste
       break;
     case What::schedule:
       query::showSchedule(show, tables, context, answer);
+      break;
+    case What::states:
+      query::showStates(query::tableNamed(*show.table, tables), context, answer);
       break;
   }
 }

@@ -23,11 +23,13 @@ int lockWithoutWaiting(int descriptor, int operation) {
   return result;
 }
 
-// Who has locked the directory; 0 when the system does not tell. Its list has lines such as
+}  // namespace
+
+// The system's list of locks has lines such as
 // "1: FLOCK  ADVISORY  WRITE 4711 08:01:131073 0 EOF".
-std::int64_t holderOf(int descriptor) {
+std::int64_t holderOf(const Directory& directory) {
   struct stat status {};
-  if (fstat(descriptor, &status) != 0) return 0;
+  if (fstat(directory.descriptor, &status) != 0) return 0;
   std::ifstream locks("/proc/locks");
   for (std::string line; std::getline(locks, line);) {
     std::int64_t process = 0;
@@ -44,13 +46,12 @@ std::int64_t holderOf(int descriptor) {
   return 0;
 }
 
-}  // namespace
-
 DirectoryLock::DirectoryLock(const std::string& path, Mode mode)
     : descriptor_(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
   if (descriptor_ < 0) throw DirectoryFailure(errno);
+  if (mode == Mode::none) return;
   if (lockWithoutWaiting(descriptor_, mode == Mode::alone ? LOCK_EX : LOCK_SH) != 0) {
-    const std::int64_t holder = holderOf(descriptor_);
+    const std::int64_t holder = holderOf(directory());
     close(descriptor_);
     throw DirectoryInUse(holder);
   }

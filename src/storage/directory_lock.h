@@ -27,6 +27,7 @@ class DirectoryLock {
   enum class Mode : std::uint8_t {
     alone,
     shared,  // beside others that ask for the same
+    none,    // for who only looks, whatever others do
   };
   // Throws DirectoryInUse, DirectoryFailure.
   explicit DirectoryLock(const std::string& path = ".", Mode mode = Mode::alone);
@@ -39,6 +40,9 @@ class DirectoryLock {
  private:
   int descriptor_;
 };
+
+// Who has locked the directory; 0: nobody, or not known.
+std::int64_t holderOf(const Directory& directory);
 
 // Makes the directory, within one that is there; false when it cannot be, unless it is there.
 bool makeDirectory(const std::string& path);

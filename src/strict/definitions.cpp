@@ -158,19 +158,21 @@ Command vacuum(Cursor& cursor) {
 }
 
 // "SHOW" ("TABLES" | "COLUMNS" "FROM" table | "LINKS" | "LISTENERS"
-//         | "SCHEDULE" ["FROM" table] ["UNTIL" second])
+//         | "SCHEDULE" ["FROM" table] ["UNTIL" second] | "STATES" "FROM" table | "STORAGE")
 Command show(Cursor& cursor) {
   using enum Show::What;
   Show show;
   if (cursor.skipWord("TABLES")) return show;
   if (cursor.skipWord("LINKS")) return Show{links, {}, {}};
   if (cursor.skipWord("LISTENERS")) return Show{listeners, {}, {}};
-  if (cursor.skipWord("COLUMNS")) {
+  if (cursor.skipWord("STORAGE")) return Show{storage, {}, {}};
+  const bool isOfColumns = cursor.skipWord("COLUMNS");
+  if (isOfColumns || cursor.skipWord("STATES")) {
     cursor.expectWord("FROM");
-    return Show{columns, cursor.tableName(), {}};
+    return Show{isOfColumns ? columns : states, cursor.tableName(), {}};
   }
   if (!cursor.skipWord("SCHEDULE")) {
-    cursor.refuse("TABLES, COLUMNS, LINKS, LISTENERS or SCHEDULE");
+    cursor.refuse("TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE, STATES or STORAGE");
   }
   show.what = schedule;
   if (cursor.skipWord("FROM")) show.table = cursor.tableName();

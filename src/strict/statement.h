@@ -142,9 +142,9 @@ struct Vacuum {
   std::optional<Name> table;
 };
 struct Show {
-  enum class What : std::uint8_t { tables, columns, links, listeners, schedule };
+  enum class What : std::uint8_t { tables, columns, links, listeners, schedule, states, storage };
   What what = What::tables;
-  std::optional<Name> table;     // of columns, and of schedule if it is named
+  std::optional<Name> table;     // of columns and states, and of schedule if it is named
   std::optional<Operand> until;  // of schedule
 };
 struct Begin {};

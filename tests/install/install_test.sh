@@ -188,23 +188,28 @@ examples-elsewhere)
     each_example_runs directory elsewhere
     ;;
 examples-javascript)
-    # Those who have read the package's README write its place for PATH/TO.
-    preparation=$(shown_lines docs/examples.md installed)
-    npm=$(sed -n 's/^ *\(npm install .*\)/\1/p' "$SOURCE/bindings/node/README.md")
-    npm=$(echo "$npm" | sed "s,PATH/TO,$prefix/share/doc/velmora,")
-    export LD_LIBRARY_PATH="$prefix/$LIBDIR"
+    # What npm makes of the tarball in a project that has nothing else: no network, no library.
+    mkdir -p directory/node_modules
+    (cd directory/node_modules && tar xzf "$BUILD"/node/velmora-node-"$VERSION".tgz &&
+        mv package velmora)
+    [ "$(cd directory && node -p 'require("velmora").version')" = "$VERSION" ]
+    mv directory project
+    rm -rf prefix
+    unset PKG_CONFIG_PATH
     for example in "$SOURCE"/examples/*.mjs; do
         example=${example##*/}
-        lines_print_example directory "$example" "$preparation
-            $npm --no-audit --no-fund --fetch-retries=1 --fetch-retry-mintimeout=1000 \
-                >npm.log 2>&1 || {
-                cat npm.log >&2
-                ! grep -Eq 'code (EAI_AGAIN|ENOTFOUND|ECONN|ETIMEDOUT|ENETUNREACH)' npm.log ||
-                    exit 77
-                exit 1
-            }
+        cp "$SOURCE/examples/$example" project
+        "$SOURCE/tests/example.sh" "examples/$example" sh -euc "
+            cd '$work/project'
             $(own_line "$example")"
     done
+    # Where the addon is missing the package says how it is built, and the sources for it are there.
+    rm -r project/node_modules/velmora/prebuilt
+    if (cd project && node hello.mjs) 2>errors; then exit 1; fi
+    grep -q 'Error: velmora has no addon .* from the sources in the package: run "npm run build"' errors
+    # To build the engine again would prove no more.
+    "$CMAKE" -S project/node_modules/velmora/sources -B build -DVELMORA_NODE_PACKAGE=ON \
+        -DVELMORA_INSTALL=OFF >configure.log 2>&1 || { cat configure.log; exit 1; }
     ;;
 python)
     # The lines of the package's README into virtual environments, without any index of packages.

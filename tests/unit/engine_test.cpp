@@ -96,13 +96,13 @@ TEST_F(EngineCommands, aKeyThatALinkHasMadeGoesWithTheDroppedTable) {
   run("BEGIN");
   run("DROP TABLE c");
   run("ROLLBACK");
-  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 true");
+  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 true NULL");
   EXPECT_EQ(run("DELETE FROM p"), "! 8 -1: Rows are linked to the key 'a' of table 'p'");
   run("DROP TABLE c");
-  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 false");
+  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 false NULL");
   EXPECT_EQ(run("INSERT INTO p code = 'a'"), "1 row");
   crash();
-  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 false");
+  EXPECT_EQ(run("SHOW COLUMNS FROM p"), "code string 60 0 false NULL");
   EXPECT_EQ(run("SELECT * FROM p"), "a; a");
 }
 

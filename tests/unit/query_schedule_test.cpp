@@ -43,6 +43,8 @@ class QueryShow : public testing::Test {
     return answer;
   }
 
+  Table& table(const char* name) { return tables_.at(name); }
+
   Tables tables_;
   Listeners listeners_;
 };
@@ -55,9 +57,9 @@ TEST_F(QueryShow, tellsTablesAndHowManyRowsTheyHave) {
 
 TEST_F(QueryShow, tellsColumns) {
   const Answer answer = show(What::columns, "signs");
-  EXPECT_EQ(headings(answer), (Texts{"column", "type", "length", "states", "key"}));
-  EXPECT_EQ(rowsOf(answer), (Texts{"id|ApexInt|null|0|true", "text|string|20|3|false",
-                                   "level|int|null|3|false", "wide|long|null|0|false"}));
+  EXPECT_EQ(headings(answer), (Texts{"column", "type", "length", "states", "key", "next_number"}));
+  EXPECT_EQ(rowsOf(answer), (Texts{"id|ApexInt|null|0|true|4", "text|string|20|3|false|null",
+                                   "level|int|null|3|false|null", "wide|long|null|0|false|null"}));
   EXPECT_EQ(failureOf([&] { return show(What::columns, "x"); }), "4 Unknown table 'x' at 19");
 }
 
@@ -96,6 +98,25 @@ TEST_F(QueryShow, tellsAllChangesUpToASecond) {
   EXPECT_EQ(rowsOf(show(What::schedule, nullptr, 109)), Texts{});
   EXPECT_EQ(failureOf([&] { return show(What::schedule, nullptr, -1); }),
             "10 UNTIL must not be below 0 at 40");
+}
+
+TEST_F(QueryShow, tellsTheStatesOfLiveTimedCellsWhateverSecondItIs) {
+  const Answer answer = show(What::states, "signs", std::nullopt, 100000);
+  EXPECT_EQ(headings(answer),
+            (Texts{"ordinal", "key", "column", "start", "number", "value", "seconds", "cycles"}));
+  EXPECT_EQ(rowsOf(answer), (Texts{"0|1|text|100|1|open|10|true", "0|1|text|100|2|shut|20|true",
+                                   "1|2|level|100|1|1|10|false", "1|2|level|100|2|null|5|false",
+                                   "1|2|level|100|3|3|1|false"}));
+  EXPECT_EQ(answer.nextChange, Answer::never);
+  EXPECT_EQ(rowsOf(show(What::states, "areas")),
+            (Texts{"0|null|n|100|1|5|10|false", "0|null|n|100|2|6|1|false"}));
+}
+
+TEST_F(QueryShow, countsTheRowsOfStatesAsTheyAreSelected) {
+  table("signs").setDeleted(0, true);
+  EXPECT_EQ(rowsOf(show(What::states, "signs")),
+            (Texts{"0|2|level|100|1|1|10|false", "0|2|level|100|2|null|5|false",
+                   "0|2|level|100|3|3|1|false"}));
 }
 
 TEST_F(QueryShow, refusesAScheduleWithoutEnd) {

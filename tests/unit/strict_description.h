@@ -148,7 +148,8 @@ class Description {
     word("vacuum" + (vacuum.table ? " " + vacuum.table->text : ""));
   }
   void add(const Show& show) {
-    static constexpr const char* whats[] = {"tables", "columns", "links", "listeners", "schedule"};
+    static constexpr const char* whats[] = {"tables",   "columns", "links",  "listeners",
+                                            "schedule", "states",  "storage"};
     word(std::string("show ") + whats[static_cast<std::size_t>(show.what)]);
     if (show.table) word(" from " + show.table->text);
     add(" until ", show.until);

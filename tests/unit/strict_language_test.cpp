@@ -205,7 +205,9 @@ TEST_F(StrictLanguage, knowsWhatThereIsNotToBeShownOrLinked) {
       {"BEGIN x", "! 11 6: Unexpected 'x' after the command"},
       {"CHECKPOINT now", "! 11 11: Unexpected 'now' after the command"},
       {"VACUUM nix", "! 4 7 nix: Unknown table 'nix'"},
-      {"SHOW nix", "! 11 5: Expected TABLES, COLUMNS, LINKS, LISTENERS or SCHEDULE, found 'nix'"},
+      {"SHOW nix",
+       "! 11 5: Expected TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE, STATES or STORAGE, found "
+       "'nix'"},
       {"SHOW COLUMNS FROM nix", "! 4 18 nix: Unknown table 'nix'"},
       {"SHOW SCHEDULE FROM nix", "! 4 19 nix: Unknown table 'nix'"},
       {"LINK a.b --> c.d", "! 4 5 a: Unknown table 'a'"},
@@ -401,9 +403,21 @@ TEST_F(StrictLanguage, answersForAnySecond) {
        "1700000005 t 2 NULL n 4 false; 1700000010 t 0 NULL colour green true; 1700000015 t 0 NULL "
        "colour amber true; 1700000020 t 0 NULL colour red true"},
       {"SHOW SCHEDULE UNTIL 1700000004", ""},
+      {"SHOW STATES FROM t",
+       "0 NULL colour 1700000000 1 red 10 true; 0 NULL colour 1700000000 2 green 5 true; "
+       "0 NULL colour 1700000000 3 amber 5 true; 0 NULL n 1700000000 1 1 60 false; "
+       "0 NULL n 1700000000 2 2 60 false; 2 NULL colour 1699999995 1 off 3600 false; "
+       "2 NULL colour 1699999995 2 on 3600 false; 2 NULL n 1699999995 1 3 10 false; "
+       "2 NULL n 1699999995 2 4 10 false"},
   });
   check({
       {"UPDATE t SET colour = 'blue' WHERE place = 'a'", "1 row"},
+      {"SHOW STATES FROM nix", "! 4 17 nix: Unknown table 'nix'"},
+      {"DELETE FROM t WHERE place = 'b'", "1 row"},
+      {"UPDATE t SET n = 5 WHERE place = 'c'", "1 row"},
+      {"SHOW STATES FROM t",
+       "0 NULL n 1700000000 1 1 60 false; 0 NULL n 1700000000 2 2 60 false; "
+       "1 NULL colour 1699999995 1 off 3600 false; 1 NULL colour 1699999995 2 on 3600 false"},
       {"DELETE FROM t WHERE place = 'c'", "1 row"},
       {"SHOW SCHEDULE UNTIL 1800000000", "1700000060 t 0 NULL n 2 false"},
   });
@@ -478,7 +492,8 @@ TEST_F(StrictLanguage, letsNoKeyBeDoubledMissedOrTimed) {
       {"UPDATE q SET k = 'c' WHERE k = 'a'", "1 row"},
       {"SELECT k FROM q", "c; b"},
       {"DROP TABLE r", "0 rows"},
-      {"SHOW COLUMNS FROM q", "k string 60 0 false; n int NULL 0 false; s string 60 3 false"},
+      {"SHOW COLUMNS FROM q",
+       "k string 60 0 false NULL; n int NULL 0 false NULL; s string 60 3 false NULL"},
       {"INSERT INTO q k = 'c'", "1 row"},
       {"CREATE TABLE w k string 3", "0 rows"},
       {"CREATE TABLE x k string", "0 rows"},

@@ -377,17 +377,23 @@ TEST(StrictCommands, linksAndListeners) {
 TEST(StrictCommands, show) {
   expectAccepted({{"SHOW TABLES", "show tables"},
                   {"SHOW COLUMNS FROM t", "show columns from t"},
+                  {"SHOW STATES FROM t", "show states from t"},
+                  {"show states from states", "show states from states"},
                   {"SHOW LINKS", "show links"},
                   {"show listeners", "show listeners"},
+                  {"SHOW STORAGE", "show storage"},
                   {"SHOW SCHEDULE", "show schedule"},
                   {"SHOW SCHEDULE FROM t", "show schedule from t"},
                   {"SHOW SCHEDULE UNTIL ?", "show schedule until ?0"},
                   {"SHOW SCHEDULE FROM until UNTIL 5", "show schedule from until until 5"}});
-  const std::string whats = "Expected TABLES, COLUMNS, LINKS, LISTENERS or SCHEDULE, found ";
+  const std::string whats =
+      "Expected TABLES, COLUMNS, LINKS, LISTENERS, SCHEDULE, STATES or STORAGE, found ";
   expectRefused({{"SHOW", 4, whats + "the end of the command"},
                  {"SHOW TABLE", 5, whats + "the word 'TABLE'"},
                  {"SHOW TABLES FROM t", 12, "Unexpected 'FROM' after the command"},
                  {"SHOW COLUMNS", 12, "Expected FROM, found the end of the command"},
+                 {"SHOW STATES", 11, "Expected FROM, found the end of the command"},
+                 {"SHOW STATES FROM t UNTIL 5", 19, "Unexpected 'UNTIL' after the command"},
                  {"SHOW SCHEDULE FROM", 18, "Expected a table name, found the end of the command"},
                  {"SHOW SCHEDULE UNTIL 5 FROM t", 22, "Unexpected 'FROM' after the command"},
                  {"SHOW SCHEDULE UNTIL x", 20, "Expected a whole number, found 'x'"}});

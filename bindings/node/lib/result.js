@@ -113,9 +113,9 @@ class Result {
     const timed = native.timed(this.#handle, row, this.#place(column));
     if (timed === null) return null;
     const [cycles, changesAt, value] = timed;
-    const isWide = typeof value === 'bigint'
-      && (this.#hasSafeIntegers || !Number.isSafeInteger(Number(value)));
-    return { cycles, changesAt, next: typeof value === 'bigint' && !isWide ? Number(value) : value };
+    const isNumber = typeof value === 'bigint' && !this.#hasSafeIntegers
+      && Number.isSafeInteger(Number(value));
+    return { cycles, changesAt, next: isNumber ? Number(value) : value };
   }
 
   column(column) {

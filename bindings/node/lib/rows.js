@@ -85,7 +85,7 @@ const mostReaders = 500;
 
 // reader(rows, count, texts, numbers, wide) puts the rows of a block behind those that there are.
 function readerOf(columns, form, hasSafeIntegers) {
-  const key = JSON.stringify([form, hasSafeIntegers, columns.map(({ name, type }) => [name, type])]);
+  const key = JSON.stringify([form, hasSafeIntegers, columns]);
   let reader = readers.get(key);
   if (reader !== undefined) return reader;
   try {

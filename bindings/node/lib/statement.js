@@ -69,10 +69,9 @@ class Statement {
     }
   }
 
-  // Runs it; gives the texts of the first block.
-  #query(values) {
+  // Runs it with the values; gives the texts of the first block.
+  #query(given) {
     this.#requireReading();
-    const given = this.#given(values);
     const texts = native.query(this.#handle, given.length, pack(given));
     if (scratch.numbers[HAS_NEW_COLUMNS] === 1) {
       this.#columns = namedColumns(native.statementColumns(this.#handle));
@@ -83,7 +82,7 @@ class Statement {
   }
 
   all(...values) {
-    let texts = this.#query(values);
+    let texts = this.#query(this.#given(values));
     const { numbers, wide } = scratch;
     const count = numbers[ROWS_IN_RESULT];
     const second = secondInHeader();
@@ -97,7 +96,7 @@ class Statement {
   }
 
   get(...values) {
-    const texts = this.#query(values);
+    const texts = this.#query(this.#given(values));
     const { numbers, wide } = scratch;
     if (numbers[ROWS_IN_BLOCK] === 0) return undefined;
     const rows = [];
@@ -154,7 +153,10 @@ class Statement {
 
   columns() {
     this.#requireReading();
-    if (this.#columns === null) this.get(...new Array(this.#bound ? 0 : this.#parameters).fill(null));
+    if (this.#columns === null) {
+      this.#query(this.#bound ?? new Array(this.#parameters).fill(null));
+      native.forgetRows(this.#handle);
+    }
     return describedColumns(this.#columns);
   }
 

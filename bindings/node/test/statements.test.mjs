@@ -23,7 +23,8 @@ withDatabase('a change says how many rows, and which number a new one has', (dat
   assert.deepEqual(database.run('INSERT INTO t n = 1'), { changes: 1, lastInsertRowid: 1 });
   database.exec('INSERT INTO t n = 1');
   assert.deepEqual(database.run('UPDATE t SET n = 2'), { changes: 2, lastInsertRowid: null });
-  assert.deepEqual(database.run('DELETE FROM t WHERE n = 1'), { changes: 0, lastInsertRowid: null });
+  assert.deepEqual(database.run('DELETE FROM t WHERE n = 1'),
+    { changes: 0, lastInsertRowid: null });
 });
 
 withDatabase('get gives the first row or undefined', (database) => {

@@ -60,7 +60,8 @@ withDatabase('booleans and null are bound as such', (database) => {
 
 withDatabase('texts of any characters come back as they were', (database) => {
   database.exec('CREATE TABLE t s string(65535) b bool');
-  const texts = ['', 'plain', "O'Brien", 'both \' and "', 'a\\b\n\t\u0001/', '?', '#/#?', ' #TIME# ',
+  const texts = ['', 'plain', "O'Brien", 'both \' and "', 'a\\b\n\t\u0001/', '?', '#/#?',
+    ' #TIME# ', '@ 5 s', '-->',
     'Zoë, 日本 🚦', '\u{10ffff}\ufffd\ufeff\u00ff', "x' b = true s = 'y", 'now #TIME# 5',
     'DROP TABLE t', 'NULL', 'x'.repeat(65_535), 'ü'.repeat(30_000), '🚦'.repeat(16_000)];
   for (const text of texts) assert.equal(stored(database, 's', text), text);
