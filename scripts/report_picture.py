@@ -6,6 +6,7 @@
 The report is a page; the picture holds it as it is, so it is the same at each run.
 """
 
+import os
 import re
 import subprocess
 import sys
@@ -52,4 +53,4 @@ width="{WIDTH}" height="{HEIGHT}">
 
 
 if __name__ == "__main__":
-    print(picture_of(report_of(sys.argv[1])))
+    print(picture_of(report_of(os.path.abspath(sys.argv[1]))))
