@@ -68,21 +68,22 @@ std::string_view TempRule::valueAt(std::int64_t now) const {
   return states.at(calculateIndex(now)).value.view();
 }
 
-std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
-  if (states.empty() || now == never) return never;
-  if (!isUsual(*this, now)) return now + 1;
-  // A first state of no length is passed over once a pass, before the start as well.
-  if (now < startTime) return states.front().duration > 0 ? startTime : now + 1;
-  std::int64_t elapsed = now - startTime;
-  if (!repeat && elapsed >= cycleLength) return never;
-  if (repeat) elapsed %= cycleLength;
-  std::int64_t end = 0;
-  for (const TempState& state : states) {
-    end += state.duration;
-    if (elapsed < end) break;
+TempRule::Moment TempRule::momentAt(std::int64_t now) const noexcept {
+  if (states.empty() || now == never) return {calculateIndex(now), never};
+  if (!isUsual(*this, now)) return {calculateIndex(now), now + 1};
+  if (now < startTime) {
+    // A first state of no length is passed over once a pass, before the start as well.
+    return {calculateIndex(now), states.front().duration > 0 ? startTime : now + 1};
   }
+  const std::size_t last = states.size() - 1;
+  std::int64_t elapsed = now - startTime;
+  if (!repeat && elapsed >= cycleLength) return {last, never};
+  if (repeat) elapsed %= cycleLength;
+  std::size_t index = 0;
+  std::int64_t end = states.front().duration;
+  while (elapsed >= end && index < last) end += states[++index].duration;
   // A pass whose length is not its states' sum ends when its length says so.
-  return now + (elapsed < end ? std::min(end, cycleLength) : cycleLength) - elapsed;
+  return {index, now + (elapsed < end ? std::min(end, cycleLength) : cycleLength) - elapsed};
 }
 
 std::int64_t TempRule::nextValueChange(std::int64_t now) const noexcept {

@@ -61,9 +61,14 @@ struct TempRule {
   std::size_t calculateIndex(std::int64_t now) const noexcept;
   // The value in force at the second `now`; throws std::out_of_range when there are no states.
   std::string_view valueAt(std::int64_t now) const;
-  // A second up to which the state in force at `now` stays; behind it the rule has to be asked
-  // again.
-  std::int64_t nextChange(std::int64_t now) const noexcept;
+  // The state in force at the second `now`, and a second up to which it stays; behind that the rule
+  // has to be asked again.
+  struct Moment {
+    std::size_t index;
+    std::int64_t change;
+  };
+  Moment momentAt(std::int64_t now) const noexcept;
+  std::int64_t nextChange(std::int64_t now) const noexcept { return momentAt(now).change; }
   // The first second behind `now` at which another value is shown; the largest number if none is.
   // Where durations or seconds are absurd it may be too early.
   std::int64_t nextValueChange(std::int64_t now) const noexcept;

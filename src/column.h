@@ -198,16 +198,23 @@ class ColumnValues {
     std::int64_t since = std::numeric_limits<std::int64_t>::min();
     std::int64_t until = std::numeric_limits<std::int64_t>::max();
 
-    // What readers have made for those who come: the last two of each.
+    // What readers have made for those who come: the last two snapshots, and the last changes at a
+    // second of the arrays' own and at two others.
     struct Change {  // the next one, from each second of these
       std::int64_t from = 0;
       std::int64_t second = 0;
     };
     mutable std::mutex guard;  // of these
     mutable std::shared_ptr<const Snapshot> snapshots[2];
-    mutable Change nextChanges[2];
+    mutable Change nextChanges[3];
     mutable std::size_t newerSnapshot = 0;
-    mutable std::size_t newerChange = 0;
+    mutable std::size_t newerChange = 1;
+
+    bool holdsAt(std::int64_t now) const noexcept { return since <= now && now < until; }
+    void keepChange(std::int64_t now, std::int64_t second) const noexcept {
+      if (!holdsAt(now)) newerChange = 3 - newerChange;
+      nextChanges[holdsAt(now) ? 0 : newerChange] = {now, second};
+    }
 
     std::size_t find(std::size_t place) const noexcept;
   };

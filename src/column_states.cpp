@@ -10,6 +10,17 @@ namespace {
 
 constexpr std::int64_t always = std::numeric_limits<std::int64_t>::max();
 
+// Has the rules, and of nearer ones the states, brought into the cache for a loop that comes to
+// them in some steps.
+void prefetchRules(const std::vector<Cell>& cells, std::size_t i) noexcept {
+  constexpr std::size_t near = 8;
+  constexpr std::size_t far = 16;
+  if (i + far >= cells.size()) return;
+  __builtin_prefetch(cells[i + far].tempRule.get());
+  const TempRule* const rule = cells[i + near].tempRule.get();
+  if (rule != nullptr) __builtin_prefetch(rule->states.data());
+}
+
 }  // namespace
 
 // A chunk's arrays at a second, without room for further rows.
@@ -31,7 +42,7 @@ struct ColumnValues::Snapshot {
 
 void ColumnValues::keepRight(std::size_t chunk, std::int64_t now) const {
   OddCells& odd = *odd_[chunk];
-  if (now < odd.since || now >= odd.until) refresh(chunk, odd, now);
+  if (!odd.holdsAt(now)) refresh(chunk, odd, now);
 }
 
 // Puts the states in force into the arrays where they have changed.
@@ -81,21 +92,30 @@ std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t
   std::copy_n(odd.flags.data(), count, made->odd.get());
   made->since = now;
   made->until = always;
+  std::int64_t next = always;
+  const std::uint8_t* const deleted = rows_.deleted(chunk);
   for (std::size_t i = 0; i < odd.places.size(); ++i) {
+    prefetchRules(odd.cells, i);
     const TempRule* const rule = odd.cells[i].tempRule.get();
     if (rule == nullptr) continue;
+    const std::size_t place = odd.places[i];
+    const TempRule::Moment moment = rule->momentAt(now);
     const bool isTold =
-        !rule->states.empty() && store(made->arrays(), odd.places[i], rule->valueAt(now));
-    made->odd[odd.places[i]] = isTold ? listed : listed | unclear;
-    made->until = std::min(made->until, rule->nextChange(now));
+        !rule->states.empty() && store(made->arrays(), place, rule->states[moment.index].value);
+    made->odd[place] = isTold ? listed : listed | unclear;
+    made->until = std::min(made->until, moment.change);
+    // The rules are in the cache, and who asks for the states asks for this next.
+    const bool isSooner = moment.change < next && deleted[place] == 0;
+    if (isSooner) next = std::min(next, rule->nextValueChange(now));
   }
+  odd.keepChange(now, next);
   return made;
 }
 
 ColumnValues::ChunkAt ColumnValues::chunkAt(std::size_t chunk, std::int64_t now) const {
   if (chunk >= odd_.size() || odd_[chunk] == nullptr) return {this->chunk(chunk), nullptr};
   const OddCells& odd = *odd_[chunk];
-  if (odd.since <= now && now < odd.until) return {this->chunk(chunk), nullptr};
+  if (odd.holdsAt(now)) return {this->chunk(chunk), nullptr};
   const std::lock_guard lock(odd.guard);
   for (const auto& kept : odd.snapshots) {
     if (kept != nullptr && kept->holdsAt(now)) return {kept->arrays(), kept};
@@ -115,13 +135,13 @@ std::int64_t ColumnValues::nextChange(std::size_t chunk, std::int64_t now) const
   std::int64_t next = always;
   const std::uint8_t* const deleted = rows_.deleted(chunk);
   for (std::size_t i = 0; i < odd.places.size(); ++i) {
+    prefetchRules(odd.cells, i);
     const TempRule* const rule = odd.cells[i].tempRule.get();
     if (rule == nullptr || deleted[odd.places[i]] != 0) continue;
     // No value changes before its state does, which is told more quickly.
     if (rule->nextChange(now) < next) next = std::min(next, rule->nextValueChange(now));
   }
-  odd.newerChange ^= 1;
-  odd.nextChanges[odd.newerChange] = {now, next};
+  odd.keepChange(now, next);
   return next;
 }
 

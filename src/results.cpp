@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 #include "handles.h"
 
@@ -38,7 +39,12 @@ static_assert(VELMORA_REAL == static_cast<int>(AnswerType::real));
 static_assert(VELMORA_BOOLEAN == static_cast<int>(AnswerType::boolean));
 static_assert(VELMORA_TEXT == static_cast<int>(AnswerType::text));
 
-thread_local std::unique_ptr<velmora_result> spareResult;
+// A plain pointer, and apart from it what deletes it with the thread: looking whether that has been
+// made costs as much as all else here.
+constinit thread_local velmora_result* spareResult = nullptr;
+struct SpareResultEnd {
+  ~SpareResultEnd() { delete std::exchange(spareResult, nullptr); }
+};
 
 // What a thread keeps at most of its last result's memory.
 constexpr std::size_t mostSpareBytes = std::size_t{1} << 20U;
@@ -123,7 +129,8 @@ int give(std::int64_t value, bool isThere, std::int64_t* to) noexcept {
 }  // namespace
 
 NewResult newResult() {
-  return NewResult(spareResult != nullptr ? spareResult.release() : new velmora_result);
+  velmora_result* const spare = std::exchange(spareResult, nullptr);
+  return NewResult(spare != nullptr ? spare : new velmora_result);
 }
 
 int tellFailure(velmora_error** error) noexcept {
@@ -281,12 +288,17 @@ const char* velmora_result_json(const velmora_result* result, size_t* length) {
 }
 
 void velmora_result_destroy(velmora_result* result) {
-  std::unique_ptr<velmora_result> owned(result);
-  if (result == nullptr || spareResult != nullptr || !isSmall(*result)) return;
-  owned->answer.clear();
-  owned->json.clear();
-  owned->columns.clear();
-  spareResult = std::move(owned);
+  if (result == nullptr) return;
+  velmora_result*& spare = spareResult;
+  if (spare != nullptr || !isSmall(*result)) {
+    delete result;
+    return;
+  }
+  result->answer.clear();
+  result->json.clear();
+  result->columns.clear();
+  thread_local const SpareResultEnd end;
+  spare = result;
 }
 
 }  // extern "C"

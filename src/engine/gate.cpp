@@ -8,7 +8,8 @@ namespace {
 
 std::uint64_t threadNumber() noexcept {
   static std::atomic<std::uint64_t> lastNumber = 0;
-  thread_local const std::uint64_t number = lastNumber.fetch_add(1) + 1;
+  constinit thread_local static std::uint64_t number = 0;
+  if (number == 0) number = lastNumber.fetch_add(1) + 1;
   return number;
 }
 
@@ -41,21 +42,21 @@ void Gate::waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable
   }
 }
 
-void Gate::enterAsReader(const Interrupt& interrupt) {
+Gate::Counter& Gate::enterAsReader(const Interrupt& interrupt) {
   Counter& counter = ownCounter();
   while (true) {
     // Noted before the look at the door, as the writer closes the door before it looks at the
     // notes.
     counter.readers.fetch_add(1);
-    if (!isClosed_.load()) return;
-    leaveAsReader();
+    if (!isClosed_.load()) return counter;
+    leaveAsReader(counter);
     std::unique_lock lock(mutex_);
     waitUntil(lock, doorOpens_, interrupt, [&] { return !isClosed_.load(); });
   }
 }
 
-void Gate::leaveAsReader() noexcept {
-  ownCounter().readers.fetch_sub(1);
+void Gate::leaveAsReader(Counter& counter) noexcept {
+  counter.readers.fetch_sub(1);
   if (!isClosed_.load()) return;
   const std::lock_guard lock(mutex_);
   readerLeaves_.notify_one();
@@ -101,7 +102,10 @@ void Gate::endTransaction() noexcept {
   leaveAsWriter();
 }
 
-bool Gate::isInTransaction() const noexcept { return transactionThread_.load() == threadNumber(); }
+bool Gate::isInTransaction() const noexcept {
+  const std::uint64_t thread = transactionThread_.load();
+  return thread != 0 && thread == threadNumber();
+}
 
 bool Gate::takeOverTransaction() noexcept {
   if (transactionThread_.load() == 0) return false;
@@ -116,13 +120,12 @@ void Gate::wakeAll() noexcept {
   writerLeaves_.notify_all();
 }
 
-ReaderVisit::ReaderVisit(Gate& gate, const Interrupt& interrupt)
-    : gate_(gate), isIn_(!gate.isInTransaction()) {
-  if (isIn_) gate.enterAsReader(interrupt);
+ReaderVisit::ReaderVisit(Gate& gate, const Interrupt& interrupt) : gate_(gate) {
+  if (!gate.isInTransaction()) counter_ = &gate.enterAsReader(interrupt);
 }
 
 ReaderVisit::~ReaderVisit() {
-  if (isIn_) gate_.leaveAsReader();
+  if (counter_ != nullptr) gate_.leaveAsReader(*counter_);
 }
 
 WriterVisit::WriterVisit(Gate& gate, const Interrupt& interrupt)

@@ -22,9 +22,14 @@ class Gate {
   // How long to wait while another thread's transaction is open; for all else it is waited.
   explicit Gate(std::chrono::milliseconds transactionWait) : transactionWait_(transactionWait) {}
 
-  // They throw Failure: busy after that time, interrupted.
-  void enterAsReader(const Interrupt& interrupt);
-  void leaveAsReader() noexcept;
+  // The readers that have noted themselves in one place.
+  struct alignas(64) Counter {
+    std::atomic<std::uint32_t> readers = 0;
+  };
+  // They throw Failure: busy after that time, interrupted. A reader leaves by the counter that it
+  // was given.
+  Counter& enterAsReader(const Interrupt& interrupt);
+  void leaveAsReader(Counter& counter) noexcept;
   void enterAsWriter(const Interrupt& interrupt);
   void leaveAsWriter() noexcept;
 
@@ -40,9 +45,6 @@ class Gate {
   void wakeAll() noexcept;
 
  private:
-  struct alignas(64) Counter {
-    std::atomic<std::uint32_t> readers = 0;
-  };
   static constexpr std::size_t counterCount = 32;
 
   Counter& ownCounter() noexcept;
@@ -74,7 +76,7 @@ class ReaderVisit {
 
  private:
   Gate& gate_;
-  bool isIn_;
+  Gate::Counter* counter_ = nullptr;  // none where the thread is in already
 };
 class WriterVisit {
  public:

@@ -86,23 +86,21 @@ bool TableFilter::isKeyTerm(const Term& term) const {
 std::int32_t TableFilter::rowByKey(const Term& term, const QueryContext& context) const {
   const strict::Operand& operand = term.comparison->operand;
   const TypedValue wanted = valueOf(operand, context);
-  std::int32_t row = PrimaryKeyMap::noRow;
-  if (wanted.type == AnswerType::text) {
-    row = table_->keys().find(wanted.text);
-  } else if (const auto whole = wholeOf(wanted)) {
-    TextRoom room;
-    row = table_->kind(term.place.column) == ValueKind::integer
-              ? table_->keys().findNumber(*whole)
-              : table_->keys().find({room, writeInt(room, *whole)});
-  }
-  const bool isFound = row != PrimaryKeyMap::noRow && table_->isLive(static_cast<std::size_t>(row));
-  return isFound ? row : PrimaryKeyMap::noRow;
+  if (wanted.type == AnswerType::text) return table_->keys().find(wanted.text);
+  const auto whole = wholeOf(wanted);
+  if (!whole) return PrimaryKeyMap::noRow;
+  TextRoom room;
+  return table_->kind(term.place.column) == ValueKind::integer
+             ? table_->keys().findNumber(*whole)
+             : table_->keys().find({room, writeInt(room, *whole)});
 }
 
 void TableFilter::findByKey(const QueryContext& context, std::vector<std::int32_t>& rows) const {
   for (const std::size_t term : keyTerms_) {
     const std::int32_t row = rowByKey(terms_[term], context);
-    if (row != PrimaryKeyMap::noRow) rows.push_back(row);
+    const bool isFound =
+        row != PrimaryKeyMap::noRow && table_->isLive(static_cast<std::size_t>(row));
+    if (isFound) rows.push_back(row);
   }
   std::sort(rows.begin(), rows.end());
   rows.erase(std::unique(rows.begin(), rows.end()), rows.end());

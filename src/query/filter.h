@@ -35,7 +35,7 @@ class TableFilter {
   bool isByKey() const noexcept { return !keyTerms_.empty(); }
   // Appends the live rows that the keys name, ascending, whether or not they pass.
   void findByKey(const QueryContext& context, std::vector<std::int32_t>& rows) const;
-  // The one of them where there is but one group, or PrimaryKeyMap::noRow.
+  // The one of them where there is but one group, which need not be live, or PrimaryKeyMap::noRow.
   std::int32_t rowByKey(const QueryContext& context) const {
     return rowByKey(terms_[keyTerms_.front()], context);
   }

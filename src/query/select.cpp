@@ -99,6 +99,7 @@ void Run::answerByKey() {
   for (const Expression& output : plan_.outputs) {
     output.values->prefetch(static_cast<std::size_t>(row));
   }
+  if (!plan_.scope.table(false).isLive(static_cast<std::size_t>(row))) return;
   for (const Place& place : plan_.used) {
     writer_.dependOn(plan_.scope.values(place), static_cast<std::size_t>(row));
   }

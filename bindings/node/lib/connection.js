@@ -10,7 +10,7 @@ const { AsyncLocalStorage } = require('node:async_hooks');
 const { failure } = require('./errors.js');
 const native = require('./native.js');
 const { Result } = require('./result.js');
-const { pack } = require('./scratch.js');
+const { pack, packRows } = require('./scratch.js');
 
 const mostStatements = 100;
 
@@ -117,9 +117,9 @@ class Connection {
   }
 
   async runMany(text, rows, parameters, transaction) {
-    const values = flattened(rows, parameters);
     const handle = await this.post(
-      () => native.runManyAsync(this.handle, text, values.length, pack(values), rows.length),
+      () => native.runManyAsync(this.handle, text, rows.length * parameters,
+        packRows(rows, 0, rows.length, parameters), rows.length),
       transaction);
     return new Result(handle, 'object', this.hasSafeIntegers);
   }
@@ -151,19 +151,6 @@ class Connection {
   }
 }
 
-// The values of all rows, one row behind another.
-function flattened(rows, parameters) {
-  const values = [];
-  for (const row of rows) {
-    if (row.length !== parameters) {
-      throw failure('MISUSE',
-        `The command has places for ${parameters} values, not ${row.length}`);
-    }
-    for (let i = 0; i < parameters; i += 1) values.push(row[i]);
-  }
-  return values;
-}
-
 // Commands, each a text or an array of a text and values.
 function split(commands) {
   const all = commands.map((command) => (Array.isArray(command) ? command : [command]));
@@ -174,4 +161,4 @@ function split(commands) {
   };
 }
 
-module.exports = { Connection, flattened, split };
+module.exports = { Connection, split };

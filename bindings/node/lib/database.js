@@ -2,9 +2,7 @@
 'use strict';
 
 const { Connection, split } = require('./connection.js');
-const { failure } = require('./errors.js');
 const native = require('./native.js');
-const { Result } = require('./result.js');
 const { pack } = require('./scratch.js');
 const { Statement } = require('./statement.js');
 
@@ -106,7 +104,7 @@ class Database {
       const { handle } = this.#connection;
       native.release(native.batch(handle, texts, counts, values.length, pack(values)));
     } else {
-      this.#prepared(commands).read().release();
+      this.#prepared(commands).read().close();
     }
     return this;
   }

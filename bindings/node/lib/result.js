@@ -132,8 +132,7 @@ class Result {
     return Object.fromEntries(names.map((name, place) => [name, this.column(place)]));
   }
 
-  // For the package's own results, which nobody else has.
-  release() {
+  close() {
     native.release(this.#handle);
   }
 }

@@ -24,45 +24,70 @@ function resize(length) {
 }
 resize(usual);
 
-function packOther(value, index) {
+// Puts a value that is neither a number nor a string in its place; index is for messages.
+function putOther(value, place, index) {
   const { numbers, wide, kinds } = scratch;
   if (value === null) {
-    kinds[index] = NULL;
+    kinds[place] = NULL;
   } else if (typeof value === 'boolean') {
-    kinds[index] = BOOLEAN;
-    numbers[index] = value ? 1 : 0;
+    kinds[place] = BOOLEAN;
+    numbers[place] = value ? 1 : 0;
   } else if (typeof value === 'bigint') {
     if (BigInt.asIntN(64, value) !== value) {
       throw failure('RANGE', `Value ${index + 1} is an integer outside 64 bits`);
     }
-    kinds[index] = WIDE_INTEGER;
-    wide[index] = value;
+    kinds[place] = WIDE_INTEGER;
+    wide[place] = value;
   } else {
     throw new TypeError(`Value ${index + 1} is of type ${typeof value}, `
       + 'not number, bigint, boolean, string or null');
   }
 }
 
-// Packs the values; gives the string of their texts.
-function pack(values) {
-  const { length } = values;
-  if (length > scratch.length || scratch.length > usual) resize(Math.max(length, usual));
+// Puts values from a place on; gives the string of the texts, these behind those.
+function put(values, place, length, texts) {
   const { numbers, kinds } = scratch;
-  let texts = '';
+  let all = texts;
   for (let i = 0; i < length; i += 1) {
     const value = values[i];
     if (typeof value === 'number') {
-      kinds[i] = Number.isSafeInteger(value) ? INTEGER : REAL;
-      numbers[i] = value;
+      kinds[place + i] = Number.isSafeInteger(value) ? INTEGER : REAL;
+      numbers[place + i] = value;
     } else if (typeof value === 'string') {
-      texts = texts === '' ? value : texts + value;
-      kinds[i] = TEXT;
-      numbers[i] = texts.length;
+      all = all === '' ? value : all + value;
+      kinds[place + i] = TEXT;
+      numbers[place + i] = all.length;
     } else {
-      packOther(value, i);
+      putOther(value, place + i, i);
     }
+  }
+  return all;
+}
+
+function makeRoom(length) {
+  if (length > scratch.length || scratch.length > usual) resize(Math.max(length, usual));
+}
+
+// Packs values; gives the string of their texts.
+function pack(values) {
+  makeRoom(values.length);
+  return put(values, 0, values.length, '');
+}
+
+// Packs the rows from begin to end, each of so many values; gives the string of their texts.
+function packRows(rows, begin, end, parameters) {
+  makeRoom((end - begin) * parameters);
+  let texts = '';
+  let place = 0;
+  for (let i = begin; i < end; i += 1) {
+    if (rows[i].length !== parameters) {
+      throw failure('MISUSE',
+        `The command has places for ${parameters} values, not ${rows[i].length}`);
+    }
+    texts = put(rows[i], place, parameters, texts);
+    place += parameters;
   }
   return texts;
 }
 
-module.exports = { BOOLEAN, INTEGER, NULL, REAL, TEXT, pack, scratch };
+module.exports = { BOOLEAN, INTEGER, REAL, TEXT, pack, packRows, scratch };

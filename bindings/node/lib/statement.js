@@ -1,19 +1,27 @@
 // A prepared statement.
 'use strict';
 
-const { flattened } = require('./connection.js');
 const native = require('./native.js');
 const { Result, describedColumns } = require('./result.js');
 const {
   HAS_NEW_COLUMNS, ROWS_IN_BLOCK, ROWS_IN_RESULT, changesInHeader, identityInHeader, namedColumns,
   readerOf, secondInHeader, withSecond,
 } = require('./rows.js');
-const { pack, scratch } = require('./scratch.js');
+const { pack, packRows, scratch } = require('./scratch.js');
 
 // Of velmora_kind.
 const READS = 0;
 
 const rowsOfPart = 256;
+
+// The rows of a result that nobody else has.
+function* rowsOf(result) {
+  try {
+    yield* result;
+  } finally {
+    result.close();
+  }
+}
 
 class Statement {
   #connection;
@@ -122,21 +130,23 @@ class Statement {
   // Many rows go in parts, which stay in the processor's cache, as one transaction.
   runMany(rows) {
     this.#requireChanging();
-    if (rows.length <= rowsOfPart || this.#connection.isInTransaction) return this.#runPart(rows);
+    if (rows.length <= rowsOfPart || this.#connection.isInTransaction) {
+      return this.#runPart(rows, 0, rows.length);
+    }
     return this.#connection.transact(() => {
       let changed;
       let changes = 0;
       for (let row = 0; row < rows.length; row += rowsOfPart) {
-        changed = this.#runPart(rows.slice(row, row + rowsOfPart));
+        changed = this.#runPart(rows, row, Math.min(row + rowsOfPart, rows.length));
         changes += changed.changes;
       }
       return { ...changed, changes };
     });
   }
 
-  #runPart(rows) {
-    const values = flattened(rows, this.#parameters);
-    native.changeMany(this.#handle, values.length, pack(values), rows.length);
+  #runPart(rows, begin, end) {
+    const texts = packRows(rows, begin, end, this.#parameters);
+    native.changeMany(this.#handle, (end - begin) * this.#parameters, texts, end - begin);
     return this.#changed();
   }
 
@@ -148,7 +158,7 @@ class Statement {
 
   iterate(...values) {
     this.#requireReading();
-    return this.read(...values)[Symbol.iterator]();
+    return rowsOf(this.read(...values));
   }
 
   columns() {
@@ -192,7 +202,7 @@ class Statement {
 
   // Runs it on the worker, for a transaction if one is given.
   #runAsync(values, transaction) {
-    return this.#connection.run(this.#text, this.#given(values), {
+    return this.#connection.run(this.#text, [...this.#given(values)], {
       form: this.#form, hasSafeIntegers: this.#hasSafeIntegers, transaction,
     });
   }
@@ -201,7 +211,7 @@ class Statement {
     this.#requireReading();
     const result = await this.#runAsync(values, transaction);
     const { rows } = result;
-    result.release();
+    result.close();
     return rows;
   }
 
@@ -209,7 +219,7 @@ class Statement {
     this.#requireReading();
     const result = await this.#runAsync(values, transaction);
     const { first } = result;
-    result.release();
+    result.close();
     return first;
   }
 

@@ -73,6 +73,12 @@ void require(napi_env env, napi_status status) {
   throw Thrown();
 }
 
+napi_value numberValue(napi_env env, double number) {
+  napi_value value = nullptr;
+  require(env, napi_create_double(env, number, &value));
+  return value;
+}
+
 void throwTypeError(napi_env env, const std::string& text) {
   napi_throw_type_error(env, nullptr, text.c_str());
   throw Thrown();

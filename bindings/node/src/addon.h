@@ -58,6 +58,7 @@ struct Thrown {};
 
 // Throws Thrown unless all is well.
 void require(napi_env env, napi_status status);
+napi_value numberValue(napi_env env, double number);
 [[noreturn]] void throwTypeError(napi_env env, const std::string& text);
 
 // A call from JavaScript.

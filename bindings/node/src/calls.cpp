@@ -142,9 +142,8 @@ napi_value check(const Call& call) {
   napi_value receiver = nullptr;
   require(call.env, napi_get_undefined(call.env, &receiver));
   for (const Fault& fault : faults) {
-    napi_value offset = nullptr;
-    require(call.env, napi_create_double(call.env, static_cast<double>(fault.offset), &offset));
-    const napi_value arguments[] = {stringOf(call.env, fault.file), offset,
+    const napi_value arguments[] = {stringOf(call.env, fault.file),
+                                    numberValue(call.env, static_cast<double>(fault.offset)),
                                     stringOf(call.env, fault.meaning)};
     require(call.env,
             napi_call_function(call.env, receiver, call.argument(1), 3, arguments, nullptr));

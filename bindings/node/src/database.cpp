@@ -23,12 +23,6 @@ class HandleScope {
   napi_handle_scope scope_ = nullptr;
 };
 
-napi_value numberOf(napi_env env, double number) {
-  napi_value value = nullptr;
-  require(env, napi_create_double(env, number, &value));
-  return value;
-}
-
 bool hasPending(napi_env env) {
   bool isPending = false;
   napi_is_exception_pending(env, &isPending);
@@ -144,7 +138,7 @@ void Database::deliverMail() {
   }
   const HandleScope scope(env_);
   for (const LogLine& line : mail.lines) {
-    callScript(callbacks_.log, {numberOf(env_, line.level), stringOf(env_, line.text)});
+    callScript(callbacks_.log, {numberValue(env_, line.level), stringOf(env_, line.text)});
     handOverException();
   }
   if (mail.progress && !goesOn(*mail.progress)) isToStop_ = true;
@@ -204,8 +198,8 @@ bool Database::goesOn(const Progress& progress) const noexcept {
   try {
     const napi_value answer =
         callScript(callbacks_.progress, {stringOf(env_, progress.what),
-                                         numberOf(env_, static_cast<double>(progress.done)),
-                                         numberOf(env_, static_cast<double>(progress.total))});
+                                         numberValue(env_, static_cast<double>(progress.done)),
+                                         numberValue(env_, static_cast<double>(progress.total))});
     napi_value no = nullptr;
     bool isNo = false;
     require(env_, napi_get_boolean(env_, false, &no));

@@ -10,12 +10,6 @@ napi_value textValue(napi_env env, const char* text) {
   return value;
 }
 
-napi_value numberValue(napi_env env, double number) {
-  napi_value value = nullptr;
-  require(env, napi_create_double(env, number, &value));
-  return value;
-}
-
 const char* messageOf(const EngineFailure& failure) {
   if (!failure.text.empty()) return failure.text.c_str();
   return failure.error == nullptr ? "Out of memory" : velmora_error_text(failure.error.get());

@@ -12,11 +12,45 @@ namespace velmora_node {
 namespace {
 
 // Shared with the arrays that lie in the result's memory.
-struct ResultHandle {
-  std::shared_ptr<velmora_result> result;
+using SharedResult = std::shared_ptr<velmora_result>;
+
+// What JavaScript holds of a result. The garbage collector is told how much memory it has, or it
+// would see no reason to run.
+class ResultHandle {
+ public:
+  ResultHandle(napi_env env, velmora_result* given)
+      : result(given, velmora_result_destroy), env_(env) {
+    constexpr std::size_t bytesOfValue = 24;  // with some of a text
+    tell(static_cast<std::int64_t>(bytesOfValue * velmora_result_rows(given) *
+                                   velmora_result_columns(given)));
+  }
+  ~ResultHandle() { release(); }
+  ResultHandle(const ResultHandle&) = delete;
+  ResultHandle& operator=(const ResultHandle&) = delete;
+
+  void release() {
+    result.reset();
+    tell(-told_);
+  }
+
+  SharedResult result;
+
+ private:
+  void tell(std::int64_t bytes) {
+    std::int64_t all = 0;
+    napi_adjust_external_memory(env_, bytes, &all);
+    told_ += bytes;
+  }
+
+  napi_env env_;
+  std::int64_t told_ = 0;
 };
 
-velmora_result* resultOf(const Call& call) { return call.handle<ResultHandle>(0).result.get(); }
+velmora_result* resultOf(const Call& call) {
+  velmora_result* const result = call.handle<ResultHandle>(0).result.get();
+  if (result == nullptr) refuse(VELMORA_MISUSE, "The result is closed");
+  return result;
+}
 
 std::string_view nameOf(const velmora_result* result, std::size_t column) {
   std::size_t length = 0;
@@ -36,12 +70,6 @@ napi_value arrayOf(napi_env env, std::initializer_list<napi_value> values) {
   std::uint32_t index = 0;
   for (const napi_value value : values) require(env, napi_set_element(env, array, index++, value));
   return array;
-}
-
-napi_value numberValue(napi_env env, double number) {
-  napi_value value = nullptr;
-  require(env, napi_create_double(env, number, &value));
-  return value;
 }
 
 napi_value nullValue(napi_env env) {
@@ -111,9 +139,9 @@ napi_value bufferOf(const Call& call, const void* data, std::size_t size) {
   if (data == nullptr) return nullValue(call.env);
   napi_value buffer = nullptr;
   if (size > 0) {
-    auto owned = std::make_unique<ResultHandle>(call.handle<ResultHandle>(0));
+    auto owned = std::make_unique<SharedResult>(call.handle<ResultHandle>(0).result);
     const auto destroy = [](napi_env, void*, void* hint) {
-      delete static_cast<ResultHandle*>(hint);
+      delete static_cast<SharedResult*>(hint);
     };
     const napi_status status = napi_create_external_arraybuffer(
         call.env, const_cast<void*>(data), size, destroy, owned.get(), &buffer);
@@ -163,7 +191,7 @@ napi_value column(const Call& call) {
 
 // release(result): frees its memory, unless arrays lie in it, before the collector comes by.
 napi_value release(const Call& call) {
-  call.handle<ResultHandle>(0).result.reset();
+  call.handle<ResultHandle>(0).release();
   return nullptr;
 }
 
@@ -202,9 +230,7 @@ napi_value columnsValue(napi_env env, const Columns& columns) {
 }
 
 napi_value giveOutResult(napi_env env, velmora_result* result) {
-  auto handle = std::make_unique<ResultHandle>();
-  handle->result.reset(result, velmora_result_destroy);
-  return giveOut(env, std::move(handle));
+  return giveOut(env, std::make_unique<ResultHandle>(env, result));
 }
 
 std::vector<Export> resultFunctions() {

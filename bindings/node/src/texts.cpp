@@ -1,8 +1,6 @@
 // The two encodings.
 #include "texts.h"
 
-#include <algorithm>
-
 namespace velmora_node {
 namespace {
 
@@ -79,7 +77,9 @@ void appendUtf16(std::u16string& to, std::string_view text) {
 }
 
 bool isAscii(std::string_view text) {
-  return std::ranges::all_of(text, [](char byte) { return static_cast<signed char>(byte) >= 0; });
+  unsigned all = 0;
+  for (const char byte : text) all |= static_cast<unsigned char>(byte);
+  return all < 0x80;
 }
 
 napi_value stringOf(napi_env env, std::string_view text) {

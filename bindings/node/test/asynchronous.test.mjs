@@ -8,12 +8,20 @@ import { inDirectory, refusal, withDatabase } from './support.mjs';
 
 const numbers = (count) => Array.from({ length: count }, (_, i) => [i]);
 
-// A command that takes so long that it can be interrupted: pairs of all rows with all rows.
-function makeLong(database) {
-  database.exec('CREATE TABLE many n int one int');
-  database.runMany('INSERT INTO many n = ? one = 1', numbers(20_000));
+// Interrupts again and again, since the call may not have begun yet, until it has ended.
+async function isInterrupted(database, call) {
+  let ended = false;
+  const rejected = assert.rejects(call.finally(() => { ended = true; }), (error) => {
+    assert.ok(error instanceof InterruptedError);
+    assert.equal(error.code, 'VELMORA_INTERRUPTED');
+    return true;
+  });
+  while (!ended) {
+    database.interrupt();
+    await new Promise(setImmediate);
+  }
+  await rejected;
 }
-const long = 'SELECT COUNT(*) FROM many JOIN others ON many.one = others.one';
 
 withDatabase('each call has an asynchronous twin', async (database) => {
   await database.execAsync('CREATE TABLE t id ApexInt n int s string');
@@ -171,25 +179,23 @@ withDatabase('asynchronous calls wait for a synchronous transaction', async (dat
 }, { transactionWait: 20 });
 
 withDatabase('a long command is interrupted', async (database) => {
-  makeLong(database);
-  database.exec('CREATE TABLE others n int one int');
-  database.runMany('INSERT INTO others n = ? one = 1', numbers(20_000));
-  const running = database.allAsync(long);
-  let ended = false;
-  const interrupted = assert.rejects(running, (error) => {
-    ended = true;
-    assert.ok(error instanceof InterruptedError);
-    assert.equal(error.code, 'VELMORA_INTERRUPTED');
-    return true;
-  });
-  // It may not have begun yet.
-  while (!ended) {
-    database.interrupt();
-    await new Promise(setImmediate);
+  for (const table of ['many', 'others']) {
+    database.exec(`CREATE TABLE ${table} n int one int`);
+    database.runMany(`INSERT INTO ${table} n = ? one = 1`, numbers(20_000));
   }
-  await interrupted;
+  // Pairs of all rows with all rows.
+  await isInterrupted(database, database.allAsync(
+    'SELECT many.n, others.n FROM many JOIN others ON many.one = others.one'));
   assert.deepEqual(await database.getAsync('SELECT COUNT(*) FROM many'), { 'COUNT(*)': 20_000 });
 });
+
+withDatabase('a command that waits is interrupted', async (database) => {
+  database.exec('CREATE TABLE t n int');
+  database.exec('BEGIN');
+  await isInterrupted(database, database.runAsync('INSERT INTO t n = 1'));
+  database.exec('COMMIT');
+  assert.deepEqual(database.all('SELECT n FROM t'), []);
+}, { transactionWait: Infinity });
 
 inDirectory('opening, backing up and closing can be awaited', async (directory) => {
   const place = path.join(directory, 'a');

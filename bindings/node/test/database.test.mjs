@@ -309,16 +309,25 @@ inDirectory('a process that ends or is killed has lost nothing', async (director
   database.close();
 });
 
-withDatabase('results and statements are freed', (database) => {
-  database.exec('CREATE TABLE t s string(10000)');
-  const texts = Array.from({ length: 100 }, () => ['x'.repeat(10_000)]);
-  database.runMany('INSERT INTO t s = ?', texts);
-  const run = () => { // 400 MB of answers
-    for (let i = 0; i < 400; i += 1) database.prepare('SELECT s FROM t').all();
+withDatabase('results and statements are freed', async (database) => {
+  database.exec('CREATE TABLE t n int s string(1000)');
+  const rows = Array.from({ length: 10_000 }, (_, i) => [i, 'x'.repeat(60)]);
+  database.runMany('INSERT INTO t n = ? s = ?', rows);
+  const select = 'SELECT n, s FROM t';
+  const run = async () => { // each of them some 400 MB of answers
+    for (let i = 0; i < 400; i += 1) {
+      database.prepare(select).all();
+      database.read(select).close();
+      for (const { n } of database.iterate(select)) if (n === 5_000) break;
+    }
+    for (let i = 0; i < 400; i += 1) {
+      assert.equal(database.read(select).column(0).values.length, 10_000);
+      await new Promise(setImmediate);
+    }
   };
-  run();
+  await run();
   const before = process.memoryUsage().rss;
-  run();
+  await run();
   assert.ok(process.memoryUsage().rss - before < 200_000_000);
 });
 

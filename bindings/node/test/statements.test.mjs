@@ -162,6 +162,13 @@ withDatabase('a result has all that there is to know', (database) => {
   assert.deepEqual([result.length, result.rows, [...result], result.first],
     [1, [{ id: 1, n: 5 }], [{ id: 1, n: 5 }], { id: 1, n: 5 }]);
   assert.equal(result.rows, result.rows);
+  result.close();
+  result.close();
+  assert.deepEqual(result.rows, [{ id: 1, n: 5 }]);
+  for (const call of [() => result.first, () => [...result], () => result.timed(0, 0),
+    () => result.column('n')]) {
+    assert.throws(call, refusal('MISUSE', 'The result is closed'));
+  }
 });
 
 withDatabase('columns come as arrays', (database) => {

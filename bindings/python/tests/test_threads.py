@@ -93,6 +93,24 @@ class Threads(InDirectory):
             connection.interrupt()
         self.assertEqual(seen, [velmora.CommandInterruptedError])
 
+    def test_what_runs_long_can_be_interrupted(self) -> None:
+        connection = self.connect(autocommit=True)
+        for table in ("a", "b"):
+            connection.execute(f"CREATE TABLE {table} n int")
+            connection.executemany(f"INSERT INTO {table} n = ?", [(1,)] * 20_000)
+        seen: list[type] = []
+
+        def work() -> None:
+            with self.assertRaises(velmora.OperationalError) as raised:
+                connection.execute("SELECT COUNT(*) FROM a JOIN b ON a.n = b.n")
+            seen.append(type(raised.exception))
+
+        thread = threading.Thread(target=work)
+        thread.start()
+        while thread.is_alive():
+            connection.interrupt()
+        self.assertEqual(seen, [velmora.CommandInterruptedError])
+
     def test_a_cursor_shared_by_mistake_is_not_a_crash(self) -> None:
         connection = self.connect(autocommit=True)
         connection.execute("CREATE TABLE t n int")

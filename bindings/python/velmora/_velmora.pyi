@@ -3,6 +3,7 @@
 from typing import (Any, Callable, Dict, Iterable, Iterator, List, Optional, Sequence, Tuple, Union,
                     overload)
 
+from velmora import _connection
 from velmora._types import Timed, Value
 
 version: str
@@ -59,10 +60,10 @@ class Cursor:
     arraysize: int
     def __init__(self, connection: Connection) -> None: ...
     @property
-    def connection(self) -> Optional[Connection]: ...
+    def connection(self) -> _connection.Connection: ...
     @property
-    def description(self) -> Optional[
-            Tuple[Tuple[str, str, None, None, None, None, None], ...]]: ...
+    def description(self) -> Any:
+        """For each column its name, its type_code and five times None; None: there are no rows."""
     @property
     def rowcount(self) -> int:
         """How many rows were answered, or changed; -1: no command has been run."""
@@ -78,7 +79,8 @@ class Cursor:
         """What the engine has to say, often nothing."""
     def execute(self, command: str, values: Sequence[Value] = ..., /) -> Cursor: ...
     def executemany(self, command: str, rows: Iterable[Sequence[Value]], /) -> Cursor: ...
-    def fetchone(self) -> Optional[Row]: ...
+    def fetchone(self) -> Any:
+        """The next Row, or None behind the last."""
     def fetchmany(self, size: int = ...) -> List[Row]: ...
     def fetchall(self) -> List[Row]: ...
     def fetch_columns(self) -> Dict[str, Column]:
