@@ -57,7 +57,8 @@ void checkRefusal(const Failure& failure, std::string_view text) {
 }
 
 void checkReadsBack(strict::Statement statement, const std::vector<Value>& values) {
-  const std::string text = strict::withValues(statement, values);
+  std::string text;
+  strict::appendWithValues(text, statement, values);
   statement.clock.reset();
   try {
     const std::string again = strict::describe(strict::parse(text));

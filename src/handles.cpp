@@ -34,40 +34,54 @@ std::string_view pathText(const char* path, std::size_t length) {
   return given;
 }
 
-std::string valueText(const velmora_value& value, const std::string& name) {
-  const std::string_view given = givenText(value.text, value.text_size, name.c_str());
+std::string valueName(std::size_t index) { return "Value " + std::to_string(index + 1); }
+
+std::string_view valueText(const velmora_value& value, std::size_t index) {
+  if (value.text == nullptr && value.text_size > 0) throwMisuse(valueName(index) + " is null");
+  const std::string_view given(value.text, value.text_size);
   if (given.find('\0') != std::string_view::npos) {
-    throw Failure(Code::range, name + " has a zero byte");
+    throw Failure(Code::range, valueName(index) + " has a zero byte");
   }
-  if (utf8Prefix(given) < given.size()) throw Failure(Code::range, name + " is not UTF-8");
-  return std::string(given);
+  if (utf8Prefix(given) < given.size()) {
+    throw Failure(Code::range, valueName(index) + " is not UTF-8");
+  }
+  return given;
 }
 
-// The value that is the caller's index-th, counted from 0.
-Value ownValue(const velmora_value& value, std::size_t index) {
-  const auto name = [index] { return "Value " + std::to_string(index + 1); };
+// Copies the value that is the caller's index-th, counted from 0; one that is refused changes
+// nothing.
+void assignValue(Value& own, const velmora_value& value, std::size_t index) {
   switch (value.type) {
     case VELMORA_NULL:
-      return {};
+      own = {};
+      break;
     case VELMORA_INTEGER:
-      return value.integer;
+      own = value.integer;
+      break;
     case VELMORA_REAL:
-      if (!std::isfinite(value.real)) throw Failure(Code::range, name() + " is not finite");
-      return value.real;
+      if (!std::isfinite(value.real)) {
+        throw Failure(Code::range, valueName(index) + " is not finite");
+      }
+      own = value.real;
+      break;
     case VELMORA_BOOLEAN:
-      return value.boolean != 0;
-    case VELMORA_TEXT:
-      return valueText(value, name());
+      own = value.boolean != 0;
+      break;
+    case VELMORA_TEXT: {
+      const std::string_view given = valueText(value, index);
+      auto* const text = std::get_if<std::string>(&own);
+      text != nullptr ? void(text->assign(given)) : void(own = std::string(given));
+      break;
+    }
     default:
-      throwMisuse(name() + " has no type that there is");
+      throwMisuse(valueName(index) + " has no type that there is");
   }
 }
 
 std::vector<Value> ownValues(const velmora_value* values, std::size_t count) {
   if (values == nullptr && count > 0) throwMisuse("Values are null");
-  std::vector<Value> own;
-  own.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) own.push_back(ownValue(values[i], i));
+  std::vector<Value> own(count);
+  for (std::size_t i = 0; i < count; ++i) assignValue(own[i], values[i], i);
   return own;
 }
 
@@ -337,7 +351,7 @@ int velmora_bind(velmora_statement* statement, size_t index, const velmora_value
       throwMisuse("Command has " + counted(values.size(), "parameter") + ", and no parameter " +
                   std::to_string(index));
     }
-    values[index - 1] = ownValue(required(value, "Value"), index - 1);
+    assignValue(values[index - 1], required(value, "Value"), index - 1);
   });
 }
 
@@ -359,7 +373,16 @@ int velmora_statement_run_many(velmora_statement* statement, const velmora_value
     const velmora_statement& own = runnable(statement);
     std::size_t count = 0;
     if (__builtin_mul_overflow(row_count, own.values.size(), &count)) throwMisuse("Too many rows");
-    own.db->engine.runMany(*own.prepared, ownValues(values, count), row_count, answer);
+    if (values == nullptr && count > 0) throwMisuse("Values are null");
+    const std::size_t width = own.values.size();
+    std::vector<Value> row(width);
+    const auto valuesOf = [&](std::size_t index) {
+      for (std::size_t i = index * width; i < (index + 1) * width; ++i) {
+        assignValue(row[i - index * width], values[i], i);
+      }
+      return std::span<const Value>(row);
+    };
+    own.db->engine.runMany(*own.prepared, row_count, valuesOf, answer);
   });
 }
 

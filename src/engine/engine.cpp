@@ -21,14 +21,11 @@ bool isAny(const strict::Command& command) noexcept {
   return (std::holds_alternative<Kinds>(command) || ...);
 }
 
-// What goes to the log of a command.
-LoggedCommand loggedOf(const strict::Statement& statement, std::span<const Value> values,
-                       const RunContext& context) {
-  LoggedCommand logged;
-  logged.text = strict::withValues(statement, values);
-  logged.second = context.now;
-  if (statement.clock) logged.clock = context.timedStart;
-  return logged;
+void addTo(RecordText& record, const strict::Statement& statement, const RunContext& context) {
+  strict::appendWithValues(record.bytes(), statement, context.values);
+  std::optional<std::int64_t> clock;
+  if (statement.clock) clock = context.timedStart;
+  record.finish(context.now, clock);
 }
 
 std::int64_t clockOf(const strict::Statement& statement, std::span<const Value> values,
@@ -143,14 +140,9 @@ void Engine::run(Prepared& prepared, std::span<const Value> values, Answer& answ
   engine.tellOfClock();
 }
 
-void Engine::runMany(Prepared& prepared, std::span<const Value> values, std::size_t rows,
+void Engine::runMany(Prepared& prepared, std::size_t rows, const ValuesOfRow& valuesOf,
                      Answer& answer) {
   const strict::Statement& statement = prepared.parts_->statement;
-  const auto width = static_cast<std::size_t>(statement.parameterCount);
-  if (values.size() != width * rows) {
-    throw Failure(Code::misuse,
-                  "Each run of the command needs " + std::to_string(width) + " values");
-  }
   if (prepared.kind() != CommandKind::changes) {
     throw Failure(Code::misuse, "Only a command that changes something can be run many times");
   }
@@ -159,7 +151,7 @@ void Engine::runMany(Prepared& prepared, std::span<const Value> values, std::siz
       std::int64_t rowsAffected = 0;
       for (std::size_t i = 0; i < rows; ++i) {
         answer.rowsAffected = 0;
-        parts_->change(statement, values.subspan(i * width, width), answer);
+        parts_->change(statement, valuesOf(i), answer);
         rowsAffected += answer.rowsAffected;
       }
       answer.rowsAffected = rowsAffected;
@@ -250,25 +242,23 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
   if (isOfCatalogue) now = latestSecond;
   const RunContext context{values, now, clockOf(statement, values, now), interrupt};
   const std::size_t before = changes->undo().size();
+  const RecordText::Mark recorded = record.mark();
   if (isOfCatalogue) ++catalogueVersion;
   std::int64_t end = 0;
   try {
     runChange(*changes, statement.command, context, answer);
-    const bool isKept = !hasNoEffect(statement.command, answer);
-    if (isKept) {
-      LoggedCommand logged = loggedOf(statement, values, context);
-      if (gate.isInTransaction()) {
-        transaction.push_back(std::move(logged));
-      } else {
-        end = log->append(std::span(&logged, 1));
-      }
+    if (!hasNoEffect(statement.command, answer)) {
+      addTo(record, statement, context);
+      if (!gate.isInTransaction()) end = log->append(record);
     }
   } catch (...) {
+    record.cutTo(recorded);
     undoTo(before);
     throw;
   }
   answer.second = now;
   if (gate.isInTransaction()) return;
+  record.clear();
   changes->undo().clear();
   visit.leave();
   syncIfAlways(end);
@@ -305,20 +295,20 @@ void Engine::Parts::commitTransaction() {
   if (!gate.isInTransaction()) throw Failure(Code::transaction, "No transaction is open");
   std::int64_t end = 0;
   try {
-    if (!transaction.empty()) end = log->append(transaction);
+    if (!record.isEmpty()) end = log->append(record);
   } catch (...) {
     rollbackTransaction();
     throw;
   }
   changes->undo().clear();
-  transaction.clear();
+  record.clear();
   gate.endTransaction();
   syncIfAlways(end);
 }
 
 void Engine::Parts::rollbackTransaction() {
   if (!gate.isInTransaction()) throw Failure(Code::transaction, "No transaction is open");
-  transaction.clear();
+  record.clear();
   ++catalogueVersion;
   try {
     undoTo(0);
@@ -333,13 +323,13 @@ template <typename Steps>
 void Engine::Parts::asOne(Steps steps) {
   if (gate.isInTransaction()) {
     const std::size_t changeCount = changes->undo().size();
-    const std::size_t commandCount = transaction.size();
+    const RecordText::Mark recorded = record.mark();
     try {
       steps();
     } catch (...) {
       ++catalogueVersion;
+      record.cutTo(recorded);
       undoTo(changeCount);
-      transaction.resize(commandCount);
       throw;
     }
     return;

@@ -76,6 +76,9 @@ struct BatchCommand {
   std::span<const Value> values;
 };
 
+// The values of a row, one a parameter; they have to stay until the next row's are asked for.
+using ValuesOfRow = std::function<std::span<const Value>(std::size_t row)>;
+
 class Engine {
  public:
   // Opens the database of a directory. Throws Failure: busy (with the holder's process id),
@@ -89,7 +92,7 @@ class Engine {
   void run(Prepared& prepared, std::span<const Value> values, Answer& answer);
   // Runs the command once for each row of values, all as one transaction; the answer is the last
   // one's, with the rows affected by all.
-  void runMany(Prepared& prepared, std::span<const Value> values, std::size_t rows, Answer& answer);
+  void runMany(Prepared& prepared, std::size_t rows, const ValuesOfRow& valuesOf, Answer& answer);
   // Runs the commands as one transaction; the answer is the last one's.
   void runBatch(std::span<const BatchCommand> commands, Answer& answer);
 

@@ -48,9 +48,9 @@ struct Engine::Parts {
   std::optional<Changes> changes;
   std::optional<RecordLog> log;
   std::uint64_t catalogueVersion = 1;
-  std::vector<LoggedCommand> transaction;  // what the open one has changed
-  bool isBroken = false;                   // something could not be taken back
-  bool areFilesDamaged = false;            // and to be written anew
+  RecordText record;             // of the command that is run, or of the open transaction
+  bool isBroken = false;         // something could not be taken back
+  bool areFilesDamaged = false;  // and to be written anew
   // A change has been made and could not be put on the disk.
   std::atomic<bool> isUnsure = false;
   // The second of the last command, and the latest that any has had: links are judged as of that

@@ -199,7 +199,7 @@ std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments,
           .of(table.tableName, assignment.column.text)
           .at(assignment.column.offset);
     }
-    if (table.columns[column].type == "ApexInt") {
+    if (isNumbered(table.columns[column])) {
       throw Failure(Code::type, "Column '" + assignment.column.text + "' of table '" +
                                     table.tableName + "' is numbered by the engine")
           .of(table.tableName, assignment.column.text)

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "../interrupt.h"
@@ -30,6 +31,11 @@ struct FittedValue {
   Value value;
   std::unique_ptr<TempRule> rule;  // null: not timed
 };
+
+// Whether the engine gives the column its numbers.
+inline bool isNumbered(const Column& column) noexcept {
+  return std::string_view(column.type) == "ApexInt";
+}
 
 // The operand's value: the literal's, or the one bound.
 const Value& valueOf(const strict::Operand& operand, std::span<const Value> values);

@@ -87,7 +87,7 @@ void Changes::run(const strict::Insert& command, const RunContext& context, Answ
   fileRow(table, row, context.now);
   answer.rowsAffected = 1;
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
-    if (table.columns[i].type == "ApexInt") {
+    if (isNumbered(table.columns[i])) {
       answer.identity = table.values(i).value(row, context.now).integer;
     }
   }
@@ -97,7 +97,7 @@ void Changes::fillRow(Table& table, std::size_t row, std::vector<FittedValue>& v
                       std::int64_t now) {
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
     const ValueKind kind = table.kind(i);
-    if (table.columns[i].type == "ApexInt") {
+    if (isNumbered(table.columns[i])) {
       table.setNumber(row, i, nextIdentity(table, i, row, now));
       continue;
     }

@@ -31,13 +31,42 @@ void appendSecond(std::string& record, std::int64_t second) {
   appendInt(record, second);
 }
 
-void appendCommand(std::string& record, const LoggedCommand& command) {
-  record += command.text;
-  if (command.clock) appendSecond(record, *command.clock);
-  appendSecond(record, command.second);
+}  // namespace
+
+void RecordText::finish(std::int64_t second, std::optional<std::int64_t> clock) {
+  if (clock) appendSecond(bytes_, *clock);
+  appendSecond(bytes_, second);
+  bytes_ += '\n';
+  ++count_;
+  lastSecond_ = second;
 }
 
-}  // namespace
+void RecordText::cutTo(const Mark& mark) noexcept {
+  bytes_.resize(mark.size);
+  count_ = mark.count;
+}
+
+void RecordText::clear() noexcept {
+  constexpr std::size_t most = 1U << 20U;
+  cutTo({});
+  if (bytes_.capacity() > most) bytes_.shrink_to_fit();
+}
+
+std::string_view RecordText::complete(std::uint64_t sequence) {
+  if (count_ == 1) {
+    bytes_.pop_back();
+  } else {
+    bytes_ += "COMMIT";
+    appendSecond(bytes_, lastSecond_);
+  }
+  const std::size_t start = count_ == 1 ? beginning.size() : 0;
+  bytes_ += ' ';
+  bytes_ += std::to_string(sequence);
+  char digits[checksumDigits];
+  writeChecksum(digits, crc32c(0, std::string_view(bytes_).substr(start)));
+  bytes_.append(1, ' ').append(digits, sizeof digits).append(1, '\n');
+  return std::string_view(bytes_).substr(start);
+}
 
 struct RecordLog::Parts {
   Parts(const Directory& directory_, std::int64_t size_, std::uint64_t nextSequence_)
@@ -45,7 +74,6 @@ struct RecordLog::Parts {
 
   Directory directory;
   std::optional<File> file;  // not open before the first record or sync
-  std::string record;        // keeps its memory
   // The mutex guards what is below, and is held to open and close the file, which is written and
   // synced without it.
   std::mutex mutex;
@@ -104,37 +132,20 @@ void RecordLog::fail() noexcept {
   parts_->syncDone.notify_all();
 }
 
-std::int64_t RecordLog::append(std::span<const LoggedCommand> commands) {
+std::int64_t RecordLog::append(RecordText& record) {
   Parts& parts = *parts_;
   errno = EIO;
   if (hasFailed()) throwUnwritten("an earlier record is missing in");
   parts.openOnce();
-  std::string& record = parts.record;
-  record.clear();
-  if (commands.size() == 1) {
-    appendCommand(record, commands.front());
-  } else {
-    record += "BEGIN\n";
-    for (const LoggedCommand& command : commands) {
-      appendCommand(record, command);
-      record += '\n';
-    }
-    record += "COMMIT";
-    appendSecond(record, commands.back().second);
-  }
-  record += ' ';
-  record += std::to_string(parts.nextSequence);
-  char digits[checksumDigits];
-  writeChecksum(digits, crc32c(0, record));
-  record.append(1, ' ').append(digits, sizeof digits).append(1, '\n');
-  if (!parts.file->writeAt(parts.size, record)) {
+  const std::string_view bytes = record.complete(parts.nextSequence);
+  if (!parts.file->writeAt(parts.size, bytes)) {
     const int error = errno;
     if (!parts.file->truncate(parts.size) || !parts.file->sync()) fail();
     errno = error;
     throwUnwritten("cannot write");
   }
   const std::scoped_lock lock(parts.mutex);
-  parts.size += static_cast<std::int64_t>(record.size());
+  parts.size += static_cast<std::int64_t>(bytes.size());
   ++parts.nextSequence;
   if (++parts.unsynced == parts.expected) parts.areBack.notify_one();
   return parts.emptied + parts.size;

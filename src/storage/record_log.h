@@ -28,6 +28,37 @@ struct LoggedCommand {
   std::optional<std::int64_t> clock;  // at which its timed values start, if it was told
 };
 
+// The commands of one record, in the form in which they are written. Keeps its memory.
+class RecordText {
+ public:
+  // Where a caller can go back to.
+  struct Mark {
+    std::size_t size = beginning.size();
+    std::size_t count = 0;
+  };
+
+  // A command is added by appending its text to these bytes and finishing it.
+  std::string& bytes() noexcept { return bytes_; }
+  void finish(std::int64_t second, std::optional<std::int64_t> clock);
+
+  bool isEmpty() const noexcept { return count_ == 0; }
+  Mark mark() const noexcept { return {bytes_.size(), count_}; }
+  void cutTo(const Mark& mark) noexcept;
+  // Gives much memory back.
+  void clear() noexcept;
+
+ private:
+  friend class RecordLog;
+  static constexpr std::string_view beginning = "BEGIN\n";
+
+  // Writes the record to its end, and gives it.
+  std::string_view complete(std::uint64_t sequence);
+
+  std::string bytes_ = std::string(beginning);
+  std::size_t count_ = 0;
+  std::int64_t lastSecond_ = 0;
+};
+
 class RecordLog {
  public:
   // The directory has to stay. Records go behind the given size, which is that of the records that
@@ -36,11 +67,11 @@ class RecordLog {
   RecordLog(const Directory& directory, std::int64_t size, std::uint64_t nextSequence);
   ~RecordLog();
 
-  // Appends the commands as one record; returns what syncTo has to be given for it, which goes up
-  // from one record to the next. One thread at a time. Throws Failure
-  // (full or io, with the system's error) when it cannot be written; the file then is as before, or
-  // the log has failed and takes no record any more.
-  std::int64_t append(std::span<const LoggedCommand> commands);
+  // Appends the commands as one record, which is to be cleared behind it; returns what syncTo has
+  // to be given for it, which goes up from one record to the next. One thread at a time. Throws
+  // Failure (full or io, with the system's error) when it cannot be written; the file then is as
+  // before, or the log has failed and takes no record any more.
+  std::int64_t append(RecordText& record);
   // Returns once everything up to there is on the disk, also by way of a checkpoint. Threads that
   // wait at the same time share a sync. Throws Failure with io when the system refuses; the log has
   // failed then.

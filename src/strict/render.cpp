@@ -26,11 +26,12 @@ void append(std::string& out, bool isTrue) { out += isTrue ? "true" : "false"; }
 
 void append(std::string& out, const std::string& text) {
   out += '\'';
-  for (const char c : text) {
-    if (c == '\'') out += c;
-    out += c;
+  std::string_view rest = text;
+  for (auto quote = rest.find('\''); quote != rest.npos; quote = rest.find('\'')) {
+    out.append(rest.substr(0, quote + 1)) += '\'';
+    rest.remove_prefix(quote + 1);
   }
-  out += '\'';
+  out.append(rest) += '\'';
 }
 
 void appendLiteral(std::string& out, const Value& value) {
@@ -45,21 +46,19 @@ std::string literal(const Value& value) {
   return text;
 }
 
-std::string withValues(const Statement& statement, std::span<const Value> values) {
+void appendWithValues(std::string& out, const Statement& statement, std::span<const Value> values) {
   const std::string_view text = statement.text;
-  std::string out;
-  out.reserve(text.size() + values.size() * 16);
   std::size_t from = 0;
   for (std::size_t i = 0; i < values.size() && statement.parameterOffsets[i] < text.size(); ++i) {
     const std::size_t place = statement.parameterOffsets[i];
     out += text.substr(from, place - from);
     // A place may stand right beside a word, as in LIMIT?; a literal must not.
-    if (!out.empty() && isWordPart(out.back())) out += ' ';
+    if (place > 0 && isWordPart(out.back())) out += ' ';
     appendLiteral(out, values[i]);
     from = place + 1;
     if (from < text.size() && isWordPart(text[from])) out += ' ';
   }
-  return out += text.substr(from);
+  out += text.substr(from);
 }
 
 }  // namespace velmora::strict

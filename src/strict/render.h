@@ -13,8 +13,8 @@ namespace velmora::strict {
 // byte: there are no literals for others.
 std::string literal(const Value& value);
 
-// The statement's text, so without its clock, with one value in the place of each parameter. The
-// value of a bound clock, which comes last, may be there or not.
-std::string withValues(const Statement& statement, std::span<const Value> values);
+// Appends the statement's text, so without its clock, with one value in the place of each
+// parameter. The value of a bound clock, which comes last, may be there or not.
+void appendWithValues(std::string& out, const Statement& statement, std::span<const Value> values);
 
 }  // namespace velmora::strict

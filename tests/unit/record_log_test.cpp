@@ -25,6 +25,15 @@ namespace fs = std::filesystem;
 
 using Commands = std::vector<LoggedCommand>;
 
+std::int64_t append(RecordLog& log, const Commands& commands) {
+  RecordText record;
+  for (const LoggedCommand& command : commands) {
+    record.bytes() += command.text;
+    record.finish(command.second, command.clock);
+  }
+  return log.append(record);
+}
+
 bool areEqual(const Commands& a, const Commands& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& one, const auto& other) {
     return one.text == other.text && one.second == other.second && one.clock == other.clock;
@@ -70,7 +79,7 @@ class RecordLogTest : public StorageTest {
     put("");
     RecordLog log(directory_, 0, 7);
     std::vector<std::int64_t> ends;
-    for (const Commands& commands : records) ends.push_back(log.append(commands));
+    for (const Commands& commands : records) ends.push_back(append(log, commands));
     return ends;
   }
   void expectFirst(const Found& found, std::size_t count, const std::string& where) const {
@@ -140,7 +149,8 @@ TEST_F(RecordLogTest, aMissingLogIsEmpty) {
 TEST_F(RecordLogTest, secondsMayBeBeforeTheEpochAndNumbersLarge) {
   put("");
   constexpr std::uint64_t last = std::numeric_limits<std::uint64_t>::max() - 1;
-  RecordLog(directory_, 0, last).append(Commands{{"DELETE FROM t", -5, -7}});
+  RecordLog log(directory_, 0, last);
+  append(log, Commands{{"DELETE FROM t", -5, -7}});
   const Found found = read(last);
   ASSERT_EQ(found.records.size(), 1U);
   EXPECT_EQ(found.records[0][0].second, -5);
@@ -180,7 +190,7 @@ TEST_F(RecordLogTest, aRecordBehindACutOneIsReadAfterARestart) {
     put(whole.substr(0, size));
     const Found before = read();
     RecordLog log(directory_, before.completeSize, before.nextSequence);
-    EXPECT_EQ(log.append(someRecords[before.records.size()]), ends[before.records.size()]);
+    EXPECT_EQ(append(log, someRecords[before.records.size()]), ends[before.records.size()]);
     const Found found = read();
     expectFirst(found, before.records.size() + 1, "cut at " + std::to_string(size));
     EXPECT_FALSE(found.isTorn);
@@ -308,11 +318,11 @@ TEST_F(RecordLogTest, aRecordThatCannotBeWrittenLeavesNothing) {
     setFileHook([](const FileEvent& event) {
       return event.operation == FileOperation::write ? failure : 0;
     });
-    EXPECT_EQ(codeOf([&] { log.append(Commands{insert_}); }), Code::full);
+    EXPECT_EQ(codeOf([&] { append(log, Commands{insert_}); }), Code::full);
     setFileHook(nullptr);
     EXPECT_EQ(bytesOf("velmora.wal"), before);
     EXPECT_FALSE(log.hasFailed());
-    log.append(Commands{insert_});
+    append(log, Commands{insert_});
     EXPECT_EQ(read().records.size(), 2U);
   }
 }
@@ -324,17 +334,17 @@ TEST_F(RecordLogTest, aRecordThatCannotBeTakenBackFailsTheLog) {
     if (event.operation == FileOperation::write) return shortWrite;
     return event.operation == FileOperation::truncate ? EIO : 0;
   });
-  EXPECT_EQ(codeOf([&] { log.append(Commands{insert_}); }), Code::full);
+  EXPECT_EQ(codeOf([&] { append(log, Commands{insert_}); }), Code::full);
   setFileHook(nullptr);
   EXPECT_TRUE(log.hasFailed());
-  EXPECT_EQ(codeOf([&] { log.append(Commands{insert_}); }), Code::io);
+  EXPECT_EQ(codeOf([&] { append(log, Commands{insert_}); }), Code::io);
   EXPECT_TRUE(read().isTorn);
 }
 
 TEST_F(RecordLogTest, aSyncThatFailsFailsTheLog) {
   put("");
   RecordLog log(directory_, 0, 7);
-  const std::int64_t end = log.append(Commands{insert_});
+  const std::int64_t end = append(log, Commands{insert_});
   setFileHook(
       [](const FileEvent& event) { return event.operation == FileOperation::sync ? EIO : 0; });
   EXPECT_EQ(codeOf([&] { log.syncTo(end); }), Code::io);
@@ -348,8 +358,8 @@ int syncs = 0;
 TEST_F(RecordLogTest, whatIsSyncedIsNotSyncedAgain) {
   put("");
   RecordLog log(directory_, 0, 7);
-  const std::int64_t first = log.append(Commands{insert_});
-  const std::int64_t second = log.append(Commands{insert_});
+  const std::int64_t first = append(log, Commands{insert_});
+  const std::int64_t second = append(log, Commands{insert_});
   syncs = 0;
   setFileHook([](const FileEvent& event) {
     if (event.operation == FileOperation::sync) ++syncs;
@@ -373,7 +383,7 @@ TEST_F(RecordLogTest, everythingIsSyncedThatWasFoundOrFollowsACheckpoint) {
   EXPECT_EQ(syncs, 1);
   put("");
   log.wasEmptied();
-  log.append(Commands{insert_});  // the file is shorter than the one before
+  append(log, Commands{insert_});  // the file is shorter than the one before
   log.syncTo(log.end());
   log.syncTo(log.end());
   setFileHook(nullptr);
@@ -383,14 +393,14 @@ TEST_F(RecordLogTest, everythingIsSyncedThatWasFoundOrFollowsACheckpoint) {
 TEST_F(RecordLogTest, aCheckpointSyncsAllRecords) {
   put("");
   RecordLog log(directory_, 0, 7);
-  const std::int64_t end = log.append(Commands{insert_});
+  const std::int64_t end = append(log, Commands{insert_});
   fs::remove(path_ / "velmora.wal");
   put("");
   log.wasEmptied();
   EXPECT_EQ(log.size(), 0);
   EXPECT_EQ(log.nextSequence(), 8U);
   log.syncTo(end);
-  const std::int64_t next = log.append(Commands{insert_});
+  const std::int64_t next = append(log, Commands{insert_});
   EXPECT_GT(next, end);
   log.syncTo(next);
   EXPECT_EQ(read(8).records.size(), 1U);
@@ -413,13 +423,13 @@ TEST_F(RecordLogTest, recordsThatWereFoundAreSynced) {
 TEST_F(RecordLogTest, theEndIsCountedOnOverACheckpoint) {
   put("");
   RecordLog log(directory_, 0, 7);
-  const std::int64_t first = log.append(Commands{insert_});
+  const std::int64_t first = append(log, Commands{insert_});
   EXPECT_EQ(log.end(), first);
   fs::remove(path_ / "velmora.wal");
   put("");
   log.wasEmptied();
   EXPECT_EQ(log.end(), first);
-  const std::int64_t second = log.append(Commands{insert_});
+  const std::int64_t second = append(log, Commands{insert_});
   EXPECT_EQ(log.end(), second);
   EXPECT_EQ(second, 2 * first);
 }
@@ -431,7 +441,7 @@ TEST_F(RecordLogTest, threadsWaitForTheirOwnRecords) {
   const auto work = [&] {
     for (int i = 0; i < 50; ++i) {
       std::unique_lock lock(appending);
-      const std::int64_t end = log.append(Commands{insert_});
+      const std::int64_t end = append(log, Commands{insert_});
       lock.unlock();
       log.syncTo(end);
     }

@@ -34,6 +34,12 @@ TEST(StrictLiteral, isTheShortestThatReadsBack) {
   EXPECT_EQ(literal(std::string()), "''");
 }
 
+std::string withValues(const Statement& statement, const std::vector<Value>& values) {
+  std::string out;
+  appendWithValues(out, statement, values);
+  return out;
+}
+
 std::string rendered(std::string_view text, const std::vector<Value>& values) {
   return withValues(parse(text), values);
 }
