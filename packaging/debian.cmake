@@ -11,6 +11,9 @@ set(tools ${CPACK_TEMPORARY_DIRECTORY}/tools/usr)
 set(python ${CPACK_TEMPORARY_DIRECTORY}/python/usr)
 set(documents ${runtime}/share/doc/velmora)
 
+if(EXISTS ${tools})
+  file(MAKE_DIRECTORY ${tools}/share/doc)
+endif()
 # Whatever the builder's umask is.
 execute_process(COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -mindepth 1 -type d -exec chmod 755 {} +
   COMMAND_ERROR_IS_FATAL ANY)
@@ -34,7 +37,6 @@ file(CHMOD ${documents}/copyright ${documents}/changelog
 # These depend on velmora of the same version, and may refer to its documents.
 file(CREATE_LINK velmora ${development}/share/doc/velmora-dev SYMBOLIC)
 if(EXISTS ${tools})
-  file(MAKE_DIRECTORY ${tools}/share/doc)
   file(CREATE_LINK velmora ${tools}/share/doc/velmora-tools SYMBOLIC)
 endif()
 

@@ -112,6 +112,25 @@ TEST_F(Frame, everyVerbHelpsWithAnExample) {
   EXPECT_GE(count, 12U);
 }
 
+TEST_F(Frame, completionOffersVerbsAndOptions) {
+  write("offer.sh", ". " VELMORA_SOURCE_DIR
+                    "/tools/completion/velmora-tool.bash\n"
+                    "COMP_WORDS=(\"$@\") COMP_CWORD=$(($# - 1))\n"
+                    "_velmora_tool\n"
+                    "echo \"${COMPREPLY[@]}\" >offered\n");
+  const auto offered = [this](const std::string& words) {
+    const std::string command =
+        "cd '" + at("").string() + "' && bash offer.sh '" VELMORA_TOOL "' " + words;
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    return read("offered");
+  };
+  EXPECT_EQ(offered("re"), "repair restore\n");
+  EXPECT_EQ(offered("--v"), "--version\n");
+  EXPECT_EQ(offered("run shop --a"), "--atomic\n");
+  EXPECT_EQ(offered("tables shop --format js"), "json jsonl\n");
+  EXPECT_EQ(offered("tables offer."), "offer.sh\n");
+}
+
 TEST_F(Frame, knowsItsVersion) {
   EXPECT_EQ(outputOf({"--version"}), "velmora-tool " VELMORA_VERSION "\n");
 }

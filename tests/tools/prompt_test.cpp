@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "tool_fixture.h"
 
@@ -28,13 +29,17 @@ class Prompt : public ToolFixture {
     if (terminal_ >= 0) close(terminal_);
   }
 
-  void start() {
+  void start(std::vector<std::string> arguments = {"shell", "shop", "--now", "1000"}) {
+    arguments.insert(arguments.begin(), "velmora-tool");
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
     process_ = forkpty(&terminal_, nullptr, nullptr, nullptr);
     if (process_ != 0) return;
     if (chdir(at("").c_str()) != 0) _exit(126);
     setenv("XDG_STATE_HOME", at("state").c_str(), 1);
     setenv("TERM", "dumb", 1);
-    execl(VELMORA_TOOL, "velmora-tool", "shell", "shop", "--now", "1000", nullptr);
+    execv(VELMORA_TOOL, pointers.data());
     _exit(127);
   }
   void type(const std::string& keys) const {
@@ -113,6 +118,15 @@ TEST_F(Prompt, anInterruptTakesBackWhatWasTypedAndTheEndOfInputLeaves) {
   until("1 row\r\n");
   type("\x04");
   EXPECT_EQ(exitCode(), 0);
+}
+
+TEST_F(Prompt, anInterruptEndsOtherVerbs) {
+  start({"run", "shop", "--now", "1000000000"});
+  type("SELECT COUNT(*) FROM lamps\r");
+  until("└──────────┘\r\n");
+  type("\x03");
+  until("velmora-tool: Interrupted\r\n");
+  EXPECT_EQ(exitCode(), 130);
 }
 
 TEST_F(Prompt, aFailureIsMarkedAndTheHistoryKept) {

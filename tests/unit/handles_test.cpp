@@ -799,9 +799,9 @@ TEST_F(Handles, CopyAndCheckADatabase) {
 TEST_F(Handles, TellWhatIsOnTheDiskBesideWhoHasItOpen) {
   EXPECT_EQ(run("CREATE TABLE t n int"), "ok");
   EXPECT_EQ(velmora_checkpoint(db_, nullptr), VELMORA_OK);
-  now_ = 2000;
+  second_ = 1'700'002'000;
   EXPECT_EQ(run("INSERT INTO t n = 5"), "ok");
-  now_ = 3000;
+  second_ = 1'700'003'000;
   for (const char* command : {"BEGIN", "INSERT INTO t n = 6", "INSERT INTO t n = 7", "COMMIT"}) {
     EXPECT_EQ(run(command), "ok");
   }
@@ -815,15 +815,16 @@ TEST_F(Handles, TellWhatIsOnTheDiskBesideWhoHasItOpen) {
       told(velmora_stat(path().data(), path().size(), 0, &disk, nullptr, nullptr, &error), error),
       "1 at -1: Answer has a wrong size");
   disk.size = sizeof disk;
-  EXPECT_EQ(
-      told(velmora_stat(path().data(), path().size(), 2500, &disk, report, &tables, &error), error),
-      "ok");
+  EXPECT_EQ(told(velmora_stat(path().data(), path().size(), 1'700'002'500, &disk, report, &tables,
+                              &error),
+                 error),
+            "ok");
   EXPECT_EQ(disk.process, getpid());
   EXPECT_EQ(disk.log_bytes, std::filesystem::file_size(path() + "/velmora.wal"));
   EXPECT_EQ(disk.log_records, 2U);
   EXPECT_EQ(disk.recent_records, 1U);
   EXPECT_EQ(disk.records, 3U);
-  EXPECT_EQ(disk.last_second, 3000);
+  EXPECT_EQ(disk.last_second, 1'700'003'000);
   EXPECT_EQ(disk.file_bytes, tables[""] + tables["t"]);
   EXPECT_GE(tables["t"], std::filesystem::file_size(path() + "/t.bin"));
   const std::string nowhere = path("nowhere");

@@ -9,7 +9,7 @@ _velmora_tool() {
         choices="box csv json jsonl markdown line"
     elif [[ $word == -* ]]; then
         choices=$("$tool" "${COMP_WORDS[1]}" --help 2>/dev/null |
-            sed -n '/^Options:/,$s/^  .*\(--[a-z-]*\).*/\1/p')
+            sed -n '/^Options:/,$s/^  \(-[a-z],\)*\(--[a-z-]*\).*/\2/p')
     else
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
