@@ -14,16 +14,18 @@ import tempfile
 
 SECOND = 1_700_000_000
 WIDTH, HEIGHT = 900, 590
-COMMANDS = """
+ORDER = "status = 'new' --> 'shipped' @ 8 h --> 'delivered' @ 3 d"
+OFFER = "price = 24.5 --> 19.9 @ 2 d open = true --> false @ 8 h --> false @ 8 h c"
+COMMANDS = f"""
 CREATE TABLE customers id ApexInt name string
 INSERT INTO customers name = 'Ada'
 INSERT INTO customers name = 'Grace'
 CREATE TABLE orders id ApexInt customer int status string 3
 LINK orders.customer --> customers.id
-INSERT INTO orders customer = 1 status = 'packed' --> 'shipped' @ 8 h --> 'delivered' @ 3 d #TIME# 1699900000
-INSERT INTO orders customer = 2 status = 'packed' --> 'shipped' @ 8 h --> 'delivered' @ 3 d
+INSERT INTO orders customer = 1 {ORDER} #TIME# 1699900000
+INSERT INTO orders customer = 2 {ORDER}
 CREATE TABLE offers item string price double 2 open bool 3
-INSERT INTO offers item = 'lamp' price = 24.5 --> 19.9 @ 2 d open = true --> false @ 8 h --> false @ 8 h c
+INSERT INTO offers item = 'lamp' {OFFER}
 """
 
 

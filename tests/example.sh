@@ -1,8 +1,8 @@
 #!/bin/sh
 # Runs an example in an empty directory and compares all that it prints with what the documents
 # show: example.sh EXAMPLE COMMAND...
-# Each block that begins "```output" with the example among the names behind it shows that; there has
-# to be one. Status 77 of the command is passed on: then it could not be run here.
+# Each block that begins "```output" with the example among the names behind it shows that; there
+# has to be one. Status 77 of the command is passed on: then it could not be run here.
 set -eu
 
 example=$1
