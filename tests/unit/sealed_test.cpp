@@ -20,6 +20,13 @@ namespace fs = std::filesystem;
 
 using SealedFilesTest = SealedTest;
 
+std::int64_t append(RecordLog& log, const LoggedCommand& command) {
+  RecordText record;
+  record.bytes() += command.text;
+  record.finish(command.second, command.clock);
+  return log.append(record);
+}
+
 // A file operation that fails, or at which the process ends.
 struct Stop {};
 int countdown = -1;
@@ -344,14 +351,14 @@ TEST_F(SealedFilesTest, recordsBehindAnIncompleteCheckpointAreKept) {
   save(tables);
   RecordLog log(directory_, 0, 1);
   const LoggedCommand command{"DELETE FROM t", 5, std::nullopt};
-  log.append({&command, 1});
+  append(log, command);
   setFileHook(
       [](const FileEvent& event) { return event.operation == FileOperation::rename ? EIO : 0; });
   tables.at("all").setValue(0, 7, std::string("changed"));
   save(tables, {}, 2);
   setFileHook(nullptr);
   log.wasEmptied();
-  log.syncTo(log.append({&command, 1}));
+  log.syncTo(append(log, command));
   EXPECT_TRUE(exists("velmora.wal.checkpoint"));
   for (const bool isFinished : {false, true}) {
     if (isFinished) finishSealed(directory_);
@@ -504,8 +511,8 @@ TEST_F(SealedCopyTest, aCopyIsTheDatabase) {
   save(tables, someListeners(), 7);
   RecordLog log(directory_, 0, 7);
   const LoggedCommand command{"DELETE FROM t", 5, std::nullopt};
-  const std::int64_t size = log.append({&command, 1});
-  log.append({&command, 1});
+  const std::int64_t size = append(log, command);
+  append(log, command);
   copySealed(directory_, size, to_, {});
   const std::string content = contentOf(load());
   EXPECT_EQ(contentOf(loadSealed(to_, {}, {})), content);
