@@ -1,4 +1,4 @@
-// The ways to lose data that docs/plain-functions.md lists, through a handle, line by line: each of
+// The ways to lose data that docs/losing-data.md lists, through a handle, line by line: each of
 // the eighteen is tried, and closed.
 #include <algorithm>
 #include <cerrno>
