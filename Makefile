@@ -18,7 +18,8 @@ package:  ## make the Debian packages and those for Python and Node.js, in build
 
 bench:  ## compare with SQLite and DuckDB, and the packages with SQLite's; QUICK=1 takes about a minute
 	QUICK=$(QUICK) scripts/bench.sh
-	QUICK=$(QUICK) scripts/bench_bindings.sh
+	QUICK=$(QUICK) scripts/bench_python.sh
+	QUICK=$(QUICK) scripts/bench_node.sh
 
 fuzz:  ## run every fuzzer for SECONDS=60 each
 	SECONDS_EACH=$(or $(SECONDS),60) scripts/fuzz.sh

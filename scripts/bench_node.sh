@@ -7,8 +7,7 @@ cd "$(dirname "$0")/.."
 
 version=12.11.1
 scripts/bootstrap.sh build bindings
-cmake --preset bench -DVELMORA_NODE=ON >/dev/null
-cmake --build --preset bench --parallel "$(nproc)" --target velmora_node_package
+scripts/build.sh bench velmora_node_package
 
 directory=build/bench/node
 cp bench/node_bench.mjs "$directory"

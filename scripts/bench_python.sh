@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds the packages for other languages over the release library and compares each with what its
-# language has for SQLite: bench_bindings.sh. With QUICK=1 in the environment it takes fewer rows.
+# Builds the package for Python over the release library and compares it with the module
+# sqlite3: bench_python.sh. With QUICK=1 in the environment it takes fewer rows.
 set -eu
 cd "$(dirname "$0")/.."
 
