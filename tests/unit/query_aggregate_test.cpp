@@ -57,6 +57,14 @@ TEST_F(QueryAggregate, isNullOfNoValueAndACountIsZero) {
   EXPECT_EQ(rows(select), Texts{});
 }
 
+TEST_F(QueryAggregate, hasTheDeclaredTypeWhereItIsAValueOfTheColumn) {
+  const Answer answer = run(tables_, totals({output(Function::min, "f"), output(Function::max, "k"),
+                                             output(Function::sum, "n")}));
+  EXPECT_EQ((*answer.columns)[0].declaredType, "float");
+  EXPECT_EQ((*answer.columns)[1].declaredType, "string");
+  EXPECT_EQ((*answer.columns)[2].declaredType, "");
+}
+
 TEST_F(QueryAggregate, isOfTheRowsThatPass) {
   strict::Select select = totals({output(Function::countRows), output(Function::sum, "n")});
   select.filter = {where("n", Operator::lessOrEqual, 5)};
