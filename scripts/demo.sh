@@ -61,5 +61,7 @@ c++ -std=c++20 -O2 -I include examples/host.cpp -o "$work/sample_host" \
 echo
 echo "== The shop as a page to look at"
 report=$build/shop.html
-"$build/velmora-tool" report "$work/shop" -o "$report"
+# The shell left its files in the form of the plain functions.
+"$build/velmora-tool" run "$work/shop" -c CHECKPOINT
+(cd "$work" && "$build/velmora-tool" report shop -o "$report")
 echo "$report"
