@@ -136,7 +136,7 @@ TEST_F(Load, appendsByName) {
   EXPECT_EQ(refused("n\n1\n2147483648\n"),
             there + "1: column n: '2147483648' does not fit an int\n");
   EXPECT_EQ(refused("n\n1\n2.5\n"), there + "1: column n: '2.5' is no whole number\n");
-  EXPECT_EQ(outputOf({"tables", "db"}), "table,rows\nt,3\n");
+  EXPECT_EQ(outputOf({"run", "db", "--read-only", "-c", "SHOW TABLES"}), "table,rows\nt,3\n");
 }
 
 TEST_F(Load, namesTheRecordThatTheEngineRefuses) {
@@ -149,7 +149,7 @@ TEST_F(Load, namesTheRecordThatTheEngineRefuses) {
       "Table 'p' has no row with the key '7', which column 'p' of table 't' is linked to";
   EXPECT_EQ(result.errors,
             "f.csv: 4 rows\nTable t is there already\nvelmora-tool: f.csv:4:1: " + reason + "\n");
-  EXPECT_EQ(outputOf({"tables", "db"}), "table,rows\np,1\nt,0\n");
+  EXPECT_EQ(outputOf({"run", "db", "--read-only", "-c", "SHOW TABLES"}), "table,rows\np,1\nt,0\n");
   result = run({"load", "db", "t", "f.csv", "--rejects", "bad.csv"});
   EXPECT_EQ(result.code, 1);
   EXPECT_EQ(result.output, "t: 3 rows loaded, 1 rejected\n");
