@@ -4,8 +4,8 @@
 
 Deliberate: one extension and a few files of plain Python need no build tool but CMake. So pip has
 nothing to fetch before it installs them, and works without a network, in a virtual environment that
-has only pip, and over a directory that cannot be written to. pip calls build_wheel and no other
-function. The extension is built in the source tree of velmora, or with an installed static library,
+has only pip, and over a directory that cannot be written to. pip asks for the metadata, which takes
+no build, and then for the wheel. The extension is built in the source tree of velmora, or with an installed static library,
 as CMake finds it.
 """
 
@@ -49,6 +49,18 @@ Tag: {TAG}
 """
 
 
+INFORMATION = f"{NAME}-{VERSION}.dist-info"
+
+
+def prepare_metadata_for_build_wheel(metadata_directory, config_settings=None):
+    """Writes the wheel's metadata into the directory, and returns the name of theirs."""
+    directory = pathlib.Path(metadata_directory, INFORMATION)
+    directory.mkdir()
+    for name, content in _information().items():
+        (directory / name).write_bytes(content)
+    return INFORMATION
+
+
 def build_wheel(wheel_directory, config_settings=None, metadata_directory=None):
     """Builds the extension, writes the wheel into the directory, and returns its name."""
     with tempfile.TemporaryDirectory() as build:
@@ -57,13 +69,11 @@ def build_wheel(wheel_directory, config_settings=None, metadata_directory=None):
 
 def write_wheel(extension, wheel_directory):
     """Writes the wheel around a built extension, and returns its name."""
-    information = f"{NAME}-{VERSION}.dist-info"
     files = {f"{NAME}/{path.name}": path.read_bytes()
              for path in sorted((SOURCE / NAME).iterdir()) if path.is_file()}
     files[f"{NAME}/{EXTENSION}"] = pathlib.Path(extension).read_bytes()
-    files[f"{information}/METADATA"] = METADATA.encode() + (SOURCE / "README.md").read_bytes()
-    files[f"{information}/WHEEL"] = WHEEL.encode()
-    record = f"{information}/RECORD"
+    files.update({f"{INFORMATION}/{name}": content for name, content in _information().items()})
+    record = f"{INFORMATION}/RECORD"
     lines = [f"{name},sha256={_digest(content)},{len(content)}" for name, content in files.items()]
     files[record] = "\n".join([*lines, f"{record},,", ""]).encode()
 
@@ -75,6 +85,11 @@ def write_wheel(extension, wheel_directory):
             entry.external_attr = 0o644 << 16
             wheel.writestr(entry, content, zipfile.ZIP_DEFLATED)
     return name
+
+
+def _information():
+    return {"METADATA": METADATA.encode() + (SOURCE / "README.md").read_bytes(),
+            "WHEEL": WHEEL.encode()}
 
 
 def _built_extension(build):

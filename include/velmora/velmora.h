@@ -422,7 +422,7 @@ size_t velmora_result_columns(const velmora_result* result);
 size_t velmora_result_rows(const velmora_result* result);
 
 /* Both end with a zero byte; length: null, or gets the length without it. Borrowed. The declared
-   type is that of the table's column, or of the one whose MIN or MAX it is, such as "string(40)";
+   type is that of the table's column, or of the one whose MIN or MAX it is, such as "string";
    empty for what is computed otherwise. */
 const char* velmora_result_column_name(const velmora_result* result, size_t column, size_t* length);
 const char* velmora_result_column_declared_type(const velmora_result* result, size_t column,

@@ -374,7 +374,7 @@ class Result {
   velmora_type columnType(std::size_t column) const noexcept {
     return velmora_result_column_type(result_.get(), column);
   }
-  // Such as "string(40)"; empty for what is computed.
+  // Such as "string"; empty for what is computed.
   std::string declaredType(std::size_t column) const {
     std::size_t size = 0;
     const char* const type = velmora_result_column_declared_type(result_.get(), column, &size);
