@@ -19,8 +19,8 @@ import time
 import velmora
 
 COLUMNS = 9
-VELMORA_TABLE = ("CREATE TABLE items id int a int b long c double d string e string f bool g double "
-                 "h string")
+VELMORA_TABLE = ("CREATE TABLE items id int a int b long c double d string e string f bool "
+                 "g double h string")
 SQLITE_TABLE = ("CREATE TABLE items (id INTEGER PRIMARY KEY, a INTEGER, b INTEGER, c REAL, d TEXT, "
                 "e TEXT, f INTEGER, g REAL, h TEXT)")
 VELMORA_INSERT = ("INSERT INTO items id = ? a = ? b = ? c = ? d = ? e = ? f = ? g = ? h = ?")

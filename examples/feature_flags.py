@@ -79,7 +79,8 @@ def main():
     with contextlib.closing(velmora.connect("flags.db", clock=clock.now)) as connection:
         flags = Flags(connection)
 
-        print("-- two teams, three flags: one for two weeks, one from the next hour on, one for good")
+        print("-- two teams, three flags: one for two weeks, one from the next hour on, "
+              "one for good")
         for team in ("search", "shop"):
             flags.add_team(team)
         flags.add("beta search", "search", False)

@@ -1,4 +1,4 @@
-# python3 tour.py
+# Sixty seconds in Python: python3 tour.py
 import time
 
 import velmora

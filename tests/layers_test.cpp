@@ -149,7 +149,7 @@ TEST(Style, linesAreShortAndClean) {
 }
 
 bool isComment(const std::string& line) {
-  for (const char* beginning : {"//", "/*", " *", "#!", "\"\"\""}) {
+  for (const char* beginning : {"//", "/*", " *", "#!", "# ", "\"\"\""}) {
     if (line.starts_with(beginning)) return true;
   }
   return false;

@@ -5,8 +5,8 @@
 Deliberate: one extension and a few files of plain Python need no build tool but CMake. So pip has
 nothing to fetch before it installs them, and works without a network, in a virtual environment that
 has only pip, and over a directory that cannot be written to. pip asks for the metadata, which takes
-no build, and then for the wheel. The extension is built in the source tree of velmora, or with an installed static library,
-as CMake finds it.
+no build, and then for the wheel. The extension is built in the source tree of velmora, or with an
+installed static library, as CMake finds it.
 """
 
 import base64

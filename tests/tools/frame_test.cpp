@@ -124,7 +124,7 @@ TEST_F(Frame, completionOffersVerbsAndOptions) {
     EXPECT_EQ(std::system(command.c_str()), 0);
     return read("offered");
   };
-  EXPECT_EQ(offered("re"), "repair restore\n");
+  EXPECT_EQ(offered("re"), "repair restore report\n");
   EXPECT_EQ(offered("--v"), "--version\n");
   EXPECT_EQ(offered("run shop --a"), "--atomic\n");
   EXPECT_EQ(offered("tables shop --format js"), "json jsonl\n");

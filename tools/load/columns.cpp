@@ -93,8 +93,8 @@ TableColumn TypeGuess::column() const {
 }
 
 std::vector<TableColumn> givenTypes(const std::string& text) {
-  static const std::regex form(
-      R"(\s*(\w+)\s+(int|ApexInt|long|float|double|bool|string)(?:\((\d{1,5})\))?(?:\s+(\d{1,5}))?\s*)");
+  static const std::regex form(R"(\s*(\w+)\s+(int|ApexInt|long|float|double|bool|string))"
+                               R"((?:\((\d{1,5})\))?(?:\s+(\d{1,5}))?\s*)");
   std::vector<TableColumn> columns;
   for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find(',', begin), text.size());

@@ -15,19 +15,29 @@ namespace {
 
 // What the timelines paint with.
 constexpr std::string_view patterns =
-    R"svg(<svg width="0" height="0" style="position:absolute" aria-hidden="true" focusable="false"><defs>
-<pattern id="hatch" width="7" height="7" patternUnits="userSpaceOnUse" patternTransform="rotate(45)"><path d="M0 0V7" stroke="var(--line)" stroke-width="5"/></pattern>
-<pattern id="stripes" width="12" height="12" patternUnits="userSpaceOnUse"><path d="M0 0H12V12H0z" fill="var(--grey)"/><path d="M0 0H6V12H0z" fill="var(--blue)" opacity=".55"/></pattern>
-<linearGradient id="fading"><stop offset=".4" stop-color="#fff"/><stop offset="1" stop-color="#fff" stop-opacity="0"/></linearGradient>
-<mask id="fade" maskContentUnits="objectBoundingBox"><path d="M0 0H1V1H0z" fill="url(#fading)"/></mask>
+    R"svg(<svg width="0" height="0" style="position:absolute" aria-hidden="true" focusable="false">
+<defs>
+<pattern id="hatch" width="7" height="7" patternUnits="userSpaceOnUse"
+ patternTransform="rotate(45)"><path d="M0 0V7" stroke="var(--line)" stroke-width="5"/></pattern>
+<pattern id="stripes" width="12" height="12" patternUnits="userSpaceOnUse">
+<path d="M0 0H12V12H0z" fill="var(--grey)"/>
+<path d="M0 0H6V12H0z" fill="var(--blue)" opacity=".55"/></pattern>
+<linearGradient id="fading"><stop offset=".4" stop-color="#fff"/>
+<stop offset="1" stop-color="#fff" stop-opacity="0"/></linearGradient>
+<mask id="fade" maskContentUnits="objectBoundingBox">
+<path d="M0 0H1V1H0z" fill="url(#fading)"/></mask>
 </defs></svg>
 )svg";
 
 constexpr std::string_view key = R"svg(<ul class="key" aria-hidden="true">
-<li><svg viewBox="0 0 30 14"><g class="bar blue"><rect width="30" height="14"/></g></svg>holds then</li>
-<li><svg viewBox="0 0 30 14"><g class="bar blue repeated"><rect width="30" height="14"/></g></svg>another round of a cycle</li>
-<li><svg viewBox="0 0 30 14"><g class="bar blue forever"><rect width="30" height="14"/></g></svg>stays for ever</li>
-<li><svg viewBox="0 0 30 14"><g class="bar waiting"><rect x="1" y="1" width="28" height="12"/></g></svg>before its start</li>
+<li><svg viewBox="0 0 30 14"><g class="bar blue">
+<rect width="30" height="14"/></g></svg>holds then</li>
+<li><svg viewBox="0 0 30 14"><g class="bar blue repeated">
+<rect width="30" height="14"/></g></svg>another round of a cycle</li>
+<li><svg viewBox="0 0 30 14"><g class="bar blue forever">
+<rect width="30" height="14"/></g></svg>stays for ever</li>
+<li><svg viewBox="0 0 30 14"><g class="bar waiting">
+<rect x="1" y="1" width="28" height="12"/></g></svg>before its start</li>
 </ul>
 )svg";
 

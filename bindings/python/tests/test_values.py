@@ -83,7 +83,8 @@ class Values(WithConnection):
         for column, value, message in (
                 ("l", 2**63, "Value 2 is an integer outside 64 bits"),
                 ("l", -(10**30), "Value 2 is an integer outside 64 bits"),
-                ("n", 2**31, "2147483648 is out of range for column 'n' of table 't', which is int"),
+                ("n", 2**31,
+                 "2147483648 is out of range for column 'n' of table 't', which is int"),
                 ("x", float("nan"), "Value 2 is not finite"),
                 ("x", float("inf"), "Value 2 is not finite"),
                 ("x", 1e39, "1e+39 is out of range for column 'x' of table 't', which is float"),
