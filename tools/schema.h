@@ -2,19 +2,13 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "velmora/velmora.hpp"
 
 namespace tool {
 
-// "'it''s'": as the language writes texts.
-std::string quoted(std::string_view text);
-
-// One command a line: tables by name, or the one named, then its links and listeners. Throws
-// velmora::Error for a table that is not there.
-std::string createCommands(velmora::Database& database, const std::string& table = "");
-std::string linkCommands(velmora::Database& database, const std::string& table = "");
-std::string listenCommands(velmora::Database& database, const std::string& table = "");
+// One command a line: the tables by name, or the one that is named, then their links and listeners.
+// Throws velmora::Error for a table that is not there.
+std::string schemaCommands(velmora::Database& database, const std::string& table = "");
 
 }  // namespace tool

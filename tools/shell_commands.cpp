@@ -119,8 +119,7 @@ void ShellCommands::runOwn(const std::string& name, const std::string& argument)
   } else if (name == ".columns") {
     print(format_, database_.run("SHOW COLUMNS FROM " + argument));
   } else if (name == ".schema") {
-    write(createCommands(database_, argument) + linkCommands(database_, argument) +
-          listenCommands(database_, argument));
+    write(schemaCommands(database_, argument));
   } else if (name == ".format" || name == ".mode") {
     format_ = formatNamed(argument);
   } else if (name == ".timing" || name == ".timer") {

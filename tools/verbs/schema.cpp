@@ -13,9 +13,7 @@ Run schemaVerb(CLI::App& app, Common& common) {
   app.add_option("TABLE", *table, "Only this table");
   return [&common, table] {
     OpenDatabase database(common, toRead);
-    write(createCommands(*database, *table));
-    write(linkCommands(*database, *table));
-    write(listenCommands(*database, *table));
+    write(schemaCommands(*database, *table));
     return exitDone;
   };
 }
