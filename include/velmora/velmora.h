@@ -450,8 +450,8 @@ const char* velmora_result_text(const velmora_result* result, size_t row, size_t
 size_t velmora_result_values(const velmora_result* result, size_t first_row, size_t row_count,
                              velmora_value* values);
 
-/* The values of one column, one behind another, each array `rows` long; that of its type is not
-   null. A null value has a 0, or no text, in its place. */
+/* The values of one column, one behind another, each array `rows` long; if there are any, that of
+   the column's type is not null. A null value has a 0, or no text, in its place. */
 typedef struct velmora_column {
   uint32_t size; /* to be set to sizeof(velmora_column) before the call */
   int type;      /* a velmora_type */
