@@ -64,7 +64,7 @@ std::string commonPrefix(const std::vector<std::string>& words) {
   return prefix;
 }
 
-unsigned char complete(EditLine* line, int /*key*/) {
+unsigned char complete(EditLine* line, wint_t /*key*/) {
   const LineInfo* const info = el_line(line);
   const std::string_view before(info->buffer,
                                 static_cast<std::size_t>(info->cursor - info->buffer));
@@ -101,7 +101,8 @@ Prompt::Prompt(std::string historyFile, Completions completions)
   el_set(parts.line, EL_EDITOR, "emacs");
   el_set(parts.line, EL_GETCFN, readCharacter);
   el_set(parts.line, EL_HIST, history, parts.history);
-  el_set(parts.line, EL_ADDFN, "velmora-complete", "Completes a word", complete);
+  // The one for narrow texts would never free its copies of these.
+  el_wset(parts.line, EL_ADDFN, L"velmora-complete", L"Completes a word", complete);
   el_set(parts.line, EL_BIND, "^I", "velmora-complete", nullptr);
   el_set(parts.line, EL_BIND, "^R", "em-inc-search-prev", nullptr);
   history(parts.history, &parts.event, H_SETSIZE, 1000);
