@@ -42,17 +42,17 @@ struct Engine::Parts {
   std::unique_ptr<DirectoryLock> lock;  // goes last
   Interrupts interrupts;
   std::mutex files;
+  std::uint64_t catalogueVersion = 1;  // in the gate's care, as what stands behind it
   Gate gate;
-  // In the gate's care.
   std::optional<Database> database;
   std::optional<Changes> changes;
   std::optional<RecordLog> log;
-  std::uint64_t catalogueVersion = 1;
   RecordText record;             // of the command that is run, or of the open transaction
   bool isBroken = false;         // something could not be taken back
   bool areFilesDamaged = false;  // and to be written anew
   // A change has been made and could not be put on the disk.
   std::atomic<bool> isUnsure = false;
+  bool isSyncerStopped = false;  // see syncer
   // The second of the last command, and the latest that any has had: links are judged as of that
   // one, so that a clock that goes back breaks none.
   std::atomic<std::int64_t> lastSecond = 0;
@@ -64,7 +64,6 @@ struct Engine::Parts {
   std::thread syncer;
   std::mutex syncerMutex;
   std::condition_variable syncerWakes;
-  bool isSyncerStopped = false;
 
   // opening and closing (engine_open.cpp)
   void open(const std::string& path);
