@@ -18,7 +18,7 @@ namespace velmora::crash {
 
 // Seconds for the random part; VELMORA_CRASH_SECONDS. With more than usual, the other parts leave
 // out nothing of the little that they leave out else.
-inline constexpr int usualSeconds = 5;
+inline constexpr int usualSeconds = 25;
 int secondsToSpend();
 inline bool isThorough() { return secondsToSpend() > usualSeconds; }
 // A sanitised engine takes several times as long to fork and to start, and what a sanitiser finds

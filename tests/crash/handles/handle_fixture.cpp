@@ -83,7 +83,7 @@ fs::path temporaryRoot() {
 }  // namespace
 
 bool isThorough() {
-  constexpr int usualSeconds = 5;
+  constexpr int usualSeconds = 25;
   const char* const seconds = getenv("VELMORA_CRASH_SECONDS");
   return seconds != nullptr && std::stoi(seconds) > usualSeconds;
 }
