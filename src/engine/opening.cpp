@@ -137,15 +137,6 @@ void runChange(Changes& changes, const strict::Command& command, const RunContex
       command);
 }
 
-bool isChange(const strict::Command& command) {
-  return std::visit(
-      [](const auto& each) {
-        using T = std::remove_cvref_t<decltype(each)>;
-        return isRowChange<T> || isCatalogueChange<T>;
-      },
-      command);
-}
-
 bool changesCatalogue(const strict::Command& command) {
   return std::visit(
       [](const auto& each) { return isCatalogueChange<std::remove_cvref_t<decltype(each)>>; },

@@ -38,8 +38,7 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
 // Runs a command that stands in the log.
 void runChange(Changes& changes, const strict::Command& command, const RunContext& context,
                Answer& answer);
-// Whether the command is one for runChange; and whether it changes the catalogue.
-bool isChange(const strict::Command& command);
+// Whether the command changes tables, links or listeners rather than rows.
 bool changesCatalogue(const strict::Command& command);
 
 // The load of the plain functions: what Database::loadFromDisk does, or, where handles have used

@@ -240,7 +240,7 @@ class StartTest : public FileOperationTest {
     for (int operation = 1; !HasFailure(); ++operation) {
       const auto interrupted = interruptedCheckpoint(operation);
       if (!interrupted) return;
-      const int usualStep = fs::exists(*interrupted / "velmora.ckpt") ? 24 : 96;
+      const int usualStep = fs::exists(*interrupted / "velmora.ckpt") ? 10 : 32;
       const int step = isThorough() ? 1 : usualStep * slowness;
       discard(*interrupted);
       if (operation % step != 0) continue;
