@@ -9,6 +9,7 @@
 #include <iostream>
 #include <iterator>
 #include <random>
+#include <set>
 #include <stdexcept>
 
 namespace velmora::crash {
@@ -52,6 +53,16 @@ std::string differing(const std::string& what, const std::string& expected,
   return expected == actual
              ? ""
              : what + "\n--- expected\n" + expected + "\n--- actual\n" + actual + "\n";
+}
+
+std::string relationFiles(const fs::path& directory) {
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    if (entry.path().extension() == ".rel") names.insert(entry.path().filename().string());
+  }
+  std::string text;
+  for (const std::string& name : names) text += name + "\n";
+  return text;
 }
 
 Command insertOf(const std::string& table, const std::string& column, const std::string& text) {
@@ -126,14 +137,18 @@ void CrashTest::discard(const fs::path& directory) {
 }
 
 std::vector<Possibility> CrashTest::beforeAndAfter(const Model& model, const Command& command) {
-  Possibility before = {model, false, 0};
+  const Possibility before = {model, 0};
   Possibility after = before;
+  Possibility between = before;
   after.model.run(command);
-  after.mayLackLogLine = command.kind == Kind::link;
-  if (command.kind != Kind::createTable) return {after, before};
-  Possibility unlogged = before;
-  unlogged.model.createUnlogged(command);
-  return {after, unlogged, before};
+  if (command.kind == Kind::createTable) {
+    between.model.createUnlogged(command);
+  } else if (command.kind == Kind::link) {
+    between.model.linkUnfiled(command);
+  } else {
+    return {after, before};
+  }
+  return {after, between, before};
 }
 
 std::string CrashTest::difference(EngineProcess& engine, const State& state, std::int64_t second) {
@@ -164,9 +179,15 @@ std::string CrashTest::differenceOfRefusals(EngineProcess& engine, const State& 
 // not reach the log stays scheduled, so `most` bounds them.
 std::string CrashTest::differenceOfFiles(const fs::path& directory, const std::string& output,
                                          const Possibility& possibility, const Possibility& most) {
+  std::string relations;
+  for (const ModelLink& link : possibility.model.relationFiles()) {
+    relations += link.fileName() + "\n";
+  }
+  const std::string wrong = differing("the links' files", relations, relationFiles(directory));
+  if (!wrong.empty()) return wrong;
   const std::size_t lines = countOf(readFile(directory / "velmora.wal"), " #TIME# 1");
   const std::size_t expected = possibility.model.logSize();
-  if (lines != expected && !(possibility.mayLackLogLine && lines + 1 == expected)) {
+  if (lines != expected) {
     return "the log has " + std::to_string(lines) + " lines instead of " +
            std::to_string(expected) + "\n";
   }
@@ -200,18 +221,6 @@ std::string CrashTest::differenceOfLinks(const fs::path& directory, const std::s
   return "";
 }
 
-// Whether the files hold a link that the state has not, as one has that was killed behind its file.
-static bool hasSurplusLink(const fs::path& directory, const std::string& output,
-                           const State& state) {
-  return std::any_of(fs::directory_iterator(directory), {}, [&](const auto& entry) {
-    const std::string name = entry.path().filename().string();
-    if (entry.path().extension() != ".rel") return false;
-    if (output.find("Skipped relation " + name) != std::string::npos) return false;
-    return std::none_of(state.links.begin(), state.links.end(),
-                        [&](const ModelLink& link) { return link.fileName() == name; });
-  });
-}
-
 std::optional<CrashTest::Running> CrashTest::restart(const fs::path& directory,
                                                      const std::vector<Possibility>& possibilities,
                                                      std::int64_t second) {
@@ -222,16 +231,12 @@ std::optional<CrashTest::Running> CrashTest::restart(const fs::path& directory,
                   << " failed: " << (output ? output->text : "it died");
     return std::nullopt;
   }
-  // Of states that show the same rows, those come first that have the links of the files.
-  std::vector<Possibility> ordered = possibilities;
-  std::stable_partition(ordered.begin(), ordered.end(), [&](const Possibility& each) {
-    return !hasSurplusLink(directory, output->text, each.model.live());
-  });
   std::string differences;
-  for (const Possibility& possibility : ordered) {
+  for (const Possibility& possibility : possibilities) {
     Running running = {nullptr, possibility.model};
     running.model.restart(second);
-    std::string wrong = differenceOfFiles(directory, output->text, possibility, possibilities[0]);
+    std::string wrong = differenceOfFiles(
+        directory, output->text, {running.model, possibility.lostChanges}, possibilities[0]);
     if (wrong.empty()) {
       wrong = differenceOfLinks(directory, output->text, running.model.live());
     }
@@ -239,12 +244,6 @@ std::optional<CrashTest::Running> CrashTest::restart(const fs::path& directory,
     if (wrong.empty()) {
       running.engine = std::move(engine);
       running.model.pendingChanges = revivedChanges(output->text);
-      const std::size_t lines = countOf(readFile(directory / "velmora.wal"), " #TIME# 1");
-      if (lines != running.model.logSize()) {
-        Command checkpoint;
-        checkpoint.second = second;
-        runAlike(running, checkpoint);
-      }
       return running;
     }
     differences += "possibility:\n" + wrong;

@@ -34,8 +34,7 @@ std::uint64_t chosenSeed();
 // One thing that may have come of the operation in flight.
 struct Possibility {
   Model model;
-  bool mayLackLogLine = false;  // its files were written, which brings it back without the log
-  int lostChanges = 0;          // how many scheduled changes may be missing
+  int lostChanges = 0;  // how many scheduled changes may be missing
 };
 
 class CrashTest : public testing::Test {

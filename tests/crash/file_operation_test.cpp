@@ -35,7 +35,7 @@ class FileOperationTest : public CrashTest, public testing::WithParamInterface<O
 
   // A started engine over a copy of a directory.
   std::optional<Running> startOver(const fs::path& copy) {
-    return restart(copy, {{model_, false, 0}}, second_);
+    return restart(copy, {{model_, 0}}, second_);
   }
 
   // What may come of the operation, which is made ready to be performed.
@@ -140,7 +140,7 @@ class FailureTest : public FileOperationTest {
   void keepAllowed(std::vector<Possibility>& possible, const Answer& answer) const {
     const bool isChange = kind() == Kind::insert || kind() == Kind::update || kind() == Kind::erase;
     const bool mayBeLost = isChange || kind() == Kind::link || kind() == Kind::listen;
-    if (!answer.succeeded() && mayBeLost) possible.erase(possible.begin());
+    if (!answer.succeeded() && mayBeLost) possible.erase(possible.begin(), possible.end() - 1);
     if (answer.succeeded() && !mayBeLost) possible.pop_back();
     int changes = 0;
     for (const auto& [column, value] : command_.values) changes += value.changes();
@@ -184,7 +184,7 @@ class FailureTest : public FileOperationTest {
     }
     const bool isInTables = kind() != Kind::listen && kind() != Kind::link;
     if (endsWithCheckpoint && isInTables) {
-      possible = {{running.model, false, possible.front().lostChanges}};
+      possible = {{running.model, possible.front().lostChanges}};
     }
     restart(directory, possible, ++second_);
   }
@@ -256,9 +256,9 @@ class StartTest : public FileOperationTest {
   }
 
   std::vector<Possibility> checkpointedOrNot() const {
-    Possibility after = {model_, false, 0};
+    Possibility after = {model_, 0};
     after.model.checkpoint();
-    return {after, {model_, false, 0}};
+    return {after, {model_, 0}};
   }
 
   // Calls attempt(copy, k) with copies of the directory until it answers false.
@@ -335,7 +335,7 @@ TEST_F(StartTest, killedAnywhereLeavesWhatWasThere) {
   prepare();
   tearTails();
   forEveryOperation(directory_, [&](const fs::path& copy, int operation) {
-    return killStart(copy, operation, {{model_, false, 0}});
+    return killStart(copy, operation, {{model_, 0}});
   });
 }
 
@@ -366,7 +366,7 @@ TEST_F(StartTest, thatMeetsAFailureReportsItOrHasEverything) {
   for (const FailureKind& kind : failureKinds()) {
     SCOPED_TRACE(kind.name);
     forEveryOperation(directory_, [&](const fs::path& copy, int operation) {
-      return failStart(copy, {kind.kind, operation}, {{model_, false, 0}});
+      return failStart(copy, {kind.kind, operation}, {{model_, 0}});
     });
   }
 }

@@ -34,6 +34,28 @@ std::string joined(const std::vector<std::string>& parts, const std::string& sep
   return text;
 }
 
+// A relation whose LINK command stands in the log is left to that command, and made again behind
+// the log where that command could not.
+State replayed(State state, const std::set<ModelLink>& relations, std::span<const Command> log,
+               std::int64_t second) {
+  std::vector<ModelLink> leftToLog;
+  for (const ModelLink& link : relations) {
+    const bool isLogged = std::any_of(log.begin(), log.end(), [&](const Command& command) {
+      return command.kind == Kind::link && linkOf(command) == link;
+    });
+    if (isLogged) {
+      leftToLog.push_back(link);
+    } else {
+      state.apply(commandOf(link, second), true);
+    }
+  }
+  for (const Command& command : log) state.apply(command, true);
+  for (const ModelLink& link : leftToLog) {
+    if (!state.links.contains(link)) state.apply(commandOf(link, second), true);
+  }
+  return state;
+}
+
 }  // namespace
 
 ModelLink linkOf(const Command& command) {
@@ -292,17 +314,14 @@ void Model::createUnlogged(const Command& command) {
   live_.apply(command, false);
 }
 
-// A relation whose LINK command stands in the log is left to that command.
+void Model::linkUnfiled(const Command& command) {
+  std::set<ModelLink> files = relationFiles_;
+  run(command);
+  relationFiles_ = std::move(files);
+}
+
 State Model::afterRestart(std::int64_t second) const {
-  State state = base_;
-  for (const ModelLink& link : relationFiles_) {
-    const bool isLogged = std::any_of(log_.begin(), log_.end(), [&](const Command& command) {
-      return command.kind == Kind::link && linkOf(command) == link;
-    });
-    if (!isLogged) state.apply(commandOf(link, second), true);
-  }
-  for (const Command& command : log_) state.apply(command, true);
-  return state;
+  return replayed(base_, relationFiles_, log_, second);
 }
 
 State Model::afterPowerFailure(std::size_t records, const std::set<std::string>& comeBack,
@@ -310,14 +329,7 @@ State Model::afterPowerFailure(std::size_t records, const std::set<std::string>&
   const std::span<const Command> logged = std::span(log_).first(records);
   State state = base_;
   for (const std::string& table : comeBack) state.tables[table] = dropped_.at(table);
-  for (const ModelLink& link : durableRelations_) {
-    const bool isLogged = std::any_of(logged.begin(), logged.end(), [&](const Command& command) {
-      return command.kind == Kind::link && linkOf(command) == link;
-    });
-    if (!isLogged) state.apply(commandOf(link, second), true);
-  }
-  for (const Command& command : logged) state.apply(command, true);
-  return state;
+  return replayed(std::move(state), durableRelations_, logged, second);
 }
 
 std::set<std::string> Model::droppedTables() const {
@@ -338,6 +350,7 @@ void Model::checkpoint() {
   base_ = live_.fromFiles();
   log_.clear();
   dropped_.clear();
+  relationFiles_.insert(live_.links.begin(), live_.links.end());
   durableRelations_ = relationFiles_;
 }
 

@@ -84,6 +84,8 @@ class Model {
   // A CREATE TABLE that has written its file and not its log line: what the log says of an earlier
   // table of that name is then replayed over the new one.
   void createUnlogged(const Command& command);
+  // A LINK that has written its log line and not its file.
+  void linkUnfiled(const Command& command);
   // What a start at this second must find.
   State afterRestart(std::int64_t second) const;
   // What a start after a power failure finds if that has left so many of the logged commands, and
@@ -97,6 +99,7 @@ class Model {
   // The engine was killed (or stopped) and started again.
   void restart(std::int64_t second) {
     live_ = afterRestart(second);
+    relationFiles_.insert(live_.links.begin(), live_.links.end());
     sandbox_.reset();
   }
   void checkpoint();
@@ -104,6 +107,8 @@ class Model {
   const State& live() const { return live_; }
   bool inTransaction() const { return sandbox_.has_value(); }
   std::size_t logSize() const { return log_.size(); }
+  // The links that have files, in force or not.
+  const std::set<ModelLink>& relationFiles() const { return relationFiles_; }
 
   std::int64_t pendingChanges = 0;
   std::map<std::string, int> listeners;  // by target, with the number of conditions

@@ -20,7 +20,7 @@ class RandomCrashTest : public CrashTest {
   // A life of one directory: starts, commands and kills until it has grown old.
   void live(RandomCommands& random, Clock::time_point end) {
     const auto directory = newDirectory();
-    std::vector<Possibility> possibilities = {{Model(), false, 0}};
+    std::vector<Possibility> possibilities = {{Model(), 0}};
     constexpr int rounds = 20;
     for (int round = 0; round < rounds && Clock::now() < end && !HasFailure(); ++round) {
       if (random.upTo(3) == 0) killAStart(directory, random);
@@ -84,12 +84,12 @@ class RandomCrashTest : public CrashTest {
     if (answers.size() < plan.commands.size()) {
       return beforeAndAfter(running.model, plan.commands[answers.size()]);
     }
-    Possibility stopped = {running.model, false, 0};
+    Possibility stopped = {running.model, 0};
     stopped.model.checkpoint();
     if (answers.size() == plan.requests.size() && plan.requests.back().kind == 'x') {
       return {stopped};
     }
-    return {stopped, {running.model, false, 0}};
+    return {stopped, {running.model, 0}};
   }
 };
 
