@@ -34,7 +34,8 @@ void note(int) {
 void passOn() {
   for (char byte; read(pipeEnds[0], &byte, 1) == 1;) {
     const std::lock_guard lock(databaseMutex);
-    if (running != nullptr) running->interrupt();
+    // One that has been answered meanwhile is not for the command that runs by now.
+    if (running != nullptr && interrupted) running->interrupt();
   }
 }
 
@@ -67,7 +68,11 @@ void letInterruptsEnd() {
 }
 
 bool isInterrupted() { return interrupted; }
-void forgetInterrupt() { interrupted = false; }
+
+void forgetInterrupt() {
+  const std::lock_guard lock(databaseMutex);
+  interrupted = false;
+}
 
 void checkInterrupt() {
   if (isInterrupted()) throw Failure(exitInterrupted, "Interrupted");

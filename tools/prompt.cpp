@@ -35,6 +35,8 @@ Prompt::Parts& partsOf(EditLine* line) {
 
 const char* promptOf(EditLine* line) { return partsOf(line).prompt.c_str(); }
 
+constexpr wchar_t endOfInput = 4;  // Ctrl-D
+
 // libedit's own would read again behind an interrupt.
 int readCharacter(EditLine* /*line*/, wchar_t* character) {
   std::mbstate_t state = {};
@@ -45,6 +47,8 @@ int readCharacter(EditLine* /*line*/, wchar_t* character) {
     if (count <= 0) return static_cast<int>(count);
     const std::size_t size = std::mbrtowc(character, &byte, 1, &state);
     if (size == static_cast<std::size_t>(-1)) state = {};
+    // An end of input that was typed before libedit made the terminal its own comes as a zero.
+    if (size == 0) *character = endOfInput;
     if (size <= 1) return 1;
   }
 }
