@@ -296,9 +296,9 @@ int velmora_run_batch(velmora_db* db, const velmora_command* commands, size_t co
                       velmora_result** result, velmora_error** error);
 
 /*
- * Writes all that has changed to the table files and empties the log. Other threads' commands wait
- * meanwhile. A checkpoint that fails has changed nothing that counts. VELMORA_TRANSACTION: the
- * thread's transaction is open.
+ * Writes all that has changed to the table files and empties the log. Other threads' changes wait
+ * meanwhile, their reads do not. A checkpoint that fails has changed nothing that counts.
+ * VELMORA_TRANSACTION: the thread's transaction is open.
  */
 int velmora_checkpoint(velmora_db* db, velmora_error** error);
 

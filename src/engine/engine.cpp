@@ -62,6 +62,8 @@ class FilesVisit {
     }
   }
 
+  void letReadersIn() noexcept { visit_->letReadersIn(); }
+
  private:
   std::optional<WriterVisit> visit_;
   std::unique_lock<std::mutex> hold_;
@@ -361,9 +363,10 @@ void Engine::Parts::checkpoint() {
   if (gate.isInTransaction()) {
     throw Failure(Code::transaction, "A checkpoint cannot be part of a transaction");
   }
-  const FilesVisit visit(gate, files, Interrupt(interrupts));
+  FilesVisit visit(gate, files, Interrupt(interrupts));
   requireWritable();
   second();
+  visit.letReadersIn();
   saveFiles();
 }
 

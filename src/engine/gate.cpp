@@ -78,6 +78,12 @@ void Gate::enterAsWriter(const Interrupt& interrupt) {
   }
 }
 
+void Gate::letReadersIn() noexcept {
+  const std::lock_guard lock(mutex_);
+  isClosed_.store(false);
+  doorOpens_.notify_all();
+}
+
 void Gate::leaveAsWriter() noexcept {
   const std::lock_guard lock(mutex_);
   openDoor();

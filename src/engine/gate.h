@@ -31,6 +31,8 @@ class Gate {
   Counter& enterAsReader(const Interrupt& interrupt);
   void leaveAsReader(Counter& counter) noexcept;
   void enterAsWriter(const Interrupt& interrupt);
+  // The writer stays in, and changes nothing from now on: readers come in beside it.
+  void letReadersIn() noexcept;
   void leaveAsWriter() noexcept;
 
   // The writer stays in, until the same thread ends the transaction; it need not enter meanwhile.
@@ -85,6 +87,7 @@ class WriterVisit {
   WriterVisit(const WriterVisit&) = delete;
   WriterVisit& operator=(const WriterVisit&) = delete;
 
+  void letReadersIn() noexcept { gate_.letReadersIn(); }
   // Leaves early.
   void leave() noexcept;
   // The transaction is the writer from now on.

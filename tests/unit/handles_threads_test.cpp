@@ -173,6 +173,24 @@ TEST_F(HandleThreads, areInterruptedWhereverTheyRunOrWait) {
   EXPECT_EQ(run("SELECT SUM(n), COUNT(*) FROM a"), "100 2");
 }
 
+TEST_F(HandleThreads, readWhileACheckpointIsWritten) {
+  static velmora_db* asked = nullptr;
+  static std::vector<std::string> answers;
+  options.progress = [](void*, const char* step, std::size_t length, std::uint64_t, std::uint64_t) {
+    if (asked != nullptr && std::string_view(step, length) == "checkpoint") {
+      std::thread([] { answers.push_back(handles::run(asked, "SELECT SUM(n) FROM a")); }).join();
+    }
+    return 0;
+  };
+  openWith(VELMORA_DURABILITY_OFF);
+  makeAccounts();
+  answers.clear();
+  asked = db;
+  EXPECT_EQ(run("CHECKPOINT"), "0 rows");
+  asked = nullptr;
+  EXPECT_EQ(answers, std::vector<std::string>(2, "100"));
+}
+
 TEST_F(HandleThreads, copyWithinATransactionThatACheckpointWaitsFor) {
   openWith(VELMORA_DURABILITY_OFF);
   makeAccounts();
