@@ -262,32 +262,31 @@ void ColumnValues::setNumber(std::size_t row, std::int32_t number) noexcept {
   if (isOdd(row)) removeOdd(row);
 }
 
-void ColumnValues::setValue(std::size_t row, const Value& value) {
+void ColumnValues::setValue(std::size_t row, const TypedValue& value) {
   const std::size_t place = Rows::placeOf(row);
-  const TypedValue typed = typedValue(value);
   const auto realOf = [&] {
-    return typed.type == AnswerType::integer ? static_cast<double>(typed.integer) : typed.real;
+    return value.type == AnswerType::integer ? static_cast<double>(value.integer) : value.real;
   };
-  if (isNull(value)) {
+  if (value.type == AnswerType::null) {
     setText(row, missingValue);
     return;
   }
   if (holdsTexts(kind_)) {
-    if (typed.text != missingValue) {
-      setText(row, typed.text);
+    if (value.text != missingValue) {
+      setText(row, value.text);
     } else {
-      setOdd(row, Cell(Text(typed.text)), 0);
+      setOdd(row, Cell(Text(value.text)), 0);
     }
     return;
   }
   forgetKept(Rows::chunkOf(row));
   const Chunk values = chunk(Rows::chunkOf(row));
   if (kind_ == ValueKind::integer) {
-    values.numbers()[place] = static_cast<std::int32_t>(typed.integer);
+    values.numbers()[place] = static_cast<std::int32_t>(value.integer);
   } else if (kind_ == ValueKind::longInteger) {
-    values.longs()[place] = typed.integer;
+    values.longs()[place] = value.integer;
   } else if (kind_ == ValueKind::boolean) {
-    values.codes[place] = static_cast<std::uint8_t>(typed.isTrue);
+    values.codes[place] = static_cast<std::uint8_t>(value.isTrue);
   } else {
     if (kind_ == ValueKind::real) values.reals()[place] = static_cast<float>(realOf());
     if (kind_ == ValueKind::doubleReal) values.doubles()[place] = realOf();

@@ -105,7 +105,7 @@ class ColumnValues {
   void setNumber(std::size_t row, std::int32_t number) noexcept;
   // The same for a value of the strict language, of the column's type and within its range; a
   // number of either sort goes into floats.
-  void setValue(std::size_t row, const Value& value);
+  void setValue(std::size_t row, const TypedValue& value);
   // Has a timed value filed under the text in force.
   void refile(std::size_t row, std::int64_t now);
 

@@ -224,6 +224,8 @@ class PrimaryKeyMap {
   }
   // Adds the key, or makes it name another row.
   void assign(std::string_view key, std::int32_t row);
+  // The same in a map of integers.
+  void assignNumber(std::int64_t key, std::int32_t row) { numbers_.assign(key, row); }
   // Forgets the key if it names that row.
   void eraseEntry(std::string_view key, std::int32_t row);
 

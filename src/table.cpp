@@ -52,9 +52,20 @@ void Table::removeLastRow() noexcept {
   dirtyRows_.mark(rowCount());
 }
 
-void Table::fileRow(std::size_t row) {
+std::int32_t Table::keyHolder(std::size_t row) const {
+  if (const std::int32_t* const number = plainKey(row)) return primaryKeyMap_.findNumber(*number);
   TextRoom room;
-  primaryKeyMap_.assign(keyText(row, room), static_cast<std::int32_t>(row));
+  return primaryKeyMap_.find(keyText(row, room));
+}
+
+void Table::fileRow(std::size_t row) {
+  const auto index = static_cast<std::int32_t>(row);
+  if (const std::int32_t* const number = plainKey(row)) {
+    primaryKeyMap_.assignNumber(*number, index);
+    return;
+  }
+  TextRoom room;
+  primaryKeyMap_.assign(keyText(row, room), index);
 }
 
 void Table::unfileRow(std::size_t row) {

@@ -142,9 +142,12 @@ class Table {
     dirtyRows_.mark(row);
   }
   // The same for a value of the strict language.
-  void setValue(std::size_t row, std::size_t column, const Value& value) {
+  void setValue(std::size_t row, std::size_t column, const TypedValue& value) {
     values_[column]->setValue(row, value);
     dirtyRows_.mark(row);
+  }
+  void setValue(std::size_t row, std::size_t column, const Value& value) {
+    setValue(row, column, typedValue(value));
   }
   void setDeleted(std::size_t row, bool isDeleted) noexcept {
     rows_->setDeleted(row, isDeleted);
@@ -167,6 +170,8 @@ class Table {
   std::string_view keyText(std::size_t row, TextRoom& room) const {
     return values_[static_cast<std::size_t>(primaryKeyIndex)]->keyText(row, room);
   }
+  // The row that a row's key names, or PrimaryKeyMap::noRow.
+  std::int32_t keyHolder(std::size_t row) const;
   // Has the key of a row name it, or no longer name it. Throws as PrimaryKeyMap does.
   void fileRow(std::size_t row);
   void unfileRow(std::size_t row);

@@ -27,9 +27,8 @@ std::string shortest(Number value) {
   return {room, writeShortest(room, value)};
 }
 
-double realOf(const Value& value) {
-  const auto* const whole = std::get_if<std::int64_t>(&value);
-  return whole != nullptr ? static_cast<double>(*whole) : std::get<double>(value);
+double realOf(const TypedValue& value) {
+  return value.type == AnswerType::integer ? static_cast<double>(value.integer) : value.real;
 }
 
 }  // namespace
@@ -80,23 +79,23 @@ Value ownedValue(const TypedValue& value) {
   return {};
 }
 
-std::string textOf(ValueKind kind, const Value& value) {
-  if (isNull(value)) return std::string(missingValue);
+std::string textOf(ValueKind kind, const TypedValue& value) {
+  if (value.type == AnswerType::null) return std::string(missingValue);
   switch (kind) {
     case ValueKind::integer:
     case ValueKind::longInteger:
-      return std::to_string(std::get<std::int64_t>(value));
+      return std::to_string(value.integer);
     case ValueKind::real:
       return shortest(static_cast<float>(realOf(value)));
     case ValueKind::doubleReal:
       return shortest(realOf(value));
     case ValueKind::boolean:
-      return std::get<bool>(value) ? "true" : "false";
+      return value.isTrue ? "true" : "false";
     case ValueKind::text:
     case ValueKind::unknown:
       break;
   }
-  return std::get<std::string>(value);
+  return std::string(value.text);
 }
 
 }  // namespace velmora

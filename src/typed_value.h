@@ -58,6 +58,6 @@ Value ownedValue(const TypedValue& value);
 
 // The text by which a column of the kind keeps the value: what reads back as it. A number of either
 // sort goes into a column of either.
-std::string textOf(ValueKind kind, const Value& value);
+std::string textOf(ValueKind kind, const TypedValue& value);
 
 }  // namespace velmora

@@ -19,6 +19,13 @@
 
 namespace velmora {
 
+// What an INSERT has looked up. Good as long as the catalogue stays as it is.
+struct InsertPlan {
+  Table* table;
+  Targets targets;
+  std::vector<std::size_t> sources;  // by column: the assignment that gives its value, or noColumn
+};
+
 class Changes {
  public:
   // The database has to stay.
@@ -30,7 +37,9 @@ class Changes {
   // and has the rows affected and the identity number afterwards.
   void run(const strict::CreateTable& command, const RunContext& context, Answer& answer);
   void run(const strict::DropTable& command, const RunContext& context, Answer& answer);
-  void run(const strict::Insert& command, const RunContext& context, Answer& answer);
+  InsertPlan planOf(const strict::Insert& command);
+  void run(const strict::Insert& command, const InsertPlan& plan, const RunContext& context,
+           Answer& answer);
   void run(const strict::Update& command, const RunContext& context, Answer& answer);
   void run(const strict::Delete& command, const RunContext& context, Answer& answer);
   void run(const strict::Link& command, const RunContext& context, Answer& answer);
@@ -46,7 +55,7 @@ class Changes {
  private:
   Table& tableOf(const strict::Name& name);
   static std::size_t columnOf(const Table& table, const strict::Name& name);
-  void fillRow(Table& table, std::size_t row, std::vector<FittedValue>& values, std::int64_t now);
+  void fillRow(const InsertPlan& plan, std::size_t row, std::int64_t now, Answer& answer);
   void fileRow(Table& table, std::size_t row, std::int64_t now);
   void linkRow(const Table& table, std::size_t row, std::int64_t now);
   void moveKey(Table& table, std::size_t row, const FittedValue& value, std::int64_t now);
@@ -62,6 +71,7 @@ class Changes {
 
   Database* database_;
   UndoLog undo_;
+  std::vector<FittedValue> fitted_;  // of the command that is run; keeps its memory
 };
 
 }  // namespace velmora

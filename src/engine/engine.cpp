@@ -134,7 +134,7 @@ void Engine::run(Prepared& prepared, std::span<const Value> values, Answer& answ
           } else if constexpr (std::is_same_v<T, strict::Vacuum>) {
             engine.vacuum(command, answer);
           } else {
-            engine.change(statement, values, answer);
+            engine.change(*prepared.parts_, values, answer);
           }
         },
         statement.command);
@@ -144,7 +144,6 @@ void Engine::run(Prepared& prepared, std::span<const Value> values, Answer& answ
 
 void Engine::runMany(Prepared& prepared, std::size_t rows, const ValuesOfRow& valuesOf,
                      Answer& answer) {
-  const strict::Statement& statement = prepared.parts_->statement;
   if (prepared.kind() != CommandKind::changes) {
     throw Failure(Code::misuse, "Only a command that changes something can be run many times");
   }
@@ -153,7 +152,7 @@ void Engine::runMany(Prepared& prepared, std::size_t rows, const ValuesOfRow& va
       std::int64_t rowsAffected = 0;
       for (std::size_t i = 0; i < rows; ++i) {
         answer.rowsAffected = 0;
-        parts_->change(statement, valuesOf(i), answer);
+        parts_->change(*prepared.parts_, valuesOf(i), answer);
         rowsAffected += answer.rowsAffected;
       }
       answer.rowsAffected = rowsAffected;
@@ -225,17 +224,15 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
     answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
     return;
   }
-  if (prepared.catalogueVersion != catalogueVersion) {
-    prepared.query.reset();
-    prepared.query.emplace(*select, database->tables);
-    prepared.catalogueVersion = catalogueVersion;
-  }
+  prepared.keepOnly(catalogueVersion);
+  if (!prepared.query) prepared.query.emplace(*select, database->tables);
   prepared.query->run(context, answer);
   answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 
-void Engine::Parts::change(const strict::Statement& statement, std::span<const Value> values,
+void Engine::Parts::change(Prepared::Parts& prepared, std::span<const Value> values,
                            Answer& answer) {
+  const strict::Statement& statement = prepared.statement;
   const Interrupt interrupt(interrupts);
   WriterVisit visit(gate, interrupt);
   requireWritable();
@@ -246,9 +243,10 @@ void Engine::Parts::change(const strict::Statement& statement, std::span<const V
   const std::size_t before = changes->undo().size();
   const RecordText::Mark recorded = record.mark();
   if (isOfCatalogue) ++catalogueVersion;
+  prepared.keepOnly(catalogueVersion);
   std::int64_t end = 0;
   try {
-    runChange(*changes, statement.command, context, answer);
+    runChange(*changes, statement.command, prepared.insert, context, answer);
     if (!hasNoEffect(statement.command, answer)) {
       addTo(record, statement, context);
       if (!gate.isInTransaction()) end = log->append(record);

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "../query/query.h"
@@ -30,9 +31,17 @@ Failure failureOf(const DirectoryFailure& error);
 
 struct Prepared::Parts {
   strict::Statement statement;
-  // What was looked up for a SELECT, and of which state of the catalogue that is.
+  // What was looked up for a SELECT or an INSERT, and of which state of the catalogue that is.
   std::optional<Query> query;
+  std::optional<InsertPlan> insert;
   std::uint64_t catalogueVersion = 0;
+
+  // Forgets what was looked up of another state.
+  void keepOnly(std::uint64_t version) {
+    if (std::exchange(catalogueVersion, version) == version) return;
+    query.reset();
+    insert.reset();
+  }
 };
 
 struct Engine::Parts {
@@ -84,7 +93,7 @@ struct Engine::Parts {
   void requireSure() const;
   void requireWritable() const;
   void read(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer);
-  void change(const strict::Statement& statement, std::span<const Value> values, Answer& answer);
+  void change(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer);
   void beginTransaction();
   void commitTransaction();
   void rollbackTransaction();

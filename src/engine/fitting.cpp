@@ -7,12 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "../failure.h"
 #include "../query/scope.h"
 #include "../strict/lexer.h"
 #include "../strict/render.h"
-#include "../text.h"
-#include "../typed_value.h"
 
 namespace velmora {
 namespace {
@@ -48,7 +45,7 @@ std::string shown(const Value& value) {
   refuse(Code::range, shown(value) + " is out of range", target);
 }
 
-Value fitInteger(const Value& value, bool isLong, const Target& target) {
+TypedValue fitInteger(const Value& value, bool isLong, const Target& target) {
   const auto* const number = std::get_if<std::int64_t>(&value);
   if (number == nullptr) {
     const bool isReal = std::holds_alternative<double>(value);
@@ -58,10 +55,10 @@ Value fitInteger(const Value& value, bool isLong, const Target& target) {
     refuseType(value, target);
   }
   if (!isLong && !std::in_range<std::int32_t>(*number)) refuseRange(value, target);
-  return *number;
+  return TypedValue::ofInteger(*number);
 }
 
-Value fitReal(const Value& value, bool isDouble, const Target& target) {
+TypedValue fitReal(const Value& value, bool isDouble, const Target& target) {
   double real = 0;
   if (const auto* const number = std::get_if<std::int64_t>(&value)) {
     real = static_cast<double>(*number);
@@ -70,25 +67,16 @@ Value fitReal(const Value& value, bool isDouble, const Target& target) {
   } else {
     refuseType(value, target);
   }
-  if (!std::isfinite(real)) refuseRange(value, target);
-  if (isDouble) return real;
+  if (isDouble) return TypedValue::ofReal(real);
   // What lies between the largest float and what would round to more is the largest float.
   constexpr double tooLarge = 0x1.ffffffp127;
   if (std::abs(real) >= tooLarge) refuseRange(value, target);
   const auto narrowed = static_cast<float>(real);
   if (narrowed == 0 && real != 0) refuseRange(value, target);
-  return static_cast<double>(narrowed);
+  return TypedValue::ofReal(static_cast<double>(narrowed));
 }
 
-void checkUtf8(const std::string& text, const Target& target) {
-  if (text.find('\0') != std::string::npos) {
-    refuse(Code::range, "A text with a zero byte is no value", target);
-  }
-  if (utf8Prefix(text) != text.size())
-    refuse(Code::range, "A text that is not UTF-8 is no value", target);
-}
-
-Value fitText(const Value& value, const Target& target) {
+TypedValue fitText(const Value& value, const Target& target) {
   const auto* const text = std::get_if<std::string>(&value);
   if (text == nullptr) refuseType(value, target);
   const auto most = static_cast<std::size_t>(target.definition().stringSize);
@@ -98,12 +86,11 @@ Value fitText(const Value& value, const Target& target) {
                std::to_string(most),
            target);
   }
-  checkUtf8(*text, target);
-  return *text;
+  return TypedValue::ofText(*text);
 }
 
-Value fitValue(const Value& value, const Target& target) {
-  if (isNull(value)) return value;
+TypedValue fitValue(const Value& value, const Target& target) {
+  if (isNull(value)) return {};
   const ValueKind kind = target.table.kind(target.column);
   switch (kind) {
     case ValueKind::integer:
@@ -114,7 +101,7 @@ Value fitValue(const Value& value, const Target& target) {
       return fitReal(value, kind == ValueKind::doubleReal, target);
     case ValueKind::boolean:
       if (!std::holds_alternative<bool>(value)) refuseType(value, target);
-      return value;
+      return TypedValue::ofBoolean(std::get<bool>(value));
     case ValueKind::text:
     case ValueKind::unknown:
       break;
@@ -139,8 +126,8 @@ std::int64_t secondsOf(const strict::State& state, const RunContext& context,
 
 Text stateText(const strict::Operand& operand, const RunContext& context, Target target) {
   target.offset = operand.offset;
-  const Value fitted = fitValue(valueOf(operand, context.values), target);
-  if (isNull(fitted)) refuse(Code::type, "NULL is no state", target);
+  const TypedValue fitted = fitValue(valueOf(operand, context.values), target);
+  if (fitted.type == AnswerType::null) refuse(Code::type, "NULL is no state", target);
   const std::string text = textOf(target.table.kind(target.column), fitted);
   if (text == missingValue) refuse(Code::range, "'#/#?' is no state", target);
   return Text(text);
@@ -179,42 +166,44 @@ const Value& valueOf(const strict::Operand& operand, std::span<const Value> valu
                                : operand.value;
 }
 
-std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments, const Table& table,
-                             const RunContext& context) {
-  std::vector<FittedValue> fitted;
-  fitted.reserve(assignments.size());
+Targets targetsOf(const std::vector<strict::Assignment>& assignments, const Table& table) {
+  Targets targets;
   std::size_t hint = 0;
   for (const strict::Assignment& assignment : assignments) {
-    const std::size_t column = table.columnPosition(assignment.column.text, hint);
+    const std::string& name = assignment.column.text;
+    const std::size_t column = table.columnPosition(name, hint);
+    const auto fail = [&](Code code, const std::string& text) {
+      targets.fault = Failure(code, text).of(table.tableName, name).at(assignment.column.offset);
+    };
     if (column == noColumn) {
-      throw Failure(Code::notFound, "Unknown column '" + assignment.column.text + "'")
-          .of(table.tableName, assignment.column.text)
-          .at(assignment.column.offset);
+      fail(Code::notFound, "Unknown column '" + name + "'");
+    } else if (std::ranges::find(targets.columns, column) != targets.columns.end()) {
+      fail(Code::syntax, "Column '" + name + "' is given twice");
+    } else if (isNumbered(table.columns[column])) {
+      fail(Code::type,
+           "Column '" + name + "' of table '" + table.tableName + "' is numbered by the engine");
     }
+    if (targets.fault) break;
+    targets.columns.push_back(column);
     hint = column + 1;
-    const Target target{table, column, assignment.value.offset};
-    const auto isSame = [&](const FittedValue& other) { return other.column == column; };
-    if (std::any_of(fitted.begin(), fitted.end(), isSame)) {
-      throw Failure(Code::syntax, "Column '" + assignment.column.text + "' is given twice")
-          .of(table.tableName, assignment.column.text)
-          .at(assignment.column.offset);
-    }
-    if (isNumbered(table.columns[column])) {
-      throw Failure(Code::type, "Column '" + assignment.column.text + "' of table '" +
-                                    table.tableName + "' is numbered by the engine")
-          .of(table.tableName, assignment.column.text)
-          .at(assignment.column.offset);
-    }
-    FittedValue& value = fitted.emplace_back();
-    value.column = column;
-    value.offset = assignment.value.offset;
+  }
+  return targets;
+}
+
+void fit(const std::vector<strict::Assignment>& assignments, const Targets& targets,
+         const Table& table, const RunContext& context, std::vector<FittedValue>& fitted) {
+  fitted.clear();
+  for (std::size_t i = 0; i < targets.columns.size(); ++i) {
+    const strict::Assignment& assignment = assignments[i];
+    const Target target{table, targets.columns[i], assignment.value.offset};
+    FittedValue& value = fitted.emplace_back(target.column, target.offset);
     if (assignment.states.empty()) {
       value.value = fitValue(valueOf(assignment.value, context.values), target);
     } else {
       value.rule = ruleOf(assignment, context, target);
     }
   }
-  return fitted;
+  if (targets.fault) throw Failure(*targets.fault);
 }
 
 }  // namespace velmora

@@ -5,13 +5,16 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
 
+#include "../failure.h"
 #include "../interrupt.h"
 #include "../strict/statement.h"
 #include "../table.h"
+#include "../typed_value.h"
 #include "../value.h"
 
 namespace velmora {
@@ -27,8 +30,8 @@ struct RunContext {
 // What a column is to hold: a value, or the states of a timed one.
 struct FittedValue {
   std::size_t column = 0;
-  std::size_t offset = 0;  // of the value in the command; -1: it is not there
-  Value value;
+  std::size_t offset = 0;          // of the value in the command; -1: it is not there
+  TypedValue value;                // its text is the literal's or the bound one's
   std::unique_ptr<TempRule> rule;  // null: not timed
 };
 
@@ -40,9 +43,17 @@ inline bool isNumbered(const Column& column) noexcept {
 // The operand's value: the literal's, or the one bound.
 const Value& valueOf(const strict::Operand& operand, std::span<const Value> values);
 
-// The assignments' values, each fit for its column. Throws Failure: notFound for an unknown column,
-// syntax for one named twice, type, range.
-std::vector<FittedValue> fit(const std::vector<strict::Assignment>& assignments, const Table& table,
-                             const RunContext& context);
+// The columns of assignments, up to the first that is for none, and what is wrong with that one:
+// notFound for an unknown column, syntax for one named twice, type for one that the engine numbers.
+struct Targets {
+  std::vector<std::size_t> columns;
+  std::optional<Failure> fault;
+};
+Targets targetsOf(const std::vector<strict::Assignment>& assignments, const Table& table);
+
+// The assignments' values, each fit for its column, in the place of what `fitted` holds. Throws
+// Failure: type, range, and the targets' fault once all in front of it fit.
+void fit(const std::vector<strict::Assignment>& assignments, const Targets& targets,
+         const Table& table, const RunContext& context, std::vector<FittedValue>& fitted);
 
 }  // namespace velmora

@@ -16,8 +16,7 @@ namespace velmora {
 namespace {
 
 template <typename T>
-constexpr bool isRowChange = std::is_same_v<T, strict::Insert> ||
-                             std::is_same_v<T, strict::Update> || std::is_same_v<T, strict::Delete>;
+constexpr bool isRowChange = std::is_same_v<T, strict::Update> || std::is_same_v<T, strict::Delete>;
 template <typename T>
 constexpr bool isCatalogueChange =
     std::is_same_v<T, strict::CreateTable> || std::is_same_v<T, strict::DropTable> ||
@@ -38,7 +37,8 @@ void refuseTimedKeys(const Table& parent, const std::string& keyColumn) {
 void replay(const LoggedCommand& logged, Changes& changes) {
   const strict::Statement statement = strict::parse(logged.text);
   Answer answer;
-  runChange(changes, statement.command,
+  std::optional<InsertPlan> plan;
+  runChange(changes, statement.command, plan,
             {{}, logged.second, logged.clock.value_or(logged.second), {}}, answer);
   changes.undo().clear();
 }
@@ -123,12 +123,15 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
   return opened;
 }
 
-void runChange(Changes& changes, const strict::Command& command, const RunContext& context,
-               Answer& answer) {
+void runChange(Changes& changes, const strict::Command& command, std::optional<InsertPlan>& plan,
+               const RunContext& context, Answer& answer) {
   std::visit(
       [&](const auto& each) {
         using T = std::remove_cvref_t<decltype(each)>;
-        if constexpr (isRowChange<T> || isCatalogueChange<T>) {
+        if constexpr (std::is_same_v<T, strict::Insert>) {
+          if (!plan) plan = changes.planOf(each);
+          changes.run(each, *plan, context, answer);
+        } else if constexpr (isRowChange<T> || isCatalogueChange<T>) {
           changes.run(each, context, answer);
         } else {
           throw Failure(Code::internal, "The command changes nothing");

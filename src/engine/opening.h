@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 #include "../database/database.h"
 #include "../storage/record_log.h"
@@ -35,9 +36,10 @@ void takeTables(SealedState&& state, Database& database, const ReportFault& repo
 OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& report,
                      const StepProgress& progress);
 
-// Runs a command that stands in the log.
-void runChange(Changes& changes, const strict::Command& command, const RunContext& context,
-               Answer& answer);
+// Runs a command that changes something. The plan is what an INSERT has looked up before, or empty
+// and made.
+void runChange(Changes& changes, const strict::Command& command, std::optional<InsertPlan>& plan,
+               const RunContext& context, Answer& answer);
 // Whether the command changes tables, links or listeners rather than rows.
 bool changesCatalogue(const strict::Command& command);
 

@@ -21,11 +21,13 @@ bool isKey(const Table& table, std::size_t column) {
   return table.hasPrimaryKey() && static_cast<std::size_t>(table.primaryKeyIndex) == column;
 }
 
-// Refuses a key that another live row has.
-void refuseTaken(const Table& table, std::string_view key, std::size_t row) {
-  const std::int32_t holder = table.keys().find(key);
-  if (holder == PrimaryKeyMap::noRow || static_cast<std::size_t>(holder) == row) return;
-  if (!table.isLive(static_cast<std::size_t>(holder))) return;
+// Whether another live row has the key that names the holder.
+bool isTaken(const Table& table, std::int32_t holder, std::size_t row) {
+  if (holder == PrimaryKeyMap::noRow || static_cast<std::size_t>(holder) == row) return false;
+  return table.isLive(static_cast<std::size_t>(holder));
+}
+
+[[noreturn]] void refuseTaken(const Table& table, std::string_view key) {
   throw Failure(Code::duplicate,
                 "Table '" + table.tableName + "' has a row with the key " + quoted(key))
       .of(table.tableName, keyOf(table).name);
@@ -42,9 +44,8 @@ void checkKey(const Table& table, const FittedValue& value) {
   };
   // Rows could come to have the same key, or lose that of their children, without a command.
   if (value.rule != nullptr) refuse("be timed");
-  if (isNull(value.value)) refuse("be NULL");
-  const auto* const text = std::get_if<std::string>(&value.value);
-  if (text != nullptr && *text == missingValue) {
+  if (value.value.type == AnswerType::null) refuse("be NULL");
+  if (value.value.type == AnswerType::text && value.value.text == missingValue) {
     throw Failure(Code::range, "'#/#?' is no key")
         .of(table.tableName, column.name)
         .at(value.offset);
@@ -77,51 +78,57 @@ std::int32_t nextIdentity(const Table& table, std::size_t column, std::size_t ro
 
 }  // namespace
 
-void Changes::run(const strict::Insert& command, const RunContext& context, Answer& answer) {
+InsertPlan Changes::planOf(const strict::Insert& command) {
   Table& table = tableOf(command.table);
-  std::vector<FittedValue> values = fit(command.assignments, table, context);
+  InsertPlan plan{&table, targetsOf(command.assignments, table), {}};
+  plan.sources.assign(table.columns.size(), noColumn);
+  for (std::size_t i = 0; i < plan.targets.columns.size(); ++i) {
+    plan.sources[plan.targets.columns[i]] = i;
+  }
+  return plan;
+}
+
+void Changes::run(const strict::Insert& command, const InsertPlan& plan, const RunContext& context,
+                  Answer& answer) {
+  Table& table = *plan.table;
+  fit(command.assignments, plan.targets, table, context, fitted_);
   const std::size_t row = table.rowCount();
   undo_.noteInsert(table, row);
   table.appendRow();
-  fillRow(table, row, values, context.now);
+  fillRow(plan, row, context.now, answer);
   fileRow(table, row, context.now);
   answer.rowsAffected = 1;
-  for (std::size_t i = 0; i < table.columns.size(); ++i) {
-    if (isNumbered(table.columns[i])) {
-      answer.identity = table.values(i).value(row, context.now).integer;
-    }
-  }
 }
 
-void Changes::fillRow(Table& table, std::size_t row, std::vector<FittedValue>& values,
-                      std::int64_t now) {
+void Changes::fillRow(const InsertPlan& plan, std::size_t row, std::int64_t now, Answer& answer) {
+  Table& table = *plan.table;
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
-    const ValueKind kind = table.kind(i);
     if (isNumbered(table.columns[i])) {
-      table.setNumber(row, i, nextIdentity(table, i, row, now));
-      continue;
-    }
-    const auto given = std::find_if(values.begin(), values.end(),
-                                    [i](const FittedValue& value) { return value.column == i; });
-    if (given == values.end()) {
+      const std::int32_t number = nextIdentity(table, i, row, now);
+      table.setNumber(row, i, number);
+      answer.identity = number;
+    } else if (plan.sources[i] == noColumn) {
       if (isKey(table, i)) checkKey(table, {i, static_cast<std::size_t>(-1), {}, nullptr});
       // A new row has zeros where whole numbers belong, and null elsewhere.
-      if (kind == ValueKind::integer || kind == ValueKind::longInteger) table.setValue(row, i, {});
+      const ValueKind kind = table.kind(i);
+      const bool isWhole = kind == ValueKind::integer || kind == ValueKind::longInteger;
+      if (isWhole) table.setValue(row, i, TypedValue());
     } else {
-      if (isKey(table, i)) checkKey(table, *given);
-      if (given->rule == nullptr) {
-        table.setValue(row, i, given->value);
+      const FittedValue& given = fitted_[plan.sources[i]];
+      if (isKey(table, i)) checkKey(table, given);
+      if (given.rule == nullptr) {
+        table.setValue(row, i, given.value);
       } else {
-        table.set(row, i, cellOf(*given, kind), now);
+        table.set(row, i, cellOf(given, table.kind(i)), now);
       }
     }
   }
 }
 
 void Changes::fileRow(Table& table, std::size_t row, std::int64_t now) {
-  if (table.hasPrimaryKey()) {
+  if (table.hasPrimaryKey() && isTaken(table, table.keyHolder(row), row)) {
     TextRoom room;
-    refuseTaken(table, table.keyText(row, room), row);
+    refuseTaken(table, table.keyText(row, room));
   }
   linkRow(table, row, now);
   if (table.hasPrimaryKey()) table.fileRow(row);
@@ -143,11 +150,11 @@ void Changes::linkRow(const Table& table, std::size_t row, std::int64_t now) {
 
 void Changes::run(const strict::Update& command, const RunContext& context, Answer& answer) {
   Table& table = tableOf(command.table);
-  const std::vector<FittedValue> values = fit(command.assignments, table, context);
+  fit(command.assignments, targetsOf(command.assignments, table), table, context, fitted_);
   const RowFilter filter(command.filter, table);
   const std::vector<std::int32_t> rows =
       filter.rows({context.values, context.now, context.interrupt});
-  for (const FittedValue& value : values) {
+  for (const FittedValue& value : fitted_) {
     undo_.noteUpdate(table, value.column, rows, context.now);
     giveValue(table, rows, value, context.now);
   }
@@ -155,7 +162,7 @@ void Changes::run(const strict::Update& command, const RunContext& context, Answ
     const auto isLinked = [&](const FittedValue& value) {
       return table.columns[value.column].name == link.column;
     };
-    if (std::none_of(values.begin(), values.end(), isLinked)) continue;
+    if (std::ranges::none_of(fitted_, isLinked)) continue;
     // All links of a row are checked at once.
     for (const std::int32_t row : rows) linkRow(table, static_cast<std::size_t>(row), context.now);
     break;
@@ -192,7 +199,7 @@ void Changes::moveKey(Table& table, std::size_t row, const FittedValue& value, s
                                         table.tableName + "'")
         .of(table.tableName, table.columns[value.column].name);
   }
-  refuseTaken(table, newKey, row);
+  if (isTaken(table, table.keys().find(newKey), row)) refuseTaken(table, newKey);
   table.setKey(row, cell, now);
 }
 

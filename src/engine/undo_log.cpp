@@ -14,34 +14,34 @@ void UndoLog::noteInsert(Table& table, std::size_t row) {
 void UndoLog::noteFiled() { std::get<Insert>(changes_.back()).isFiled = true; }
 
 void UndoLog::noteDeletions(Table& table, std::size_t mostRows) {
-  Deletion deletion{&table, {}};
-  deletion.rows.reserve(mostRows);
+  auto deletion = std::make_unique<Deletion>(Deletion{&table, {}});
+  deletion->rows.reserve(mostRows);
   changes_.emplace_back(std::move(deletion));
 }
 
 void UndoLog::noteDeleted(std::int32_t row) {
-  std::get<Deletion>(changes_.back()).rows.push_back(row);
+  std::get<std::unique_ptr<Deletion>>(changes_.back())->rows.push_back(row);
 }
 
 void UndoLog::noteUpdate(Table& table, std::size_t column, const std::vector<std::int32_t>& rows,
                          std::int64_t now) {
-  Update update{&table, column, rows, {}, {}};
-  update.values.reserve(rows.size());
+  auto update = std::make_unique<Update>(Update{&table, column, rows, {}, {}});
+  update->values.reserve(rows.size());
   const ColumnValues& values = table.values(column);
   for (const std::int32_t each : rows) {
     const auto row = static_cast<std::size_t>(each);
     if (values.rule(row) == nullptr) {
-      update.values.push_back(ownedValue(values.value(row, now)));
+      update->values.push_back(ownedValue(values.value(row, now)));
     } else {
-      update.timed.emplace_back(each, values.cell(row));
-      update.values.emplace_back();
+      update->timed.emplace_back(each, values.cell(row));
+      update->values.emplace_back();
     }
   }
   changes_.emplace_back(std::move(update));
 }
 
 void UndoLog::noteCatalogue(std::function<void()> takeBack) {
-  changes_.emplace_back(Catalogue{std::move(takeBack)});
+  changes_.emplace_back(std::make_unique<Catalogue>(Catalogue{std::move(takeBack)}));
 }
 
 void UndoLog::undoTo(std::size_t size, std::int64_t now) {

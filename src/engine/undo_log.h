@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <variant>
 #include <vector>
@@ -69,9 +70,16 @@ class UndoLog {
   void undo(Deletion& change, std::int64_t now);
   void undo(Update& change, std::int64_t now);
   void undo(Catalogue& change, std::int64_t now);
+  template <typename Rare>
+  void undo(std::unique_ptr<Rare>& change, std::int64_t now) {
+    undo(*change, now);
+  }
 
   Database* database_;
-  std::vector<std::variant<Insert, Deletion, Update, Catalogue>> changes_;
+  // What is rare lies elsewhere: a transaction may be very many inserts.
+  using Change = std::variant<Insert, std::unique_ptr<Deletion>, std::unique_ptr<Update>,
+                              std::unique_ptr<Catalogue>>;
+  std::vector<Change> changes_;
   // Parents list the rows that were theirs before an update or a deletion; where a change of the
   // catalogue was taken back, they may not do so any more.
   bool areParentsUnsure_ = false;

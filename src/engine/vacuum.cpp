@@ -28,7 +28,7 @@ Table withoutDeletedRows(const Table& table, std::int64_t now, const Interrupt& 
       if (table.values(column).rule(row) != nullptr) {
         copy.restore(to, column, table.values(column).cell(row), now);
       } else {
-        copy.setValue(to, column, ownedValue(table.values(column).value(row, now)));
+        copy.setValue(to, column, table.values(column).value(row, now));
       }
     }
     if (!table.isLive(row)) copy.setDeleted(to, true);

@@ -499,6 +499,54 @@ TEST_F(Handles, RunStatementsAgainAndAgain) {
   EXPECT_EQ(number("SELECT COUNT(*) FROM t WHERE s IS NULL"), 2);
 }
 
+// What an INSERT has looked up is looked up anew when tables have come and gone.
+TEST_F(Handles, RunAPreparedInsertInWhateverTableThereIs) {
+  velmora_statement* const insert = prepare("INSERT INTO t n = ? s = ?");
+  velmora_error* error = nullptr;
+  const auto runIt = [&] { return told(velmora_statement_run(insert, nullptr, &error), error); };
+  const std::string unknown = "4 at 12 of t: Unknown table 't'";
+  EXPECT_EQ(runIt(), unknown);
+  EXPECT_EQ(run("CREATE TABLE t n int s string"), "ok");
+  EXPECT_EQ(runIt(), "ok");
+  EXPECT_EQ(run("DROP TABLE t"), "ok");
+  EXPECT_EQ(runIt(), unknown);
+  EXPECT_EQ(run("BEGIN"), "ok");
+  EXPECT_EQ(run("CREATE TABLE t s string more long n int"), "ok");
+  EXPECT_EQ(runIt(), "ok");
+  EXPECT_EQ(run("ROLLBACK"), "ok");
+  EXPECT_EQ(runIt(), unknown);
+  EXPECT_EQ(run("CREATE TABLE t n int"), "ok");
+  EXPECT_EQ(runIt(), "4 at 20 of t.s: Unknown column 's'");
+  EXPECT_EQ(run("DROP TABLE t"), "ok");
+  EXPECT_EQ(run("CREATE TABLE t id ApexInt s string n int"), "ok");
+  EXPECT_EQ(runIt(), "ok");
+  EXPECT_EQ(run("DELETE FROM t"), "ok");
+  EXPECT_EQ(run("VACUUM"), "ok");
+  EXPECT_EQ(runIt(), "ok");
+  EXPECT_EQ(number("SELECT id FROM t"), 2);
+  velmora_statement_destroy(insert);
+}
+
+TEST_F(Handles, RefuseTheFirstAssignmentThatIsWrong) {
+  EXPECT_EQ(run("CREATE TABLE t id ApexInt n int"), "ok");
+  velmora_statement* const insert = prepare("INSERT INTO t n = ? q = ? n = 1");
+  velmora_error* error = nullptr;
+  const auto runWith = [&](const velmora_value& value) {
+    EXPECT_EQ(velmora_bind(insert, 1, &value, nullptr), VELMORA_OK);
+    return told(velmora_statement_run(insert, nullptr, &error), error);
+  };
+  const std::string wrong =
+      "9 at 18 of t.n: 'x' is no value for column 'n' of table 't', which is int";
+  EXPECT_EQ(runWith(text("x")), wrong);
+  EXPECT_EQ(runWith(integer(1)), "4 at 20 of t.q: Unknown column 'q'");
+  EXPECT_EQ(runWith(text("x")), wrong);
+  velmora_statement_destroy(insert);
+  EXPECT_EQ(run("INSERT INTO t n = 1 n = 'x'"), "11 at 20 of t.n: Column 'n' is given twice");
+  EXPECT_EQ(run("INSERT INTO t id = 'x' n = 'x'"),
+            "9 at 14 of t.id: Column 'id' of table 't' is numbered by the engine");
+  EXPECT_EQ(number("SELECT COUNT(*) FROM t"), 0);
+}
+
 TEST_F(Handles, BindOnlyWhatThereIsAPlaceFor) {
   velmora_statement* const statement = prepare("SHOW TABLES");
   const velmora_value value = integer(1);

@@ -68,7 +68,7 @@ class RandomTable {
   TempRule rule(ValueKind kind) {
     std::vector<State> states;
     for (std::int64_t i = choices_.within(1, 4); i > 0; --i) {
-      states.push_back({textOf(kind, value(kind)), choices_.within(1, 20)});
+      states.push_back({textOf(kind, typedValue(value(kind))), choices_.within(1, 20)});
     }
     return ruleOf(states, choices_.oneIn(2), base + choices_.within(-40, 20));
   }

@@ -173,7 +173,7 @@ class SealedTest : public StorageTest {
     const TempRule* const rule = values.rule(row);
     if (rule == nullptr) {
       const TypedValue value = values.value(row, 0);
-      const std::string text = textOf(values.kind(), ownedValue(value));
+      const std::string text = textOf(values.kind(), value);
       out << " | " << static_cast<int>(value.type) << ' ' << text.size() << ' ' << text;
       return;
     }

@@ -71,7 +71,7 @@ TEST(TypedColumns, readTextsThatAreNoNumbersAsNull) {
     add(table, plainCell("x"));
     add(table, plainCell("07"));
     EXPECT_EQ(valueOf(table, 0), Value()) << type;
-    EXPECT_EQ(textOf(ValueKind::real, valueOf(table, 1)), "7") << type;
+    EXPECT_EQ(textOf(ValueKind::real, typedValue(valueOf(table, 1))), "7") << type;
   }
 }
 

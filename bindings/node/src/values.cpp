@@ -9,20 +9,32 @@ namespace {
 // As lib/scratch.js numbers them; the others are those of velmora_type.
 constexpr std::uint8_t wideInteger = 5;
 
-// Of a text its end in the string, in units of 16 bits, stands for its size until it is read.
-velmora_value valueOf(const Scratch& scratch, std::size_t index) {
-  velmora_value value = {};
-  value.type = scratch.kinds[index];
-  const double number = scratch.numbers[index];
-  if (value.type == VELMORA_INTEGER) value.integer = static_cast<std::int64_t>(number);
-  if (value.type == VELMORA_REAL) value.real = number;
-  if (value.type == VELMORA_BOOLEAN) value.boolean = number != 0 ? 1 : 0;
-  if (value.type == VELMORA_TEXT) value.text_size = static_cast<std::size_t>(number);
-  if (value.type == wideInteger) {
-    value.type = VELMORA_INTEGER;
-    value.integer = scratch.wide[index];
+// Makes a value, which is null, the one of a place, member by member: a whole one that is copied is
+// waited for until its parts have been written. Of a text its end in the string, in units of 16 bits,
+// stands for its size until it is read.
+void setValue(velmora_value& value, const Scratch& scratch, std::size_t place) {
+  const double number = scratch.numbers[place];
+  value.type = scratch.kinds[place];
+  switch (value.type) {
+    case VELMORA_INTEGER:
+      value.integer = static_cast<std::int64_t>(number);
+      break;
+    case VELMORA_REAL:
+      value.real = number;
+      break;
+    case VELMORA_BOOLEAN:
+      value.boolean = number != 0 ? 1 : 0;
+      break;
+    case VELMORA_TEXT:
+      value.text_size = static_cast<std::size_t>(number);
+      break;
+    case wideInteger:
+      value.type = VELMORA_INTEGER;
+      value.integer = scratch.wide[place];
+      break;
+    default:
+      break;
   }
-  return value;
 }
 
 }  // namespace
@@ -32,7 +44,8 @@ void Values::read(const Call& call, std::size_t count, napi_value texts) {
   std::size_t units = 0;
   bool hasText = false;
   for (std::size_t i = 0; i < count; ++i) {
-    const velmora_value& value = values_.emplace_back(valueOf(call.addon->scratch, i));
+    velmora_value& value = values_.emplace_back();
+    setValue(value, call.addon->scratch, i);
     if (value.type != VELMORA_TEXT) continue;
     units = value.text_size;
     hasText = true;

@@ -86,8 +86,8 @@ void bind(const Statement& statement, PyObject* values) {
   const auto count = static_cast<size_t>(PyTuple_Size(tuple.get()));
   requireCount(statement.parameters, count);
   for (size_t number = 1; number <= count; ++number) {
-    const velmora_value value =
-        valueOf(PyTuple_GetItem(tuple.get(), static_cast<Py_ssize_t>(number - 1)), number);
+    velmora_value value = {};
+    setValue(value, PyTuple_GetItem(tuple.get(), static_cast<Py_ssize_t>(number - 1)), number);
     velmora_error* error = nullptr;
     const int code = velmora_bind(statement.handle.get(), number, &value, &error);
     require(code, error);
@@ -176,7 +176,7 @@ int clear(PyObject* self) {
 void deleteConnection(PyObject* self) {
   PyObject_GC_UnTrack(self);
   release(asConnection(self));
-  freeObject(self);
+  freeCollected(self);
 }
 
 PyObject* connectionExecute(PyObject* self, PyObject* const* arguments, Py_ssize_t count) {
@@ -351,9 +351,7 @@ Result* executeMany(Connection& connection, PyObject* text, PyObject* rows) {
   Lease lease(connection, use, text);
   ValueRows given;
   if (PyList_Check(rows)) {
-    const auto count = static_cast<size_t>(PyList_Size(rows));
-    given.rows.reserve(count);
-    given.values.reserve(count * lease.statement().parameters);
+    given.reserve(static_cast<size_t>(PyList_Size(rows)), lease.statement().parameters);
   }
   const Ref iterator = Ref::taken(PyObject_GetIter(rows));
   while (PyObject* const row = PyIter_Next(iterator.get())) {

@@ -120,7 +120,7 @@ void deleteCursor(PyObject* self) {
   PyObject_GC_UnTrack(self);
   setResult(asCursor(self), nullptr);
   clear(self);
-  freeObject(self);
+  freeCollected(self);
 }
 
 PyObject* close(PyObject* self, PyObject*) {

@@ -173,7 +173,7 @@ void deleteDatabase(PyObject* self) {
   Py_XDECREF(database.log);
   Py_XDECREF(database.progress);
   Py_XDECREF(database.clock);
-  freeObject(self);
+  freeCollected(self);
 }
 
 // ---- Checking ----

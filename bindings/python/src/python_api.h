@@ -123,11 +123,16 @@ Object* newObject(PyTypeObject* type, Py_ssize_t items = 0) {
   return reinterpret_cast<Object*>(checked(PyType_GenericAlloc(type, items)));
 }
 
-// The end of an object: its memory, and its hold on its type.
+// The end of an object, its memory and its hold on its type: of one that the collector of cycles
+// knows of, and of one that it does not.
+inline void freeCollected(PyObject* self) {
+  PyTypeObject* const type = Py_TYPE(self);
+  PyObject_GC_Del(self);
+  Py_DECREF(type);
+}
 inline void freeObject(PyObject* self) {
   PyTypeObject* const type = Py_TYPE(self);
-  const auto free = reinterpret_cast<freefunc>(PyType_GetSlot(type, Py_tp_free));
-  free(self);
+  PyObject_Free(self);
   Py_DECREF(type);
 }
 

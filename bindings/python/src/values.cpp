@@ -2,6 +2,10 @@
 // Texts are not copied on the way in: the engine does that.
 #include "values.h"
 
+#include <sys/mman.h>
+
+#include <cstdint>
+
 #include "errors.h"
 
 namespace velmora_python {
@@ -15,12 +19,45 @@ namespace {
         "Value %zu is of type %U, not int, float, bool, str or None", number, name.get());
 }
 
-int64_t integerOf(PyObject* number, size_t place) {
+void setInteger(velmora_value& value, PyObject* number, size_t place) {
   int overflow = 0;
-  const long long integer = PyLong_AsLongLongAndOverflow(number, &overflow);
+  value.type = VELMORA_INTEGER;
+  value.integer = PyLong_AsLongLongAndOverflow(number, &overflow);
   if (overflow != 0) raise(VELMORA_RANGE, "Value %zu is an integer outside 64 bits", place);
-  if (integer == -1 && PyErr_Occurred() != nullptr) throw Raised();
-  return integer;
+  if (value.integer == -1 && PyErr_Occurred() != nullptr) throw Raised();
+}
+
+void setText(velmora_value& value, PyObject* text, size_t place) {
+  value.type = VELMORA_TEXT;
+  value.text = utf8(text, &value.text_size);
+  if (value.text == nullptr) raise(VELMORA_RANGE, "Value %zu has a lone surrogate", place);
+}
+
+void setReal(velmora_value& value, PyObject* number) {
+  value.type = VELMORA_REAL;
+  value.real = PyFloat_AsDouble(number);
+}
+
+// Of a type that is derived from one of Python's, or has an integer to show, as one of numpy's.
+void setOther(velmora_value& value, PyObject* object, size_t place) {
+  if (PyUnicode_Check(object)) return setText(value, object, place);
+  if (PyLong_Check(object)) return setInteger(value, object, place);
+  if (PyFloat_Check(object)) return setReal(value, object);
+  if (!PyIndex_Check(object)) refuse(object, place);
+  setInteger(value, Ref::taken(PyNumber_Index(object)).get(), place);
+}
+
+// Memory that is new to the process costs a value as much again as all else that is done with it
+// here, unless it comes in huge pages. Shorter arrays get memory that was used before.
+void askForHugePages([[maybe_unused]] const std::vector<velmora_value>& values) {
+#ifdef MADV_HUGEPAGE
+  constexpr uintptr_t hugePage = uintptr_t{2} << 20U;
+  const auto begin = reinterpret_cast<uintptr_t>(values.data());
+  const auto first = (begin + hugePage - 1) / hugePage * hugePage;
+  const auto end = begin + values.capacity() * sizeof(velmora_value);
+  if (first + 4 * hugePage > end) return;
+  madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+#endif
 }
 
 }  // namespace
@@ -33,29 +70,16 @@ const char* utf8(PyObject* text, size_t* size) {
   return bytes;
 }
 
-velmora_value valueOf(PyObject* object, size_t number) {
-  velmora_value value = {};
-  if (object == Py_None) return value;
-  if (PyUnicode_Check(object)) {
-    value.type = VELMORA_TEXT;
-    value.text = utf8(object, &value.text_size);
-    if (value.text == nullptr) raise(VELMORA_RANGE, "Value %zu has a lone surrogate", number);
-  } else if (PyBool_Check(object)) {
-    value.type = VELMORA_BOOLEAN;
-    value.boolean = object == Py_True ? 1 : 0;
-  } else if (PyLong_Check(object)) {
-    value.type = VELMORA_INTEGER;
-    value.integer = integerOf(object, number);
-  } else if (PyFloat_Check(object)) {
-    value.type = VELMORA_REAL;
-    value.real = PyFloat_AsDouble(object);
-  } else if (PyIndex_Check(object)) {  // an integer of numpy, for one
-    value.type = VELMORA_INTEGER;
-    value.integer = integerOf(Ref::taken(PyNumber_Index(object)).get(), number);
-  } else {
-    refuse(object, number);
-  }
-  return value;
+// Python's own types are told by their addresses; whether a type is derived is a call to ask.
+void setValue(velmora_value& value, PyObject* object, size_t place) {
+  const PyTypeObject* const type = Py_TYPE(object);
+  if (type == &PyLong_Type) return setInteger(value, object, place);
+  if (type == &PyUnicode_Type) return setText(value, object, place);
+  if (type == &PyFloat_Type) return setReal(value, object);
+  if (object == Py_None) return;
+  if (type != &PyBool_Type) return setOther(value, object, place);
+  value.type = VELMORA_BOOLEAN;
+  value.boolean = object == Py_True ? 1 : 0;
 }
 
 PyObject* textObject(std::string_view text) {
@@ -79,7 +103,7 @@ PyObject* objectOf(const velmora_value& value) {
 }
 
 Ref valueTuple(PyObject* values) {
-  if (PyTuple_Check(values)) return Ref::shared(values);
+  if (PyTuple_CheckExact(values) || PyTuple_Check(values)) return Ref::shared(values);
   if (!PySequence_Check(values) || PyUnicode_Check(values) || PyBytes_Check(values)) {
     raise(VELMORA_MISUSE, "Values are a sequence, such as a tuple; one value is (value,)");
   }
@@ -92,12 +116,18 @@ void requireCount(size_t places, size_t given) {
   }
 }
 
+void ValueRows::reserve(size_t count, size_t places) {
+  rows.reserve(count);
+  values.reserve(count * places);
+  askForHugePages(values);
+}
+
 void ValueRows::add(PyObject* row, size_t places) {
   Ref tuple = valueTuple(row);
   requireCount(places, static_cast<size_t>(PyTuple_Size(tuple.get())));
   for (size_t place = 0; place < places; ++place) {
     PyObject* const object = PyTuple_GetItem(tuple.get(), static_cast<Py_ssize_t>(place));
-    values.push_back(valueOf(object, place + 1));
+    setValue(values.emplace_back(), object, place + 1);
   }
   rows.push_back(std::move(tuple));
 }

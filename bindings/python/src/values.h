@@ -12,9 +12,9 @@ namespace velmora_python {
 // A text's UTF-8, borrowed from it; null where it has none, which is not told to Python.
 const char* utf8(PyObject* text, size_t* size);
 
-// The value that stands for the command's number-th "?"; its text is borrowed from the object.
-// Raises DataError and its like.
-velmora_value valueOf(PyObject* object, size_t number);
+// Makes a value, which is null, that for a place of the command, counted from 1; its text is
+// borrowed from the object. Raises DataError and its like.
+void setValue(velmora_value& value, PyObject* object, size_t place);
 
 // A new reference.
 PyObject* objectOf(const velmora_value& value);
@@ -32,6 +32,7 @@ struct ValueRows {
   std::vector<velmora_value> values;
   std::vector<Ref> rows;
 
+  void reserve(size_t count, size_t places);  // for so many rows
   void add(PyObject* row, size_t places);
 };
 

@@ -14,6 +14,14 @@ class Colour(enum.IntEnum):
     RED = 3
 
 
+class Name(str):
+    pass
+
+
+class Share(float):
+    pass
+
+
 class Indexed:
     """Like an integer of numpy: no int, but worth one."""
 
@@ -40,6 +48,10 @@ class Values(WithConnection):
     def test_what_is_worth_an_int_is_stored_as_one(self) -> None:
         self.assertEqual(repr(self.stored("n", Colour.RED)), "3")
         self.assertEqual(self.stored("n", Indexed()), 42)
+
+    def test_derived_types_are_stored_as_what_they_are_derived_from(self) -> None:
+        self.assertEqual(repr(self.stored("s", Name("Zoë"))), "'Zoë'")
+        self.assertEqual(repr(self.stored("d", Share(0.25))), "0.25")
 
     def test_floats(self) -> None:
         for value in (0.5, -2.25, 0.0, 2.0**100):
