@@ -7,6 +7,7 @@
 namespace velmora {
 
 void AppendFile::check() {
+  if (isCurrent_ && file_->isUntouched()) return;
   const auto found = identityOf(directory_, name_.c_str());
   isCurrent_ = identity_ && identity_ == found;
   if (isCurrent_) return;

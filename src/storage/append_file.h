@@ -20,8 +20,9 @@ class AppendFile {
   AppendFile(const Directory& directory, std::string name)
       : directory_(directory), name_(std::move(name)) {}
 
-  // Looks at what the name leads to; changes nothing. To be called before each append, and before
-  // anything is done that must not go without it. Throws NotRegularFile.
+  // Looks at what the name leads to, unless the file is known to be untouched; changes nothing. To
+  // be called before each append, and before anything is done that must not go without it. Throws
+  // NotRegularFile.
   void check();
   // Appends the bytes, to a new file when there is none; false when they could not be written.
   bool append(std::string_view bytes);

@@ -16,6 +16,8 @@
 #include <string_view>
 #include <vector>
 
+#include "file_watch.h"
+
 namespace velmora {
 
 // A part of a file that a checkpoint changes: where it is, and where the checkpoint's journal has
@@ -123,6 +125,9 @@ class File {
   // until it is read.
   std::optional<std::int64_t> contentEnd() const;
   std::optional<FileIdentity> identity() const;
+  // Whether its name still leads to it, and its identity is what it was, since the last call; false
+  // the first time, and wherever the system cannot tell: see FileWatch.
+  bool isUntouched() { return watch_.isQuiet(descriptor_); }
   // Gives the file the permissions of another.
   bool takeModeOf(const File& other);
   bool truncate(std::int64_t size);
@@ -138,6 +143,7 @@ class File {
   bool writePages(std::string_view bytes, std::int64_t offset, bool isPlaced);
 
   int descriptor_ = -1;
+  FileWatch watch_;
   std::size_t lastWritten_ = 0;
   std::string name_;
   const Patch* patch_ = nullptr;   // what a checkpoint is still to change in it, if not null

@@ -74,6 +74,41 @@ TEST_F(AppendFileTest, aFileThatGrewShorterIsNotMadeLonger) {
   EXPECT_EQ(bytesOf("webhooks.bin"), "othree,");
 }
 
+// By the second append the file is watched.
+TEST_F(AppendFileTest, afterSomeAppendsATouchedFileIsLookedAtAgain) {
+  const fs::path file = path_ / "webhooks.bin";
+  const auto appendTwice = [&] { return append("1") && append("2"); };
+  EXPECT_TRUE(appendTwice());
+  fs::rename(file, path_ / "renamed");
+  EXPECT_TRUE(appendTwice());
+  fs::remove(file);
+  EXPECT_TRUE(appendTwice());
+  write("other", "other,");
+  fs::rename(path_ / "other", file);
+  EXPECT_TRUE(appendTwice());
+  fs::create_hard_link(file, path_ / "second");
+  EXPECT_TRUE(appendTwice());
+  EXPECT_EQ(bytesOf("renamed"), "12");
+  EXPECT_EQ(bytesOf("second"), "other,12");
+  EXPECT_EQ(bytesOf("webhooks.bin"), "other,1212");
+  fs::remove(file);
+  fs::create_symlink("renamed", file);
+  EXPECT_THROW(file_.check(), NotRegularFile);
+  fs::remove(file);
+  EXPECT_TRUE(appendTwice());
+  EXPECT_EQ(bytesOf("webhooks.bin"), "12");
+  EXPECT_EQ(bytesOf("renamed"), "12");
+}
+
+TEST_F(AppendFileTest, aWatchedFileThatIsTouchedOtherwiseGoesOn) {
+  EXPECT_TRUE(append("1") && append("2"));
+  fs::last_write_time(path_ / "webhooks.bin", fs::file_time_type());
+  EXPECT_TRUE(append("3") && append("4"));
+  fs::permissions(path_ / "webhooks.bin", fs::perms::owner_all);
+  EXPECT_TRUE(append("5") && append("6"));
+  EXPECT_EQ(bytesOf("webhooks.bin"), "123456");
+}
+
 // Longer than what is copied at a time.
 TEST_F(AppendFileTest, aLargeFileWithASecondNameGoesOnInAWholeCopy) {
   std::string before;
