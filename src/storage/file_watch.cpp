@@ -1,15 +1,24 @@
 // See file_watch.h.
 #include "file_watch.h"
 
+#include <unistd.h>
+
+#ifdef __linux__
 #include <linux/magic.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/vfs.h>
-#include <unistd.h>
+#endif
 
 #include <string>
 
 namespace velmora {
+
+FileWatch::~FileWatch() {
+  if (notes_ >= 0) close(notes_);
+}
+
+#ifdef __linux__
 namespace {
 
 // Whether a file lies on a disk or in memory of this system, where nobody else changes it.
@@ -21,10 +30,6 @@ bool isLocal(int file) {
 }
 
 }  // namespace
-
-FileWatch::~FileWatch() {
-  if (notes_ >= 0) close(notes_);
-}
 
 bool FileWatch::isQuiet(int file) {
   if (notes_ == none) {
@@ -45,5 +50,8 @@ bool FileWatch::isQuiet(int file) {
   while (read(notes_, taken, sizeof taken) > 0) continue;
   return false;
 }
+#else
+bool FileWatch::isQuiet(int /*file*/) { return false; }
+#endif
 
 }  // namespace velmora
