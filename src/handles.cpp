@@ -295,11 +295,12 @@ void velmora_interrupt(velmora_db* db) {
   if (db != nullptr) db->engine.interrupt();
 }
 
-int velmora_check(const char* path, size_t length, velmora_fault report, void* context,
-                  velmora_error** error) {
+int velmora_check(const char* path, size_t length, const velmora_options* options,
+                  velmora_fault report, void* context, velmora_error** error) {
   return codeOf(error, [&] {
+    const Callbacks callbacks = callbacksOf(readOptions(options), nullptr);
     std::size_t faults = 0;
-    checkDatabase(pathText(path, length), {}, [&](const Fault& fault) {
+    checkDatabase(pathText(path, length), callbacks, [&](const Fault& fault) {
       ++faults;
       if (report == nullptr) return;
       report(context, fault.file.c_str(), fault.offset, fault.meaning.c_str());

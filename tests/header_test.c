@@ -158,7 +158,7 @@ static void call_handles(void) {
   expect_success(velmora_checkpoint(db, &error), &error);
   expect_success(velmora_backup(db, "copy", 4, &error), &error);
   expect_success(velmora_close(db, &error), &error);
-  expect_success(velmora_check("copy", 4, NULL, NULL, &error), &error);
+  expect_success(velmora_check("copy", 4, NULL, NULL, NULL, &error), &error);
   expect_text(VELMORA_VERSION, velmora_version());
   velmora_version_numbers(&major, &minor, &patch);
   expect_number(VELMORA_VERSION_MINOR, minor);

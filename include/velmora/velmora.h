@@ -326,13 +326,14 @@ typedef void (*velmora_fault)(void* context, const char* file, int64_t offset, c
 /*
  * Reads the database of a directory that nobody has open, changes nothing, and reports each fault.
  *
+ * options: null, or of which the callbacks progress, with "check", and clock are called.
  * report: null, or called for each fault, with the context.
  *
  * VELMORA_OK: there is no fault. VELMORA_CORRUPT: there are; the error says how many. VELMORA_BUSY,
- * VELMORA_NOT_FOUND, VELMORA_IO.
+ * VELMORA_NOT_FOUND, VELMORA_IO, VELMORA_INTERRUPTED.
  */
-int velmora_check(const char* path, size_t length, velmora_fault report, void* context,
-                  velmora_error** error);
+int velmora_check(const char* path, size_t length, const velmora_options* options,
+                  velmora_fault report, void* context, velmora_error** error);
 
 /* What a database has on the disk. */
 typedef struct velmora_disk {

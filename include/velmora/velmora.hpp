@@ -569,13 +569,13 @@ struct Fault {
 
 // Reads the database of a directory that nobody has open, and changes nothing. Throws Error when it
 // cannot be read at all.
-inline std::vector<Fault> check(std::string_view path) {
+inline std::vector<Fault> check(std::string_view path, const velmora_options& given = options()) {
   std::vector<Fault> faults;
   velmora_error* error = nullptr;
   const auto add = [](void* context, const char* file, std::int64_t offset, const char* meaning) {
     static_cast<std::vector<Fault>*>(context)->push_back({file, offset, meaning});
   };
-  const int code = velmora_check(path.data(), path.size(), add, &faults, &error);
+  const int code = velmora_check(path.data(), path.size(), &given, add, &faults, &error);
   if (code == VELMORA_CORRUPT) {
     velmora_error_destroy(error);
   } else {

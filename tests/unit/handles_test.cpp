@@ -193,7 +193,7 @@ TEST(HandleNulls, AreRefusedOrGiveNothing) {
   EXPECT_EQ(told(velmora_backup(nullptr, "x", 1, &error), error), noDatabase);
   EXPECT_EQ(told(velmora_stat("x", 1, 0, nullptr, nullptr, nullptr, &error), error),
             "1 at -1: Place for the answer is null");
-  EXPECT_EQ(told(velmora_check(nullptr, 0, nullptr, nullptr, &error), error),
+  EXPECT_EQ(told(velmora_check(nullptr, 0, nullptr, nullptr, nullptr, &error), error),
             "1 at -1: Path is empty");
   EXPECT_EQ(told(velmora_statement_run(nullptr, &result, &error), error), noStatement);
   EXPECT_EQ(told(velmora_statement_run_many(nullptr, nullptr, 0, &result, &error), error),
@@ -817,6 +817,38 @@ TEST_F(Handles, StopWhatTheProgressCallbackRefuses) {
   EXPECT_EQ(told(velmora_backup(db_, again.data(), again.size(), &error), error), "ok");
 }
 
+TEST_F(Handles, TellHowFarACheckIs) {
+  EXPECT_EQ(run("CREATE TABLE t n int"), "ok");
+  EXPECT_EQ(run("CREATE TABLE u n int"), "ok");
+  EXPECT_EQ(velmora_close(db_, nullptr), VELMORA_OK);
+  db_ = nullptr;
+  struct Host {
+    std::vector<std::string> told;
+    int answer = 0;
+  } host;
+  velmora_options options = {};
+  options.size = sizeof options;
+  options.context = &host;
+  options.progress = [](void* context, const char* what, std::size_t length, std::uint64_t done,
+                        std::uint64_t total) {
+    Host& here = *static_cast<Host*>(context);
+    here.told.push_back(std::string(what, length) + " " + std::to_string(done) + "/" +
+                        std::to_string(total));
+    return here.answer;
+  };
+  velmora_error* error = nullptr;
+  const std::string name = path();
+  EXPECT_EQ(
+      told(velmora_check(name.data(), name.size(), &options, nullptr, nullptr, &error), error),
+      "ok");
+  EXPECT_EQ(host.told, (std::vector<std::string>{"check 75/300", "check 150/300", "check 225/300",
+                                                 "check 300/300"}));
+  host.answer = 1;
+  EXPECT_EQ(
+      told(velmora_check(name.data(), name.size(), &options, nullptr, nullptr, &error), error),
+      "16 at -1: Interrupted");
+}
+
 TEST_F(Handles, CopyAndCheckADatabase) {
   EXPECT_EQ(run("CREATE TABLE t n int"), "ok");
   EXPECT_EQ(run("INSERT INTO t n = 5"), "ok");
@@ -826,10 +858,12 @@ TEST_F(Handles, CopyAndCheckADatabase) {
   EXPECT_EQ(told(velmora_backup(db_, copy.data(), copy.size(), &error), error), "ok");
   EXPECT_EQ(told(velmora_backup(db_, copy.data(), copy.size(), &error), error),
             "5 at -1: The directory of the copy is not empty");
-  EXPECT_EQ(velmora_check(path().data(), path().size(), nullptr, nullptr, nullptr), VELMORA_BUSY);
-  EXPECT_EQ(told(velmora_check(copy.data(), copy.size(), nullptr, nullptr, &error), error), "ok");
+  EXPECT_EQ(velmora_check(path().data(), path().size(), nullptr, nullptr, nullptr, nullptr),
+            VELMORA_BUSY);
+  EXPECT_EQ(told(velmora_check(copy.data(), copy.size(), nullptr, nullptr, nullptr, &error), error),
+            "ok");
   const std::string nowhere = path("nowhere");
-  EXPECT_EQ(velmora_check(nowhere.data(), nowhere.size(), nullptr, nullptr, nullptr),
+  EXPECT_EQ(velmora_check(nowhere.data(), nowhere.size(), nullptr, nullptr, nullptr, nullptr),
             VELMORA_NOT_FOUND);
 
   std::ofstream(copy + "/t.bin", std::ios::app) << "x";
@@ -838,7 +872,7 @@ TEST_F(Handles, CopyAndCheckADatabase) {
     EXPECT_NE(std::strlen(meaning), 0U);
     static_cast<std::vector<std::string>*>(context)->emplace_back(file);
   };
-  EXPECT_EQ(told(velmora_check(copy.data(), copy.size(), report, &faults, &error), error),
+  EXPECT_EQ(told(velmora_check(copy.data(), copy.size(), nullptr, report, &faults, &error), error),
             "13 at -1: Database has 1 fault");
   EXPECT_EQ(faults, std::vector<std::string>{"t.bin"});
   EXPECT_EQ(tryOpen(options_, "copy").substr(0, 3), "13 ");

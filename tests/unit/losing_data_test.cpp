@@ -29,7 +29,7 @@ class LosingData : public HandleTest {
   std::string checkFiles() const {
     const std::string name = path().string();
     velmora_error* error = nullptr;
-    const int code = velmora_check(name.data(), name.size(), nullptr, nullptr, &error);
+    const int code = velmora_check(name.data(), name.size(), nullptr, nullptr, nullptr, &error);
     return code == VELMORA_OK ? "" : shown(code, error);
   }
 };

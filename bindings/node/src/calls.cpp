@@ -134,7 +134,7 @@ napi_value check(const Call& call) {
     static_cast<std::vector<Fault>*>(context)->push_back({file, offset, meaning});
   };
   requireOk([&](velmora_error** error) {
-    const int code = velmora_check(path.data(), path.size(), report, &faults, error);
+    const int code = velmora_check(path.data(), path.size(), nullptr, report, &faults, error);
     if (code != VELMORA_CORRUPT || faults.empty()) return code;
     velmora_error_destroy(*error);
     return static_cast<int>(VELMORA_OK);

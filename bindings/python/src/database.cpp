@@ -215,7 +215,7 @@ PyObject* checkDirectory(PyObject*, PyObject* path) {
     int code = VELMORA_OK;
     {
       const WithoutPython others;
-      code = velmora_check(bytes, static_cast<size_t>(length), addFault, &faults, &error);
+      code = velmora_check(bytes, static_cast<size_t>(length), nullptr, addFault, &faults, &error);
     }
     if (code != VELMORA_CORRUPT || faults.empty()) {
       require(code, error);
