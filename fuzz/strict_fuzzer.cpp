@@ -1,6 +1,6 @@
 // The strict language: any text is either refused, with an offset within it and a reason, or read
-// as a statement. A statement with values in the place of its parameters is written as a text that
-// is read as the same statement with these values. An input is
+// as a statement. The log's form of it, its text without the clock and its values, is read as the
+// same statement with these values. An input is
 //
 //   1 byte    which values are bound
 //   the rest  the text
@@ -13,8 +13,8 @@
 #include "../tests/unit/strict_description.h"
 #include "engine_run.h"
 #include "failure.h"
+#include "storage/record_values.h"
 #include "strict/parser.h"
-#include "strict/render.h"
 
 namespace {
 
@@ -57,14 +57,17 @@ void checkRefusal(const Failure& failure, std::string_view text) {
 }
 
 void checkReadsBack(strict::Statement statement, const std::vector<Value>& values) {
-  std::string text;
-  strict::appendWithValues(text, statement, values);
+  std::string written;
+  appendValues(written, values);
+  std::string_view rest = written;
+  const auto read = takeValues(rest);
+  if (!read || *read != values || !rest.empty()) fail("Values are read otherwise: " + written);
   statement.clock.reset();
   try {
-    const std::string again = strict::describe(strict::parse(text));
-    if (again != strict::describe(statement, values)) fail("Reads otherwise: " + text);
+    const std::string again = strict::describe(strict::parse(statement.text), *read);
+    if (again != strict::describe(statement, values)) fail("Reads otherwise: " + statement.text);
   } catch (const Failure& failure) {
-    fail(text + "\nis refused: " + failure.what());
+    fail(statement.text + "\nis refused: " + failure.what());
   }
 }
 

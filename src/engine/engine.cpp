@@ -10,7 +10,6 @@
 
 #include "../failure.h"
 #include "../strict/parser.h"
-#include "../strict/render.h"
 #include "engine_parts.h"
 
 namespace velmora {
@@ -22,10 +21,11 @@ bool isAny(const strict::Command& command) noexcept {
 }
 
 void addTo(RecordText& record, const strict::Statement& statement, const RunContext& context) {
-  strict::appendWithValues(record.bytes(), statement, context.values);
+  std::span<const Value> values = context.values;
   std::optional<std::int64_t> clock;
   if (statement.clock) clock = context.timedStart;
-  record.finish(context.now, clock);
+  if (statement.clock && statement.clock->isParameter()) values = values.first(values.size() - 1);
+  record.add(statement.text, values, context.now, clock);
 }
 
 std::int64_t clockOf(const strict::Statement& statement, std::span<const Value> values,
@@ -258,7 +258,7 @@ void Engine::Parts::change(Prepared::Parts& prepared, std::span<const Value> val
   }
   answer.second = now;
   if (gate.isInTransaction()) return;
-  record.clear();
+  record.wasWritten();
   changes->undo().clear();
   visit.leave();
   syncIfAlways(end);
@@ -301,7 +301,7 @@ void Engine::Parts::commitTransaction() {
     throw;
   }
   changes->undo().clear();
-  record.clear();
+  record.wasWritten();
   gate.endTransaction();
   syncIfAlways(end);
 }
@@ -354,6 +354,7 @@ void Engine::Parts::saveFiles() {
     throw;
   }
   areFilesDamaged = false;
+  record.clear();
   log->wasEmptied();
 }
 

@@ -34,14 +34,32 @@ void refuseTimedKeys(const Table& parent, const std::string& keyColumn) {
   }
 }
 
-void replay(const LoggedCommand& logged, Changes& changes) {
-  const strict::Statement statement = strict::parse(logged.text);
-  Answer answer;
-  std::optional<InsertPlan> plan;
-  runChange(changes, statement.command, plan,
-            {{}, logged.second, logged.clock.value_or(logged.second), {}}, answer);
-  changes.undo().clear();
-}
+// Runs the commands of a log; one that is there again and again is parsed once.
+class Replay {
+ public:
+  explicit Replay(Changes& changes) : changes_(changes) {}
+
+  void run(const LoggedCommand& logged) {
+    if (!logged.text.empty()) {
+      plan_.reset();
+      statement_.reset();
+      statement_ = strict::parse(logged.text);
+    }
+    const bool fits =
+        statement_ && logged.values.size() == static_cast<std::size_t>(statement_->parameterCount);
+    if (!fits) throw std::runtime_error("its values have no command");
+    Answer answer;
+    const RunContext context{
+        logged.values, logged.second, logged.clock.value_or(logged.second), {}};
+    runChange(changes_, statement_->command, plan_, context, answer);
+    changes_.undo().clear();
+  }
+
+ private:
+  Changes& changes_;
+  std::optional<strict::Statement> statement_;  // of the last command
+  std::optional<InsertPlan> plan_;
+};
 
 // Whether handles have used the directory. What cannot be read is for the plain functions' own load
 // to tell, unless there is a manifest.
@@ -92,6 +110,7 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
   takeTables(std::move(state), database, report, opened.second);
   const auto total = static_cast<std::uint64_t>(sizeOf(database.directory, logFileName));
   std::uint64_t count = 0;
+  Replay replay(changes);
   database.isReplaying = true;
   while (true) {
     const std::int64_t start = reader.completeSize();
@@ -100,7 +119,7 @@ OpenedLog openSealed(Database& database, Changes& changes, const ReportFault& re
     for (const LoggedCommand& command : *commands) {
       opened.second = std::max(opened.second, command.second);
       try {
-        replay(command, changes);
+        replay.run(command);
       } catch (const std::bad_alloc&) {
         throw;
       } catch (const std::exception& error) {

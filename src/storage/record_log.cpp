@@ -16,6 +16,7 @@
 #include "checkpoint_journal.h"
 #include "checksum.h"
 #include "file_names.h"
+#include "record_values.h"
 #include "system_failure.h"
 
 namespace velmora {
@@ -33,7 +34,19 @@ void appendSecond(std::string& record, std::int64_t second) {
 
 }  // namespace
 
-void RecordText::finish(std::int64_t second, std::optional<std::int64_t> clock) {
+void RecordText::add(std::string_view text, std::span<const Value> values, std::int64_t second,
+                     std::optional<std::int64_t> clock) {
+  if (values.empty()) {
+    lastText_.clear();
+    bytes_ += text;
+  } else {
+    bytes_ += '?';
+    appendValues(bytes_, values);
+    if (lastText_ != text) {
+      lastText_ = text;
+      bytes_.append(": ").append(text);
+    }
+  }
   if (clock) appendSecond(bytes_, *clock);
   appendSecond(bytes_, second);
   bytes_ += '\n';
@@ -42,13 +55,20 @@ void RecordText::finish(std::int64_t second, std::optional<std::int64_t> clock) 
 }
 
 void RecordText::cutTo(const Mark& mark) noexcept {
+  if (mark.count < count_) lastText_.clear();
   bytes_.resize(mark.size);
   count_ = mark.count;
 }
 
 void RecordText::clear() noexcept {
+  wasWritten();
+  lastText_.clear();
+}
+
+void RecordText::wasWritten() noexcept {
   constexpr std::size_t most = 1U << 20U;
-  cutTo({});
+  bytes_.resize(beginning.size());
+  count_ = 0;
   if (bytes_.capacity() > most) bytes_.shrink_to_fit();
 }
 

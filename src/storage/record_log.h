@@ -1,8 +1,12 @@
 // The log of a database that handles use: velmora.wal with a sequence number and a checksum behind
 // each record, so that what is wrong can be told from what was cut off by a crash.
 //
-//   COMMAND #TIME# SECOND SEQUENCE CRC              one command: its text, the second at which it
-//   ran COMMAND #TIME# START #TIME# SECOND SEQUENCE CRC the same with the clock that it was given
+//   COMMAND #TIME# SECOND SEQUENCE CRC                one command, and the second at which it ran
+//   COMMAND #TIME# START #TIME# SECOND SEQUENCE CRC   the same with the clock that it was given
+//
+// A command is its text. One with bound values is "?", the values, each behind a blank, and ": "
+// and its text, which is left out where it is that of the command before: a command that is run
+// again and again is written, and read, once. See record_values.h for the values.
 //
 // A transaction is one record: a line BEGIN, its commands, each with its second (and clock), each
 // on lines of its own, and the line COMMIT #TIME# SECOND SEQUENCE CRC. Numbers are decimal; the CRC
@@ -16,16 +20,19 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "../value.h"
 #include "files.h"
 
 namespace velmora {
 
 struct LoggedCommand {
-  std::string text;                   // values and all, as the strict parser reads it
+  std::string text;                   // empty: that of the command before it in the log
   std::int64_t second = 0;            // at which it ran
   std::optional<std::int64_t> clock;  // at which its timed values start, if it was told
+  std::vector<Value> values = {};     // bound to its parameters, but for the clock's
 };
 
 // The commands of one record, in the form in which they are written. Keeps its memory.
@@ -37,14 +44,15 @@ class RecordText {
     std::size_t count = 0;
   };
 
-  // A command is added by appending its text to these bytes and finishing it.
-  std::string& bytes() noexcept { return bytes_; }
-  void finish(std::int64_t second, std::optional<std::int64_t> clock);
+  void add(std::string_view text, std::span<const Value> values, std::int64_t second,
+           std::optional<std::int64_t> clock);
 
   bool isEmpty() const noexcept { return count_ == 0; }
   Mark mark() const noexcept { return {bytes_.size(), count_}; }
   void cutTo(const Mark& mark) noexcept;
-  // Gives much memory back.
+  // To be called when the record stands in the log, to begin the next.
+  void wasWritten() noexcept;
+  // To be called when it never will, and when the log has been emptied.
   void clear() noexcept;
 
  private:
@@ -57,6 +65,7 @@ class RecordText {
   std::string bytes_ = std::string(beginning);
   std::size_t count_ = 0;
   std::int64_t lastSecond_ = 0;
+  std::string lastText_;  // of the last command here or in the log; empty: not known, or no values
 };
 
 class RecordLog {

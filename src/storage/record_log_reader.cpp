@@ -13,6 +13,7 @@
 #include "file_names.h"
 #include "record_form.h"
 #include "record_log.h"
+#include "record_values.h"
 
 namespace velmora {
 namespace {
@@ -39,6 +40,13 @@ std::optional<LoggedCommand> commandOf(std::string_view line) {
   if (!second) return std::nullopt;
   command.second = *second;
   command.clock = takeSecond(line);
+  if (line.starts_with('?')) {
+    line.remove_prefix(1);
+    auto values = takeValues(line);
+    if (!values || !(line.empty() || line.starts_with(": "))) return std::nullopt;
+    line.remove_prefix(std::min<std::size_t>(line.size(), 2));
+    command.values = std::move(*values);
+  }
   command.text = line;
   return command;
 }

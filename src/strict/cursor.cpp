@@ -79,8 +79,7 @@ Operand Cursor::operand(std::string_view expected) {
   } else if (token_.type == TokenType::literal) {
     operand.value = contentOf(token_.text);
   } else if (nextIs("?")) {
-    operand.parameter = static_cast<int>(parameterOffsets.size());
-    parameterOffsets.push_back(operand.offset);
+    operand.parameter = parameterCount++;
   } else if (nextIs("true") || nextIs("false")) {
     operand.value = nextIs("true");
   } else if (!nextIsWord("NULL")) {

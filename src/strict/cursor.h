@@ -45,8 +45,8 @@ class Cursor {
   // Throws the failure that tells what is expected and what is found.
   [[noreturn]] void refuse(std::string_view expected) const;
 
-  // Of the operands read so far that are parameters.
-  std::vector<std::size_t> parameterOffsets;
+  // How many of the operands read so far are parameters.
+  int parameterCount = 0;
 
  private:
   Lexer lexer_;

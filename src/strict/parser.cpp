@@ -76,8 +76,7 @@ Statement parse(std::string_view text) {
   }
   while (end > 0 && isSpace(text[end - 1])) --end;
   statement.text = text.substr(0, end);
-  statement.parameterCount = static_cast<int>(cursor.parameterOffsets.size());
-  statement.parameterOffsets = std::move(cursor.parameterOffsets);
+  statement.parameterCount = cursor.parameterCount;
   return statement;
 }
 

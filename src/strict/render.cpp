@@ -4,7 +4,6 @@
 #include <charconv>
 
 #include "../number.h"
-#include "lexer.h"
 
 namespace velmora::strict {
 namespace {
@@ -34,31 +33,12 @@ void append(std::string& out, const std::string& text) {
   out.append(rest) += '\'';
 }
 
-void appendLiteral(std::string& out, const Value& value) {
-  std::visit([&](const auto& held) { append(out, held); }, value);
-}
-
 }  // namespace
 
 std::string literal(const Value& value) {
   std::string text;
-  appendLiteral(text, value);
+  std::visit([&](const auto& held) { append(text, held); }, value);
   return text;
-}
-
-void appendWithValues(std::string& out, const Statement& statement, std::span<const Value> values) {
-  const std::string_view text = statement.text;
-  std::size_t from = 0;
-  for (std::size_t i = 0; i < values.size() && statement.parameterOffsets[i] < text.size(); ++i) {
-    const std::size_t place = statement.parameterOffsets[i];
-    out += text.substr(from, place - from);
-    // A place may stand right beside a word, as in LIMIT?; a literal must not.
-    if (place > 0 && isWordPart(out.back())) out += ' ';
-    appendLiteral(out, values[i]);
-    from = place + 1;
-    if (from < text.size() && isWordPart(text[from])) out += ' ';
-  }
-  out += text.substr(from);
 }
 
 }  // namespace velmora::strict

@@ -158,10 +158,7 @@ using Command = std::variant<CreateTable, DropTable, Insert, Update, Delete, Sel
 struct Statement {
   std::string text;  // without the clock marker that may follow it
   Command command;
-  int parameterCount = 0;
-  // Where the bound values stand in the text, ascending, one a parameter. That of a bound clock is
-  // the last and lies behind the text.
-  std::vector<std::size_t> parameterOffsets;
+  int parameterCount = 0;        // that of a bound clock, the last one, among them
   std::optional<Operand> clock;  // behind " #TIME# ": the second at which timed values start
 };
 

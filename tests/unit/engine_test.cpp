@@ -33,6 +33,52 @@ TEST_F(EngineCommands, boundValuesAreLoggedAsTheyWereGiven) {
   EXPECT_EQ(run("SELECT n FROM t WHERE s = ?", {text}), "7");
 }
 
+// The log names such a command once, and must not name one that is not there.
+TEST_F(EngineCommands, commandsThatAreRunAgainAreTheSameAfterACrash) {
+  const std::string create = "CREATE TABLE t n int s string 2";
+  const std::string insert = "INSERT INTO t n = ? s = ?";
+  const auto insertRow = [&](std::int64_t n) {
+    EXPECT_EQ(run(insert, {n, "it's " + std::to_string(n)}), "1 row");
+  };
+  const auto crashAndCompare = [&](const std::string& read) {
+    const std::string rows = run(read);
+    crash();
+    EXPECT_EQ(run(read), rows);
+    return rows;
+  };
+  run(create);
+  insertRow(1);
+  insertRow(2);
+  run("BEGIN");
+  insertRow(3);
+  run("ROLLBACK");
+  insertRow(4);
+  EXPECT_EQ(run(insert, {true, "x"}).substr(0, 3), "! 9");
+  insertRow(5);
+  run("BEGIN");
+  insertRow(6);
+  EXPECT_EQ(run("DELETE FROM t WHERE n = ?", {std::int64_t{1}}), "1 row");
+  EXPECT_EQ(run(insert, {std::int64_t{7}, std::int64_t{7}}).substr(0, 3), "! 9");
+  EXPECT_EQ(run("DELETE FROM t WHERE n = ?", {std::int64_t{2}}), "1 row");
+  insertRow(8);
+  run("COMMIT");
+  EXPECT_EQ(crashAndCompare("SELECT n FROM t"), "4; 5; 6; 8");
+  insertRow(9);
+  run("CHECKPOINT");
+  insertRow(9);
+  for (const std::int64_t clock : {5, 6}) {
+    EXPECT_EQ(run("INSERT INTO t n = ? s = ? --> 'b' @ ? s #TIME# ?", {clock, "a", clock, clock}),
+              "1 row");
+  }
+  EXPECT_NE(crashAndCompare("SHOW STATES FROM t"), "");
+  crashAndCompare("SELECT * FROM t AT 5");
+  insertRow(10);
+  run("DROP TABLE t");
+  run("CREATE TABLE t s string x int n long");
+  insertRow(11);
+  EXPECT_EQ(crashAndCompare("SELECT n, s FROM t"), "11 'it's 11'");
+}
+
 TEST_F(EngineCommands, aFailedChangeLeavesNothing) {
   run("CREATE TABLE rooms id ApexInt name string");
   run("INSERT INTO rooms name = 'red'");

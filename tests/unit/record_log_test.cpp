@@ -28,15 +28,15 @@ using Commands = std::vector<LoggedCommand>;
 std::int64_t append(RecordLog& log, const Commands& commands) {
   RecordText record;
   for (const LoggedCommand& command : commands) {
-    record.bytes() += command.text;
-    record.finish(command.second, command.clock);
+    record.add(command.text, command.values, command.second, command.clock);
   }
   return log.append(record);
 }
 
 bool areEqual(const Commands& a, const Commands& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& one, const auto& other) {
-    return one.text == other.text && one.second == other.second && one.clock == other.clock;
+    return one.text == other.text && one.second == other.second && one.clock == other.clock &&
+           one.values == other.values;
   });
 }
 
@@ -48,6 +48,12 @@ const std::vector<Commands> someRecords = {
      {"DELETE FROM t WHERE id = 1", 1700000003, std::nullopt}},
     {{"UPDATE t SET a = 'BEGIN\n\nCOMMIT #TIME# 1 1 00000000\n'", 1700000004, std::nullopt}},
     {{"DELETE FROM t", 1700000005, std::nullopt}},
+    {{"INSERT INTO t\n a = ? b = ?",
+      1700000006,
+      9,
+      {std::int64_t{5}, "'\n\" #TIME# 5 9 00000000\n?"}},
+     {"DELETE FROM t WHERE a = ?", 1700000007, std::nullopt, {2.5}}},
+    {{"DELETE FROM t WHERE a = ?", 1700000007, std::nullopt, {Value()}}},
 };
 
 class RecordLogTest : public StorageTest {
@@ -128,6 +134,75 @@ TEST_F(RecordLogTest, recordsHaveTheirForm) {
             "INSERT INTO t a = 1 #TIME# 1700000000\n"
             "INSERT INTO t a = 'x' --> 'y' @ 5 s c #TIME# 1700000077 #TIME# 1700000001\n"
             "COMMIT #TIME# 1700000001 9 94acd947\n");
+}
+
+TEST_F(RecordLogTest, aCommandThatIsRunAgainIsWrittenOnce) {
+  put("");
+  RecordLog log(directory_, 0, 7);
+  RecordText record;
+  const auto add = [&](const std::string& text, const std::vector<Value>& values) {
+    record.add(text, values, 5, std::nullopt);
+  };
+  const auto append = [&](const std::string& text, const std::vector<Value>& values) {
+    add(text, values);
+    log.append(record);
+    record.wasWritten();
+  };
+  const std::string insert = "INSERT INTO t a = ?";
+  const std::string remove = "DELETE FROM t WHERE a = ?";
+  append(insert, {std::int64_t{1}});
+  append(insert, {true});
+  add(insert, {false});
+  add(insert, {Value()});
+  add(remove, {0.5});
+  append(remove, {std::string("it's")});
+  append("DELETE FROM t", {});
+  append("DELETE FROM t", {});
+  append(remove, {-2.0});
+  EXPECT_EQ(bytesOf("velmora.wal"),
+            "? 1: INSERT INTO t a = ? #TIME# 5 7 2aa8ee74\n"
+            "? t #TIME# 5 8 d9430270\n"
+            "BEGIN\n"
+            "? f #TIME# 5\n"
+            "? n #TIME# 5\n"
+            "? x3fe0000000000000: DELETE FROM t WHERE a = ? #TIME# 5\n"
+            "? 'it''s' #TIME# 5\n"
+            "COMMIT #TIME# 5 9 2bec0bdf\n"
+            "DELETE FROM t #TIME# 5 10 a8e95a3b\n"
+            "DELETE FROM t #TIME# 5 11 5a82d938\n"
+            "? xc000000000000000: DELETE FROM t WHERE a = ? #TIME# 5 12 138ec98a\n");
+  const Found found = read();
+  ASSERT_EQ(found.records.size(), 6U);
+  EXPECT_TRUE(areEqual(found.records[0], {{insert, 5, std::nullopt, {std::int64_t{1}}}}));
+  EXPECT_TRUE(areEqual(found.records[1], {{"", 5, std::nullopt, {true}}}));
+  EXPECT_TRUE(areEqual(found.records[2], {{"", 5, std::nullopt, {false}},
+                                          {"", 5, std::nullopt, {Value()}},
+                                          {remove, 5, std::nullopt, {0.5}},
+                                          {"", 5, std::nullopt, {std::string("it's")}}}));
+  EXPECT_EQ(found.fault, std::nullopt);
+}
+
+// What is not in the log cannot be referred to.
+TEST_F(RecordLogTest, aCommandIsWrittenInFullBehindWhatWasGivenUp) {
+  RecordText record;
+  const std::vector<Value> values = {std::int64_t{1}};
+  const auto added = [&] {
+    const std::size_t size = record.mark().size;
+    record.add("DELETE FROM t WHERE a = ?", values, 5, std::nullopt);
+    return record.mark().size - size;
+  };
+  const std::size_t inFull = added();
+  const RecordText::Mark second = record.mark();
+  const std::size_t again = added();
+  EXPECT_LT(again, inFull);
+  record.cutTo(record.mark());
+  EXPECT_EQ(added(), again) << "nothing was given up";
+  record.cutTo(second);
+  EXPECT_EQ(added(), inFull);
+  record.wasWritten();
+  EXPECT_EQ(added(), again);
+  record.clear();
+  EXPECT_EQ(added(), inFull);
 }
 
 TEST_F(RecordLogTest, whatIsWrittenIsRead) {

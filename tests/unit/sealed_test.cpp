@@ -22,8 +22,7 @@ using SealedFilesTest = SealedTest;
 
 std::int64_t append(RecordLog& log, const LoggedCommand& command) {
   RecordText record;
-  record.bytes() += command.text;
-  record.finish(command.second, command.clock);
+  record.add(command.text, command.values, command.second, command.clock);
   return log.append(record);
 }
 
