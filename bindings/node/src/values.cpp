@@ -10,8 +10,8 @@ namespace {
 constexpr std::uint8_t wideInteger = 5;
 
 // Makes a value, which is null, the one of a place, member by member: a whole one that is copied is
-// waited for until its parts have been written. Of a text its end in the string, in units of 16 bits,
-// stands for its size until it is read.
+// waited for until its parts have been written. Of a text its end in the string, in units of 16
+// bits, stands for its size until it is read.
 void setValue(velmora_value& value, const Scratch& scratch, std::size_t place) {
   const double number = scratch.numbers[place];
   value.type = scratch.kinds[place];
