@@ -100,14 +100,15 @@ const AnswerValue* valueOfType(const velmora_result* result, std::size_t row, st
   return value != nullptr && value->type == type ? value : nullptr;
 }
 
-velmora_value exported(const Answer& answer, const AnswerValue& value) noexcept {
-  velmora_value given = {};
+// Writes a value where it is wanted, member by member: the processor copies a whole one only when
+// its parts have reached the cache.
+void put(velmora_value& given, const Answer& answer, const AnswerValue& value) noexcept {
+  given = {};
   given.type = static_cast<int>(value.type);
   if (value.type == AnswerType::integer) given.integer = value.integer;
   if (value.type == AnswerType::real) given.real = value.real;
   if (value.type == AnswerType::boolean) given.boolean = value.isTrue ? 1 : 0;
   if (value.type == AnswerType::text) given.text = lend(answer.text(value), &given.text_size);
-  return given;
 }
 
 velmora_timed exported(const Answer& answer, const TimedAnswer& timed) noexcept {
@@ -116,7 +117,7 @@ velmora_timed exported(const Answer& answer, const TimedAnswer& timed) noexcept 
   if (timed.changeSecond == Answer::never) return given;
   given.has_next = 1;
   given.change_second = timed.changeSecond;
-  given.next = exported(answer, timed.next);
+  put(given.next, answer, timed.next);
   return given;
 }
 
@@ -243,9 +244,8 @@ size_t velmora_result_values(const velmora_result* result, size_t first_row, siz
   if (values == nullptr || first_row >= rows) return 0;
   const Answer& answer = result->answer;
   const size_t count = std::min(row_count, rows - first_row);
-  const auto* const first = &answer.at(first_row, 0);
-  std::transform(first, first + count * answer.columnCount(), values,
-                 [&](const AnswerValue& value) { return exported(answer, value); });
+  const auto* value = &answer.at(first_row, 0);
+  for (size_t i = 0; i < count * answer.columnCount(); ++i) put(values[i], answer, *value++);
   return count;
 }
 
