@@ -287,7 +287,7 @@ void ColumnValues::setValue(std::size_t row, const Value& value) {
   } else if (kind_ == ValueKind::longInteger) {
     values.longs()[place] = typed.integer;
   } else if (kind_ == ValueKind::boolean) {
-    values.codes[place] = static_cast<std::uint8_t>(typed.isTrue);
+    values.codes[place] = static_cast<std::uint8_t>(typed.integer);
   } else {
     if (kind_ == ValueKind::real) values.reals()[place] = static_cast<float>(realOf());
     if (kind_ == ValueKind::doubleReal) values.doubles()[place] = realOf();
