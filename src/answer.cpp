@@ -45,7 +45,7 @@ void appendValue(std::string& json, const Answer& answer, const AnswerValue& val
       appendReal(json, value.real, isFloat);
       return;
     case AnswerType::boolean:
-      json += value.isTrue ? "true" : "false";
+      json += value.integer != 0 ? "true" : "false";
       return;
     case AnswerType::text:
       appendString(json, answer.text(value));
@@ -73,7 +73,7 @@ std::vector<std::string> rowPieces(const std::vector<AnswerColumn>& columns) {
 }
 
 void appendRows(std::string& json, const Answer& answer) {
-  const std::vector<AnswerColumn>& columns = *answer.columns;
+  const std::vector<AnswerColumn>& columns = *answer.columns();
   const std::vector<std::string> pieces = rowPieces(columns);
   json += ", \"data\": [";
   for (std::size_t row = 0; row < answer.rowCount(); ++row) {
@@ -107,7 +107,8 @@ const TimedAnswer* Answer::timedAt(std::size_t row, std::size_t column) const no
 }
 
 void Answer::clear() noexcept {
-  columns.reset();
+  columns_.reset();
+  columnCount_ = 0;
   values.clear();
   texts.clear();
   timed.clear();
@@ -123,15 +124,15 @@ std::string renderJson(const Answer& answer) {
   appendString(json, answer.message);
   json += ", \"rows_affected\": ";
   appendNumber(json, answer.rowsAffected);
-  if (answer.columns) {
-    appendColumns(json, *answer.columns);
+  if (answer.columns() != nullptr) {
+    appendColumns(json, *answer.columns());
     appendRows(json, answer);
   }
   if (answer.identity) {
     json += ", \"identity\": ";
     appendNumber(json, *answer.identity);
   }
-  if (answer.columns) appendNextChange(json, answer.nextChange);
+  if (answer.columns() != nullptr) appendNextChange(json, answer.nextChange);
   return json += '}';
 }
 

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace velmora {
@@ -24,14 +25,12 @@ struct AnswerColumn {
 // One value; of a text the place among the answer's texts.
 struct AnswerValue {
   union {
-    std::int64_t integer = 0;
+    std::int64_t integer = 0;  // of a bool 1 or 0
     double real;
     std::uint64_t textOffset;
   };
   std::uint32_t textSize = 0;
   AnswerType type = AnswerType::null;
-  bool isTrue = false;
-  bool isTimed = false;
 };
 static_assert(sizeof(AnswerValue) == 16);
 
@@ -48,8 +47,7 @@ class Answer {
  public:
   static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
-  std::shared_ptr<const std::vector<AnswerColumn>> columns;  // null: no rows are answered
-  std::vector<AnswerValue> values;                           // row by row
+  std::vector<AnswerValue> values;  // row by row
   std::string texts;
   std::vector<TimedAnswer> timed;
   std::string message;
@@ -58,9 +56,16 @@ class Answer {
   std::int64_t second = 0;               // that the answer is of
   std::int64_t nextChange = never;       // when it changes by itself
 
-  std::size_t columnCount() const noexcept { return columns ? columns->size() : 0; }
+  // To be called before the first value.
+  void setColumns(std::shared_ptr<const std::vector<AnswerColumn>> columns) noexcept {
+    columnCount_ = columns->size();
+    columns_ = std::move(columns);
+  }
+  // Null: no rows are answered.
+  const std::vector<AnswerColumn>* columns() const noexcept { return columns_.get(); }
+  std::size_t columnCount() const noexcept { return columnCount_; }
   std::size_t rowCount() const noexcept {
-    return columnCount() == 0 ? 0 : values.size() / columnCount();
+    return columnCount_ == 0 ? 0 : values.size() / columnCount_;
   }
   const AnswerValue& at(std::size_t row, std::size_t column) const noexcept {
     return values[row * columnCount() + column];
@@ -75,16 +80,19 @@ class Answer {
 
   void addNull() { values.emplace_back(); }
   void addInteger(std::int64_t value) {
-    values.emplace_back().integer = value;
-    values.back().type = AnswerType::integer;
+    AnswerValue& added = values.emplace_back();
+    added.integer = value;
+    added.type = AnswerType::integer;
   }
   void addReal(double value) {
-    values.emplace_back().real = value;
-    values.back().type = AnswerType::real;
+    AnswerValue& added = values.emplace_back();
+    added.real = value;
+    added.type = AnswerType::real;
   }
   void addBoolean(bool value) {
-    values.emplace_back().isTrue = value;
-    values.back().type = AnswerType::boolean;
+    AnswerValue& added = values.emplace_back();
+    added.integer = value ? 1 : 0;
+    added.type = AnswerType::boolean;
   }
   void addText(std::string_view text) { values.push_back(textValue(text)); }
   // Puts the text among the answer's texts, for a value that is kept elsewhere.
@@ -96,6 +104,10 @@ class Answer {
     texts.append(text);
     return value;
   }
+
+ private:
+  std::shared_ptr<const std::vector<AnswerColumn>> columns_;
+  std::size_t columnCount_ = 0;  // beside them, since each look at a value asks for it
 };
 
 // The whole as valid JSON (RFC 8259) in UTF-8: {"success": true, "message": ..., "rows_affected":

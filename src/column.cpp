@@ -286,7 +286,7 @@ void ColumnValues::setValue(std::size_t row, const TypedValue& value) {
   } else if (kind_ == ValueKind::longInteger) {
     values.longs()[place] = value.integer;
   } else if (kind_ == ValueKind::boolean) {
-    values.codes[place] = static_cast<std::uint8_t>(value.isTrue);
+    values.codes[place] = static_cast<std::uint8_t>(value.integer);
   } else {
     if (kind_ == ValueKind::real) values.reals()[place] = static_cast<float>(realOf());
     if (kind_ == ValueKind::doubleReal) values.doubles()[place] = realOf();

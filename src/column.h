@@ -224,6 +224,9 @@ class ColumnValues {
   }
   bool isOdd(std::size_t row) const noexcept { return !odd_.empty() && oddOf(row) != nullptr; }
   const Cell* oddOf(std::size_t row) const noexcept;
+  // The value that the arrays tell, or that of an odd cell.
+  TypedValue toldValue(const Chunk& chunk, std::size_t place) const;
+  TypedValue oddValue(std::size_t row, std::int64_t now) const;
   OddCells& oddCells(std::size_t chunk);
   bool store(const Chunk& chunk, std::size_t place, std::string_view text) const;
   void setOdd(std::size_t row, Cell&& cell, std::int64_t now);

@@ -153,13 +153,7 @@ std::int64_t ColumnValues::nextChange(std::int64_t now) const {
   return next;
 }
 
-TypedValue ColumnValues::value(const Chunk& chunk, std::size_t row, std::int64_t now) const {
-  const std::size_t place = Rows::placeOf(row);
-  if (chunk.isUnclear(place)) {
-    const Cell& cell = oddCell(row);
-    const bool hasStates = cell.tempRule == nullptr || !cell.tempRule->states.empty();
-    return hasStates ? typedValue(kind_, cell.valueAt(now)) : TypedValue();
-  }
+TypedValue ColumnValues::toldValue(const Chunk& chunk, std::size_t place) const {
   switch (kind_) {
     case ValueKind::integer:
       return TypedValue::ofInteger(chunk.numbers()[place]);
@@ -181,12 +175,21 @@ TypedValue ColumnValues::value(const Chunk& chunk, std::size_t row, std::int64_t
   return chunk.isNullText(place) ? TypedValue() : TypedValue::ofText(chunk.texts()[place]);
 }
 
+TypedValue ColumnValues::oddValue(std::size_t row, std::int64_t now) const {
+  const Cell& cell = oddCell(row);
+  const bool hasStates = cell.tempRule == nullptr || !cell.tempRule->states.empty();
+  return hasStates ? typedValue(kind_, cell.valueAt(now)) : TypedValue();
+}
+
+TypedValue ColumnValues::value(const Chunk& chunk, std::size_t row, std::int64_t now) const {
+  const std::size_t place = Rows::placeOf(row);
+  return chunk.isUnclear(place) ? oddValue(row, now) : toldValue(chunk, place);
+}
+
 TypedValue ColumnValues::value(std::size_t row, std::int64_t now) const {
   const Chunk arrays = chunk(Rows::chunkOf(row));
-  const bool isOddCell = arrays.isOdd(Rows::placeOf(row));
-  const TempRule* const timed = isOddCell ? oddCell(row).tempRule.get() : nullptr;
-  if (timed == nullptr) return value(arrays, row, now);
-  return timed->states.empty() ? TypedValue() : typedValue(kind_, timed->valueAt(now));
+  if (!arrays.isOdd(Rows::placeOf(row))) return toldValue(arrays, Rows::placeOf(row));
+  return oddCell(row).tempRule == nullptr ? value(arrays, row, now) : oddValue(row, now);
 }
 
 }  // namespace velmora

@@ -14,7 +14,7 @@ class Gathering {
   std::unique_ptr<const ColumnArrays> gathered() {
     auto arrays = std::make_unique<ColumnArrays>();
     gatherNulls(*arrays);
-    switch ((*answer_.columns)[column_].type) {
+    switch ((*answer_.columns())[column_].type) {
       case AnswerType::null:
         break;
       case AnswerType::integer:
@@ -24,7 +24,7 @@ class Gathering {
         gather(arrays->reals, [](const AnswerValue& value) { return value.real; });
         break;
       case AnswerType::boolean:
-        gather(arrays->booleans, [](const AnswerValue& value) { return value.isTrue; });
+        gather(arrays->booleans, [](const AnswerValue& value) { return value.integer; });
         break;
       case AnswerType::text:
         gatherTexts(*arrays);
@@ -78,7 +78,7 @@ const ColumnArrays& arraysOf(const velmora_result& result, std::size_t column) {
 velmora_column exported(const velmora_result& result, std::size_t column) {
   const ColumnArrays& arrays = arraysOf(result, column);
   velmora_column given = {};
-  given.type = static_cast<int>((*result.answer.columns)[column].type);
+  given.type = static_cast<int>((*result.answer.columns())[column].type);
   given.rows = result.answer.rowCount();
   const auto isOf = [&](AnswerType type) { return given.type == static_cast<int>(type); };
   if (isOf(AnswerType::integer)) given.integers = arrays.integers.data();

@@ -39,11 +39,17 @@ static_assert(VELMORA_REAL == static_cast<int>(AnswerType::real));
 static_assert(VELMORA_BOOLEAN == static_cast<int>(AnswerType::boolean));
 static_assert(VELMORA_TEXT == static_cast<int>(AnswerType::text));
 
-// A plain pointer, and apart from it what deletes it with the thread: looking whether that has been
-// made costs as much as all else here.
-constinit thread_local velmora_result* spareResult = nullptr;
-struct SpareResultEnd {
-  ~SpareResultEnd() { delete std::exchange(spareResult, nullptr); }
+// The result that a thread has at hand for the next command. A plain record, and apart from it what
+// deletes the result with the thread: looking whether that has been made costs as much as all else
+// here.
+struct Spare {
+  velmora_result* result = nullptr;
+  bool isKept = false;  // there is what deletes it
+};
+constinit thread_local Spare spare;
+struct SpareEnd {
+  SpareEnd() { spare.isKept = true; }
+  ~SpareEnd() { delete std::exchange(spare, {}).result; }
 };
 
 // What a thread keeps at most of its last result's memory.
@@ -81,12 +87,12 @@ const char* lendNothing(std::size_t* length) noexcept { return lend({}, length);
 
 const AnswerColumn* columnAt(const velmora_result* result, std::size_t column) noexcept {
   if (result == nullptr || column >= result->answer.columnCount()) return nullptr;
-  return &(*result->answer.columns)[column];
+  return &(*result->answer.columns())[column];
 }
 
 const AnswerValue* valueAt(const velmora_result* result, std::size_t row,
                            std::size_t column) noexcept {
-  if (columnAt(result, column) == nullptr) return nullptr;
+  if (result == nullptr || column >= result->answer.columnCount()) return nullptr;
   const Answer& answer = result->answer;
   // A row that there may be is small enough for the product to fit.
   if (row >= answer.values.size()) return nullptr;
@@ -107,7 +113,7 @@ void put(velmora_value& given, const Answer& answer, const AnswerValue& value) n
   given.type = static_cast<int>(value.type);
   if (value.type == AnswerType::integer) given.integer = value.integer;
   if (value.type == AnswerType::real) given.real = value.real;
-  if (value.type == AnswerType::boolean) given.boolean = value.isTrue ? 1 : 0;
+  if (value.type == AnswerType::boolean) given.boolean = value.integer != 0 ? 1 : 0;
   if (value.type == AnswerType::text) given.text = lend(answer.text(value), &given.text_size);
 }
 
@@ -130,8 +136,9 @@ int give(std::int64_t value, bool isThere, std::int64_t* to) noexcept {
 }  // namespace
 
 NewResult newResult() {
-  velmora_result* const spare = std::exchange(spareResult, nullptr);
-  return NewResult(spare != nullptr ? spare : new velmora_result);
+  if (velmora_result* const kept = std::exchange(spare.result, nullptr)) return NewResult(kept);
+  thread_local const SpareEnd end;
+  return NewResult(new velmora_result);
 }
 
 int tellFailure(velmora_error** error) noexcept {
@@ -229,7 +236,7 @@ double velmora_result_real(const velmora_result* result, size_t row, size_t colu
 
 int velmora_result_boolean(const velmora_result* result, size_t row, size_t column) {
   const AnswerValue* const value = valueOfType(result, row, column, AnswerType::boolean);
-  return value != nullptr && value->isTrue ? 1 : 0;
+  return value != nullptr && value->integer != 0 ? 1 : 0;
 }
 
 const char* velmora_result_text(const velmora_result* result, size_t row, size_t column,
@@ -289,16 +296,15 @@ const char* velmora_result_json(const velmora_result* result, size_t* length) {
 
 void velmora_result_destroy(velmora_result* result) {
   if (result == nullptr) return;
-  velmora_result*& spare = spareResult;
-  if (spare != nullptr || !isSmall(*result)) {
+  Spare& own = spare;
+  if (!own.isKept || own.result != nullptr || !isSmall(*result)) {
     delete result;
     return;
   }
   result->answer.clear();
   result->json.clear();
   result->columns.clear();
-  thread_local const SpareResultEnd end;
-  spare = result;
+  own.result = result;
 }
 
 }  // extern "C"

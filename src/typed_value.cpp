@@ -53,16 +53,6 @@ TypedValue typedValue(ValueKind kind, std::string_view text) {
   return TypedValue::ofText(text);
 }
 
-TypedValue typedValue(const Value& value) noexcept {
-  if (const auto* const whole = std::get_if<std::int64_t>(&value)) {
-    return TypedValue::ofInteger(*whole);
-  }
-  if (const auto* const real = std::get_if<double>(&value)) return TypedValue::ofReal(*real);
-  if (const auto* const truth = std::get_if<bool>(&value)) return TypedValue::ofBoolean(*truth);
-  if (const auto* const text = std::get_if<std::string>(&value)) return TypedValue::ofText(*text);
-  return {};
-}
-
 Value ownedValue(const TypedValue& value) {
   switch (value.type) {
     case AnswerType::null:
@@ -72,7 +62,7 @@ Value ownedValue(const TypedValue& value) {
     case AnswerType::real:
       return value.real;
     case AnswerType::boolean:
-      return value.isTrue;
+      return value.integer != 0;
     case AnswerType::text:
       return std::string(value.text);
   }

@@ -15,9 +15,8 @@ namespace velmora {
 
 struct TypedValue {
   union {
-    std::int64_t integer = 0;
+    std::int64_t integer = 0;  // of a bool 1 or 0
     double real;
-    bool isTrue;
   };
   std::string_view text;  // there as long as the value is
   AnswerType type = AnswerType::null;
@@ -35,8 +34,7 @@ struct TypedValue {
     return made;
   }
   static TypedValue ofBoolean(bool value) noexcept {
-    TypedValue made;
-    made.isTrue = value;
+    TypedValue made = ofInteger(value ? 1 : 0);
     made.type = AnswerType::boolean;
     return made;
   }
@@ -52,7 +50,15 @@ struct TypedValue {
 // for what is none.
 TypedValue typedValue(ValueKind kind, std::string_view text);
 // A view of a value.
-TypedValue typedValue(const Value& value) noexcept;
+inline TypedValue typedValue(const Value& value) noexcept {
+  if (const auto* const whole = std::get_if<std::int64_t>(&value)) {
+    return TypedValue::ofInteger(*whole);
+  }
+  if (const auto* const real = std::get_if<double>(&value)) return TypedValue::ofReal(*real);
+  if (const auto* const truth = std::get_if<bool>(&value)) return TypedValue::ofBoolean(*truth);
+  if (const auto* const text = std::get_if<std::string>(&value)) return TypedValue::ofText(*text);
+  return {};
+}
 // A copy of it that stays.
 Value ownedValue(const TypedValue& value);
 

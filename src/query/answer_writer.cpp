@@ -5,26 +5,6 @@
 
 namespace velmora::query {
 
-void AnswerWriter::add(const TypedValue& value) {
-  switch (value.type) {
-    case AnswerType::null:
-      answer_.addNull();
-      break;
-    case AnswerType::integer:
-      answer_.addInteger(value.integer);
-      break;
-    case AnswerType::real:
-      answer_.addReal(value.real);
-      break;
-    case AnswerType::boolean:
-      answer_.addBoolean(value.isTrue);
-      break;
-    case AnswerType::text:
-      answer_.addText(value.text);
-      break;
-  }
-}
-
 AnswerValue AnswerWriter::answered(const TypedValue& value) {
   add(value);
   const AnswerValue made = answer_.values.back();
@@ -35,7 +15,6 @@ AnswerValue AnswerWriter::answered(const TypedValue& value) {
 void AnswerWriter::addChange(const ColumnValues& values, std::size_t row) {
   const TempRule* const rule = values.rule(row);
   if (rule == nullptr) return;
-  answer_.values.back().isTimed = true;
   const std::size_t index = answer_.values.size() - 1;
   const std::size_t width = std::max<std::size_t>(answer_.columnCount(), 1);
   TimedAnswer& timed = answer_.timed.emplace_back();

@@ -11,7 +11,19 @@ class AnswerWriter {
  public:
   AnswerWriter(Answer& answer, std::int64_t now) : answer_(answer), now_(now) {}
 
-  void add(const TypedValue& value);
+  void add(const TypedValue& value) {
+    if (value.type == AnswerType::text) {
+      answer_.addText(value.text);
+      return;
+    }
+    AnswerValue& added = answer_.values.emplace_back();
+    added.type = value.type;
+    if (value.type == AnswerType::real) {
+      added.real = value.real;
+    } else {
+      added.integer = value.integer;
+    }
+  }
   // The value that the cell shows at this second.
   void addCell(const ColumnValues& values, std::size_t row, bool canBeTimed) {
     add(values.value(row, now_));

@@ -108,13 +108,11 @@ void ColumnBatch::set(std::size_t place, const TypedValue& value) {
     case AnswerType::null:
       break;
     case AnswerType::integer:
+    case AnswerType::boolean:
       integers_[place] = value.integer;
       break;
     case AnswerType::real:
       reals_[place] = value.real;
-      break;
-    case AnswerType::boolean:
-      integers_[place] = value.isTrue ? 1 : 0;
       break;
     case AnswerType::text:
       gathered_[place] = value.text;

@@ -129,7 +129,6 @@ std::vector<ValueTest> TableFilter::tests(const QueryContext& context) const {
 void TableFilter::decide(const std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
                          RowMask& mask) const {
   mask.size = table_->rows().sizeOf(chunk);
-  const std::uint8_t* const deleted = table_->rows().deleted(chunk);
   std::fill_n(mask.passes, mask.size, static_cast<std::uint8_t>(tests.empty()));
   alignas(64) std::uint8_t matches[Rows::chunkRows];
   alignas(64) std::uint8_t group[Rows::chunkRows];
@@ -146,6 +145,8 @@ void TableFilter::decide(const std::vector<ValueTest>& tests, std::size_t chunk,
       mask.passes[j] = static_cast<std::uint8_t>(mask.passes[j] | group[j]);
     }
   }
+  if (!table_->rows().hasDeleted(chunk)) return;
+  const std::uint8_t* const deleted = table_->rows().deleted(chunk);
   for (std::size_t i = 0; i < mask.size; ++i) {
     mask.passes[i] = static_cast<std::uint8_t>(mask.passes[i] & (deleted[i] ^ 1U));
   }

@@ -2,9 +2,19 @@
 #include "grouping.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 namespace velmora::query {
+namespace {
+
+constexpr auto everyPlace = [] {
+  std::array<std::uint16_t, Rows::chunkRows> places = {};
+  std::iota(places.begin(), places.end(), std::uint16_t{0});
+  return places;
+}();
+
+}  // namespace
 
 Grouping::Grouping(const Plan& plan, std::int64_t now)
     : plan_(plan), now_(now), values_(plan.groupBy.size()) {
@@ -40,9 +50,6 @@ void Grouping::addChunk(std::size_t chunk, const RowMask& mask) {
   if (count == 0) return;
   for (const Loaded& each : loaded_) {
     const ColumnValues& values = plan_.scope.values(each.place);
-    if (chunk + 1 < plan_.scope.table(each.place).rows().chunkCount()) {
-      values.prefetchChunk(chunk + 1);
-    }
     each.batch->load(values, chunk, now_, mask.size);
   }
   if (values_.empty()) {
@@ -53,8 +60,12 @@ void Grouping::addChunk(std::size_t chunk, const RowMask& mask) {
     }
     return;
   }
-  std::uint16_t places[Rows::chunkRows];
-  mask.places(places);
+  std::uint16_t own[Rows::chunkRows];
+  const std::uint16_t* places = everyPlace.data();
+  if (count < mask.size) {
+    mask.places(own);
+    places = own;
+  }
   addPlaces({places, count}, [&](std::size_t i) {
     return Item{static_cast<std::int32_t>(chunk * Rows::chunkRows + places[i])};
   });
@@ -64,9 +75,7 @@ void Grouping::addRows(std::span<const std::int32_t> left, std::span<const std::
   for (const Loaded& each : loaded_) {
     each.batch->gather(plan_.scope.values(each.place), each.place.isRight ? right : left, now_);
   }
-  std::uint16_t places[Rows::chunkRows];
-  std::iota(places, places + left.size(), std::uint16_t{0});
-  addPlaces({places, left.size()}, [&](std::size_t i) {
+  addPlaces({everyPlace.data(), left.size()}, [&](std::size_t i) {
     return Item{left[i], right.empty() ? -1 : right[i]};
   });
 }

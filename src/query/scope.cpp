@@ -77,11 +77,6 @@ AnswerType answerTypeOf(ValueKind kind) noexcept {
   return AnswerType::text;
 }
 
-TypedValue valueOf(const strict::Operand& operand, const QueryContext& context) {
-  if (!operand.isParameter()) return typedValue(operand.value);
-  return typedValue(context.values[static_cast<std::size_t>(operand.parameter)]);
-}
-
 std::int64_t wholeNumber(const strict::Operand& operand, const QueryContext& context,
                          const std::string& word) {
   const TypedValue value = valueOf(operand, context);
@@ -96,15 +91,16 @@ std::int64_t wholeNumber(const strict::Operand& operand, const QueryContext& con
 
 void requireComparable(const TypedValue& value, const strict::Operand& operand, const Table& table,
                        std::size_t column) {
-  if (value.type == AnswerType::null) return;
-  AnswerType wanted = answerTypeOf(table.kind(column));
-  if (wanted == AnswerType::real) wanted = AnswerType::integer;
-  const AnswerType given = value.type == AnswerType::real ? AnswerType::integer : value.type;
-  if (given == wanted) return;
+  const AnswerType wanted = answerTypeOf(table.kind(column));
+  if (value.type == wanted || value.type == AnswerType::null) return;
+  const auto isNumber = [](AnswerType type) {
+    return type == AnswerType::integer || type == AnswerType::real;
+  };
+  if (isNumber(value.type) && isNumber(wanted)) return;
   const Column& named = table.columns[column];
   throw Failure(Code::type, "Column " + quoted(named.name) + " of type " +
                                 std::string(typeName(named)) + " cannot be compared with " +
-                                wordFor(given))
+                                wordFor(value.type))
       .at(operand.offset)
       .of(table.tableName, named.name);
 }

@@ -51,7 +51,10 @@ const Table& tableNamed(const strict::Name& name, const Tables& tables);
 std::string_view typeName(const Column& column) noexcept;
 AnswerType answerTypeOf(ValueKind kind) noexcept;
 
-TypedValue valueOf(const strict::Operand& operand, const QueryContext& context);
+inline TypedValue valueOf(const strict::Operand& operand, const QueryContext& context) {
+  if (!operand.isParameter()) return typedValue(operand.value);
+  return typedValue(context.values[static_cast<std::size_t>(operand.parameter)]);
+}
 // Throws Failure: type for a value that is no whole number, range for one below 0. The word stands
 // in front of the operand.
 std::int64_t wholeNumber(const strict::Operand& operand, const QueryContext& context,

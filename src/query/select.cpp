@@ -15,13 +15,57 @@ namespace {
 
 constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
 
+// What the bound values make of a plan.
+struct Bounds {
+  std::int64_t now = 0;     // the second that is answered for
+  std::size_t skipped = 0;  // rows to be passed over
+  std::size_t limit = unlimited;
+};
+
+Bounds boundsOf(const Plan& plan, const QueryContext& context) {
+  const strict::Select& select = plan.select;
+  const auto sizeOf = [&](const strict::Operand& operand, const char* word) {
+    return static_cast<std::size_t>(wholeNumber(operand, context, word));
+  };
+  Bounds bounds;
+  bounds.now = select.at ? wholeNumber(*select.at, context, "AT") : context.now;
+  if (select.limit) bounds.limit = sizeOf(*select.limit, "LIMIT");
+  if (select.offset) bounds.skipped = sizeOf(*select.offset, "OFFSET");
+  for (const auto* filter : {&plan.left, &plan.right}) {
+    if (*filter) checkBoundValues((*filter)->terms(), plan.scope, context);
+  }
+  checkBoundValues(plan.pairTerms, plan.scope, context);
+  return bounds;
+}
+
+// Answers one row at most, found without a list.
+void answerByKey(const Plan& plan, const QueryContext& context, const Bounds& bounds,
+                 Answer& answer) {
+  const std::int32_t found = plan.left->rowByKey(context);
+  if (found == PrimaryKeyMap::noRow) return;
+  const auto row = static_cast<std::size_t>(found);
+  // They lie in arrays of their own: waited for one after the other they took a fifth longer.
+  for (const Expression& output : plan.outputs) output.values->prefetch(row);
+  answer.values.reserve(plan.outputs.size());
+  if (!plan.scope.table(false).isLive(row)) return;
+  AnswerWriter writer(answer, bounds.now);
+  for (const Place& place : plan.used) writer.dependOn(plan.scope.values(place), row);
+  const bool isAlone = plan.left->terms().size() == 1;
+  if (!isAlone && !plan.left->passes(found, bounds.now, context)) return;
+  if (bounds.skipped > 0 || bounds.limit == 0) return;
+  for (const Expression& output : plan.outputs) {
+    writer.addCell(*output.values, row, output.canBeTimed);
+  }
+}
+
+// All others.
 class Run {
  public:
-  Run(const Plan& plan, const QueryContext& context, Answer& answer);
-  void run();
+  Run(const Plan& plan, const QueryContext& context, const Bounds& bounds, Answer& answer);
+  // Not inlined, since the masks on its stack would be paid for by who answers by key.
+  [[gnu::noinline]] void run();
 
  private:
-  void answerByKey();
   void runRows();
   void runGroups();
   // Calls useChunk(chunk, mask), or useRows(left, right) where the rows lie in no chunk, until it
@@ -44,44 +88,24 @@ class Run {
   Answer& answer_;
   std::int64_t now_;
   AnswerWriter writer_;
-  std::size_t skipped_ = 0;  // rows still to be passed over
-  std::size_t limit_ = unlimited;
+  std::size_t skipped_;  // rows still to be passed over
+  std::size_t limit_;    // and to be answered
   std::optional<Sorter> sorter_;
   std::optional<Grouping> grouping_;
   std::vector<TypedValue> keys_;
   std::vector<std::int32_t> foundByKey_;
 };
 
-std::int64_t secondOf(const Plan& plan, const QueryContext& context) {
-  return plan.select.at ? wholeNumber(*plan.select.at, context, "AT") : context.now;
-}
-
-Run::Run(const Plan& plan, const QueryContext& context, Answer& answer)
+Run::Run(const Plan& plan, const QueryContext& context, const Bounds& bounds, Answer& answer)
     : plan_(plan),
       context_(context),
       answer_(answer),
-      now_(secondOf(plan, context)),
-      writer_(answer, now_) {
-  const strict::Select& select = plan.select;
-  const auto sizeOf = [&](const strict::Operand& operand, const char* word) {
-    return static_cast<std::size_t>(wholeNumber(operand, context, word));
-  };
-  if (select.limit) limit_ = sizeOf(*select.limit, "LIMIT");
-  if (select.offset) skipped_ = sizeOf(*select.offset, "OFFSET");
-  for (const auto* filter : {&plan.left, &plan.right}) {
-    if (*filter) checkBoundValues((*filter)->terms(), plan.scope, context);
-  }
-  checkBoundValues(plan.pairTerms, plan.scope, context);
-}
+      now_(bounds.now),
+      writer_(answer, now_),
+      skipped_(bounds.skipped),
+      limit_(bounds.limit) {}
 
 void Run::run() {
-  answer_.columns = plan_.columns;
-  answer_.second = now_;
-  const bool isPlain = !plan_.isGrouped && !plan_.on && plan_.orders.empty();
-  if (isPlain && plan_.left->isByKey() && plan_.left->isOneGroup()) {
-    answerByKey();
-    return;
-  }
   makeSorter();
   if (plan_.isGrouped) {
     runGroups();
@@ -89,24 +113,6 @@ void Run::run() {
     runRows();
   }
   addNextChange();
-}
-
-// One row at most, found without a list.
-void Run::answerByKey() {
-  const std::int32_t row = plan_.left->rowByKey(context_);
-  if (row == PrimaryKeyMap::noRow) return;
-  // They lie in arrays of their own: waited for one after the other they took a fifth longer.
-  for (const Expression& output : plan_.outputs) {
-    output.values->prefetch(static_cast<std::size_t>(row));
-  }
-  if (!plan_.scope.table(false).isLive(static_cast<std::size_t>(row))) return;
-  for (const Place& place : plan_.used) {
-    writer_.dependOn(plan_.scope.values(place), static_cast<std::size_t>(row));
-  }
-  const bool isAlone = plan_.left->terms().size() == 1;
-  if (!isAlone && !plan_.left->passes(row, now_, context_)) return;
-  if (skipped_ > 0 || limit_ == 0) return;
-  addRow({row});
 }
 
 template <typename UseRows>
@@ -299,7 +305,16 @@ Query::Query(const strict::Select& select, const Tables& tables)
 Query::~Query() = default;
 
 void Query::run(const QueryContext& context, Answer& answer) const {
-  query::Run(parts_->plan, context, answer).run();
+  const query::Plan& plan = parts_->plan;
+  const query::Bounds bounds = query::boundsOf(plan, context);
+  answer.setColumns(plan.columns);
+  answer.second = bounds.now;
+  const bool isPlain = !plan.isGrouped && !plan.on && plan.orders.empty();
+  if (isPlain && plan.left->isByKey() && plan.left->isOneGroup()) {
+    query::answerByKey(plan, context, bounds, answer);
+  } else {
+    query::Run(plan, context, bounds, answer).run();
+  }
 }
 
 }  // namespace velmora

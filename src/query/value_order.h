@@ -22,9 +22,8 @@ inline Number numberOf(const TypedValue& value) noexcept {
 inline int compareGiven(const TypedValue& a, const TypedValue& b) noexcept {
   const auto compare = [](const auto& x, const auto& y) { return (x > y) - (x < y); };
   if (a.type == AnswerType::text) return a.text.compare(b.text);
-  if (a.type == AnswerType::boolean) return compare(a.isTrue, b.isTrue);
   if (a.type != b.type) return compare(numberOf(a), numberOf(b));
-  return a.type == AnswerType::integer ? compare(a.integer, b.integer) : compare(a.real, b.real);
+  return a.type == AnswerType::real ? compare(a.real, b.real) : compare(a.integer, b.integer);
 }
 
 inline int compareValues(const TypedValue& a, const TypedValue& b) noexcept {

@@ -55,7 +55,7 @@ void RecordText::add(std::string_view text, std::span<const Value> values, std::
 }
 
 void RecordText::cutTo(const Mark& mark) noexcept {
-  if (mark.count < count_) lastText_.clear();
+  lastText_.clear();
   bytes_.resize(mark.size);
   count_ = mark.count;
 }

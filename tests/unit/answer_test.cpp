@@ -25,14 +25,14 @@ std::string written(const Answer& answer) {
 
 std::string writtenReal(double value, bool isFloat) {
   Answer answer;
-  answer.columns = columns({{"c", "", AnswerType::real, isFloat}});
+  answer.setColumns(columns({{"c", "", AnswerType::real, isFloat}}));
   answer.addReal(value);
   return written(answer);
 }
 
 std::string writtenText(std::string_view text) {
   Answer answer;
-  answer.columns = columns({{"c", "string", AnswerType::text, false}});
+  answer.setColumns(columns({{"c", "string", AnswerType::text, false}}));
   answer.addText(text);
   return written(answer);
 }
@@ -50,9 +50,9 @@ TEST(AnswerJson, HasNoMembersThatDoNotApply) {
 
 TEST(AnswerJson, HoldsTheRowsColumnByColumn) {
   Answer answer;
-  answer.columns = columns({{"id", "long", AnswerType::integer, false},
-                            {"say \"a\"", "string(9)", AnswerType::text, false},
-                            {"b", "bool", AnswerType::boolean, false}});
+  answer.setColumns(columns({{"id", "long", AnswerType::integer, false},
+                             {"say \"a\"", "string(9)", AnswerType::text, false},
+                             {"b", "bool", AnswerType::boolean, false}}));
   answer.addInteger(std::numeric_limits<std::int64_t>::min());
   answer.addText("north");
   answer.addBoolean(true);
@@ -70,7 +70,7 @@ TEST(AnswerJson, HoldsTheRowsColumnByColumn) {
 
 TEST(AnswerJson, OfNoRowsHasTheColumns) {
   Answer answer;
-  answer.columns = columns({{"c", "int", AnswerType::integer, false}});
+  answer.setColumns(columns({{"c", "int", AnswerType::integer, false}}));
   EXPECT_EQ(renderJson(answer),
             R"({"success": true, "message": "", "rows_affected": 0, "columns": ["c"], "data": [], )"
             R"("next_change": null})");
@@ -120,7 +120,7 @@ TEST(AnswerTimed, IsFoundByRowAndColumn) {
 
 TEST(Answer, IsAsNewOnceCleared) {
   Answer answer;
-  answer.columns = columns({{"c", "string", AnswerType::text, false}});
+  answer.setColumns(columns({{"c", "string", AnswerType::text, false}}));
   answer.addText("text");
   answer.timed.emplace_back();
   answer.message = "message";

@@ -41,8 +41,8 @@ TEST_F(QueryAggregate, passesNullsOver) {
   EXPECT_EQ(headings(answer),
             (Texts{"COUNT(*)", "COUNT(n)", "MIN(n)", "MAX(n)", "SUM(n)", "AVG(n)"}));
   EXPECT_EQ(rowsOf(answer), Texts{"5|4|1|7|16|4"});
-  EXPECT_EQ((*answer.columns)[4].type, AnswerType::integer);
-  EXPECT_EQ((*answer.columns)[5].type, AnswerType::real);
+  EXPECT_EQ((*answer.columns())[4].type, AnswerType::integer);
+  EXPECT_EQ((*answer.columns())[5].type, AnswerType::real);
   EXPECT_EQ(rows(ofAll("f")), Texts{"5|4|-1|2|1.75|0.4375"});
   EXPECT_EQ(rows(totals({output(Function::min, "k"), output(Function::max, "k"),
                          output(Function::min, "b"), output(Function::max, "b")})),
@@ -60,9 +60,9 @@ TEST_F(QueryAggregate, isNullOfNoValueAndACountIsZero) {
 TEST_F(QueryAggregate, hasTheDeclaredTypeWhereItIsAValueOfTheColumn) {
   const Answer answer = run(tables_, totals({output(Function::min, "f"), output(Function::max, "k"),
                                              output(Function::sum, "n")}));
-  EXPECT_EQ((*answer.columns)[0].declaredType, "float");
-  EXPECT_EQ((*answer.columns)[1].declaredType, "string");
-  EXPECT_EQ((*answer.columns)[2].declaredType, "");
+  EXPECT_EQ((*answer.columns())[0].declaredType, "float");
+  EXPECT_EQ((*answer.columns())[1].declaredType, "string");
+  EXPECT_EQ((*answer.columns())[2].declaredType, "");
 }
 
 TEST_F(QueryAggregate, isOfTheRowsThatPass) {

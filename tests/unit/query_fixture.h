@@ -81,7 +81,7 @@ inline std::string shown(const Answer& answer, const AnswerValue& value) {
       return {room, writeShortest(room, value.real)};
     }
     case AnswerType::boolean:
-      return value.isTrue ? "true" : "false";
+      return value.integer != 0 ? "true" : "false";
     case AnswerType::text:
       break;
   }
@@ -102,7 +102,7 @@ inline Texts rowsOf(const Answer& answer) {
 
 inline Texts headings(const Answer& answer) {
   Texts names;
-  for (const AnswerColumn& column : *answer.columns) names.push_back(column.name);
+  for (const AnswerColumn& column : *answer.columns()) names.push_back(column.name);
   return names;
 }
 

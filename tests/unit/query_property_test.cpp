@@ -143,7 +143,7 @@ std::string shownValue(const TypedValue& value) {
   Answer answer;
   if (value.type == AnswerType::null) return "null";
   if (value.type == AnswerType::text) return std::string(value.text);
-  if (value.type == AnswerType::boolean) return value.isTrue ? "true" : "false";
+  if (value.type == AnswerType::boolean) return value.integer != 0 ? "true" : "false";
   AnswerValue made;
   made.type = value.type;
   made.integer = value.integer;

@@ -52,10 +52,10 @@ TEST_F(QuerySelect, answersAllColumnsForAStar) {
             (Texts{"1|pear|0.10000000149011612|new|1099511627776|0.1|true",
                    "2|fig|2.5|old|null|null|null", "3|apple|null|null|-5|1e+300|false",
                    "4|fig|1.5|new|null|null|null"}));
-  EXPECT_TRUE((*answer.columns)[2].isFloat);
-  EXPECT_FALSE((*answer.columns)[5].isFloat);
-  EXPECT_EQ((*answer.columns)[4].declaredType, "long");
-  EXPECT_EQ((*answer.columns)[4].type, AnswerType::integer);
+  EXPECT_TRUE((*answer.columns())[2].isFloat);
+  EXPECT_FALSE((*answer.columns())[5].isFloat);
+  EXPECT_EQ((*answer.columns())[4].declaredType, "long");
+  EXPECT_EQ((*answer.columns())[4].type, AnswerType::integer);
   EXPECT_EQ(answer.second, 100);
 }
 
@@ -107,8 +107,8 @@ TEST_F(QuerySelect, tellsOfATimedCellWhatComesNext) {
   EXPECT_EQ(answer.timed[1].changeSecond, 105);
   EXPECT_EQ(shown(answer, answer.timed[1].next), "gone");
   EXPECT_FALSE(answer.timed[1].cycles);
-  EXPECT_TRUE(answer.at(1, 1).isTimed);
-  EXPECT_FALSE(answer.at(0, 1).isTimed);
+  EXPECT_NE(answer.timedAt(1, 1), nullptr);
+  EXPECT_EQ(answer.timedAt(0, 1), nullptr);
   EXPECT_EQ(answer.nextChange, 105);
   const Answer later = run(tables_, select, 107);
   EXPECT_EQ(later.timed[1].changeSecond, Answer::never);

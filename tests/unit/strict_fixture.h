@@ -102,7 +102,7 @@ class StrictTest : public testing::Test {
         return {text, std::to_chars(text, text + sizeof text, value.real).ptr};
       }
       case AnswerType::boolean:
-        return value.isTrue ? "true" : "false";
+        return value.integer != 0 ? "true" : "false";
       case AnswerType::text: {
         const std::string text(answer.text(value));
         return text.empty() || text.find(' ') != std::string::npos ? "'" + text + "'" : text;

@@ -16,7 +16,7 @@ std::string shown(const Answer& answer, const AnswerValue& value) {
     case AnswerType::real:
       return "r" + std::to_string(std::bit_cast<std::uint64_t>(value.real));
     case AnswerType::boolean:
-      return value.isTrue ? "true" : "false";
+      return value.integer != 0 ? "true" : "false";
     case AnswerType::text:
       return "t" + std::to_string(value.textSize) + ":" + std::string(answer.text(value));
   }
@@ -26,7 +26,7 @@ std::string shown(const Answer& answer, const AnswerValue& value) {
 std::string shown(const Answer& answer) {
   std::string text;
   for (std::size_t column = 0; column < answer.columnCount(); ++column) {
-    const AnswerColumn& each = answer.columns->at(column);
+    const AnswerColumn& each = answer.columns()->at(column);
     text += each.name + ":" + each.declaredType + " ";
   }
   for (std::size_t row = 0; row < answer.rowCount(); ++row) {
