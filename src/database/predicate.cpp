@@ -261,10 +261,6 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
     case Comparison::equal:
       narrow(block, values, [=, codes = values.codes](std::size_t i) { return codes[i] == code; });
       forEachCandidate(block, [&](std::size_t i) { __builtin_prefetch(values.texts() + i); });
-      forEachCandidate(block, [&](std::size_t i) {
-        const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
-        if (!isOpen && !(values.texts()[i] == wanted)) block.mayMatch[i] = 0;
-      });
       break;
     case Comparison::notEqual:
       narrow(block, values, [&](std::size_t i) {
@@ -284,6 +280,16 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
       narrow(block, values, [&](std::size_t i) { return values.texts()[i].view() >= literal_; });
       break;
   }
+}
+
+void Predicate::settle(const ColumnValues::Chunk& values, Block& block) const {
+  const bool areTexts = kind_ == ValueKind::text || kind_ == ValueKind::unknown;
+  if (!areTexts || comparison_ != Comparison::equal) return;
+  const Text wanted(literal_);
+  forEachCandidate(block, [&](std::size_t i) {
+    const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
+    if (!isOpen && !(values.texts()[i] == wanted)) block.mayMatch[i] = 0;
+  });
 }
 
 }  // namespace velmora

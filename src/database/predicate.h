@@ -9,6 +9,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -43,11 +44,15 @@ template <typename Use>
 void forEachCandidate(const Block& block, Use use) {
   static_assert(std::endian::native == std::endian::little);
   std::size_t first = 0;
-  for (; first + sizeof(std::uint64_t) <= block.size; first += sizeof(std::uint64_t)) {
-    std::uint64_t eight;
-    std::memcpy(&eight, block.mayMatch + first, sizeof eight);
-    for (; eight != 0; eight &= eight - 1) {
-      use(first + static_cast<std::size_t>(std::countr_zero(eight)) / 8);
+  // Most rows are none: many are passed over at once.
+  std::uint64_t words[4];
+  for (; first + sizeof words <= block.size; first += sizeof words) {
+    std::memcpy(words, block.mayMatch + first, sizeof words);
+    if ((words[0] | words[1] | words[2] | words[3]) == 0) continue;
+    for (std::size_t i = 0; i < std::size(words); ++i) {
+      for (std::uint64_t eight = words[i]; eight != 0; eight &= eight - 1) {
+        use(first + i * sizeof eight + static_cast<std::size_t>(std::countr_zero(eight)) / 8);
+      }
     }
   }
   for (; first < block.size; ++first) {
@@ -81,8 +86,11 @@ class Predicate {
   // Whether decide can tell for the rows of a chunk, but for odd cells.
   bool canDecide() const noexcept;
   // Lets rows of a block go that do not satisfy the condition. A row that an earlier condition left
-  // unsure stays: deciding the earlier one may have to throw.
+  // unsure stays: deciding the earlier one may have to throw. Of texts only most are let go, and
+  // those left are brought into the cache for settle.
   void decide(const ColumnValues::Chunk& values, Block& block) const;
+  // Lets the rest of them go, once all conditions of the block have been decided.
+  void settle(const ColumnValues::Chunk& values, Block& block) const;
 
  private:
   bool isOrder() const noexcept {

@@ -5,20 +5,48 @@
 namespace velmora {
 namespace {
 
-// Appends the rows of a block that match; `open` is what has still to be asked of each row, and all
-// of the group of a row that is unsure.
-void collect(const Block& block, std::size_t firstRow, Group group, Group open, std::int64_t now,
-             std::vector<std::int32_t>& matched) {
-  const bool areSure = open.empty() && !block.hasUnsure;
+// A group's conditions: those that are decided over a chunk's arrays, and what has still to be
+// asked of each row.
+struct Parts {
+  Group all;
+  Group decided;
+  Group open;
+};
+
+// Appends the rows of a chunk that match; of a row that is unsure the whole group has to be asked.
+void collect(Block& block, std::size_t chunk, const Parts& group, const Table& table,
+             std::int64_t now, std::vector<std::int32_t>& matched) {
+  for (const Predicate& predicate : group.decided) {
+    predicate.settle(table.values(predicate.column()).chunk(chunk, now), block);
+  }
+  const bool areSure = group.open.empty() && !block.hasUnsure;
   std::int32_t found[Rows::chunkRows];
   std::size_t count = 0;
   forEachCandidate(block, [&](std::size_t i) {
-    const std::size_t row = firstRow + i;
+    const std::size_t row = chunk * Rows::chunkRows + i;
     found[count] = static_cast<std::int32_t>(row);
     const bool isUnsure = block.hasUnsure && block.isUnsure[i] != 0;
-    if (areSure || allHold(isUnsure ? group : open, row, now)) ++count;
+    if (areSure || allHold(isUnsure ? group.all : group.open, row, now)) ++count;
   });
   matched.insert(matched.end(), found, found + count);
+}
+
+// Lets the rows of a chunk go that are deleted or that a condition tells not to match.
+void decide(Block& block, std::size_t chunk, const Parts& group, const Table& table,
+            std::int64_t now) {
+  const Rows& rows = table.rows();
+  block.size = rows.sizeOf(chunk);
+  block.hasUnsure = false;
+  if (!rows.hasDeleted(chunk)) {
+    std::fill_n(block.mayMatch, block.size, std::uint8_t{1});
+  } else {
+    const std::uint8_t* const deleted = rows.deleted(chunk);
+    for (std::size_t i = 0; i < block.size; ++i) block.mayMatch[i] = deleted[i] ^ std::uint8_t{1};
+  }
+  for (const Predicate& predicate : group.decided) {
+    if (chunk + 1 < rows.chunkCount()) table.values(predicate.column()).prefetchChunk(chunk + 1);
+    predicate.decide(table.values(predicate.column()).chunk(chunk, now), block);
+  }
 }
 
 }  // namespace
@@ -28,23 +56,14 @@ void scanRows(Group group, const Table& table, std::int64_t now,
   const auto firstOpen = std::find_if_not(group.begin(), group.end(),
                                           [](const Predicate& each) { return each.canDecide(); });
   const auto decided = static_cast<std::size_t>(firstOpen - group.begin());
+  const Parts parts{group, group.first(decided), group.subspan(decided)};
   if (group.empty()) matched.reserve(table.rowCount());
-  Block block;
-  const Rows& rows = table.rows();
-  for (std::size_t chunk = 0; chunk < rows.chunkCount(); ++chunk) {
-    block.size = rows.sizeOf(chunk);
-    block.hasUnsure = false;
-    if (!rows.hasDeleted(chunk)) {
-      std::fill_n(block.mayMatch, block.size, std::uint8_t{1});
-    } else {
-      const std::uint8_t* const deleted = rows.deleted(chunk);
-      for (std::size_t i = 0; i < block.size; ++i) block.mayMatch[i] = deleted[i] ^ std::uint8_t{1};
-    }
-    for (const Predicate& predicate : group.first(decided)) {
-      if (chunk + 1 < rows.chunkCount()) table.values(predicate.column()).prefetchChunk(chunk + 1);
-      predicate.decide(table.values(predicate.column()).chunk(chunk, now), block);
-    }
-    collect(block, chunk * Rows::chunkRows, group, group.subspan(decided), now, matched);
+  // A chunk's rows are collected when the next one is decided: what decide asks for has come then.
+  Block blocks[2];
+  const std::size_t count = table.rows().chunkCount();
+  for (std::size_t chunk = 0; chunk <= count; ++chunk) {
+    if (chunk < count) decide(blocks[chunk % 2], chunk, parts, table, now);
+    if (chunk > 0) collect(blocks[(chunk - 1) % 2], chunk - 1, parts, table, now, matched);
   }
 }
 
