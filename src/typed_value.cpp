@@ -80,7 +80,7 @@ std::string textOf(ValueKind kind, const TypedValue& value) {
     case ValueKind::doubleReal:
       return shortest(realOf(value));
     case ValueKind::boolean:
-      return value.isTrue ? "true" : "false";
+      return value.integer != 0 ? "true" : "false";
     case ValueKind::text:
     case ValueKind::unknown:
       break;
