@@ -89,28 +89,32 @@ std::string_view fitText(const Value& value, const Target& target) {
   return *text;
 }
 
-// Into a place that holds null.
+// Into a place that holds null. The members are set one by one, since a copy would wait for them.
 void fitValue(const Value& value, const Target& target, TypedValue& fitted) {
   if (isNull(value)) return;
   const ValueKind kind = target.table.kind(target.column);
   switch (kind) {
     case ValueKind::integer:
     case ValueKind::longInteger:
-      fitted = TypedValue::ofInteger(fitInteger(value, kind == ValueKind::longInteger, target));
+      fitted.integer = fitInteger(value, kind == ValueKind::longInteger, target);
+      fitted.type = AnswerType::integer;
       return;
     case ValueKind::real:
     case ValueKind::doubleReal:
-      fitted = TypedValue::ofReal(fitReal(value, kind == ValueKind::doubleReal, target));
+      fitted.real = fitReal(value, kind == ValueKind::doubleReal, target);
+      fitted.type = AnswerType::real;
       return;
     case ValueKind::boolean:
       if (!std::holds_alternative<bool>(value)) refuseType(value, target);
-      fitted = TypedValue::ofBoolean(std::get<bool>(value));
+      fitted.isTrue = std::get<bool>(value);
+      fitted.type = AnswerType::boolean;
       return;
     case ValueKind::text:
     case ValueKind::unknown:
       break;
   }
-  fitted = TypedValue::ofText(fitText(value, target));
+  fitted.text = fitText(value, target);
+  fitted.type = AnswerType::text;
 }
 
 // The seconds that a state's amount and unit are.
