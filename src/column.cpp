@@ -157,7 +157,7 @@ void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
       break;
     case ValueKind::text:
     case ValueKind::unknown: {
-      const Text missing(missingValue);
+      static const Text missing(missingValue);
       std::uninitialized_fill_n(values.texts() + place, count, missing);
       std::fill_n(values.codes + place, count, missing.fingerprint());
       break;

@@ -45,7 +45,13 @@ class Text {
     return *this;
   }
   // The text assigned may be a view into this one. After a failure this text is as it was.
-  Text& operator=(std::string_view text) { return *this = Text(text); }
+  Text& operator=(std::string_view text) {
+    if (text.size() > inlineCapacity) return *this = Text(text);
+    const Words words = inlineWords(text);
+    release();
+    put(words);
+    return *this;
+  }
 
   // The bytes; valid until the text is changed or destroyed.
   std::string_view view() const noexcept {
@@ -137,11 +143,38 @@ class Text {
     return size;
   }
   void setEmpty() noexcept { std::memset(bytes_, 0, sizeof bytes_); }
+  // What bytes_ is of a short text. Words that overlap where they are equal take no call, and what
+  // is stored as words is soon read as words.
+  struct Words {
+    std::uint64_t low;
+    std::uint64_t high;
+  };
+  static Words inlineWords(std::string_view text) noexcept {
+    const char* const bytes = text.data();
+    const std::size_t size = text.size();
+    const std::uint64_t length = std::uint64_t{size} << 56;
+    if (size >= 8) {
+      const auto last = static_cast<std::uint64_t>(getInt64(bytes + size - 8));
+      const auto first = static_cast<std::uint64_t>(getInt64(bytes));
+      return {first, last >> 8 * (15 - size) >> 8 | length};
+    }
+    if (size >= 4) {
+      const std::uint64_t last = static_cast<std::uint32_t>(getInt32(bytes + size - 4));
+      return {static_cast<std::uint32_t>(getInt32(bytes)) | last << 8 * (size - 4), length};
+    }
+    std::uint64_t low = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      low |= std::uint64_t{static_cast<unsigned char>(bytes[i])} << 8 * i;
+    }
+    return {low, length};
+  }
+  void put(const Words& words) noexcept {
+    putInt64(bytes_, static_cast<std::int64_t>(words.low));
+    putInt64(bytes_ + 8, static_cast<std::int64_t>(words.high));
+  }
   void construct(std::string_view text) {
     if (text.size() <= inlineCapacity) {
-      setEmpty();
-      if (!text.empty()) std::memcpy(bytes_, text.data(), text.size());
-      bytes_[lengthByte] = static_cast<char>(text.size());
+      put(inlineWords(text));
     } else {
       constructOnHeap(text);
     }

@@ -45,7 +45,7 @@ std::string shown(const Value& value) {
   refuse(Code::range, shown(value) + " is out of range", target);
 }
 
-TypedValue fitInteger(const Value& value, bool isLong, const Target& target) {
+std::int64_t fitInteger(const Value& value, bool isLong, const Target& target) {
   const auto* const number = std::get_if<std::int64_t>(&value);
   if (number == nullptr) {
     const bool isReal = std::holds_alternative<double>(value);
@@ -55,10 +55,10 @@ TypedValue fitInteger(const Value& value, bool isLong, const Target& target) {
     refuseType(value, target);
   }
   if (!isLong && !std::in_range<std::int32_t>(*number)) refuseRange(value, target);
-  return TypedValue::ofInteger(*number);
+  return *number;
 }
 
-TypedValue fitReal(const Value& value, bool isDouble, const Target& target) {
+double fitReal(const Value& value, bool isDouble, const Target& target) {
   double real = 0;
   if (const auto* const number = std::get_if<std::int64_t>(&value)) {
     real = static_cast<double>(*number);
@@ -67,16 +67,16 @@ TypedValue fitReal(const Value& value, bool isDouble, const Target& target) {
   } else {
     refuseType(value, target);
   }
-  if (isDouble) return TypedValue::ofReal(real);
+  if (isDouble) return real;
   // What lies between the largest float and what would round to more is the largest float.
   constexpr double tooLarge = 0x1.ffffffp127;
   if (std::abs(real) >= tooLarge) refuseRange(value, target);
   const auto narrowed = static_cast<float>(real);
   if (narrowed == 0 && real != 0) refuseRange(value, target);
-  return TypedValue::ofReal(static_cast<double>(narrowed));
+  return static_cast<double>(narrowed);
 }
 
-TypedValue fitText(const Value& value, const Target& target) {
+std::string_view fitText(const Value& value, const Target& target) {
   const auto* const text = std::get_if<std::string>(&value);
   if (text == nullptr) refuseType(value, target);
   const auto most = static_cast<std::size_t>(target.definition().stringSize);
@@ -86,27 +86,35 @@ TypedValue fitText(const Value& value, const Target& target) {
                std::to_string(most),
            target);
   }
-  return TypedValue::ofText(*text);
+  return *text;
 }
 
-TypedValue fitValue(const Value& value, const Target& target) {
-  if (isNull(value)) return {};
+// Into a place that holds null. The members are set one by one, since a copy would wait for them.
+void fitValue(const Value& value, const Target& target, TypedValue& fitted) {
+  if (isNull(value)) return;
   const ValueKind kind = target.table.kind(target.column);
   switch (kind) {
     case ValueKind::integer:
     case ValueKind::longInteger:
-      return fitInteger(value, kind == ValueKind::longInteger, target);
+      fitted.integer = fitInteger(value, kind == ValueKind::longInteger, target);
+      fitted.type = AnswerType::integer;
+      return;
     case ValueKind::real:
     case ValueKind::doubleReal:
-      return fitReal(value, kind == ValueKind::doubleReal, target);
+      fitted.real = fitReal(value, kind == ValueKind::doubleReal, target);
+      fitted.type = AnswerType::real;
+      return;
     case ValueKind::boolean:
       if (!std::holds_alternative<bool>(value)) refuseType(value, target);
-      return TypedValue::ofBoolean(std::get<bool>(value));
+      fitted.isTrue = std::get<bool>(value);
+      fitted.type = AnswerType::boolean;
+      return;
     case ValueKind::text:
     case ValueKind::unknown:
       break;
   }
-  return fitText(value, target);
+  fitted.text = fitText(value, target);
+  fitted.type = AnswerType::text;
 }
 
 // The seconds that a state's amount and unit are.
@@ -126,7 +134,8 @@ std::int64_t secondsOf(const strict::State& state, const RunContext& context,
 
 Text stateText(const strict::Operand& operand, const RunContext& context, Target target) {
   target.offset = operand.offset;
-  const TypedValue fitted = fitValue(valueOf(operand, context.values), target);
+  TypedValue fitted;
+  fitValue(valueOf(operand, context.values), target, fitted);
   if (fitted.type == AnswerType::null) refuse(Code::type, "NULL is no state", target);
   const std::string text = textOf(target.table.kind(target.column), fitted);
   if (text == missingValue) refuse(Code::range, "'#/#?' is no state", target);
@@ -198,7 +207,7 @@ void fit(const std::vector<strict::Assignment>& assignments, const Targets& targ
     const Target target{table, targets.columns[i], assignment.value.offset};
     FittedValue& value = fitted.emplace_back(target.column, target.offset);
     if (assignment.states.empty()) {
-      value.value = fitValue(valueOf(assignment.value, context.values), target);
+      fitValue(valueOf(assignment.value, context.values), target, value.value);
     } else {
       value.rule = ruleOf(assignment, context, target);
     }

@@ -5,6 +5,7 @@
 #include "record_log.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -109,7 +110,7 @@ struct RecordLog::Parts {
   std::size_t expected = 0;
   std::chrono::steady_clock::duration syncTime{0};
   std::condition_variable areBack;
-  bool hasFailed = false;
+  std::atomic<bool> hasFailed = false;  // read without the mutex as well
 
   void open();
   void openOnce();
@@ -211,10 +212,7 @@ void RecordLog::syncTo(std::int64_t end) {
   }
 }
 
-bool RecordLog::hasFailed() const noexcept {
-  const std::scoped_lock lock(parts_->mutex);
-  return parts_->hasFailed;
-}
+bool RecordLog::hasFailed() const noexcept { return parts_->hasFailed; }
 
 std::int64_t RecordLog::size() const noexcept {
   const std::scoped_lock lock(parts_->mutex);
