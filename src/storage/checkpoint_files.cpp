@@ -63,11 +63,20 @@ class TimedValues {
   std::vector<std::int32_t> slots_;
 };
 
-// Where a row begins in the table file.
-std::int64_t rowOffset(const Table& table, std::size_t i) {
-  return Storage::headerSize(table.columns.size()) +
-         static_cast<std::int64_t>(i) * Storage::rowSize(table.columns);
-}
+// Where rows begin in the table file; the row's size is worked out once, not a row.
+class RowOffsets {
+ public:
+  explicit RowOffsets(const Table& table)
+      : header_(Storage::headerSize(table.columns.size())),
+        rowSize_(Storage::rowSize(table.columns)) {}
+  std::int64_t operator()(std::size_t row) const noexcept {
+    return header_ + static_cast<std::int64_t>(row) * rowSize_;
+  }
+
+ private:
+  std::int64_t header_;
+  std::int64_t rowSize_;
+};
 
 // Makes the spare file the new one, if there is one, and hands back how that is to be opened.
 File::Mode beginOverSpare(const Directory& directory, const std::string& fileName) {
@@ -213,14 +222,15 @@ void writeChanges(const Table& table, const Directory& directory, CheckpointJour
   TimedValues timed(table, directory, timedPatch.isOpen() ? &timedPatch : nullptr);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
   std::string row(longestRow(table.columns, CellWidths::written), '\0');
+  const RowOffsets offsetOf(table);
   table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
     for (std::size_t i = first; i < first + count; ++i) {
       encodeRows(row.data(), table, i, 1, shapes, timed.slotsOf(i));
-      rows.put(rowOffset(table, i), row);
+      rows.put(offsetOf(i), row);
       marks.put(static_cast<std::int64_t>(i), table.isLive(i) ? std::string_view("\0", 1) : "\1");
     }
   });
-  rows.finish(rowOffset(table, table.rowCount()));
+  rows.finish(offsetOf(table.rowCount()));
   marks.finish(static_cast<std::int64_t>(table.rowCount()));
   if (!timed.finish()) journal.awaited().replaced.erase(timedName);
 }
@@ -236,7 +246,7 @@ bool areFilesKnown(const Table& table, const Directory& directory) {
   if (!hasSize(deletionExtension, count)) return false;
   if (table.columns.empty()) return true;
   if (!rowsAreShifted(table.columns)) {
-    return hasSize(tableExtension, static_cast<std::size_t>(rowOffset(table, count)));
+    return hasSize(tableExtension, static_cast<std::size_t>(RowOffsets(table)(count)));
   }
   return hasSize(wholeRowExtension, count * wholeRowSize(table.columns)) &&
          sizeOf(directory, fileNameOf(table.tableName, tableExtension)) > 0;
@@ -267,12 +277,13 @@ bool hasChangedLittle(const Table& table) {
   constexpr std::int64_t littleInPercent = 15;
   std::int64_t changed = 0;
   std::int64_t counted = 0;  // the first page that may still have to be counted
+  const RowOffsets offsetOf(table);
   table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
-    const std::int64_t begin = std::max(rowOffset(table, first) / pageSize, counted);
-    counted = (rowOffset(table, first + count) - 1) / pageSize + 1;
+    const std::int64_t begin = std::max(offsetOf(first) / pageSize, counted);
+    counted = (offsetOf(first + count) - 1) / pageSize + 1;
     changed += std::max(counted - begin, std::int64_t{0});
   });
-  const std::int64_t all = rowOffset(table, table.rowCount()) / pageSize + 1;
+  const std::int64_t all = offsetOf(table.rowCount()) / pageSize + 1;
   return changed <= std::max(alwaysLittle, all * littleInPercent / 100);
 }
 
