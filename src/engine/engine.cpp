@@ -150,10 +150,12 @@ void Engine::runMany(Prepared& prepared, std::size_t rows, const ValuesOfRow& va
   translated([&] {
     parts_->asOne([&] {
       std::int64_t rowsAffected = 0;
+      const RecordText::Mark recorded = parts_->record.mark();
       for (std::size_t i = 0; i < rows; ++i) {
         answer.rowsAffected = 0;
         parts_->change(*prepared.parts_, valuesOf(i), answer);
         rowsAffected += answer.rowsAffected;
+        if (i == 0) parts_->record.makeRoom(rows - 1, recorded);
       }
       answer.rowsAffected = rowsAffected;
     });

@@ -205,7 +205,9 @@ void fit(const std::vector<strict::Assignment>& assignments, const Targets& targ
   for (std::size_t i = 0; i < targets.columns.size(); ++i) {
     const strict::Assignment& assignment = assignments[i];
     const Target target{table, targets.columns[i], assignment.value.offset};
-    FittedValue& value = fitted.emplace_back(target.column, target.offset);
+    FittedValue& value = fitted.emplace_back();
+    value.column = target.column;
+    value.offset = target.offset;
     if (assignment.states.empty()) {
       fitValue(valueOf(assignment.value, context.values), target, value.value);
     } else {

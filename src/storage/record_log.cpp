@@ -55,6 +55,12 @@ void RecordText::add(std::string_view text, std::span<const Value> values, std::
   lastSecond_ = second;
 }
 
+void RecordText::makeRoom(std::size_t count, const Mark& mark) {
+  constexpr std::size_t most = 1U << 26U;
+  const std::size_t size = bytes_.size() - mark.size;
+  if (size > 0) bytes_.reserve(bytes_.size() + std::min(count, most / size) * size);
+}
+
 void RecordText::cutTo(const Mark& mark) noexcept {
   lastText_.clear();
   bytes_.resize(mark.size);

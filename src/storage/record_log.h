@@ -47,6 +47,9 @@ class RecordText {
   void add(std::string_view text, std::span<const Value> values, std::int64_t second,
            std::optional<std::int64_t> clock);
 
+  // Makes room for as many more commands like those since the mark, as far as that is not much.
+  void makeRoom(std::size_t count, const Mark& mark);
+
   bool isEmpty() const noexcept { return count_ == 0; }
   Mark mark() const noexcept { return {bytes_.size(), count_}; }
   void cutTo(const Mark& mark) noexcept;

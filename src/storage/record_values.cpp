@@ -6,16 +6,15 @@
 #include <cmath>
 #include <cstring>
 
-#include "../number.h"
-
 namespace velmora {
 namespace {
 
 constexpr std::size_t floatDigits = 16;
+constexpr std::size_t longestNumber = 20;  // -9223372036854775808
 
 std::size_t mostBytes(const Value& value) noexcept {
   const auto* const text = std::get_if<std::string>(&value);
-  return text != nullptr ? 2 * text->size() + 2 : std::size_t{maxNumberText};
+  return text != nullptr ? 2 * text->size() + 2 : longestNumber;
 }
 
 char* write(char* out, std::monostate /*null*/) noexcept {
@@ -23,7 +22,9 @@ char* write(char* out, std::monostate /*null*/) noexcept {
   return out + 1;
 }
 
-char* write(char* out, std::int64_t number) noexcept { return writeInt(out, number); }
+char* write(char* out, std::int64_t number) noexcept {
+  return std::to_chars(out, out + longestNumber, number).ptr;
+}
 
 char* write(char* out, double number) noexcept {
   const auto bits = std::bit_cast<std::uint64_t>(number);
