@@ -5,9 +5,19 @@
 #include <cstring>
 
 #include "../text.h"
+#include "checksum.h"
 #include "file_names.h"
 
 namespace velmora {
+
+void GrowingSeal::add(std::int64_t offset, std::string_view bytes) {
+  const std::int64_t known = seal.size - offset;
+  if (known < 0 || known >= static_cast<std::int64_t>(bytes.size())) return;
+  bytes.remove_prefix(static_cast<std::size_t>(known));
+  seal.crc = crc32c(seal.crc, bytes);
+  seal.size += static_cast<std::int64_t>(bytes.size());
+  count(bytes.size());
+}
 
 std::string_view BlockReader::at(std::int64_t offset, std::size_t count) {
   const std::int64_t end = start_ + static_cast<std::int64_t>(held_);
@@ -27,6 +37,7 @@ void BlockReader::fill(std::int64_t offset, std::size_t count) {
   if (!read) throwUnreadable(file_.name());
   start_ = offset;
   held_ = *read;
+  if (growing_ != nullptr) growing_->add(start_, {buffer_.data(), held_});
 }
 
 NewFile::NewFile(const Directory& directory, const std::string& fileName, File::Mode mode)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,10 +12,29 @@
 
 namespace velmora {
 
+// What tells a file from any other.
+struct Seal {
+  std::int64_t size = 0;
+  std::uint32_t crc = 0;
+  bool operator==(const Seal&) const = default;
+};
+// Called with the number of bytes that have been read.
+using CountBytes = std::function<void(std::size_t count)>;
+// The seal of a file as far as it has been read.
+struct GrowingSeal {
+  Seal seal;
+  CountBytes count;
+
+  // Takes what is new in bytes that were read at the offset, if they go on with it.
+  void add(std::int64_t offset, std::string_view bytes);
+};
+
 // Bytes of a file, read in large blocks as long as each place asked for is near the one before.
 class BlockReader {
  public:
-  explicit BlockReader(File& file) : file_(file) {}
+  // A seal grows with what is read.
+  explicit BlockReader(File& file, GrowingSeal* growing = nullptr)
+      : file_(file), growing_(growing) {}
 
   // The `count` bytes from the offset on, or as many as the file has; until the next call. Throws
   // std::runtime_error "Failed to read file: NAME".
@@ -26,6 +46,7 @@ class BlockReader {
   void fill(std::int64_t offset, std::size_t count);
 
   File& file_;
+  GrowingSeal* growing_;
   std::vector<char> buffer_;
   std::int64_t start_ = 0;  // of what is held
   std::size_t held_ = 0;

@@ -6,7 +6,6 @@
 #include <charconv>
 #include <stdexcept>
 
-#include "block_io.h"
 #include "checksum.h"
 
 namespace velmora {
@@ -110,15 +109,13 @@ std::optional<Seal> sealOf(const Directory& directory, const std::string& name,
                            const CountBytes& count) {
   File file(directory, name, File::Mode::read);
   if (!file.isOpen() && errno == ENOENT) return std::nullopt;
-  Seal seal;
+  GrowingSeal growing{{}, count};
   std::string block(256 * 1024, '\0');
   while (true) {
-    const auto read = file.readAt(seal.size, block.data(), block.size());
+    const auto read = file.readAt(growing.seal.size, block.data(), block.size());
     if (!read) throwUnreadable(name);
-    if (*read == 0) return seal;
-    seal.crc = crc32c(seal.crc, std::string_view(block).substr(0, *read));
-    seal.size += static_cast<std::int64_t>(*read);
-    count(*read);
+    if (*read == 0) return growing.seal;
+    growing.add(growing.seal.size, std::string_view(block).substr(0, *read));
   }
 }
 

@@ -18,16 +18,10 @@
 #include <string_view>
 #include <vector>
 
+#include "block_io.h"
 #include "storage.h"
 
 namespace velmora {
-
-// What tells a file from any other.
-struct Seal {
-  std::int64_t size = 0;
-  std::uint32_t crc = 0;
-  bool operator==(const Seal&) const = default;
-};
 
 struct Manifest {
   std::uint64_t nextSequence = 1;
@@ -42,8 +36,6 @@ std::string manifestText(const Manifest& manifest);
 Manifest parseManifest(std::string_view text,
                        const std::function<void(std::int64_t offset)>& fault);
 
-// Called with the number of bytes that have been read.
-using CountBytes = std::function<void(std::size_t count)>;
 // The file's seal; nothing when there is none. Throws std::runtime_error "Failed to read file:
 // NAME", and NotRegularFile.
 std::optional<Seal> sealOf(

@@ -1,5 +1,6 @@
-// See sealed.h: the load. First every file is held against its seal, then they are read one by one;
-// what the seals do not show to be right is written anew by the next checkpoint.
+// See sealed.h: the load. First every file is held against its seal, the tables' own while their
+// rows are read, then the tables are completed one by one; what the seals do not show to be right
+// is written anew by the next checkpoint.
 #include <algorithm>
 #include <new>
 
@@ -49,11 +50,13 @@ class Loader {
       // Once to be held against its seal, and once to be loaded.
       total_ += 2 * static_cast<std::uint64_t>(seal.size);
     }
-    for (const auto& [name, seal] : manifest_.files) check(name, seal);
-    if (!isThere(logFileName, directory_)) report_(logFileName, -1, "the file is missing");
+    std::vector<ReadTable> tables;
     for (const auto& [name, seal] : manifest_.files) {
-      if (name.ends_with(tableExtension) && !isListOfRecords(name)) loadTable(name);
+      const bool isTable = name.ends_with(tableExtension) && !isListOfRecords(name);
+      isTable ? tables.push_back(readAndCheck(name, seal)) : check(name, seal);
     }
+    if (!isThere(logFileName, directory_)) report_(logFileName, -1, "the file is missing");
+    for (ReadTable& table : tables) keep(std::move(table));
     if (manifest_.files.contains(listenersFileName)) loadListeners();
     state_.links = std::move(manifest_.links);
     state_.nextSequence = manifest_.nextSequence;
@@ -68,7 +71,7 @@ class Loader {
       total_ += static_cast<std::uint64_t>(sizeOf(directory_, name));
     }
     for (const std::string& name : files) {
-      if (!loadTable(name) && wasTable(name, relations, directory_)) {
+      if (!keep(readTable(name, nullptr)) && wasTable(name, relations, directory_)) {
         report_(name, 0, "the file has no table header");
       }
     }
@@ -143,21 +146,46 @@ class Loader {
     }
   }
 
-  // False for a file without a table's header.
-  bool loadTable(const std::string& fileName) {
-    bool isTable = true;
+  // What a table file was found to be: neither a table nor a fault without a table's header.
+  struct ReadTable {
+    std::string fileName;
+    std::optional<Table> table;
+    std::optional<std::string> fault;
+  };
+
+  ReadTable readTable(const std::string& fileName, GrowingSeal* growing) {
+    ReadTable read{fileName, {}, {}};
     try {
-      auto table = Storage::loadTable(fileName, directory_, FloatTexts::shortest);
-      isTable = table.has_value();
-      if (table) complete(*table);
-      if (table) state_.tables.insert_or_assign(table->tableName, std::move(*table));
+      read.table = Storage::loadTable(fileName, directory_, FloatTexts::shortest, growing);
     } catch (const Unreadable&) {
       throw;
+    } catch (const Failure&) {  // of who is told how far it is
+      throw;
     } catch (const std::runtime_error& error) {
-      report_(fileName, -1, error.what());
+      read.fault = error.what();
     }
-    advance(static_cast<std::uint64_t>(sizeOf(directory_, fileName)));
-    return isTable;
+    return read;
+  }
+
+  // Reads the file once: the seal is made on the way. Only where it is not the expected one, or the
+  // rows are read otherwise, the file is read again to tell what is wrong.
+  ReadTable readAndCheck(const std::string& fileName, const Seal& expected) {
+    GrowingSeal growing{{}, [&](std::size_t count) { advance(count); }};
+    ReadTable read = readTable(fileName, &growing);
+    const bool isRight = growing.seal == expected && sizeOf(directory_, fileName) == expected.size;
+    if (!isRight) check(fileName, expected);
+    return read;
+  }
+
+  // False for a file without a table's header.
+  bool keep(ReadTable&& read) {
+    if (read.fault) report_(read.fileName, -1, *read.fault);
+    if (read.table) {
+      complete(*read.table);
+      state_.tables.insert_or_assign(read.table->tableName, std::move(*read.table));
+    }
+    advance(static_cast<std::uint64_t>(sizeOf(directory_, read.fileName)));
+    return read.table || read.fault;
   }
 
   // What the table file alone does not give.

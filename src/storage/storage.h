@@ -60,6 +60,8 @@ struct StoredRecords {
   bool hasTornTail() const noexcept { return completeSize < fileSize; }
 };
 
+struct GrowingSeal;  // block_io.h
+
 class Storage {
  public:
   // Bytes of a type's value in the table file.
@@ -87,10 +89,12 @@ class Storage {
   // The columns that a table file declares; none if it has no column section. Throws
   // std::runtime_error "Corrupt table file: NAME" for a section that cannot be read.
   static std::vector<Column> getColumns(File& file, const std::string& fileName);
-  // Reads a table from its files; nothing if the file is no table file. Throws as getColumns does.
+  // Reads a table from its files; nothing if the file is no table file. Where the rows are read
+  // from the table file one behind the other its seal grows with that. Throws as getColumns does.
   static std::optional<Table> loadTable(const std::string& fileName,
                                         const Directory& directory = {},
-                                        FloatTexts floats = FloatTexts::sixDecimals);
+                                        FloatTexts floats = FloatTexts::sixDecimals,
+                                        GrowingSeal* growing = nullptr);
   // The files with extension ".bin", sorted by name.
   static std::vector<std::string> getBinFiles(const Directory& directory = {});
   // The files that a table can have, those of a checkpoint under way included; none for a name that

@@ -122,10 +122,11 @@ void readCountedRows(const RowSource& source, BlockReader& reader, TimedReader* 
 
 // Reads the rows; whether a checkpoint would write the same bytes for them.
 bool readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
-              Table& table) {
+              GrowingSeal* growing, Table& table) {
   File file(directory, source.fileName, File::Mode::read);
   if (!file.isOpen()) throwUnreadable(source.fileName);
-  BlockReader reader(file);
+  BlockReader reader(file, growing);
+  if (growing != nullptr) reader.at(0, 1);  // what stands before the rows is part of the file
   table.setHugePages(false);
   bool areAsWritten = !rowsAreShifted(table.columns);
   if (source.isCounted) {
@@ -294,7 +295,7 @@ std::vector<Column> Storage::getColumns(File& file, const std::string& fileName)
 }
 
 std::optional<Table> Storage::loadTable(const std::string& fileName, const Directory& directory,
-                                        FloatTexts floats) {
+                                        FloatTexts floats, GrowingSeal* growing) {
   File file(directory, fileName, File::Mode::read);
   const std::string refusal = "Failed to open file: " + printable(fileName);
   if (!file.isOpen() && errno == ENOENT) throw std::runtime_error(refusal);
@@ -314,6 +315,7 @@ std::optional<Table> Storage::loadTable(const std::string& fileName, const Direc
   if (rowsAreShifted(columns)) {
     source = shiftedSource(table, source, file.size().value_or(0), sizeOf(directory, delName),
                            directory);
+    growing = nullptr;
   }
   // Timed values are filed under the name that the row file bears.
   const std::string timedName = read(file, 0);
@@ -322,11 +324,11 @@ std::optional<Table> Storage::loadTable(const std::string& fileName, const Direc
   if (maxStates >= 1 && isStorableName(timedName)) {
     timed.emplace(directory, fileNameOf(timedName, timedExtension), maxStates);
   }
-  bool isAsWritten = readRows(source, timed ? &*timed : nullptr, directory, table);
+  bool isAsWritten = readRows(source, timed ? &*timed : nullptr, directory, growing, table);
   while (timed && timed->hasNewDispute()) {
     isAsWritten = false;
     table = Table(tableName, columns);
-    readRows(source, &*timed, directory, table);
+    readRows(source, &*timed, directory, nullptr, table);
   }
   isAsWritten = readMarks(directory, delName, table) && isAsWritten;
   if (isAsWritten && isFileAsWritten(file, fileName, table)) table.markClean();

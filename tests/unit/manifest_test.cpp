@@ -99,6 +99,24 @@ TEST_F(SealTest, isOfTheWholeFile) {
   EXPECT_EQ(sealOf(directory_, "u.bin"), std::nullopt);
 }
 
+TEST_F(SealTest, growsWithWhatIsRead) {
+  std::string bytes;
+  for (std::size_t i = 0; i < 700001; ++i) bytes += static_cast<char>(i % 251);
+  write("t.bin", bytes);
+  File file(directory_, "t.bin", File::Mode::read);
+  std::size_t count = 0;
+  GrowingSeal growing{{}, [&](std::size_t some) { count += some; }};
+  BlockReader reader(file, &growing);
+  // Pieces of a size that no block is a multiple of: some bytes are read twice.
+  for (std::int64_t offset = 0; !reader.at(offset, 999).empty(); offset += 999) {
+  }
+  EXPECT_EQ(growing.seal, sealOf(directory_, "t.bin"));
+  EXPECT_EQ(count, bytes.size());
+  // What does not go on with it is of no account.
+  growing.add(growing.seal.size + 1, "x");
+  EXPECT_EQ(count, bytes.size());
+}
+
 // A file that a checkpoint has put pieces of into its journal, and what it will be.
 class PatchedSealTest : public SealTest {
  protected:
