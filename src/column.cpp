@@ -229,33 +229,60 @@ void ColumnValues::setText(std::size_t row, std::string_view text) {
 
 void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view text) {
   if (rows.empty()) return;
-  const auto first = static_cast<std::size_t>(rows.front());
-  setText(first, text);
-  const Chunk model = chunk(Rows::chunkOf(first));
-  const std::size_t modelPlace = Rows::placeOf(first);
-  const bool isTold = !model.isOdd(modelPlace);
-  for (const std::int32_t each : rows.subspan(1)) {
-    const auto row = static_cast<std::size_t>(each);
-    const std::size_t place = Rows::placeOf(row);
-    const Chunk values = chunk(Rows::chunkOf(row));
-    if (!isTold || values.isOdd(place)) {
-      setText(row, text);
-      continue;
-    }
-    forgetKept(Rows::chunkOf(row));
-    if (holdsTexts(kind_)) {
-      values.texts()[place] = model.texts()[modelPlace];
-    } else if (kind_ == ValueKind::integer) {
-      values.numbers()[place] = model.numbers()[modelPlace];
-    } else if (kind_ == ValueKind::real) {
-      values.reals()[place] = model.reals()[modelPlace];
-    } else if (width_ == 8) {
-      values.longs()[place] = model.longs()[modelPlace];
-    }
-    if (codes_ != values_ || kind_ == ValueKind::boolean) {
-      values.codes[place] = model.codes[modelPlace];
-    }
+  const auto model = static_cast<std::size_t>(rows.front());
+  setText(model, text);
+  if (isOdd(model)) {
+    for (const std::int32_t row : rows.subspan(1)) setText(static_cast<std::size_t>(row), text);
+    return;
   }
+  while (!rows.empty()) {
+    const std::size_t number = Rows::chunkOf(static_cast<std::size_t>(rows.front()));
+    const auto other = std::find_if(rows.begin(), rows.end(), [number](std::int32_t row) {
+      return Rows::chunkOf(static_cast<std::size_t>(row)) != number;
+    });
+    const auto together = rows.first(static_cast<std::size_t>(other - rows.begin()));
+    forgetKept(number);
+    const Chunk values = chunk(number);
+    copyTo(together, values, model);
+    for (const std::int32_t each : together) {
+      const auto row = static_cast<std::size_t>(each);
+      if (values.isOdd(Rows::placeOf(row))) setText(row, text);
+    }
+    rows = rows.subspan(together.size());
+  }
+}
+
+// Gives rows of one chunk, but for odd cells, what the arrays hold of another row.
+void ColumnValues::copyTo(std::span<const std::int32_t> rows, const Chunk& to, std::size_t model) {
+  const Chunk from = chunk(Rows::chunkOf(model));
+  const auto copy = [&](const auto* source, auto* target) {
+    const auto value = source[Rows::placeOf(model)];
+    for (const std::int32_t row : rows) {
+      const std::size_t place = Rows::placeOf(static_cast<std::size_t>(row));
+      if (!to.isOdd(place)) target[place] = value;
+    }
+  };
+  switch (kind_) {
+    case ValueKind::integer:
+      copy(from.numbers(), to.numbers());
+      break;
+    case ValueKind::real:
+      copy(from.reals(), to.reals());
+      break;
+    case ValueKind::longInteger:
+      copy(from.longs(), to.longs());
+      break;
+    case ValueKind::doubleReal:
+      copy(from.doubles(), to.doubles());
+      break;
+    case ValueKind::boolean:
+      break;  // its code is all
+    case ValueKind::text:
+    case ValueKind::unknown:
+      copy(from.texts(), to.texts());
+      break;
+  }
+  if (codes_ != values_ || kind_ == ValueKind::boolean) copy(from.codes, to.codes);
 }
 
 void ColumnValues::setNumber(std::size_t row, std::int32_t number) noexcept {

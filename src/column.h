@@ -229,6 +229,7 @@ class ColumnValues {
   TypedValue oddValue(std::size_t row, std::int64_t now) const;
   OddCells& oddCells(std::size_t chunk);
   bool store(const Chunk& chunk, std::size_t place, std::string_view text) const;
+  void copyTo(std::span<const std::int32_t> rows, const Chunk& to, std::size_t model);
   void setOdd(std::size_t row, Cell&& cell, std::int64_t now);
   void removeOdd(std::size_t row) noexcept;
   std::string_view plainText(std::size_t row, TextRoom& room) const;
