@@ -28,6 +28,11 @@ void collect(Block& block, std::size_t chunk, const Parts& group, const Table& t
     const bool isUnsure = block.hasUnsure && block.isUnsure[i] != 0;
     if (areSure || allHold(isUnsure ? group.all : group.open, row, now)) ++count;
   });
+  if (matched.capacity() - matched.size() < count) {
+    // The chunks to come may have as many; memory that is not used costs nothing.
+    const std::size_t expected = count * (table.rows().chunkCount() - chunk);
+    matched.reserve(std::max(matched.size() + expected, 2 * matched.capacity()));
+  }
   matched.insert(matched.end(), found, found + count);
 }
 
