@@ -106,7 +106,7 @@ void fitValue(const Value& value, const Target& target, TypedValue& fitted) {
       return;
     case ValueKind::boolean:
       if (!std::holds_alternative<bool>(value)) refuseType(value, target);
-      fitted.isTrue = std::get<bool>(value);
+      fitted.integer = std::get<bool>(value) ? 1 : 0;
       fitted.type = AnswerType::boolean;
       return;
     case ValueKind::text:
