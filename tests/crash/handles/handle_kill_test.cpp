@@ -59,7 +59,7 @@ TEST_P(HandleKillTest, leavesWhatWasAnsweredAndTheCommandUnderWayWholeOrNot) {
   open(GetParam());
   tryEach(steps(), {known()});
   for (const StrictCommand& command : StrictCommands::preparation()) runTrying({command});
-  const int most = isThorough() ? 6000 : 400 / slowness;
+  const int most = tried_ + (isThorough() ? 6000 : 400 / slowness);
   while (tried_ < most && !HasFailure()) {
     runTrying(commands_.next(isInTransaction()));
     if (commands_.random()() % 100 > 0 || HasFailure()) continue;
