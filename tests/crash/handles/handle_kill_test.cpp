@@ -60,7 +60,7 @@ TEST_P(HandleKillTest, leavesWhatWasAnsweredAndTheCommandUnderWayWholeOrNot) {
   tryEach(steps(), {known()});
   for (const StrictCommand& command : StrictCommands::preparation()) runTrying({command});
   const int most = tried_ + (isThorough() ? 6000 : 400 / slowness);
-  while (tried_ < most && !HasFailure()) {
+  while ((tried_ < most || insideTransactions_ == 0) && !HasFailure()) {
     runTrying(commands_.next(isInTransaction()));
     if (commands_.random()() % 100 > 0 || HasFailure()) continue;
     const Known last = isInTransaction() ? before_ : known();
@@ -71,7 +71,6 @@ TEST_P(HandleKillTest, leavesWhatWasAnsweredAndTheCommandUnderWayWholeOrNot) {
     triedFiles_.clear();
     tryEach(steps(), {last});
   }
-  EXPECT_GT(insideTransactions_, 0);
   std::cout << "inside transactions: " << insideTransactions_ << std::endl;
 }
 
