@@ -24,7 +24,7 @@ struct RowMask {
     std::size_t found = 0;
     const auto add = [&](std::size_t i) {
       out[found] = static_cast<std::uint16_t>(i);
-      found += passes[i];
+      found += passes[i] & 1U;
     };
     std::size_t first = 0;
     for (; first + sizeof(std::uint64_t) <= size; first += sizeof(std::uint64_t)) {
