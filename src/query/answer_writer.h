@@ -16,13 +16,13 @@ class AnswerWriter {
       answer_.addText(value.text);
       return;
     }
+    if (value.type == AnswerType::real) {
+      answer_.addReal(value.real);
+      return;
+    }
     AnswerValue& added = answer_.values.emplace_back();
     added.type = value.type;
-    if (value.type == AnswerType::real) {
-      added.real = value.real;
-    } else {
-      added.integer = value.integer;
-    }
+    added.integer = value.integer;
   }
   // The value that the cell shows at this second.
   void addCell(const ColumnValues& values, std::size_t row, bool canBeTimed) {
