@@ -33,6 +33,7 @@ bool isLocal(int file) {
 
 bool FileWatch::isQuiet(int file) {
   if (notes_ == none) {
+    if (++questions_ < questionsBefore) return false;
     notes_ = isLocal(file) ? inotify_init1(IN_NONBLOCK | IN_CLOEXEC) : impossible;
     // By its descriptor, since the name may lead to another file by now. A new name and a removal
     // change the file's number of names, which is an attribute.

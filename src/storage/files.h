@@ -126,7 +126,7 @@ class File {
   std::optional<std::int64_t> contentEnd() const;
   std::optional<FileIdentity> identity() const;
   // Whether its name still leads to it, and its identity is what it was, since the last call; false
-  // the first time, and wherever the system cannot tell: see FileWatch.
+  // the first ten thousand times, and wherever the system cannot tell: see FileWatch.
   bool isUntouched() { return watch_.isQuiet(descriptor_); }
   // Gives the file the permissions of another.
   bool takeModeOf(const File& other);
