@@ -1,4 +1,4 @@
-# How everything is compiled: the language, the warnings, the sanitizers, link-time optimisation.
+# How everything is compiled: the language, the warnings, the sanitizers, coverage.
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -36,37 +36,6 @@ function(velmora_warnings target)
     # The sanitizers' own code in the standard library's headers sets the first one off, and keeps
     # gcc from seeing that a short text has no memory to be freed.
     target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized -Wno-free-nonheap-object)
-  endif()
-endfunction()
-
-# The objects carry machine code and link-time code side by side, so that the shared library is
-# optimised as a whole while the tests link the very same objects in the ordinary, quick way.
-set(velmora_lto_enabled OFF)
-if(VELMORA_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release"
-   AND NOT VELMORA_SANITIZE AND NOT VELMORA_COVERAGE)
-  set(velmora_lto_enabled ON)
-  add_link_options(-fno-lto)
-endif()
-
-function(velmora_link_time_objects target)
-  if(velmora_lto_enabled)
-    target_compile_options(${target} PRIVATE -flto=auto -ffat-lto-objects)
-  endif()
-endfunction()
-
-function(velmora_link_time_optimise target)
-  if(velmora_lto_enabled)
-    target_link_options(${target} PRIVATE -O3 -flto=auto)
-  endif()
-endfunction()
-
-# Link-time code is readable by one compiler version only; an archive for anyone must not hold it.
-function(velmora_ordinary_archive target)
-  if(velmora_lto_enabled)
-    add_custom_command(TARGET ${target} POST_BUILD VERBATIM
-      COMMAND ${CMAKE_OBJCOPY} --wildcard "--remove-section=.gnu.lto_*"
-              "--remove-section=.gnu.debuglto_*" --strip-symbol=__gnu_lto_v1
-              $<TARGET_FILE:${target}>)
   endif()
 endfunction()
 
