@@ -265,10 +265,24 @@ class ColumnReader {
   }
   // Adds the value to the answer. Throws std::invalid_argument or std::out_of_range ("stoi",
   // "stof") for a text that does not convert.
-  void print(std::size_t row, JsonRows& answer);
+  void print(std::size_t row, JsonRows& answer) {
+    const ColumnValues::Chunk& values = chunkOf(row);
+    const std::size_t place = Rows::placeOf(row);
+    const ValueKind kind = values_->kind();
+    if (kind == ValueKind::text && !values.isOdd(place)) {
+      const Text& text = values.texts()[place];
+      text == missingValue ? answer.addNull() : answer.addText(text);
+    } else if (kind == ValueKind::integer && !values.isOdd(place)) {
+      answer.addInt(values.numbers()[place]);
+    } else {
+      printOther(row, answer);
+    }
+  }
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept { values_->prefetch(row); }
 
  private:
+  void printOther(std::size_t row, JsonRows& answer);
+
   const ColumnValues* values_;
   std::int64_t now_;
   std::size_t number_ = static_cast<std::size_t>(-1);  // of the chunk
