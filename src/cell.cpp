@@ -19,19 +19,6 @@ std::int64_t wrappingSubtract(std::int64_t a, std::int64_t b) noexcept {
 
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
-// Whether the rule's next change can be told from its durations: what no clock shows and no command
-// gives may wrap.
-bool isUsual(const TempRule& rule, std::int64_t now) noexcept {
-  constexpr std::int64_t far = std::int64_t{1} << 60;
-  constexpr std::int64_t longest = std::int64_t{1} << 40;  // of a state
-  const auto isNear = [](std::int64_t seconds) { return -far < seconds && seconds < far; };
-  return isNear(now) && isNear(rule.startTime) && isNear(rule.cycleLength) &&
-         rule.cycleLength >= (rule.repeat ? 1 : 0) &&
-         std::all_of(rule.states.begin(), rule.states.end(), [&](const TempState& state) {
-           return state.duration >= 0 && state.duration <= longest;
-         });
-}
-
 }  // namespace
 
 bool isStoredType(std::string_view typeName) noexcept {
@@ -47,6 +34,20 @@ ValueKind valueKind(std::string_view typeName) noexcept {
   if (typeName == longType) return ValueKind::longInteger;
   if (typeName == doubleType) return ValueKind::doubleReal;
   return ValueKind::unknown;
+}
+
+bool isUsualSecond(std::int64_t second) noexcept {
+  constexpr std::int64_t far = std::int64_t{1} << 60;
+  return -far < second && second < far;
+}
+
+bool TempRule::isUsual() const noexcept {
+  constexpr std::int64_t longest = std::int64_t{1} << 40;  // of a state
+  return isUsualSecond(startTime) && isUsualSecond(cycleLength) &&
+         cycleLength >= (repeat ? 1 : 0) &&
+         std::all_of(states.begin(), states.end(), [&](const TempState& state) {
+           return state.duration >= 0 && state.duration <= longest;
+         });
 }
 
 std::size_t TempRule::calculateIndex(std::int64_t now) const noexcept {
@@ -68,22 +69,20 @@ std::string_view TempRule::valueAt(std::int64_t now) const {
   return states.at(calculateIndex(now)).value.view();
 }
 
-TempRule::Moment TempRule::momentAt(std::int64_t now) const noexcept {
-  if (states.empty() || now == never) return {calculateIndex(now), never};
-  if (!isUsual(*this, now)) return {calculateIndex(now), now + 1};
-  if (now < startTime) {
-    // A first state of no length is passed over once a pass, before the start as well.
-    return {calculateIndex(now), states.front().duration > 0 ? startTime : now + 1};
-  }
+std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
+  if (states.empty() || now == never) return never;
+  if (!isUsual() || !isUsualSecond(now)) return now + 1;
+  // A first state of no length is passed over once a pass, before the start as well.
+  const bool isPassedOver = repeat && states.front().duration == 0;
+  if (now < startTime) return isPassedOver ? now + 1 : startTime;
   const std::size_t last = states.size() - 1;
   std::int64_t elapsed = now - startTime;
-  if (!repeat && elapsed >= cycleLength) return {last, never};
+  if (!repeat && elapsed >= cycleLength) return never;
   if (repeat) elapsed %= cycleLength;
-  std::size_t index = 0;
   std::int64_t end = states.front().duration;
-  while (elapsed >= end && index < last) end += states[++index].duration;
+  for (std::size_t i = 1; elapsed >= end && i <= last; ++i) end += states[i].duration;
   // A pass whose length is not its states' sum ends when its length says so.
-  return {index, now + (elapsed < end ? std::min(end, cycleLength) : cycleLength) - elapsed};
+  return now + (elapsed < end ? std::min(end, cycleLength) : cycleLength) - elapsed;
 }
 
 std::int64_t TempRule::nextValueChange(std::int64_t now) const noexcept {
@@ -92,12 +91,12 @@ std::int64_t TempRule::nextValueChange(std::int64_t now) const noexcept {
   std::int64_t second = now;
   // The start, each state of a pass, and that of the next one in which this second lies.
   for (std::size_t i = 0; i < states.size() + 2; ++i) {
-    if (!isUsual(*this, second)) return second + 1;
+    if (!isUsual() || !isUsualSecond(second)) return second + 1;
     second = nextChange(second);
     if (second == never) return never;
     if (states[calculateIndex(second)].value != shown) return second;
   }
-  return never;
+  return second < startTime ? second : never;
 }
 
 Cell::Cell(const Cell& other)

@@ -50,6 +50,8 @@ struct TempState {
   std::int64_t duration = 0;  // seconds
 };
 
+bool isUsualSecond(std::int64_t second) noexcept;
+
 // A timed value: states passed through by wall-clock time, once or cycling.
 struct TempRule {
   std::vector<TempState> states;
@@ -57,18 +59,16 @@ struct TempRule {
   std::int64_t cycleLength = 0;  // seconds of one pass through all states
   bool repeat = false;
 
+  // Whether changes at usual seconds can be told from the durations: what no clock shows and no
+  // command gives may wrap.
+  bool isUsual() const noexcept;
   // The state in force at the second `now`; 0 when there are none.
   std::size_t calculateIndex(std::int64_t now) const noexcept;
   // The value in force at the second `now`; throws std::out_of_range when there are no states.
   std::string_view valueAt(std::int64_t now) const;
-  // The state in force at the second `now`, and a second up to which it stays; behind that the rule
-  // has to be asked again.
-  struct Moment {
-    std::size_t index;
-    std::int64_t change;
-  };
-  Moment momentAt(std::int64_t now) const noexcept;
-  std::int64_t nextChange(std::int64_t now) const noexcept { return momentAt(now).change; }
+  // A second up to which the state in force at the second `now` stays; behind that the rule has to
+  // be asked again.
+  std::int64_t nextChange(std::int64_t now) const noexcept;
   // The first second behind `now` at which another value is shown; the largest number if none is.
   // Where durations or seconds are absurd it may be too early.
   std::int64_t nextValueChange(std::int64_t now) const noexcept;

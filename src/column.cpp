@@ -9,7 +9,6 @@
 namespace velmora {
 namespace {
 
-constexpr std::int64_t always = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t never = std::numeric_limits<std::int64_t>::min();
 constexpr float noFloat = std::numeric_limits<float>::quiet_NaN();
 constexpr double noDouble = std::numeric_limits<double>::quiet_NaN();
@@ -255,34 +254,13 @@ void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view
 // Gives rows of one chunk, but for odd cells, what the arrays hold of another row.
 void ColumnValues::copyTo(std::span<const std::int32_t> rows, const Chunk& to, std::size_t model) {
   const Chunk from = chunk(Rows::chunkOf(model));
-  const auto copy = [&](const auto* source, auto* target) {
+  forEachArray(from, to, [&](const auto* source, auto* target) {
     const auto value = source[Rows::placeOf(model)];
     for (const std::int32_t row : rows) {
       const std::size_t place = Rows::placeOf(static_cast<std::size_t>(row));
       if (!to.isOdd(place)) target[place] = value;
     }
-  };
-  switch (kind_) {
-    case ValueKind::integer:
-      copy(from.numbers(), to.numbers());
-      break;
-    case ValueKind::real:
-      copy(from.reals(), to.reals());
-      break;
-    case ValueKind::longInteger:
-      copy(from.longs(), to.longs());
-      break;
-    case ValueKind::doubleReal:
-      copy(from.doubles(), to.doubles());
-      break;
-    case ValueKind::boolean:
-      break;  // its code is all
-    case ValueKind::text:
-    case ValueKind::unknown:
-      copy(from.texts(), to.texts());
-      break;
-  }
-  if (codes_ != values_ || kind_ == ValueKind::boolean) copy(from.codes, to.codes);
+  });
 }
 
 void ColumnValues::setNumber(std::size_t row, std::int32_t number) noexcept {
@@ -353,22 +331,19 @@ void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
   };
   grow(odd.places);
   grow(odd.cells);
-  grow(odd.changes);
   const bool isTold = store(chunk(Rows::chunkOf(row)), place, cell.valueAt(now));
   // Nothing below can fail.
   const auto offset = static_cast<std::ptrdiff_t>(at);
   if (isNew) {
     odd.places.insert(odd.places.begin() + offset, static_cast<std::uint16_t>(place));
     odd.cells.insert(odd.cells.begin() + offset, Cell());
-    odd.changes.insert(odd.changes.begin() + offset, always);
   }
   const bool isTimed = cell.tempRule != nullptr;
-  const bool isCurrent = odd.since <= now && now < odd.until;
-  std::int64_t change = always;
-  if (isTimed) change = isCurrent ? cell.tempRule->nextChange(now) : never;
-  odd.changes[at] = change;
-  odd.until = std::min(odd.until, change);
+  const bool isCurrent = odd.holdsAt(now);
+  if (isTimed) odd.until = std::min(odd.until, isCurrent ? cell.tempRule->nextChange(now) : never);
   if (isTimed && isCurrent) odd.since = now;
+  const bool areKept = odd.states != nullptr && isTimed && odd.states->makeSingle(place);
+  if (!areKept) odd.states.reset();
   odd.flags[place] = isTold ? listed : listed | unclear;
   if (!isTimed && holdsTexts(kind_)) odd.flags[place] |= literal;
   odd.cells[at] = std::move(cell);
@@ -379,9 +354,9 @@ void ColumnValues::removeOdd(std::size_t row) noexcept {
   const std::size_t at = odd.find(Rows::placeOf(row));
   const auto offset = static_cast<std::ptrdiff_t>(at);
   odd.flags[Rows::placeOf(row)] = 0;
+  odd.states.reset();
   odd.places.erase(odd.places.begin() + offset);
   odd.cells.erase(odd.cells.begin() + offset);
-  odd.changes.erase(odd.changes.begin() + offset);
 }
 
 void ColumnValues::refile(std::size_t row, std::int64_t now) {

@@ -12,7 +12,8 @@
 // A cell for which that is not enough is odd: a timed value, or a text that is not spelled so (05,
 // 99999999999, or 5.5 where integers belong). Odd cells are kept beside the arrays, a list for each
 // chunk of rows. Of a timed value the array holds the state in force, as far as that can be told by
-// it, and the list knows until when that is right: a scan looks at no rule before.
+// it, and the list knows until when that is right: a scan looks at no rule before. For other
+// seconds a chunk keeps all states of its timed values in arrays as well, arranged by rhythm.
 //
 // Only this room knows which cells are odd. Who scans asks for a chunk's arrays and is told which
 // rows they do not stand for.
@@ -22,10 +23,12 @@
 // reads change nothing that others read, and may be at any second: see chunkAt.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -33,6 +36,7 @@
 #include "cell.h"
 #include "number.h"
 #include "result_set.h"
+#include "rhythm.h"
 #include "rows.h"
 #include "typed_value.h"
 
@@ -188,34 +192,45 @@ class ColumnValues {
   }
 
  private:
+  // What a chunk's arrays hold, without room for further rows, or other values in the same form.
+  struct Arrays {
+    std::unique_ptr<std::byte[]> values;  // null where there are texts
+    std::unique_ptr<Text[]> texts;
+    std::unique_ptr<std::uint8_t[]> codes;  // null where they are the values
+    std::unique_ptr<std::uint8_t[]> odd;
+
+    Chunk chunk() const noexcept;
+  };
+  // What the timed values of a chunk show, all of them at any second.
+  struct States {
+    std::vector<RhythmGroup> groups;
+    // Those that are asked one by one, whatever the groups say of them: the ones of which rules are
+    // not usual or rhythms rare, and those that have changed since.
+    std::vector<std::uint16_t> single;
+    std::bitset<Rows::chunkRows> isSingle;
+    // Of the groups, one behind the other, the values of each state in the group's order; the odd
+    // ones are null where the arrays tell all.
+    Arrays values;
+
+    bool makeSingle(std::size_t place) noexcept;
+  };
   struct OddCells {
-    std::vector<std::uint8_t> flags;  // by row
-    // Ascending by row, each with the second from which its array value is no longer right.
-    std::vector<std::uint16_t> places;
+    std::vector<std::uint8_t> flags;    // by row
+    std::vector<std::uint16_t> places;  // ascending by row
     std::vector<Cell> cells;
-    std::vector<std::int64_t> changes;
     // The seconds for which the arrays are right.
     std::int64_t since = std::numeric_limits<std::int64_t>::min();
     std::int64_t until = std::numeric_limits<std::int64_t>::max();
 
-    // What readers have made for those who come: the last two snapshots, and the last changes at a
-    // second of the arrays' own and at two others.
-    struct Change {  // the next one, from each second of these
-      std::int64_t from = 0;
-      std::int64_t second = 0;
-    };
+    // What readers have made for those who come: the last two snapshots, when a live value changes
+    // next while the arrays are right, and the states.
     mutable std::mutex guard;  // of these
     mutable std::shared_ptr<const Snapshot> snapshots[2];
-    mutable Change nextChanges[3];
     mutable std::size_t newerSnapshot = 0;
-    mutable std::size_t newerChange = 1;
+    mutable std::optional<std::int64_t> next;
+    mutable std::unique_ptr<States> states;
 
     bool holdsAt(std::int64_t now) const noexcept { return since <= now && now < until; }
-    void keepChange(std::int64_t now, std::int64_t second) const noexcept {
-      if (!holdsAt(now)) newerChange = 3 - newerChange;
-      nextChanges[holdsAt(now) ? 0 : newerChange] = {now, second};
-    }
-
     std::size_t find(std::size_t place) const noexcept;
   };
 
@@ -236,6 +251,21 @@ class ColumnValues {
   void keepRight(std::size_t chunk, std::int64_t now) const;
   void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
   void dropKept(std::size_t chunk) noexcept;
+  // Calls use(source, target) with each of the arrays.
+  template <typename Use>
+  void forEachArray(const Chunk& from, const Chunk& to, Use use) const;
+  Arrays makeArrays(std::size_t count) const;
+  // What follows needs the guard, or that nobody else reads.
+  std::unique_ptr<States> makeStates(const OddCells& odd) const;
+  std::size_t memoryBytesOf(const States& states) const;
+  void storeStates(const OddCells& odd, States& states) const;
+  static const States* statesAt(const OddCells& odd, std::int64_t now);
+  template <typename Use>
+  static void forEachSingle(const OddCells& odd, std::int64_t now, Use use);
+  void showGroups(const States& states, std::int64_t now, const Chunk& to,
+                  std::uint8_t* flags) const;
+  void show(const OddCells& odd, std::int64_t now, const Chunk& to, std::uint8_t* flags) const;
+  std::int64_t nextChange(const OddCells& odd, std::int64_t now, const std::uint8_t* deleted) const;
   std::shared_ptr<const Snapshot> snapshot(std::size_t chunk, std::int64_t now) const;
   std::int64_t nextChange(std::size_t chunk, std::int64_t now) const;
 
@@ -246,6 +276,31 @@ class ColumnValues {
   std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
 };
+
+template <typename Use>
+void ColumnValues::forEachArray(const Chunk& from, const Chunk& to, Use use) const {
+  switch (kind_) {
+    case ValueKind::integer:
+      use(from.numbers(), to.numbers());
+      break;
+    case ValueKind::real:
+      use(from.reals(), to.reals());
+      break;
+    case ValueKind::longInteger:
+      use(from.longs(), to.longs());
+      break;
+    case ValueKind::doubleReal:
+      use(from.doubles(), to.doubles());
+      break;
+    case ValueKind::boolean:
+      break;  // its code is all
+    case ValueKind::text:
+    case ValueKind::unknown:
+      use(from.texts(), to.texts());
+      break;
+  }
+  if (codes_ != values_ || kind_ == ValueKind::boolean) use(from.codes, to.codes);
+}
 
 // Reads a column row by row at one second, quickly where the next row is near the one before. The
 // column has to stay as it is.
@@ -265,10 +320,24 @@ class ColumnReader {
   }
   // Adds the value to the answer. Throws std::invalid_argument or std::out_of_range ("stoi",
   // "stof") for a text that does not convert.
-  void print(std::size_t row, JsonRows& answer);
+  void print(std::size_t row, JsonRows& answer) {
+    const ColumnValues::Chunk& values = chunkOf(row);
+    const std::size_t place = Rows::placeOf(row);
+    const ValueKind kind = values_->kind();
+    if (kind == ValueKind::text && !values.isOdd(place)) {
+      const Text& text = values.texts()[place];
+      text == missingValue ? answer.addNull() : answer.addText(text);
+    } else if (kind == ValueKind::integer && !values.isOdd(place)) {
+      answer.addInt(values.numbers()[place]);
+    } else {
+      printOther(row, answer);
+    }
+  }
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept { values_->prefetch(row); }
 
  private:
+  void printOther(std::size_t row, JsonRows& answer);
+
   const ColumnValues* values_;
   std::int64_t now_;
   std::size_t number_ = static_cast<std::size_t>(-1);  // of the chunk

@@ -25,7 +25,7 @@ void printText(std::string_view text, ValueKind kind, JsonRows& answer) {
 
 }  // namespace
 
-void ColumnReader::print(std::size_t row, JsonRows& answer) {
+void ColumnReader::printOther(std::size_t row, JsonRows& answer) {
   const ColumnValues::Chunk& values = chunkOf(row);
   const std::size_t place = Rows::placeOf(row);
   const ValueKind kind = values_->kind();

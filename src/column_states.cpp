@@ -2,6 +2,8 @@
 // other seconds, and when a value changes next.
 #include <algorithm>
 #include <cmath>
+#include <type_traits>
+#include <utility>
 
 #include "column.h"
 
@@ -21,94 +23,212 @@ void prefetchRules(const std::vector<Cell>& cells, std::size_t i) noexcept {
   if (rule != nullptr) __builtin_prefetch(rule->states.data());
 }
 
+template <typename Value>
+void scatter(const Value* values, const std::uint16_t* places, std::size_t count, Value* to) {
+  for (std::size_t i = 0; i < count; ++i) {
+    // Long texts take memory; most of them stay.
+    if constexpr (std::is_same_v<Value, Text>) {
+      if (to[places[i]] == values[i]) continue;
+    }
+    to[places[i]] = values[i];
+  }
+}
+
 }  // namespace
 
-// A chunk's arrays at a second, without room for further rows.
+// A chunk's arrays at a second.
 struct ColumnValues::Snapshot {
-  std::unique_ptr<std::byte[]> values;  // null where there are texts
-  std::unique_ptr<Text[]> texts;
-  std::unique_ptr<std::uint8_t[]> codes;  // null where they are the values
-  std::unique_ptr<std::uint8_t[]> odd;
+  Arrays arrays;
   std::int64_t since = 0;  // the seconds for which they are right
   std::int64_t until = 0;
+  std::int64_t next = 0;  // when a live value changes
 
   bool holdsAt(std::int64_t now) const noexcept { return since <= now && now < until; }
-  Chunk arrays() const noexcept {
-    std::byte* const bytes = texts ? reinterpret_cast<std::byte*>(texts.get()) : values.get();
-    std::uint8_t* const ownCodes = codes ? codes.get() : reinterpret_cast<std::uint8_t*>(bytes);
-    return {bytes, ownCodes, odd.get()};
-  }
 };
+
+ColumnValues::Chunk ColumnValues::Arrays::chunk() const noexcept {
+  std::byte* const bytes = texts ? reinterpret_cast<std::byte*>(texts.get()) : values.get();
+  std::uint8_t* const ownCodes = codes ? codes.get() : reinterpret_cast<std::uint8_t*>(bytes);
+  return {bytes, ownCodes, odd.get()};
+}
+
+ColumnValues::Arrays ColumnValues::makeArrays(std::size_t count) const {
+  Arrays made;
+  if (holdsTexts(kind_)) {
+    made.texts = std::make_unique<Text[]>(count);
+  } else {
+    made.values = std::make_unique<std::byte[]>(count * width_);
+  }
+  if (codes_ != values_) made.codes = std::make_unique<std::uint8_t[]>(count);
+  made.odd = std::make_unique<std::uint8_t[]>(count);
+  return made;
+}
+
+// Puts the rules that are to be asked one by one apart, as far as there is room; whether there was.
+bool ColumnValues::States::makeSingle(std::size_t place) noexcept {
+  if (isSingle[place]) return true;
+  if (single.size() == single.capacity()) return false;
+  single.push_back(static_cast<std::uint16_t>(place));
+  isSingle[place] = true;
+  return true;
+}
+
+std::unique_ptr<ColumnValues::States> ColumnValues::makeStates(const OddCells& odd) const {
+  // Where there are more, cells are looked for in too many of them.
+  constexpr std::size_t mostGroups = 32;
+  auto made = std::make_unique<States>();
+  Course course;
+  std::vector<std::uint16_t> single;
+  for (std::size_t i = 0; i < odd.places.size(); ++i) {
+    prefetchRules(odd.cells, i);
+    if (odd.cells[i].tempRule == nullptr) continue;
+    const bool isUsual = course.take(*odd.cells[i].tempRule);
+    auto group = std::find_if(made->groups.begin(), made->groups.end(),
+                              [&](const auto& each) { return each.rhythm() == course.rhythm; });
+    if (!isUsual || (group == made->groups.end() && made->groups.size() == mostGroups)) {
+      single.push_back(odd.places[i]);
+      continue;
+    }
+    if (group == made->groups.end()) group = made->groups.emplace(group, course.rhythm);
+    group->add(odd.places[i], course.firstChange);
+  }
+  for (RhythmGroup& group : made->groups) group.sort();
+  // Room for cells that change; where it is used up, arranging all anew takes less time.
+  made->single.reserve(single.size() + odd.places.size() / 8);
+  for (const std::uint16_t place : single) made->makeSingle(place);
+  storeStates(odd, *made);
+  return made;
+}
+
+void ColumnValues::storeStates(const OddCells& odd, States& states) const {
+  std::size_t count = 0;
+  for (const RhythmGroup& group : states.groups) count += group.valueCount();
+  states.values = makeArrays(count);
+  const Chunk arrays = states.values.chunk();
+  bool areTold = true;
+  std::size_t first = 0;
+  Course course;
+  for (const RhythmGroup& group : states.groups) {
+    const std::size_t size = group.places().size();
+    for (std::size_t i = 0; i < size; ++i) {
+      const TempRule& rule = *odd.cells[odd.find(group.places()[i])].tempRule;
+      course.take(rule);
+      for (std::size_t state = 0; state < course.states.size(); ++state) {
+        const std::size_t at = first + state * size + i;
+        const bool isTold = store(arrays, at, rule.states[course.states[state]].value);
+        states.values.odd[at] = isTold ? listed : listed | unclear;
+        areTold = areTold && isTold;
+      }
+    }
+    first += group.valueCount();
+  }
+  if (areTold) states.values.odd.reset();
+}
+
+// The states of a chunk that can tell them at a second; else each rule has to be asked.
+const ColumnValues::States* ColumnValues::statesAt(const OddCells& odd, std::int64_t now) {
+  return isUsualSecond(now) ? odd.states.get() : nullptr;
+}
+
+// Calls use(place, rule) with those timed cells that no group stands for.
+template <typename Use>
+void ColumnValues::forEachSingle(const OddCells& odd, std::int64_t now, Use use) {
+  const States* const states = statesAt(odd, now);
+  for (const std::uint16_t place : states == nullptr ? odd.places : states->single) {
+    const TempRule* const rule = odd.cells[odd.find(place)].tempRule.get();
+    if (rule != nullptr) use(place, *rule);
+  }
+}
+
+// Puts what the timed cells show at a second into arrays of the chunk.
+void ColumnValues::show(const OddCells& odd, std::int64_t now, const Chunk& to,
+                        std::uint8_t* flags) const {
+  if (odd.states == nullptr) odd.states = makeStates(odd);
+  const States* const states = statesAt(odd, now);
+  if (states != nullptr) showGroups(*states, now, to, flags);
+  forEachSingle(odd, now, [&](std::size_t place, const TempRule& rule) {
+    const bool isTold = !rule.states.empty() && store(to, place, rule.valueAt(now));
+    flags[place] = isTold ? listed : listed | unclear;
+  });
+}
+
+void ColumnValues::showGroups(const States& states, std::int64_t now, const Chunk& to,
+                              std::uint8_t* flags) const {
+  const Chunk from = states.values.chunk();
+  std::size_t firstOfGroup = 0;
+  for (const RhythmGroup& group : states.groups) {
+    const std::uint16_t* const places = group.places().data();
+    const std::size_t size = group.places().size();
+    group.forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
+      const std::size_t begin = firstOfGroup + state * size;
+      const auto copy = [&](const auto* source, auto* target) {
+        scatter(source + begin + first, places + first, last - first, target);
+      };
+      forEachArray(from, to, copy);
+      if (from.odd != nullptr) copy(from.odd, flags);
+    });
+    firstOfGroup += group.valueCount();
+  }
+}
+
+// The first second behind `now` at which a cell shows another value that is not marked deleted.
+std::int64_t ColumnValues::nextChange(const OddCells& odd, std::int64_t now,
+                                      const std::uint8_t* deleted) const {
+  std::int64_t next = always;
+  const auto isDeleted = [&](std::size_t place) {
+    return deleted != nullptr && deleted[place] != 0;
+  };
+  if (const States* const states = statesAt(odd, now)) {
+    const auto isSkipped = [&](std::size_t place) {
+      return states->isSingle[place] || isDeleted(place);
+    };
+    for (const RhythmGroup& group : states->groups) {
+      next = std::min(next, group.nextChange(now, isSkipped));
+    }
+  }
+  forEachSingle(odd, now, [&](std::size_t place, const TempRule& rule) {
+    // No value changes before its state does, which is told more quickly.
+    const bool isSooner = !isDeleted(place) && rule.nextChange(now) < next;
+    if (isSooner) next = std::min(next, rule.nextValueChange(now));
+  });
+  return next;
+}
 
 void ColumnValues::keepRight(std::size_t chunk, std::int64_t now) const {
   OddCells& odd = *odd_[chunk];
   if (!odd.holdsAt(now)) refresh(chunk, odd, now);
 }
 
-// Puts the states in force into the arrays where they have changed.
+// Puts the states in force into the arrays.
 void ColumnValues::refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const {
-  const bool isBack = now < odd.since;
-  const Chunk values = this->chunk(chunk);
   // Until all is done nothing is right.
   odd.since = always;
-  std::int64_t until = always;
-  for (std::size_t i = 0; i < odd.places.size(); ++i) {
-    const TempRule* const rule = odd.cells[i].tempRule.get();
-    if (rule != nullptr && (isBack || odd.changes[i] <= now)) {
-      const bool isTold = !rule->states.empty() && store(values, odd.places[i], rule->valueAt(now));
-      odd.flags[odd.places[i]] = isTold ? listed : listed | unclear;
-      odd.changes[i] = rule->nextChange(now);
-    }
-    until = std::min(until, odd.changes[i]);
-  }
+  odd.next.reset();
+  show(odd, now, this->chunk(chunk), odd.flags.data());
+  odd.until = nextChange(odd, now, nullptr);
   odd.since = now;
-  odd.until = until;
 }
 
 void ColumnValues::dropKept(std::size_t chunk) noexcept {
   OddCells& odd = *odd_[chunk];
   for (auto& snapshot : odd.snapshots) snapshot.reset();
-  for (auto& change : odd.nextChanges) change = {};
+  odd.next.reset();
 }
 
 std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t chunk,
                                                                      std::int64_t now) const {
   const OddCells& odd = *odd_[chunk];
-  const Chunk model = this->chunk(chunk);
   const std::size_t count = rows_.sizeOf(chunk);
   const auto made = std::make_shared<Snapshot>();
-  if (holdsTexts(kind_)) {
-    made->texts = std::make_unique<Text[]>(count);
-    std::copy_n(model.texts(), count, made->texts.get());
-  } else {
-    made->values = std::make_unique_for_overwrite<std::byte[]>(count * width_);
-    std::copy_n(model.values, count * width_, made->values.get());
-  }
-  if (codes_ != values_) {
-    made->codes = std::make_unique_for_overwrite<std::uint8_t[]>(count);
-    std::copy_n(model.codes, count, made->codes.get());
-  }
-  made->odd = std::make_unique_for_overwrite<std::uint8_t[]>(count);
-  std::copy_n(odd.flags.data(), count, made->odd.get());
+  made->arrays = makeArrays(count);
+  const Chunk arrays = made->arrays.chunk();
+  forEachArray(this->chunk(chunk), arrays,
+               [&](const auto* from, auto* to) { std::copy_n(from, count, to); });
+  std::copy_n(odd.flags.data(), count, made->arrays.odd.get());
+  show(odd, now, arrays, made->arrays.odd.get());
   made->since = now;
-  made->until = always;
-  std::int64_t next = always;
-  const std::uint8_t* const deleted = rows_.deleted(chunk);
-  for (std::size_t i = 0; i < odd.places.size(); ++i) {
-    prefetchRules(odd.cells, i);
-    const TempRule* const rule = odd.cells[i].tempRule.get();
-    if (rule == nullptr) continue;
-    const std::size_t place = odd.places[i];
-    const TempRule::Moment moment = rule->momentAt(now);
-    const bool isTold =
-        !rule->states.empty() && store(made->arrays(), place, rule->states[moment.index].value);
-    made->odd[place] = isTold ? listed : listed | unclear;
-    made->until = std::min(made->until, moment.change);
-    // The rules are in the cache, and who asks for the states asks for this next.
-    const bool isSooner = moment.change < next && deleted[place] == 0;
-    if (isSooner) next = std::min(next, rule->nextValueChange(now));
-  }
-  odd.keepChange(now, next);
+  made->until = nextChange(odd, now, nullptr);
+  made->next = rows_.hasDeleted(chunk) ? nextChange(odd, now, rows_.deleted(chunk)) : made->until;
   return made;
 }
 
@@ -118,30 +238,24 @@ ColumnValues::ChunkAt ColumnValues::chunkAt(std::size_t chunk, std::int64_t now)
   if (odd.holdsAt(now)) return {this->chunk(chunk), nullptr};
   const std::lock_guard lock(odd.guard);
   for (const auto& kept : odd.snapshots) {
-    if (kept != nullptr && kept->holdsAt(now)) return {kept->arrays(), kept};
+    if (kept != nullptr && kept->holdsAt(now)) return {kept->arrays.chunk(), kept};
   }
   auto made = snapshot(chunk, now);
   odd.newerSnapshot ^= 1;
   odd.snapshots[odd.newerSnapshot] = made;
-  return {made->arrays(), std::move(made)};
+  return {made->arrays.chunk(), std::move(made)};
 }
 
 std::int64_t ColumnValues::nextChange(std::size_t chunk, std::int64_t now) const {
   const OddCells& odd = *odd_[chunk];
   const std::lock_guard lock(odd.guard);
-  for (const OddCells::Change& kept : odd.nextChanges) {
-    if (kept.from <= now && now < kept.second) return kept.second;
+  for (const auto& kept : odd.snapshots) {
+    if (kept != nullptr && kept->holdsAt(now)) return kept->next;
   }
-  std::int64_t next = always;
-  const std::uint8_t* const deleted = rows_.deleted(chunk);
-  for (std::size_t i = 0; i < odd.places.size(); ++i) {
-    prefetchRules(odd.cells, i);
-    const TempRule* const rule = odd.cells[i].tempRule.get();
-    if (rule == nullptr || deleted[odd.places[i]] != 0) continue;
-    // No value changes before its state does, which is told more quickly.
-    if (rule->nextChange(now) < next) next = std::min(next, rule->nextValueChange(now));
-  }
-  odd.keepChange(now, next);
+  const bool isCurrent = odd.holdsAt(now);
+  if (isCurrent && odd.next) return *odd.next;
+  const std::int64_t next = nextChange(odd, now, rows_.deleted(chunk));
+  if (isCurrent) odd.next = next;
   return next;
 }
 

@@ -6,6 +6,20 @@
 
 namespace velmora {
 
+std::size_t ColumnValues::memoryBytesOf(const States& states) const {
+  std::size_t bytes = sizeof states + states.single.capacity() * sizeof states.single[0];
+  std::size_t count = 0;
+  for (const RhythmGroup& group : states.groups) {
+    bytes += group.memoryBytes();
+    count += group.valueCount();
+  }
+  bytes += count * (width_ + (codes_ != values_ ? 1 : 0) + (states.values.odd != nullptr ? 1 : 0));
+  for (std::size_t i = 0; holdsTexts(kind_) && i < count; ++i) {
+    bytes += states.values.texts[i].memoryBytes();
+  }
+  return bytes;
+}
+
 std::size_t ColumnValues::memoryBytes() const {
   std::size_t bytes = 0;
   for (std::size_t row = 0; holdsTexts(kind_) && row < rows_.size(); ++row) {
@@ -14,8 +28,9 @@ std::size_t ColumnValues::memoryBytes() const {
   for (const auto& odd : odd_) {
     if (odd == nullptr) continue;
     bytes += sizeof *odd + odd->flags.capacity() + odd->places.capacity() * sizeof odd->places[0] +
-             odd->cells.capacity() * sizeof(Cell) +
-             odd->changes.capacity() * sizeof odd->changes[0];
+             odd->cells.capacity() * sizeof(Cell);
+    const std::lock_guard lock(odd->guard);
+    if (odd->states != nullptr) bytes += memoryBytesOf(*odd->states);
     for (const Cell& cell : odd->cells) {
       bytes += cell.value.memoryBytes();
       if (cell.tempRule == nullptr) continue;

@@ -5,6 +5,7 @@
 
 #include <locale.h>
 
+#include <bit>
 #include <cfenv>
 #include <cfloat>
 #include <charconv>
@@ -12,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+
+#include "record_io.h"
 
 namespace velmora {
 namespace {
@@ -111,8 +114,45 @@ std::int64_t scaledRounded(float value, int decimals) noexcept {
   return std::llrint(static_cast<double>(value) * powers[decimals]);
 }
 
+// The digits of a number, ready to be put in one piece: the first in the lowest byte, and what is
+// behind the last one of no account.
+struct Digits {
+  static constexpr std::int64_t limit = 100'000'000;  // of the numbers that have so few
+
+  std::uint64_t bytes;
+  int count;
+
+  char* putAt(char* out) const noexcept {
+    putInt64(out, static_cast<std::int64_t>(bytes));
+    return out + count;
+  }
+};
+
+// Halves the number into fours, twos and single digits, those of each step side by side; that takes
+// the same steps whatever their count is. The factors divide by 100 and by 10.
+Digits digitsOf(std::uint32_t value) noexcept {
+  const std::uint64_t fours = value / 10000 | std::uint64_t{value % 10000} << 32;
+  const std::uint64_t hundreds = fours * 10486 >> 20 & 0x0000'007F'0000'007F;
+  const std::uint64_t twos = hundreds | (fours - hundreds * 100) << 16;
+  const std::uint64_t tens = twos * 103 >> 10 & 0x000F'000F'000F'000F;
+  const std::uint64_t ones = tens | (twos - tens * 10) << 8;
+  constexpr std::uint64_t last = std::uint64_t{1} << 56;  // a zero has one digit, too
+  const int zeros = std::countr_zero(ones | last) / 8;
+  return {(ones | 0x3030'3030'3030'3030) >> 8 * zeros, 8 - zeros};
+}
+
 // Writes a non-negative number with exactly `decimals` digits behind the point.
 char* writeScaled(char* out, std::int64_t scaled, int decimals) noexcept {
+  if (decimals == 0) return writeInt(out, scaled);
+  if (scaled < Digits::limit) {
+    const Digits digits = digitsOf(static_cast<std::uint32_t>(scaled));
+    const int whole = digits.count - decimals;
+    if (whole > 0) {
+      digits.putAt(out);
+      out[whole] = '.';
+      return Digits{digits.bytes >> 8 * whole, decimals}.putAt(out + whole + 1);
+    }
+  }
   char digits[24];
   const char* const end = std::to_chars(digits, digits + sizeof digits, scaled).ptr;
   const auto count = static_cast<int>(end - digits);
@@ -123,7 +163,6 @@ char* writeScaled(char* out, std::int64_t scaled, int decimals) noexcept {
     std::memcpy(out, digits, static_cast<std::size_t>(whole));
     out += whole;
   }
-  if (decimals == 0) return out;
   *out++ = '.';
   for (int i = whole; i < 0; ++i) *out++ = '0';
   const int from = whole > 0 ? whole : 0;
@@ -278,6 +317,9 @@ std::optional<double> canonicalDouble(std::string_view text) noexcept {
 }
 
 char* writeInt(char* out, std::int64_t value) noexcept {
+  if (0 <= value && value < Digits::limit) {
+    return digitsOf(static_cast<std::uint32_t>(value)).putAt(out);
+  }
   return std::to_chars(out, out + maxNumberText, value).ptr;
 }
 

@@ -89,6 +89,7 @@ void JsonRows::expectRows(std::size_t count) {
     prefixes_[i].size = text.size();
     std::memcpy(prefixes_[i].bytes, text.data(), std::min(text.size(), Prefix::capacity));
   }
+  arePrepared_ = true;
 }
 
 void JsonRows::addPrinted(std::string_view json) {

@@ -113,7 +113,7 @@ class JsonRows {
  private:
   // Room for what stands before the next value and for `count` bytes more; returns where they go.
   char* beginValue(std::size_t count) {
-    if (column_ >= prefixes_.size() || prefixes_[column_].size > Prefix::capacity) {
+    if (!arePrepared_ || prefixes_[column_].size > Prefix::capacity) {
       return beginUnpreparedValue(count);
     }
     const Prefix& prefix = prefixes_[column_];
@@ -143,7 +143,8 @@ class JsonRows {
   TextBuffer buffer_;
   std::span<const std::string> names_;
   std::vector<Prefix> prefixes_;
-  std::size_t column_ = 0;  // of the next value
+  bool arePrepared_ = false;  // there are prefixes
+  std::size_t column_ = 0;    // of the next value
 };
 
 struct ResultSet {

@@ -195,11 +195,16 @@ class PartnerIndex {
       heads[count] = buckets_[bucketOf(keys[i].code)];
       count += heads[count] != none ? 1 : 0;
     }
-    for (std::size_t i = 0; i < count && holdRows_; ++i) {
-      if (!keys[found[i]].isNumber) continue;
-      pairs.push_back({leftRows[found[i]], static_cast<std::int32_t>(heads[i])});
+    if (holdRows_) {
+      pairs.resize(count);
+      std::size_t pairCount = 0;
+      for (std::size_t i = 0; i < count; ++i) {
+        pairs[pairCount] = {leftRows[found[i]], static_cast<std::int32_t>(heads[i])};
+        pairCount += keys[found[i]].isNumber ? 1 : 0;
+      }
+      pairs.resize(pairCount);
+      return emit(pairs);
     }
-    if (holdRows_) return emit(pairs);
     for (std::size_t i = 0; i < count; ++i) __builtin_prefetch(&entries_[heads[i]]);
     for (std::size_t i = 0; i < count; ++i) {
       const std::int32_t leftRow = leftRows[found[i]];
@@ -306,6 +311,15 @@ struct Output {
   std::size_t rowOf(const Pair& pair) const {
     return static_cast<std::size_t>(isRight ? pair.right : pair.left);
   }
+  // Without those that follow on the ones before, which the processor brings by itself.
+  void prefetch(const std::vector<Pair>& pairs) const {
+    std::size_t before = 0;
+    for (const Pair& pair : pairs) {
+      const std::size_t row = rowOf(pair);
+      if (row - before > 1) reader.prefetch(row);
+      before = row;
+    }
+  }
 };
 
 }  // namespace
@@ -354,9 +368,7 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   // Some pairs' values are asked for while the pairs before them are printed.
   std::vector<Pair> coming;
   const auto addRows = [&](std::vector<Pair>& found) {
-    for (const Pair& pair : found) {
-      for (const Output& output : outputs) output.reader.prefetch(output.rowOf(pair));
-    }
+    for (const Output& output : outputs) output.prefetch(found);
     for (const Pair& pair : coming) {
       for (Output& output : outputs) {
         const std::size_t row = output.rowOf(pair);

@@ -546,6 +546,17 @@ TEST(IntegerToText, agreesWithTheStandard) {
   EXPECT_EQ(limits, "-92233720368547758089223372036854775807");
 }
 
+TEST(IntegerToText, agreesWithTheStandardWhereTheCountOfDigitsChanges) {
+  std::int64_t power = 1;
+  for (int digits = 1; digits <= 18; ++digits, power *= 10) {
+    for (const std::int64_t number : {power - 1, power, power + 1, 9 * power, -power, 1 - power}) {
+      std::string text;
+      appendInt(text, number);
+      ASSERT_EQ(text, std::to_string(number));
+    }
+  }
+}
+
 TEST(CharacterClasses, areThoseOfAscii) {
   for (int byte = 0; byte < 256; ++byte) {
     const auto c = static_cast<char>(byte);

@@ -171,5 +171,60 @@ TEST(TypedColumns, tellWhenALiveRowChangesNext) {
   }
 }
 
+// Changes a row as commands do, and as they take it back.
+void changeRow(Table& table, Choices& choices, const Texts& texts, std::size_t row,
+               std::int64_t now) {
+  if (choices.oneIn(3)) {
+    table.set(row, 0, plainCell(choices.of(texts)), now);
+  } else if (choices.oneIn(3)) {
+    table.setDeleted(row, table.isLive(row));
+  } else if (choices.oneIn(3)) {
+    add(table, timedCell(choices.rule(texts, -60, 60)), now);
+  } else {
+    table.set(row, 0, timedCell(choices.rule(texts, -60, 60)), now);
+  }
+}
+
+TEST(TypedColumns, showEachSecondAndTheNextChangeWhileCellsChange) {
+  for (const std::string& type : allTypes) {
+    Choices choices(9);
+    const Texts texts = textsFor(valueKind(type));
+    for (int round = 0; round < 40; ++round) {
+      Table table = tableOf(type);
+      // Few rules, so that there are rhythms, or one for each row.
+      std::vector<TempRule> rules;
+      for (std::int64_t i = choices.within(1, 60); i > 0; --i) {
+        rules.push_back(choices.rule(texts, -60, 60));
+      }
+      for (int i = 0; i < 60; ++i) {
+        TempRule rule = choices.of(rules);
+        rule.startTime += choices.within(-9, 9);
+        add(table, timedCell(rule));
+      }
+      for (int step = 0; step < 60; ++step) {
+        const std::int64_t now = choices.within(-100, 150);
+        const ColumnValues& values = table.values(0);
+        const ColumnValues::ChunkAt chunk =
+            choices.oneIn(4) ? ColumnValues::ChunkAt{values.chunk(0, now), nullptr}
+                             : values.chunkAt(0, now);
+        for (std::size_t row = 0; row < table.rowCount(); ++row) {
+          const Value expected = ownedValue(typedValue(values.kind(), textOf(table, row, 0, now)));
+          ASSERT_EQ(ownedValue(values.value(chunk.arrays, row, now)), expected) << type << row;
+        }
+        const std::int64_t change = values.nextChange(now);
+        ASSERT_GT(change, now);
+        for (std::size_t row = 0; row < table.rowCount(); ++row) {
+          const TempRule* const rule = table.isLive(row) ? values.rule(row) : nullptr;
+          if (rule != nullptr) {
+            ASSERT_LE(change, rule->nextValueChange(now)) << type << row;
+          }
+        }
+        const auto row = static_cast<std::size_t>(choices.within(0, 59));
+        if (choices.oneIn(2)) changeRow(table, choices, texts, row, now);
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace velmora

@@ -1,0 +1,151 @@
+// Rhythms: timed values put together by how they change, so that what all of them show at a second
+// is told without looking at each.
+//
+// Values have one rhythm if the times between their changes are the same, and both cycle or both
+// do not; they differ in their texts and in the second of their first change. Sorted by that, and
+// cycling ones by where in a pass it lies, those lie side by side that are at the same point of
+// their way: a few searches tell where such a run begins, and which of its values changes next.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+#include "cell.h"
+
+namespace velmora {
+
+struct Rhythm {
+  std::int64_t passLength = 0;  // 0: it does not cycle
+  // When what is shown from the first change on ends, counted from there, but for the last text of
+  // a pass.
+  std::vector<std::int64_t> ends;
+
+  bool operator==(const Rhythm&) const = default;
+};
+
+// The way of one rule through different texts. One object that takes many is quicker than many.
+struct Course {
+  // A state and where it ends, counted from the start of the rule.
+  struct Step {
+    std::size_t state;
+    std::int64_t end;
+  };
+
+  Rhythm rhythm;
+  std::int64_t firstChange = 0;
+  // The states shown from there on. The last one is shown before it, too, and nowhere else if the
+  // rule does not cycle.
+  std::vector<std::size_t> states;
+
+  std::vector<Step> steps;  // the same, from the start of the rule
+
+  // Takes that of the rule; false if it has none, but has to be asked at each second.
+  bool take(const TempRule& rule);
+};
+
+// Values of one rhythm, which belong to places of a chunk.
+class RhythmGroup {
+ public:
+  static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+
+  explicit RhythmGroup(const Rhythm& rhythm) : rhythm_(rhythm) {}
+  const Rhythm& rhythm() const noexcept { return rhythm_; }
+  std::size_t stateCount() const noexcept { return rhythm_.ends.size() + 1; }
+  // How many values there are of all states together.
+  std::size_t valueCount() const noexcept { return stateCount() * places_.size(); }
+  // Of each value, in the order of the group.
+  const std::vector<std::uint16_t>& places() const noexcept { return places_; }
+  std::size_t memoryBytes() const noexcept;
+
+  void add(std::uint16_t place, std::int64_t firstChange);
+  // To be called behind the last one.
+  void sort();
+
+  // Calls use(state, first, last) with the values from one to another that show the same of their
+  // course's states at a usual second, until all were there.
+  template <typename Use>
+  void forEachRun(std::int64_t now, Use use) const;
+  // The first second behind `now` at which one shows another text whose place is not skipped.
+  template <typename IsSkipped>
+  std::int64_t nextChange(std::int64_t now, IsSkipped isSkipped) const;
+
+ private:
+  bool cycles() const noexcept { return rhythm_.passLength > 0; }
+  // A second's place in a pass.
+  std::int64_t phaseOf(std::int64_t second) const noexcept {
+    if (!cycles()) return second;
+    const std::int64_t rest = second % rhythm_.passLength;
+    return rest < 0 ? rest + rhythm_.passLength : rest;
+  }
+  std::size_t firstBehind(std::int64_t phase) const noexcept {
+    const auto found =
+        std::partition_point(firstChanges_.begin(), firstChanges_.end(),
+                             [&](std::int64_t second) { return phaseOf(second) <= phase; });
+    return static_cast<std::size_t>(found - firstChanges_.begin());
+  }
+  std::int64_t changeOf(std::size_t i, std::size_t state, std::int64_t now) const noexcept;
+  template <typename Use>
+  void cutRun(std::int64_t now, std::size_t state, std::size_t first, std::size_t last,
+              Use use) const;
+
+  Rhythm rhythm_;
+  std::vector<std::int64_t> firstChanges_;
+  std::vector<std::uint16_t> places_;
+  std::int64_t latest_ = std::numeric_limits<std::int64_t>::min();  // first change
+};
+
+template <typename Use>
+void RhythmGroup::forEachRun(std::int64_t now, Use use) const {
+  const std::int64_t phase = phaseOf(now);
+  const std::size_t start = firstBehind(phase);
+  std::int64_t lastPhase = phase;
+  std::size_t last = start;
+  for (std::size_t state = 0; state < stateCount(); ++state) {
+    const bool isLast = state + 1 == stateCount();
+    const std::int64_t firstPhase = isLast ? phase : phaseOf(now - rhythm_.ends[state]);
+    const std::size_t first = isLast ? start : firstBehind(firstPhase);
+    if (firstPhase < lastPhase) {
+      cutRun(now, state, first, last, use);
+    } else {  // it goes beyond the end of a pass
+      cutRun(now, state, first, places_.size(), use);
+      cutRun(now, state, 0, last, use);
+    }
+    lastPhase = firstPhase;
+    last = first;
+  }
+}
+
+// Those that cycle and have not changed yet are anywhere in the order.
+template <typename Use>
+void RhythmGroup::cutRun(std::int64_t now, std::size_t state, std::size_t first, std::size_t last,
+                         Use use) const {
+  const auto isWaiting = [&](std::size_t i) { return firstChanges_[i] > now; };
+  while (first < last) {
+    std::size_t end = last;
+    if (cycles() && latest_ > now) {
+      end = first + 1;
+      while (end < last && isWaiting(end) == isWaiting(first)) ++end;
+    }
+    use(isWaiting(first) ? stateCount() - 1 : state, first, end);
+    first = end;
+  }
+}
+
+template <typename IsSkipped>
+std::int64_t RhythmGroup::nextChange(std::int64_t now, IsSkipped isSkipped) const {
+  std::int64_t next = never;
+  forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i) {
+      if (isSkipped(places_[i])) continue;
+      next = std::min(next, changeOf(i, state, now));
+      // The others of the run change later, but for cycling ones before their first change.
+      if (!cycles() || firstChanges_[i] <= now) break;
+    }
+  });
+  return next;
+}
+
+}  // namespace velmora
