@@ -218,6 +218,9 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
   const Interrupt interrupt(interrupts);
   const ReaderVisit visit(gate, interrupt);
   requireSure();
+  prepared.keepOnly(catalogueVersion);
+  // As early as can be: part of the wait for the row passes with what follows.
+  if (prepared.query) prepared.query->prefetch(values);
   const QueryContext context{values, second(), interrupt};
   const auto* const select = std::get_if<strict::Select>(&prepared.statement.command);
   if (select == nullptr) {
@@ -226,7 +229,6 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
     answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
     return;
   }
-  prepared.keepOnly(catalogueVersion);
   if (!prepared.query) prepared.query.emplace(*select, database->tables);
   prepared.query->run(context, answer);
   answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());

@@ -1,6 +1,7 @@
 // The frame around every command: the clock marker is cut off, the text becomes tokens, the first
 // of them chooses the command, failures become answers, and what changed something is logged. The
 // commands themselves stand in the other sources of this room.
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 
@@ -97,8 +98,30 @@ void Parser::readTokens(Command& command) {
     if (!command.isReplayed && hasTextOnFurtherLine(clockText)) throwInvalidClock();
     text = text.substr(0, marker);
   }
+  if (readLastNumber(text)) return;
+  beginning_.clear();
   // The message of an ERROR goes with the lexer; nobody asks for it.
   Lexer(text).tokenize(tokens_);
+  keepBeginning(text);
+}
+
+bool Parser::readLastNumber(std::string_view text) {
+  const bool isSame = !beginning_.empty() && text.data() == beginningPlace_ &&
+                      text.size() > beginning_.size() && text.starts_with(beginning_);
+  if (!isSame) return false;
+  const std::string_view number = text.substr(beginning_.size());
+  if (!std::all_of(number.begin(), number.end(), isDigit)) return false;
+  tokens_.back().value = number;
+  return true;
+}
+
+void Parser::keepBeginning(std::string_view text) {
+  if (tokens_.empty() || tokens_.back().type != TokenType::NUMBER) return;
+  const std::string_view number = tokens_.back().value;
+  // What stands in front of a sign may be another token in front of a digit.
+  if (!isDigit(number.front())) return;
+  beginning_.assign(text.data(), number.data());
+  beginningPlace_ = text.data();
 }
 
 ResultSet Parser::dispatch(const Command& command) {

@@ -112,6 +112,10 @@ class Parser {
   ResultSet run(Command command);
   // Reads the command's clock marker, and its text in front of that as tokens.
   void readTokens(Command& command);
+  // The same where the text goes on with another number than the one before; false if it does not.
+  bool readLastNumber(std::string_view text);
+  // To be called with the text that the tokens were read from.
+  void keepBeginning(std::string_view text);
   // Runs the command that the tokens are, and logs it if it has changed something.
   ResultSet dispatch(const Command& command);
   // The rule for the tokens; throws if there is none.
@@ -149,6 +153,10 @@ class Parser {
   std::vector<Token> tokens_;
   std::vector<Condition> conditions_;
   std::vector<GivenValue> values_;
+  // What stood in front of the last token where that was a number, else empty, and where it lay,
+  // which the tokens refer to. Who asks for one row after another changes nothing but that number.
+  std::string beginning_;
+  const char* beginningPlace_ = nullptr;
 };
 
 // The position of a command text's first clock marker that digits follow, or npos. What stands

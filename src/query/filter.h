@@ -39,6 +39,8 @@ class TableFilter {
   std::int32_t rowByKey(const QueryContext& context) const {
     return rowByKey(terms_[keyTerms_.front()], context);
   }
+  // The same where key and value are whole numbers, before anything is checked; else noRow.
+  std::int32_t rowByNumber(const QueryContext& context) const;
   bool isOneGroup() const noexcept { return keyTerms_.size() == 1; }
   bool passes(std::int32_t row, std::int64_t now, const QueryContext& context) const;
 

@@ -53,6 +53,7 @@ Plan::Plan(const strict::Select& select_, const Tables& tables)
   addFilters();
   addOrders();
   addUsed();
+  isOneRow = !isGrouped && !on && orders.empty() && left->isByKey() && left->isOneGroup();
 }
 
 std::string Plan::nameOf(const Expression& expression) const {

@@ -38,6 +38,7 @@ struct Plan {
   std::vector<bool> descends;
   std::vector<Expression> totals;  // each once
   bool isGrouped = false;          // into groups, or one
+  bool isOneRow = false;           // found by its key, or none
   // The columns with timed values by which rows are chosen, joined, ordered, grouped and added up.
   std::vector<Place> used;
   std::shared_ptr<const std::vector<AnswerColumn>> columns;

@@ -56,6 +56,8 @@ class Query {
   Query(const strict::Select& select, const Tables& tables);
   ~Query();
 
+  // Has the row that the values ask for by its key brought into the cache, for a run that follows.
+  void prefetch(std::span<const Value> values) const;
   // Answers it into an empty answer. Throws Failure: type, range (a LIMIT below 0), full (more rows
   // than can be answered), interrupted.
   void run(const QueryContext& context, Answer& answer) const;
