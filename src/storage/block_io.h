@@ -72,8 +72,7 @@ class NewFile {
   // such pieces of memory as it is written in, and aligned large ones cost half of small ones when
   // they are written over and synced.
   static constexpr std::size_t blockSize = 256 * 1024;
-  // What is put together at a time, so that it is still in the processor's first cache when its
-  // last column is.
+  // What room is asked for at a time, or less: most files have no more.
   static constexpr std::size_t pieceSize = 32 * 1024;
 
   // Room for `count` bytes, of which written() then takes what was used.
