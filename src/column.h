@@ -213,6 +213,7 @@ class ColumnValues {
     Arrays values;
 
     bool makeSingle(std::size_t place) noexcept;
+    bool areAllGrouped(std::size_t rows) const noexcept;
   };
   struct OddCells {
     std::vector<std::uint8_t> flags;    // by row

@@ -57,10 +57,10 @@ ColumnValues::Arrays ColumnValues::makeArrays(std::size_t count) const {
   if (holdsTexts(kind_)) {
     made.texts = std::make_unique<Text[]>(count);
   } else {
-    made.values = std::make_unique<std::byte[]>(count * width_);
+    made.values = std::make_unique_for_overwrite<std::byte[]>(count * width_);
   }
-  if (codes_ != values_) made.codes = std::make_unique<std::uint8_t[]>(count);
-  made.odd = std::make_unique<std::uint8_t[]>(count);
+  if (codes_ != values_) made.codes = std::make_unique_for_overwrite<std::uint8_t[]>(count);
+  made.odd = std::make_unique_for_overwrite<std::uint8_t[]>(count);
   return made;
 }
 
@@ -71,6 +71,13 @@ bool ColumnValues::States::makeSingle(std::size_t place) noexcept {
   single.push_back(static_cast<std::uint16_t>(place));
   isSingle[place] = true;
   return true;
+}
+
+// Whether the groups tell what each of so many rows shows.
+bool ColumnValues::States::areAllGrouped(std::size_t rows) const noexcept {
+  std::size_t count = 0;
+  for (const RhythmGroup& group : groups) count += group.places().size();
+  return count == rows && single.empty();
 }
 
 std::unique_ptr<ColumnValues::States> ColumnValues::makeStates(const OddCells& odd) const {
@@ -105,6 +112,10 @@ void ColumnValues::storeStates(const OddCells& odd, States& states) const {
   for (const RhythmGroup& group : states.groups) count += group.valueCount();
   states.values = makeArrays(count);
   const Chunk arrays = states.values.chunk();
+  // Those that no value tells are copied as well.
+  forEachArray(arrays, arrays, [&](const auto*, auto* to) {
+    std::fill_n(to, count, std::remove_cvref_t<decltype(*to)>());
+  });
   bool areTold = true;
   std::size_t first = 0;
   Course course;
@@ -222,9 +233,14 @@ std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t
   const auto made = std::make_shared<Snapshot>();
   made->arrays = makeArrays(count);
   const Chunk arrays = made->arrays.chunk();
-  forEachArray(this->chunk(chunk), arrays,
-               [&](const auto* from, auto* to) { std::copy_n(from, count, to); });
-  std::copy_n(odd.flags.data(), count, made->arrays.odd.get());
+  const bool areAllGrouped = odd.states != nullptr && odd.states->areAllGrouped(count);
+  if (areAllGrouped && isUsualSecond(now)) {
+    std::fill_n(made->arrays.odd.get(), count, listed);
+  } else {
+    forEachArray(this->chunk(chunk), arrays,
+                 [&](const auto* from, auto* to) { std::copy_n(from, count, to); });
+    std::copy_n(odd.flags.data(), count, made->arrays.odd.get());
+  }
   show(odd, now, arrays, made->arrays.odd.get());
   made->since = now;
   made->until = nextChange(odd, now, nullptr);
