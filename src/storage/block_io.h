@@ -70,8 +70,8 @@ class NewFile {
 
   // What the system is handed in one call, from a multiple of it to the next. It keeps a file in
   // such pieces of memory as it is written in, and aligned large ones cost half of small ones when
-  // they are written over and synced.
-  static constexpr std::size_t blockSize = 256 * 1024;
+  // they are written over and synced; larger ones than these would leave the second cache.
+  static constexpr std::size_t blockSize = 512 * 1024;
   // What room is asked for at a time, or less: most files have no more.
   static constexpr std::size_t pieceSize = 32 * 1024;
 
