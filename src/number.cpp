@@ -114,8 +114,8 @@ std::int64_t scaledRounded(float value, int decimals) noexcept {
   return std::llrint(static_cast<double>(value) * powers[decimals]);
 }
 
-// The digits of a number, ready to be put in one piece: the first in the lowest byte, and what is
-// behind the last one of no account.
+// The digits of a number, at most eight, ready to be put in one piece: the first in the lowest
+// byte, and what is behind the last one of no account.
 struct Digits {
   static constexpr std::int64_t limit = 100'000'000;  // of the numbers that have so few
 
@@ -317,9 +317,6 @@ std::optional<double> canonicalDouble(std::string_view text) noexcept {
 }
 
 char* writeInt(char* out, std::int64_t value) noexcept {
-  if (0 <= value && value < Digits::limit) {
-    return digitsOf(static_cast<std::uint32_t>(value)).putAt(out);
-  }
   return std::to_chars(out, out + maxNumberText, value).ptr;
 }
 

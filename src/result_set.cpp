@@ -21,13 +21,16 @@ char* put(char* out, std::string_view text) {
 void TextBuffer::Free::operator()(char* bytes) const noexcept { std::free(bytes); }
 
 void TextBuffer::grow(std::size_t count) {
-  const std::size_t capacity = std::max(end_ + count, 2 * capacity_ + 512);
+  const std::size_t used = hasMemory() ? static_cast<std::size_t>(end_ - bytes_.get()) : front_;
+  const auto capacity = static_cast<std::size_t>(limit_ - bytes_.get());
+  const std::size_t grown = std::max(used + count, 2 * capacity + 512);
   // realloc moves large blocks by their pages instead of copying them.
-  auto* const bytes = static_cast<char*>(std::realloc(bytes_.get(), capacity));
+  auto* const bytes = static_cast<char*>(std::realloc(bytes_.get(), grown));
   if (bytes == nullptr) throw std::bad_alloc();
   static_cast<void>(bytes_.release());
   bytes_.reset(bytes);
-  capacity_ = capacity;
+  end_ = bytes + used;
+  limit_ = bytes + grown;
 }
 
 void TextBuffer::append(std::string_view text) {
@@ -37,15 +40,15 @@ void TextBuffer::append(std::string_view text) {
 }
 
 char* TextBuffer::prepend(std::size_t count) {
-  if (count > begin_) {
+  if (!hasMemory()) grow(0);
+  if (count > front_) {
     room(count);
-    std::memmove(at(begin_ + count), at(begin_), end_ - begin_);
-    begin_ += count;
+    std::memmove(begin() + count, begin(), view().size());
+    front_ += count;
     end_ += count;
   }
-  room(0);
-  begin_ -= count;
-  return at(begin_);
+  front_ -= count;
+  return begin();
 }
 
 void JsonRows::begin(std::span<const std::string> columns, TextBuffer&& memory) {
@@ -149,7 +152,7 @@ TextBuffer renderJson(ResultSet&& result) {
   const bool hasRows = !json.view().empty();
   if (hasRows) {
     // The last row has no comma.
-    json.setEnd(json.view().data() + json.view().size() - JsonRows::rowEnd.size());
+    json.drop(JsonRows::rowEnd.size());
     json.append("}\n  ]\n}");
   } else {
     json.append("\n}");
