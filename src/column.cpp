@@ -20,6 +20,14 @@ std::size_t widthOf(ValueKind kind) {
   return isNumber ? 4 : sizeof(Text);
 }
 
+// Has bytes brought into the second cache: the first one can wait for fewer lines at a time.
+void prefetchBytes(const void* bytes, std::size_t size) noexcept {
+  constexpr std::size_t lineSize = 64;
+  constexpr int second = 2;
+  const auto* const first = static_cast<const char*>(bytes);
+  for (std::size_t i = 0; i < size; i += lineSize) __builtin_prefetch(first + i, 0, second);
+}
+
 }  // namespace
 
 BoolCode boolCodeOf(std::string_view text) noexcept {
@@ -67,14 +75,21 @@ ColumnValues::OddCells& ColumnValues::oddCells(std::size_t chunk) {
   return *odd_[chunk];
 }
 
-void ColumnValues::prefetchChunk(std::size_t chunk) const noexcept {
+void ColumnValues::prefetchChunk(std::size_t chunk, std::int64_t now) const noexcept {
+  if (chunk < odd_.size() && odd_[chunk] != nullptr && !odd_[chunk]->holdsAt(now)) {
+    prefetchKept(*odd_[chunk], now, rows_.sizeOf(chunk));
+  } else {
+    prefetchArrays(this->chunk(chunk), rows_.sizeOf(chunk));
+  }
+}
+
+void ColumnValues::prefetchArrays(const Chunk& arrays, std::size_t count) const noexcept {
   // Of texts the codes are enough for most rows.
-  const auto* const bytes = rows_.array<std::byte>(chunk, holdsTexts(kind_) ? codes_ : values_);
-  const std::size_t size = rows_.sizeOf(chunk) * (holdsTexts(kind_) ? 1 : width_);
-  constexpr std::size_t lineSize = 64;
-  // Into the second cache: the first one can wait for fewer lines at a time.
-  constexpr int second = 2;
-  for (std::size_t i = 0; i < size; i += lineSize) __builtin_prefetch(bytes + i, 0, second);
+  if (holdsTexts(kind_)) {
+    prefetchBytes(arrays.codes, count);
+  } else {
+    prefetchBytes(arrays.values, count * width_);
+  }
 }
 
 std::string_view ColumnValues::plainText(std::size_t row, TextRoom& room) const {

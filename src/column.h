@@ -175,7 +175,7 @@ class ColumnValues {
   }
 
   // Has what a condition reads of a chunk brought into the cache, for a scan that comes to it next.
-  void prefetchChunk(std::size_t chunk) const noexcept;
+  void prefetchChunk(std::size_t chunk, std::int64_t now) const noexcept;
   // The cell of an odd one.
   const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 
@@ -252,6 +252,8 @@ class ColumnValues {
   void keepRight(std::size_t chunk, std::int64_t now) const;
   void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
   void dropKept(std::size_t chunk) noexcept;
+  void prefetchArrays(const Chunk& arrays, std::size_t count) const noexcept;
+  void prefetchKept(const OddCells& odd, std::int64_t now, std::size_t count) const noexcept;
   // Calls use(source, target) with each of the arrays.
   template <typename Use>
   void forEachArray(const Chunk& from, const Chunk& to, Use use) const;
@@ -265,8 +267,12 @@ class ColumnValues {
   static void forEachSingle(const OddCells& odd, std::int64_t now, Use use);
   void showGroups(const States& states, std::int64_t now, const Chunk& to,
                   std::uint8_t* flags) const;
-  void show(const OddCells& odd, std::int64_t now, const Chunk& to, std::uint8_t* flags) const;
-  std::int64_t nextChange(const OddCells& odd, std::int64_t now, const std::uint8_t* deleted) const;
+  std::int64_t show(const OddCells& odd, std::int64_t now, const Chunk& to,
+                    std::uint8_t* flags) const;
+  static std::int64_t nextOfGroups(const OddCells& odd, std::int64_t now,
+                                   const std::uint8_t* deleted);
+  static std::int64_t nextChange(const OddCells& odd, std::int64_t now,
+                                 const std::uint8_t* deleted);
   std::shared_ptr<const Snapshot> snapshot(std::size_t chunk, std::int64_t now) const;
   std::int64_t nextChange(std::size_t chunk, std::int64_t now) const;
 

@@ -23,6 +23,12 @@ void prefetchRules(const std::vector<Cell>& cells, std::size_t i) noexcept {
   if (rule != nullptr) __builtin_prefetch(rule->states.data());
 }
 
+// That second, or the one behind `now` at which the rule's value changes if that comes first.
+std::int64_t sooner(std::int64_t second, const TempRule& rule, std::int64_t now) {
+  // No value changes before its state does, which is told more quickly.
+  return rule.nextChange(now) < second ? std::min(second, rule.nextValueChange(now)) : second;
+}
+
 template <typename Value>
 void scatter(const Value* values, const std::uint16_t* places, std::size_t count, Value* to) {
   for (std::size_t i = 0; i < count; ++i) {
@@ -141,26 +147,47 @@ const ColumnValues::States* ColumnValues::statesAt(const OddCells& odd, std::int
   return isUsualSecond(now) ? odd.states.get() : nullptr;
 }
 
+// When a cell of a group changes next that is not marked deleted.
+std::int64_t ColumnValues::nextOfGroups(const OddCells& odd, std::int64_t now,
+                                        const std::uint8_t* deleted) {
+  std::int64_t next = always;
+  const States* const states = statesAt(odd, now);
+  if (states == nullptr) return next;
+  const auto isSkipped = [&](std::size_t place) {
+    return states->isSingle[place] || (deleted != nullptr && deleted[place] != 0);
+  };
+  for (const RhythmGroup& group : states->groups) {
+    next = std::min(next, group.nextChange(now, isSkipped));
+  }
+  return next;
+}
+
 // Calls use(place, rule) with those timed cells that no group stands for.
 template <typename Use>
 void ColumnValues::forEachSingle(const OddCells& odd, std::int64_t now, Use use) {
   const States* const states = statesAt(odd, now);
-  for (const std::uint16_t place : states == nullptr ? odd.places : states->single) {
-    const TempRule* const rule = odd.cells[odd.find(place)].tempRule.get();
-    if (rule != nullptr) use(place, *rule);
+  const std::vector<std::uint16_t>& places = states == nullptr ? odd.places : states->single;
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const std::size_t cell = odd.find(places[i]);
+    prefetchRules(odd.cells, cell);
+    const TempRule* const rule = odd.cells[cell].tempRule.get();
+    if (rule != nullptr) use(places[i], *rule);
   }
 }
 
-// Puts what the timed cells show at a second into arrays of the chunk.
-void ColumnValues::show(const OddCells& odd, std::int64_t now, const Chunk& to,
-                        std::uint8_t* flags) const {
+// Puts what the timed cells show at a second into arrays of the chunk; up to when they show it.
+std::int64_t ColumnValues::show(const OddCells& odd, std::int64_t now, const Chunk& to,
+                                std::uint8_t* flags) const {
   if (odd.states == nullptr) odd.states = makeStates(odd);
   const States* const states = statesAt(odd, now);
   if (states != nullptr) showGroups(*states, now, to, flags);
+  std::int64_t next = nextOfGroups(odd, now, nullptr);
   forEachSingle(odd, now, [&](std::size_t place, const TempRule& rule) {
     const bool isTold = !rule.states.empty() && store(to, place, rule.valueAt(now));
     flags[place] = isTold ? listed : listed | unclear;
+    next = sooner(next, rule, now);
   });
+  return next;
 }
 
 void ColumnValues::showGroups(const States& states, std::int64_t now, const Chunk& to,
@@ -184,23 +211,10 @@ void ColumnValues::showGroups(const States& states, std::int64_t now, const Chun
 
 // The first second behind `now` at which a cell shows another value that is not marked deleted.
 std::int64_t ColumnValues::nextChange(const OddCells& odd, std::int64_t now,
-                                      const std::uint8_t* deleted) const {
-  std::int64_t next = always;
-  const auto isDeleted = [&](std::size_t place) {
-    return deleted != nullptr && deleted[place] != 0;
-  };
-  if (const States* const states = statesAt(odd, now)) {
-    const auto isSkipped = [&](std::size_t place) {
-      return states->isSingle[place] || isDeleted(place);
-    };
-    for (const RhythmGroup& group : states->groups) {
-      next = std::min(next, group.nextChange(now, isSkipped));
-    }
-  }
+                                      const std::uint8_t* deleted) {
+  std::int64_t next = nextOfGroups(odd, now, deleted);
   forEachSingle(odd, now, [&](std::size_t place, const TempRule& rule) {
-    // No value changes before its state does, which is told more quickly.
-    const bool isSooner = !isDeleted(place) && rule.nextChange(now) < next;
-    if (isSooner) next = std::min(next, rule.nextValueChange(now));
+    if (deleted[place] == 0) next = sooner(next, rule, now);
   });
   return next;
 }
@@ -215,8 +229,7 @@ void ColumnValues::refresh(std::size_t chunk, OddCells& odd, std::int64_t now) c
   // Until all is done nothing is right.
   odd.since = always;
   odd.next.reset();
-  show(odd, now, this->chunk(chunk), odd.flags.data());
-  odd.until = nextChange(odd, now, nullptr);
+  odd.until = show(odd, now, this->chunk(chunk), odd.flags.data());
   odd.since = now;
 }
 
@@ -241,11 +254,18 @@ std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t
                  [&](const auto* from, auto* to) { std::copy_n(from, count, to); });
     std::copy_n(odd.flags.data(), count, made->arrays.odd.get());
   }
-  show(odd, now, arrays, made->arrays.odd.get());
   made->since = now;
-  made->until = nextChange(odd, now, nullptr);
+  made->until = show(odd, now, arrays, made->arrays.odd.get());
   made->next = rows_.hasDeleted(chunk) ? nextChange(odd, now, rows_.deleted(chunk)) : made->until;
   return made;
+}
+
+void ColumnValues::prefetchKept(const OddCells& odd, std::int64_t now,
+                                std::size_t count) const noexcept {
+  const std::lock_guard lock(odd.guard);
+  for (const auto& kept : odd.snapshots) {
+    if (kept != nullptr && kept->holdsAt(now)) return prefetchArrays(kept->arrays.chunk(), count);
+  }
 }
 
 ColumnValues::ChunkAt ColumnValues::chunkAt(std::size_t chunk, std::int64_t now) const {

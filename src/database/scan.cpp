@@ -49,7 +49,8 @@ void decide(Block& block, std::size_t chunk, const Parts& group, const Table& ta
     for (std::size_t i = 0; i < block.size; ++i) block.mayMatch[i] = deleted[i] ^ std::uint8_t{1};
   }
   for (const Predicate& predicate : group.decided) {
-    if (chunk + 1 < rows.chunkCount()) table.values(predicate.column()).prefetchChunk(chunk + 1);
+    if (chunk + 1 < rows.chunkCount())
+      table.values(predicate.column()).prefetchChunk(chunk + 1, now);
     predicate.decide(table.values(predicate.column()).chunk(chunk, now), block);
   }
 }

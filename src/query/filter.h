@@ -53,7 +53,7 @@ class TableFilter {
     const std::size_t chunkCount = table_->rows().chunkCount();
     for (std::size_t chunk = 0; chunk < chunkCount; ++chunk) {
       context.interrupt.check();
-      if (chunk + 1 < chunkCount) prefetch(tests, chunk + 1);
+      if (chunk + 1 < chunkCount) prefetch(tests, chunk + 1, now);
       decide(tests, chunk, now, mask);
       if (!use(chunk, mask)) return;
     }
@@ -66,8 +66,8 @@ class TableFilter {
   std::vector<ValueTest> tests(const QueryContext& context) const;
   void decide(const std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
               RowMask& mask) const;
-  static void prefetch(const std::vector<ValueTest>& tests, std::size_t chunk) {
-    for (const ValueTest& test : tests) test.column().prefetchChunk(chunk);
+  static void prefetch(const std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now) {
+    for (const ValueTest& test : tests) test.column().prefetchChunk(chunk, now);
   }
   bool isKeyTerm(const Term& term) const;
 

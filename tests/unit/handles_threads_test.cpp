@@ -191,6 +191,33 @@ TEST_F(HandleThreads, readWhileACheckpointIsWritten) {
   EXPECT_EQ(answers, std::vector<std::string>(2, "100"));
 }
 
+// All rows are in one state at each second, and stay so whenever one of them is given anew.
+TEST_F(HandleThreads, readTimedValuesAtAnySecondBesideOtherReadersAndChanges) {
+  openWith(VELMORA_DURABILITY_OFF);
+  run("CREATE TABLE t id ApexInt v int 2");
+  const std::string timed = "v = 1 --> 2 @ 10 s c";
+  for (int i = 0; i < 50; ++i) run("INSERT INTO t " + timed + " #TIME# 1000");
+  const auto read = [&](int reader) {
+    for (int i = 0; i < rounds; ++i) {
+      const int at = 1000 + (reader * 7 + i * 3) % 200;
+      const bool isFirst = at % 20 < 10;
+      const std::string text = std::to_string(at);
+      expect("SELECT SUM(v) FROM t AT " + text, isFirst ? "50" : "100");
+      expect("SELECT COUNT(*) FROM t WHERE v = 2 AT " + text, isFirst ? "0" : "50");
+      run("SHOW STORAGE");
+    }
+  };
+  const auto change = [&] {
+    for (int i = 0; i < rounds; ++i) {
+      const std::string start = std::to_string(1000 - 20 * (i % 5));
+      const std::string row = std::to_string(1 + i % 50);
+      expect("UPDATE t SET " + timed + " WHERE id = " + row + " #TIME# " + start, "1 row");
+    }
+  };
+  runAll({[&] { read(0); }, [&] { read(1); }, [&] { read(2); }, change});
+  expectNoFaults();
+}
+
 TEST_F(HandleThreads, copyWithinATransactionThatACheckpointWaitsFor) {
   openWith(VELMORA_DURABILITY_OFF);
   makeAccounts();
