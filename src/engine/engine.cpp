@@ -220,7 +220,8 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
   requireSure();
   prepared.keepOnly(catalogueVersion);
   // As early as can be: part of the wait for the row passes with what follows.
-  if (prepared.query) prepared.query->prefetch(values);
+  std::int32_t row = PrimaryKeyMap::noRow;
+  if (prepared.query) row = prepared.query->prefetch(values);
   const QueryContext context{values, second(), interrupt};
   const auto* const select = std::get_if<strict::Select>(&prepared.statement.command);
   if (select == nullptr) {
@@ -230,7 +231,7 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
     return;
   }
   if (!prepared.query) prepared.query.emplace(*select, database->tables);
-  prepared.query->run(context, answer);
+  prepared.query->run(context, answer, row);
   answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 

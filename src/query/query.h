@@ -56,11 +56,13 @@ class Query {
   Query(const strict::Select& select, const Tables& tables);
   ~Query();
 
-  // Has the row that the values ask for by its key brought into the cache, for a run that follows.
-  void prefetch(std::span<const Value> values) const;
-  // Answers it into an empty answer. Throws Failure: type, range (a LIMIT below 0), full (more rows
-  // than can be answered), interrupted.
-  void run(const QueryContext& context, Answer& answer) const;
+  // Has the row that the values ask for by a number brought into the cache, for a run that follows
+  // and is told which it is; PrimaryKeyMap::noRow where there is none, or more is to be looked at.
+  std::int32_t prefetch(std::span<const Value> values) const;
+  // Answers it into an empty answer; the row is what prefetch gave for these values. Throws
+  // Failure: type, range (a LIMIT below 0), full (more rows than can be answered), interrupted.
+  void run(const QueryContext& context, Answer& answer,
+           std::int32_t row = PrimaryKeyMap::noRow) const;
 
  private:
   struct Parts;

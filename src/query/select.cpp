@@ -46,13 +46,15 @@ Bounds boundsOf(const Plan& plan, const QueryContext& context) {
   }
 }
 
-// Answers one row at most, found without a list.
+// Answers one row at most, found without a list, unless it has been found already.
 void answerByKey(const Plan& plan, const QueryContext& context, const Bounds& bounds,
-                 Answer& answer) {
-  const std::int32_t found = plan.left->rowByKey(context);
-  if (found == PrimaryKeyMap::noRow) return;
+                 Answer& answer, std::int32_t found) {
+  if (found == PrimaryKeyMap::noRow) {
+    found = plan.left->rowByKey(context);
+    if (found == PrimaryKeyMap::noRow) return;
+    prefetchOutputs(plan, found);
+  }
   const auto row = static_cast<std::size_t>(found);
-  prefetchOutputs(plan, found);
   answer.values.reserve(plan.outputs.size());
   if (!plan.scope.table(false).isLive(row)) return;
   AnswerWriter writer(answer, bounds.now);
@@ -311,20 +313,21 @@ Query::Query(const strict::Select& select, const Tables& tables)
 
 Query::~Query() = default;
 
-void Query::prefetch(std::span<const Value> values) const {
+std::int32_t Query::prefetch(std::span<const Value> values) const {
   const query::Plan& plan = parts_->plan;
-  if (!plan.isOneRow) return;
+  if (!plan.isOneRow) return PrimaryKeyMap::noRow;
   const std::int32_t row = plan.left->rowByNumber({values, 0, {}});
   if (row != PrimaryKeyMap::noRow) query::prefetchOutputs(plan, row);
+  return row;
 }
 
-void Query::run(const QueryContext& context, Answer& answer) const {
+void Query::run(const QueryContext& context, Answer& answer, std::int32_t row) const {
   const query::Plan& plan = parts_->plan;
   const query::Bounds bounds = query::boundsOf(plan, context);
   answer.setColumns(plan.columns);
   answer.second = bounds.now;
   if (plan.isOneRow) {
-    query::answerByKey(plan, context, bounds, answer);
+    query::answerByKey(plan, context, bounds, answer, row);
   } else {
     query::Run(plan, context, bounds, answer).run();
   }
