@@ -53,10 +53,7 @@ class Rows {
   const std::uint8_t* deleted(std::size_t chunk) const noexcept {
     return array<std::uint8_t>(chunk, deleted_);
   }
-  // Where no row is deleted the marks are not waited for.
-  bool isLive(std::size_t row) const noexcept {
-    return !hasDeleted(chunkOf(row)) || at<std::uint8_t>(row, deleted_) == 0;
-  }
+  bool isLive(std::size_t row) const noexcept { return at<std::uint8_t>(row, deleted_) == 0; }
   void setDeleted(std::size_t row, bool isDeleted) noexcept {
     if (isLive(row) != isDeleted) return;
     at<std::uint8_t>(row, deleted_) = isDeleted ? 1 : 0;

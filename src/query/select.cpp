@@ -56,7 +56,9 @@ void answerByKey(const Plan& plan, const QueryContext& context, const Bounds& bo
   }
   const auto row = static_cast<std::size_t>(found);
   answer.values.reserve(plan.outputs.size());
-  if (!plan.scope.table(false).isLive(row)) return;
+  const Rows& rows = plan.scope.table(false).rows();
+  // Where no row is deleted the mark is not waited for.
+  if (rows.hasDeleted(Rows::chunkOf(row)) && !rows.isLive(row)) return;
   AnswerWriter writer(answer, bounds.now);
   for (const Place& place : plan.used) writer.dependOn(plan.scope.values(place), row);
   const bool isAlone = plan.left->terms().size() == 1;
