@@ -108,7 +108,8 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
   ColumnValues& keys = *values_[position];
   for (std::size_t i = 0; i < rowCount(); ++i) {
     const std::size_t nextChunk = Rows::chunkOf(i) + 1;
-    if (Rows::placeOf(i) == 0 && nextChunk < rows_->chunkCount()) keys.prefetchChunk(nextChunk, now);
+    if (Rows::placeOf(i) == 0 && nextChunk < rows_->chunkCount())
+      keys.prefetchChunk(nextChunk, now);
     // Most keys are numbers and new.
     const std::int32_t* const number = plainKey(i);
     const auto index = static_cast<std::int32_t>(i);
