@@ -20,14 +20,6 @@ std::size_t widthOf(ValueKind kind) {
   return isNumber ? 4 : sizeof(Text);
 }
 
-// Has bytes brought into the second cache: the first one can wait for fewer lines at a time.
-void prefetchBytes(const void* bytes, std::size_t size) noexcept {
-  constexpr std::size_t lineSize = 64;
-  constexpr int second = 2;
-  const auto* const first = static_cast<const char*>(bytes);
-  for (std::size_t i = 0; i < size; i += lineSize) __builtin_prefetch(first + i, 0, second);
-}
-
 }  // namespace
 
 BoolCode boolCodeOf(std::string_view text) noexcept {
@@ -80,15 +72,6 @@ void ColumnValues::prefetchChunk(std::size_t chunk, std::int64_t now) const noex
     prefetchKept(*odd_[chunk], now, rows_.sizeOf(chunk));
   } else {
     prefetchArrays(this->chunk(chunk), rows_.sizeOf(chunk));
-  }
-}
-
-void ColumnValues::prefetchArrays(const Chunk& arrays, std::size_t count) const noexcept {
-  // Of texts the codes are enough for most rows.
-  if (holdsTexts(kind_)) {
-    prefetchBytes(arrays.codes, count);
-  } else {
-    prefetchBytes(arrays.values, count * width_);
   }
 }
 
