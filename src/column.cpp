@@ -252,7 +252,8 @@ void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view
 // Gives rows of one chunk, but for odd cells, what the arrays hold of another row.
 void ColumnValues::copyTo(std::span<const std::int32_t> rows, const Chunk& to, std::size_t model) {
   const Chunk from = chunk(Rows::chunkOf(model));
-  forEachArray(from, to, [&](const auto* source, auto* target) {
+  // By copy, or each row's store would have them read again.
+  forEachArray(from, to, [rows, to, model](const auto* source, auto* target) {
     const auto value = source[Rows::placeOf(model)];
     for (const std::int32_t row : rows) {
       const std::size_t place = Rows::placeOf(static_cast<std::size_t>(row));
