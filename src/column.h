@@ -159,6 +159,22 @@ class ColumnValues {
     std::shared_ptr<const Snapshot> copy;
   };
   ChunkAt chunkAt(std::size_t chunk, std::int64_t now) const;
+  // What the timed values of a chunk show at a second without arrays made of them: each run has the
+  // values that the cells of its places show, but for the single ones of the states, which have to
+  // be asked.
+  struct States;
+  struct FreshChunk {
+    struct Run {
+      Chunk arrays{};
+      std::span<const std::uint16_t> places;
+    };
+    const States* states = nullptr;
+    std::vector<Run> runs;
+  };
+  // Reads that, and has it brought into the cache, for who needs it once. No states are given where
+  // chunkAt is quicker, and for a second that was asked for before: then the copy is worth making.
+  // Threads as there.
+  void readFresh(std::size_t chunk, std::int64_t now, FreshChunk& fresh) const;
   // The value of a row at the second `now`; its text lies in the column.
   TypedValue value(std::size_t row, std::int64_t now) const;
   // The same with the arrays of the row's chunk at that second, in which its text may lie.
@@ -201,19 +217,9 @@ class ColumnValues {
 
     Chunk chunk() const noexcept;
   };
-  // What the timed values of a chunk show, all of them at any second.
-  struct States {
-    std::vector<RhythmGroup> groups;
-    // Those that are asked one by one, whatever the groups say of them: the ones of which rules are
-    // not usual or rhythms rare, and those that have changed since.
-    std::vector<std::uint16_t> single;
-    std::bitset<Rows::chunkRows> isSingle;
-    // Of the groups, one behind the other, the values of each state in the group's order; the odd
-    // ones are null where the arrays tell all.
-    Arrays values;
-
-    bool makeSingle(std::size_t place) noexcept;
-    bool areAllGrouped(std::size_t rows) const noexcept;
+  struct FreshSecond {
+    std::int64_t second;
+    std::int64_t next;  // when a live value changes
   };
   struct OddCells {
     std::vector<std::uint8_t> flags;    // by row
@@ -224,11 +230,12 @@ class ColumnValues {
     std::int64_t until = std::numeric_limits<std::int64_t>::max();
 
     // What readers have made for those who come: the last two snapshots, when a live value changes
-    // next while the arrays are right, and the states.
+    // next while the arrays are right, the last second read without a snapshot, and the states.
     mutable std::mutex guard;  // of these
     mutable std::shared_ptr<const Snapshot> snapshots[2];
     mutable std::size_t newerSnapshot = 0;
     mutable std::optional<std::int64_t> next;
+    mutable std::optional<FreshSecond> fresh;
     mutable std::unique_ptr<States> states;
 
     bool holdsAt(std::int64_t now) const noexcept { return since <= now && now < until; }
@@ -283,7 +290,14 @@ class ColumnValues {
                   std::uint8_t* flags) const;
   std::int64_t show(const OddCells& odd, std::int64_t now, const Chunk& to,
                     std::uint8_t* flags) const;
+  // Calls use(group, state, first, last, firstValue) with the runs of all groups at a usual second,
+  // and where the values of each begin.
+  template <typename Use>
+  static void forEachRun(const States& states, std::int64_t now, Use use);
+  Chunk valuesOf(const States& states, std::size_t first) const noexcept;
   static std::int64_t nextOfGroups(const OddCells& odd, std::int64_t now,
+                                   const std::uint8_t* deleted);
+  static std::int64_t nextOfSingle(const OddCells& odd, std::int64_t now,
                                    const std::uint8_t* deleted);
   static std::int64_t nextChange(const OddCells& odd, std::int64_t now,
                                  const std::uint8_t* deleted);
@@ -296,6 +310,22 @@ class ColumnValues {
   std::size_t values_;                          // the array of the values
   std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
+};
+
+// What the timed values of a chunk show, all of them at any second.
+struct ColumnValues::States {
+  std::vector<RhythmGroup> groups;
+  // Those that are asked one by one, whatever the groups say of them: the ones of which rules are
+  // not usual or rhythms rare, and those that have changed since.
+  std::vector<std::uint16_t> single;
+  std::bitset<Rows::chunkRows> isSingle;
+  // Of the groups, one behind the other, the values of each state in the group's order; the odd
+  // ones are null where the arrays tell all.
+  Arrays values;
+
+  bool makeSingle(std::size_t place) noexcept;
+  bool areAllGrouped(std::size_t rows) const noexcept;
+  bool isSkipped(std::size_t place, const std::uint8_t* deleted) const noexcept;
 };
 
 template <typename Use>

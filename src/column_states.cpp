@@ -148,18 +148,42 @@ const ColumnValues::States* ColumnValues::statesAt(const OddCells& odd, std::int
   return isUsualSecond(now) ? odd.states.get() : nullptr;
 }
 
+template <typename Use>
+void ColumnValues::forEachRun(const States& states, std::int64_t now, Use use) {
+  std::size_t firstOfGroup = 0;
+  for (const RhythmGroup& group : states.groups) {
+    group.forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
+      use(group, state, first, last, firstOfGroup + state * group.places().size() + first);
+    });
+    firstOfGroup += group.valueCount();
+  }
+}
+
+ColumnValues::Chunk ColumnValues::valuesOf(const States& states, std::size_t first) const noexcept {
+  const Chunk all = states.values.chunk();
+  return {all.values + first * width_, all.codes + first,
+          all.odd == nullptr ? nullptr : all.odd + first};
+}
+
+// Whether the groups' cell at a place says nothing about when a value changes; where nothing is
+// deleted no place has to be looked at.
+bool ColumnValues::States::isSkipped(std::size_t place,
+                                     const std::uint8_t* deleted) const noexcept {
+  return (!single.empty() && isSingle[place]) || (deleted != nullptr && deleted[place] != 0);
+}
+
 // When a cell of a group changes next that is not marked deleted.
 std::int64_t ColumnValues::nextOfGroups(const OddCells& odd, std::int64_t now,
                                         const std::uint8_t* deleted) {
   std::int64_t next = always;
   const States* const states = statesAt(odd, now);
   if (states == nullptr) return next;
-  const auto isSkipped = [&](std::size_t place) {
-    return states->isSingle[place] || (deleted != nullptr && deleted[place] != 0);
-  };
-  for (const RhythmGroup& group : states->groups) {
-    next = std::min(next, group.nextChange(now, isSkipped));
-  }
+  const auto isSkipped = [&](std::size_t place) { return states->isSkipped(place, deleted); };
+  forEachRun(*states, now,
+             [&](const RhythmGroup& group, std::size_t state, std::size_t first, std::size_t last,
+                 std::size_t /*firstValue*/) {
+               next = std::min(next, group.nextOfRun(now, state, first, last, isSkipped));
+             });
   return next;
 }
 
@@ -193,29 +217,29 @@ std::int64_t ColumnValues::show(const OddCells& odd, std::int64_t now, const Chu
 
 void ColumnValues::showGroups(const States& states, std::int64_t now, const Chunk& to,
                               std::uint8_t* flags) const {
-  const Chunk from = states.values.chunk();
-  std::size_t firstOfGroup = 0;
-  for (const RhythmGroup& group : states.groups) {
-    const std::uint16_t* const places = group.places().data();
-    const std::size_t size = group.places().size();
-    group.forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
-      const std::size_t begin = firstOfGroup + state * size;
-      const auto copy = [&](const auto* source, auto* target) {
-        scatter(source + begin + first, places + first, last - first, target);
-      };
-      forEachArray(from, to, copy);
-      if (from.odd != nullptr) copy(from.odd, flags);
-    });
-    firstOfGroup += group.valueCount();
-  }
+  forEachRun(states, now,
+             [&](const RhythmGroup& group, std::size_t /*state*/, std::size_t first,
+                 std::size_t last, std::size_t firstValue) {
+               const Chunk from = valuesOf(states, firstValue);
+               const auto copy = [&](const auto* source, auto* target) {
+                 scatter(source, group.places().data() + first, last - first, target);
+               };
+               forEachArray(from, to, copy);
+               if (from.odd != nullptr) copy(from.odd, flags);
+             });
 }
 
 // The first second behind `now` at which a cell shows another value that is not marked deleted.
 std::int64_t ColumnValues::nextChange(const OddCells& odd, std::int64_t now,
                                       const std::uint8_t* deleted) {
-  std::int64_t next = nextOfGroups(odd, now, deleted);
+  return std::min(nextOfGroups(odd, now, deleted), nextOfSingle(odd, now, deleted));
+}
+
+std::int64_t ColumnValues::nextOfSingle(const OddCells& odd, std::int64_t now,
+                                        const std::uint8_t* deleted) {
+  std::int64_t next = always;
   forEachSingle(odd, now, [&](std::size_t place, const TempRule& rule) {
-    if (deleted[place] == 0) next = sooner(next, rule, now);
+    if (deleted == nullptr || deleted[place] == 0) next = sooner(next, rule, now);
   });
   return next;
 }
@@ -238,6 +262,7 @@ void ColumnValues::dropKept(std::size_t chunk) noexcept {
   OddCells& odd = *odd_[chunk];
   for (auto& snapshot : odd.snapshots) snapshot.reset();
   odd.next.reset();
+  odd.fresh.reset();
 }
 
 std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t chunk,
@@ -283,12 +308,44 @@ ColumnValues::ChunkAt ColumnValues::chunkAt(std::size_t chunk, std::int64_t now)
   return {made->arrays.chunk(), std::move(made)};
 }
 
+void ColumnValues::readFresh(std::size_t chunk, std::int64_t now, FreshChunk& fresh) const {
+  fresh.states = nullptr;
+  fresh.runs.clear();
+  if (chunk >= odd_.size() || odd_[chunk] == nullptr || !isUsualSecond(now)) return;
+  const OddCells& odd = *odd_[chunk];
+  if (odd.holdsAt(now)) return;
+  const std::lock_guard lock(odd.guard);
+  for (const auto& kept : odd.snapshots) {
+    if (kept != nullptr && kept->holdsAt(now)) return;
+  }
+  if (odd.fresh && odd.fresh->second == now) return;
+  if (odd.states == nullptr) odd.states = makeStates(odd);
+  const States& states = *odd.states;
+  // Asking many one by one is worth keeping what they say.
+  if (states.single.size() > odd.places.size() / 8) return;
+  const std::uint8_t* const deleted = rows_.hasDeleted(chunk) ? rows_.deleted(chunk) : nullptr;
+  std::int64_t next = nextOfSingle(odd, now, deleted);
+  const auto isSkipped = [&](std::size_t place) { return states.isSkipped(place, deleted); };
+  forEachRun(states, now,
+             [&](const RhythmGroup& group, std::size_t state, std::size_t first, std::size_t last,
+                 std::size_t firstValue) {
+               const std::size_t count = last - first;
+               fresh.runs.push_back(
+                   {valuesOf(states, firstValue), std::span(group.places()).subspan(first, count)});
+               prefetchArrays(fresh.runs.back().arrays, count);
+               next = std::min(next, group.nextOfRun(now, state, first, last, isSkipped));
+             });
+  odd.fresh = {now, next};
+  fresh.states = &states;
+}
+
 std::int64_t ColumnValues::nextChange(std::size_t chunk, std::int64_t now) const {
   const OddCells& odd = *odd_[chunk];
   const std::lock_guard lock(odd.guard);
   for (const auto& kept : odd.snapshots) {
     if (kept != nullptr && kept->holdsAt(now)) return kept->next;
   }
+  if (odd.fresh && odd.fresh->second == now) return odd.fresh->next;
   const bool isCurrent = odd.holdsAt(now);
   if (isCurrent && odd.next) return *odd.next;
   const std::int64_t next = nextChange(odd, now, rows_.deleted(chunk));

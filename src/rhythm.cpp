@@ -4,6 +4,9 @@
 namespace velmora {
 namespace {
 
+// How many values one pivot stands for: their first changes are four lines of memory.
+constexpr std::size_t pivotDistance = 32;
+
 // Behind every usual second, however far that lies from another one.
 constexpr std::int64_t endless = std::int64_t{1} << 62;
 
@@ -74,6 +77,10 @@ void RhythmGroup::sort() {
     firstChanges_[i] = entries[i].firstChange;
     places_[i] = entries[i].place;
   }
+  pivots_.clear();
+  for (std::size_t i = 0; i < entries.size(); i += pivotDistance) {
+    pivots_.push_back(entries[i].phase);
+  }
   firstChanges_.shrink_to_fit();
   places_.shrink_to_fit();
 }
@@ -81,7 +88,22 @@ void RhythmGroup::sort() {
 std::size_t RhythmGroup::memoryBytes() const noexcept {
   return sizeof *this + rhythm_.ends.capacity() * sizeof rhythm_.ends[0] +
          firstChanges_.capacity() * sizeof firstChanges_[0] +
-         places_.capacity() * sizeof places_[0];
+         places_.capacity() * sizeof places_[0] + pivots_.capacity() * sizeof pivots_[0];
+}
+
+// In the cold, a search among all waits for memory at each step; here it waits twice.
+std::size_t RhythmGroup::firstBehind(std::int64_t phase) const noexcept {
+  std::size_t pivots = 0;
+  for (const std::int64_t pivot : pivots_) pivots += pivot <= phase ? 1 : 0;
+  if (pivots == 0) return 0;
+  const std::size_t end = std::min(pivots * pivotDistance, firstChanges_.size());
+  const std::int64_t* const first = firstChanges_.data() + (pivots - 1) * pivotDistance;
+  const std::int64_t* const last = firstChanges_.data() + end;
+  for (const std::int64_t* line = first; line < last; line += 8) __builtin_prefetch(line);
+  return static_cast<std::size_t>(
+      std::partition_point(first, last,
+                           [&](std::int64_t second) { return phaseOf(second) <= phase; }) -
+      firstChanges_.data());
 }
 
 std::int64_t RhythmGroup::changeOf(std::size_t i, std::size_t state,

@@ -68,9 +68,11 @@ class RhythmGroup {
   // course's states at a usual second, until all were there.
   template <typename Use>
   void forEachRun(std::int64_t now, Use use) const;
-  // The first second behind `now` at which one shows another text whose place is not skipped.
+  // The first second behind `now` at which one of such a run shows another text whose place is not
+  // skipped.
   template <typename IsSkipped>
-  std::int64_t nextChange(std::int64_t now, IsSkipped isSkipped) const;
+  std::int64_t nextOfRun(std::int64_t now, std::size_t state, std::size_t first, std::size_t last,
+                         IsSkipped isSkipped) const;
 
  private:
   bool cycles() const noexcept { return rhythm_.passLength > 0; }
@@ -80,12 +82,7 @@ class RhythmGroup {
     const std::int64_t rest = second % rhythm_.passLength;
     return rest < 0 ? rest + rhythm_.passLength : rest;
   }
-  std::size_t firstBehind(std::int64_t phase) const noexcept {
-    const auto found =
-        std::partition_point(firstChanges_.begin(), firstChanges_.end(),
-                             [&](std::int64_t second) { return phaseOf(second) <= phase; });
-    return static_cast<std::size_t>(found - firstChanges_.begin());
-  }
+  std::size_t firstBehind(std::int64_t phase) const noexcept;
   std::int64_t changeOf(std::size_t i, std::size_t state, std::int64_t now) const noexcept;
   template <typename Use>
   void cutRun(std::int64_t now, std::size_t state, std::size_t first, std::size_t last,
@@ -94,6 +91,7 @@ class RhythmGroup {
   Rhythm rhythm_;
   std::vector<std::int64_t> firstChanges_;
   std::vector<std::uint16_t> places_;
+  std::vector<std::int64_t> pivots_;  // the phases of some, equally far apart
   std::int64_t latest_ = std::numeric_limits<std::int64_t>::min();  // first change
 };
 
@@ -135,16 +133,15 @@ void RhythmGroup::cutRun(std::int64_t now, std::size_t state, std::size_t first,
 }
 
 template <typename IsSkipped>
-std::int64_t RhythmGroup::nextChange(std::int64_t now, IsSkipped isSkipped) const {
+std::int64_t RhythmGroup::nextOfRun(std::int64_t now, std::size_t state, std::size_t first,
+                                    std::size_t last, IsSkipped isSkipped) const {
   std::int64_t next = never;
-  forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
-    for (std::size_t i = first; i < last; ++i) {
-      if (isSkipped(places_[i])) continue;
-      next = std::min(next, changeOf(i, state, now));
-      // The others of the run change later, but for cycling ones before their first change.
-      if (!cycles() || firstChanges_[i] <= now) break;
-    }
-  });
+  for (std::size_t i = first; i < last; ++i) {
+    if (isSkipped(places_[i])) continue;
+    next = std::min(next, changeOf(i, state, now));
+    // The others of the run change later, but for cycling ones before their first change.
+    if (!cycles() || firstChanges_[i] <= now) break;
+  }
   return next;
 }
 

@@ -134,7 +134,7 @@ std::vector<ValueTest> TableFilter::tests(const QueryContext& context) const {
   return tests;
 }
 
-void TableFilter::decide(const std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
+void TableFilter::decide(std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
                          RowMask& mask) const {
   mask.size = table_->rows().sizeOf(chunk);
   std::fill_n(mask.passes, mask.size, static_cast<std::uint8_t>(tests.empty()));

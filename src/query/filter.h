@@ -48,7 +48,7 @@ class TableFilter {
   // returns false.
   template <typename Use>
   void scan(std::int64_t now, const QueryContext& context, Use use) const {
-    const std::vector<ValueTest> tests = this->tests(context);
+    std::vector<ValueTest> tests = this->tests(context);
     RowMask mask;
     const std::size_t chunkCount = table_->rows().chunkCount();
     for (std::size_t chunk = 0; chunk < chunkCount; ++chunk) {
@@ -64,10 +64,10 @@ class TableFilter {
  private:
   std::int32_t rowByKey(const Term& term, const QueryContext& context) const;
   std::vector<ValueTest> tests(const QueryContext& context) const;
-  void decide(const std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
+  void decide(std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
               RowMask& mask) const;
-  static void prefetch(const std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now) {
-    for (const ValueTest& test : tests) test.column().prefetchChunk(chunk, now);
+  static void prefetch(std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now) {
+    for (ValueTest& test : tests) test.prefetch(chunk, now);
   }
   bool isKeyTerm(const Term& term) const;
 

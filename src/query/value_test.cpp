@@ -109,6 +109,12 @@ void decideRange(const ValueRange<Value>& range, const Value* values, std::size_
   }
 }
 
+// The same range in values of another type, which has those of both ends.
+template <typename To, typename From>
+ValueRange<To> rangeAs(const ValueRange<From>& range) {
+  return {static_cast<To>(range.low), static_cast<To>(range.high), range.isOutside};
+}
+
 template <typename IsNull>
 void decideNulls(Operator op, std::size_t size, std::uint8_t* matches, IsNull isNull) {
   const bool isWanted = op == Operator::isNull;
@@ -137,11 +143,17 @@ bool ValueTest::matches(const TypedValue& value) const noexcept {
 }
 
 void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
-                       std::uint8_t* matches) const {
+                       std::uint8_t* matches) {
   if (!isAboutNull() && wanted_.type == AnswerType::null) {
     std::fill_n(matches, size, std::uint8_t{0});
     return;
   }
+  if (!hasRange_) makeRange();
+  const Ahead& ahead = ahead_[chunk % 2];
+  ColumnValues::FreshChunk own;
+  if (ahead.chunk != chunk) column_->readFresh(chunk, now, own);
+  const ColumnValues::FreshChunk& fresh = ahead.chunk == chunk ? ahead.fresh : own;
+  if (fresh.states != nullptr) return decideFresh(fresh, chunk, now, size, matches);
   const ColumnValues::ChunkAt at = column_->chunkAt(chunk, now);
   decideArrays(at.arrays, size, matches);
   if (at.arrays.odd == nullptr) return;
@@ -151,12 +163,80 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
   });
 }
 
+void ValueTest::prefetch(std::size_t chunk, std::int64_t now) {
+  Ahead& ahead = ahead_[chunk % 2];
+  ahead.chunk = chunk;
+  column_->readFresh(chunk, now, ahead.fresh);
+  if (ahead.fresh.states == nullptr) column_->prefetchChunk(chunk, now);
+}
+
+void ValueTest::makeRange() {
+  hasRange_ = true;
+  if (isAboutNull()) return;
+  switch (column_->kind()) {
+    case ValueKind::integer:
+      integers_ = rangeAs<std::int64_t>(rangeOf<std::int32_t>(op_, numberOf(wanted_)));
+      break;
+    case ValueKind::longInteger:
+      integers_ = rangeOf<std::int64_t>(op_, numberOf(wanted_));
+      break;
+    case ValueKind::real:
+      reals_ = rangeAs<double>(rangeOf<float>(op_, numberOf(wanted_)));
+      break;
+    case ValueKind::doubleReal:
+      reals_ = rangeOf<double>(op_, numberOf(wanted_));
+      break;
+    case ValueKind::boolean:
+    case ValueKind::text:
+    case ValueKind::unknown:
+      break;
+  }
+}
+
+void ValueTest::decideFresh(const ColumnValues::FreshChunk& fresh, std::size_t chunk,
+                            std::int64_t now, std::size_t size, std::uint8_t* matches) const {
+  const ColumnValues::Chunk arrays = column_->chunk(chunk);
+  const auto ask = [&](std::size_t place) {
+    matches[place] = static_cast<std::uint8_t>(matchesRow(chunk * Rows::chunkRows + place, now));
+  };
+  if (fresh.states->areAllGrouped(size)) {
+    std::fill_n(matches, size, std::uint8_t{0});
+  } else {  // the arrays are right for cells that are not timed
+    decideArrays(arrays, size, matches);
+    for (const auto& run : fresh.runs) {
+      for (const std::uint16_t place : run.places) matches[place] = 0;
+    }
+    if (arrays.odd != nullptr) forEachSet(arrays.odd, size, ColumnValues::unclear, ask);
+  }
+  alignas(64) std::uint8_t passes[Rows::chunkRows];
+  const std::uint16_t* found[Rows::chunkRows];  // places, on their way into the cache
+  std::size_t count = 0;
+  for (const auto& [values, places] : fresh.runs) {
+    decideArrays(values, places.size(), passes);
+    forEachSet(passes, places.size(), 1, [&](std::size_t i) {
+      found[count++] = &places[i];
+      __builtin_prefetch(&places[i]);
+    });
+  }
+  for (std::size_t i = 0; i < count; ++i) matches[*found[i]] = 1;
+  for (const auto& [values, places] : fresh.runs) {
+    if (values.odd == nullptr) break;
+    forEachSet(values.odd, places.size(), ColumnValues::unclear,
+               [&](std::size_t i) { ask(places[i]); });
+  }
+  for (const std::uint16_t place : fresh.states->single) ask(place);
+}
+
 void ValueTest::decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,
                              std::uint8_t* matches) const {
   const auto byRange = [&](const auto* values) {
     using Element = std::remove_cvref_t<decltype(*values)>;
     if (!isAboutNull()) {
-      decideRange(rangeOf<Element>(op_, numberOf(wanted_)), values, size, matches);
+      if constexpr (std::is_integral_v<Element>) {
+        decideRange(rangeAs<Element>(integers_), values, size, matches);
+      } else {
+        decideRange(rangeAs<Element>(reals_), values, size, matches);
+      }
     } else {
       decideNulls(op_, size, matches, [=](std::size_t i) { return values[i] != values[i]; });
     }

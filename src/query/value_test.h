@@ -26,19 +26,29 @@ class ValueTest {
   // whole: 0.1 is then the float that is written so.
   ValueTest(strict::Operator op, const ColumnValues& column, TypedValue wanted);
 
-  const ColumnValues& column() const noexcept { return *column_; }
   bool matches(const TypedValue& value) const noexcept;
   bool matchesRow(std::size_t row, std::int64_t now) const {
     return matches(column_->value(row, now));
   }
+  // Has what decide reads of the chunk brought into the cache, for who comes to it next but one at
+  // the latest.
+  void prefetch(std::size_t chunk, std::int64_t now);
   // For each row of the chunk, 1 or 0.
-  void decide(std::size_t chunk, std::int64_t now, std::size_t size, std::uint8_t* matches) const;
+  void decide(std::size_t chunk, std::int64_t now, std::size_t size, std::uint8_t* matches);
 
  private:
+  struct Ahead {
+    std::size_t chunk = static_cast<std::size_t>(-1);
+    ColumnValues::FreshChunk fresh;
+  };
+
+  void decideFresh(const ColumnValues::FreshChunk& fresh, std::size_t chunk, std::int64_t now,
+                   std::size_t size, std::uint8_t* matches) const;
   void decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,
                     std::uint8_t* matches) const;
   void decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,
                    std::uint8_t* matches) const;
+  void makeRange();
   bool isAboutNull() const noexcept {
     return op_ == strict::Operator::isNull || op_ == strict::Operator::isNotNull;
   }
@@ -46,6 +56,11 @@ class ValueTest {
   const ColumnValues* column_;
   strict::Operator op_;
   TypedValue wanted_;
+  // Of columns of numbers, once a chunk is decided: the values that pass.
+  bool hasRange_ = false;
+  ValueRange<std::int64_t> integers_;
+  ValueRange<double> reals_;
+  Ahead ahead_[2];  // what has been read of a chunk by prefetch
 };
 
 }  // namespace velmora::query
