@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <span>
 #include <vector>
 
 namespace velmora {
@@ -26,6 +27,10 @@ class DirtyRows {
     if (row >= storedCount_) return;
     words_[row / wordBits] |= std::uint64_t{1} << row % wordBits;
     isMarked_ = true;
+  }
+  void mark(std::span<const std::int32_t> rows) noexcept {
+    if (storedCount_ == 0) return;
+    for (const std::int32_t row : rows) mark(static_cast<std::size_t>(row));
   }
   // The files hold these rows and no others.
   void markNone(std::size_t rowCount) noexcept {

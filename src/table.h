@@ -128,7 +128,7 @@ class Table {
   }
   // The same for a value that is not timed in many rows, of which a failure may leave some changed.
   void setRows(std::span<const std::int32_t> rows, std::size_t column, const Cell& cell) {
-    for (const std::int32_t row : rows) dirtyRows_.mark(static_cast<std::size_t>(row));
+    dirtyRows_.mark(rows);
     values_[column]->setTexts(rows, cell.value);
   }
   // The same for a cell that was taken from here, whose key text stays as it was; the row must not

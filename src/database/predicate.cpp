@@ -1,6 +1,7 @@
 // See predicate.h.
 #include "predicate.h"
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -260,7 +261,8 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
   switch (comparison_) {
     case Comparison::equal:
       narrow(block, values, [=, codes = values.codes](std::size_t i) { return codes[i] == code; });
-      forEachCandidate(block, [&](std::size_t i) { __builtin_prefetch(values.texts() + i); });
+      forEachSet(block.mayMatch, block.size, 1,
+                 [&](std::size_t i) { __builtin_prefetch(values.texts() + i); });
       break;
     case Comparison::notEqual:
       narrow(block, values, [&](std::size_t i) {
@@ -286,7 +288,7 @@ void Predicate::settle(const ColumnValues::Chunk& values, Block& block) const {
   const bool areTexts = kind_ == ValueKind::text || kind_ == ValueKind::unknown;
   if (!areTexts || comparison_ != Comparison::equal) return;
   const Text wanted(literal_);
-  forEachCandidate(block, [&](std::size_t i) {
+  forEachSet(block.mayMatch, block.size, 1, [&](std::size_t i) {
     const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
     if (!isOpen && !(values.texts()[i] == wanted)) block.mayMatch[i] = 0;
   });

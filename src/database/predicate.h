@@ -6,14 +6,12 @@
 #pragma once
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
-#include <cstring>
-#include <iterator>
 #include <optional>
 #include <span>
 #include <string_view>
 
+#include "../byte_mask.h"
 #include "../condition.h"
 #include "../table.h"
 
@@ -38,27 +36,6 @@ struct Block {
   // 1: only the row itself can tell. Undefined unless hasUnsure.
   alignas(64) std::uint8_t isUnsure[Rows::chunkRows];
 };
-
-// Calls use(place) for the rows of a block that may match, ascending.
-template <typename Use>
-void forEachCandidate(const Block& block, Use use) {
-  static_assert(std::endian::native == std::endian::little);
-  std::size_t first = 0;
-  // Most rows are none: many are passed over at once.
-  std::uint64_t words[4];
-  for (; first + sizeof words <= block.size; first += sizeof words) {
-    std::memcpy(words, block.mayMatch + first, sizeof words);
-    if ((words[0] | words[1] | words[2] | words[3]) == 0) continue;
-    for (std::size_t i = 0; i < std::size(words); ++i) {
-      for (std::uint64_t eight = words[i]; eight != 0; eight &= eight - 1) {
-        use(first + i * sizeof eight + static_cast<std::size_t>(std::countr_zero(eight)) / 8);
-      }
-    }
-  }
-  for (; first < block.size; ++first) {
-    if (block.mayMatch[first] != 0) use(first);
-  }
-}
 
 class Predicate {
  public:

@@ -20,14 +20,18 @@ void collect(Block& block, std::size_t chunk, const Parts& group, const Table& t
     predicate.settle(table.values(predicate.column()).chunk(chunk, now), block);
   }
   const bool areSure = group.open.empty() && !block.hasUnsure;
+  std::uint16_t places[Rows::chunkRows];
+  std::size_t count = placesOf(block.mayMatch, block.size, places);
+  if (!areSure) {
+    const auto fails = [&](std::size_t place) {
+      const bool isUnsure = block.hasUnsure && block.isUnsure[place] != 0;
+      return !allHold(isUnsure ? group.all : group.open, chunk * Rows::chunkRows + place, now);
+    };
+    count = static_cast<std::size_t>(std::remove_if(places, places + count, fails) - places);
+  }
   std::int32_t found[Rows::chunkRows];
-  std::size_t count = 0;
-  forEachCandidate(block, [&](std::size_t i) {
-    const std::size_t row = chunk * Rows::chunkRows + i;
-    found[count] = static_cast<std::int32_t>(row);
-    const bool isUnsure = block.hasUnsure && block.isUnsure[i] != 0;
-    if (areSure || allHold(isUnsure ? group.all : group.open, row, now)) ++count;
-  });
+  const auto first = static_cast<std::int32_t>(chunk * Rows::chunkRows);
+  for (std::size_t i = 0; i < count; ++i) found[i] = first + places[i];
   if (matched.capacity() - matched.size() < count) {
     // The chunks to come may have as many; memory that is not used costs nothing.
     const std::size_t expected = count * (table.rows().chunkCount() - chunk);
