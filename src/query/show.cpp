@@ -248,6 +248,7 @@ void Schedule::addCell(const Change& cell, const TempRule& rule) {
   constexpr std::size_t mostChanges = 1'000'000;
   Change change = cell;
   do {
+    context_.interrupt.check();  // each is looked for among all states
     change.second = rule.nextValueChange(change.second);
     if (change.second == Answer::never || change.second > until_.value_or(change.second)) return;
     if (changes_.size() == mostChanges) {
