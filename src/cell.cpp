@@ -87,16 +87,29 @@ std::int64_t TempRule::nextChange(std::int64_t now) const noexcept {
 
 std::int64_t TempRule::nextValueChange(std::int64_t now) const noexcept {
   if (states.empty() || now == never) return never;
+  if (!isUsual() || !isUsualSecond(now)) return now + 1;
   const std::string_view shown = states[calculateIndex(now)].value;
-  std::int64_t second = now;
-  // The start, each state of a pass, and that of the next one in which this second lies.
-  for (std::size_t i = 0; i < states.size() + 2; ++i) {
-    if (!isUsual() || !isUsualSecond(second)) return second + 1;
-    second = nextChange(second);
-    if (second == never) return never;
-    if (states[calculateIndex(second)].value != shown) return second;
+  const auto isOther = [&](std::size_t index) { return states[index].value != shown; };
+  if (now < startTime && repeat && states.front().duration == 0) {  // it is passed over, see above
+    const std::int64_t passedOver = startTime - (startTime - now - 1) / cycleLength * cycleLength;
+    for (const std::int64_t second : {now + 1, passedOver}) {
+      if (isOther(calculateIndex(second))) return second;
+    }
   }
-  return second < startTime ? second : never;
+  // The rest of this pass, and the next one as far as to where this second lies in it.
+  std::int64_t end = startTime;
+  if (repeat && now > startTime) end += (now - startTime) / cycleLength * cycleLength;
+  for (int passes = repeat ? 2 : 1; passes > 0; --passes) {
+    const std::int64_t endOfPass = end + cycleLength;
+    for (std::size_t i = 0; i < states.size(); ++i) {
+      const std::int64_t begin = end;
+      const bool isLast = i + 1 == states.size();
+      end = isLast ? endOfPass : std::min(begin + states[i].duration, endOfPass);
+      const bool isShown = begin < end || (isLast && !repeat);
+      if (isShown && begin > now && isOther(i)) return begin;
+    }
+  }
+  return never;
 }
 
 Cell::Cell(const Cell& other)

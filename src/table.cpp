@@ -38,6 +38,17 @@ std::int32_t Table::findLive(std::string_view key, std::int64_t now) const {
   return isFound ? index : PrimaryKeyMap::noRow;
 }
 
+std::int64_t Table::nextNumber(std::size_t column, std::size_t row, std::int64_t now) const {
+  if (row == 0) return 1;
+  std::int64_t number = values_[column]->value(row - 1, now).integer + 1;
+  const auto isTaken = [&] {
+    const std::int32_t holder = primaryKeyMap_.findNumber(number);
+    return holder != PrimaryKeyMap::noRow && isLive(static_cast<std::size_t>(holder));
+  };
+  while (isTaken()) ++number;
+  return number;
+}
+
 std::size_t Table::appendRows(std::size_t count) {
   const std::size_t first = rowCount();
   count = std::min(count, Rows::chunkRows - Rows::placeOf(first));

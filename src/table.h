@@ -185,6 +185,9 @@ class Table {
   // The live row whose key shows this very text at the second `now`, or PrimaryKeyMap::noRow; the
   // table has a primary key. Throws as PrimaryKeyMap::find does.
   std::int32_t findLive(std::string_view key, std::int64_t now) const;
+  // What an identity column numbers a row that comes behind the others: one more than the last
+  // one's number, deleted or not. Numbers that damage has given to other rows are passed over.
+  std::int64_t nextNumber(std::size_t column, std::size_t row, std::int64_t now) const;
   // While a table is loaded: see Rows::setHugePages.
   void setHugePages(bool isWanted) noexcept { rows_->setHugePages(isWanted); }
 

@@ -63,17 +63,15 @@ Cell cellOf(const FittedValue& value, ValueKind kind) {
   return cell;
 }
 
-// One more than the last row's number, deleted or not, or 1.
 std::int32_t nextIdentity(const Table& table, std::size_t column, std::size_t row,
                           std::int64_t now) {
-  if (row == 0) return 1;
-  const std::int64_t last = table.values(column).value(row - 1, now).integer;
-  if (last >= std::numeric_limits<std::int32_t>::max()) {
+  const std::int64_t number = table.nextNumber(column, row, now);
+  if (number > std::numeric_limits<std::int32_t>::max()) {
     throw Failure(Code::full, "The numbers of column '" + table.columns[column].name +
                                   "' of table '" + table.tableName + "' are used up")
         .of(table.tableName, table.columns[column].name);
   }
-  return static_cast<std::int32_t>(last) + 1;
+  return static_cast<std::int32_t>(number);
 }
 
 }  // namespace

@@ -69,12 +69,6 @@ void showStorage(const Tables& tables, const QueryContext& context, Answer& answ
   }
 }
 
-// The number that the next row will get: one more than the last row's, deleted or not.
-std::int64_t nextNumber(const Table& table, std::size_t column, std::int64_t now) {
-  const std::size_t rows = table.rowCount();
-  return rows == 0 ? 1 : table.values(column).value(rows - 1, now).integer + 1;
-}
-
 void showColumns(const Table& table, std::int64_t now, Answer& answer) {
   begin(answer, {{"column", text},
                  {"type", text},
@@ -94,7 +88,7 @@ void showColumns(const Table& table, std::int64_t now, Answer& answer) {
     answer.addInteger(column.maxStates);
     answer.addBoolean(table.hasPrimaryKey() && column.name == table.primaryKeyColumn);
     if (column.type == "ApexInt") {
-      answer.addInteger(nextNumber(table, i, now));
+      answer.addInteger(table.nextNumber(i, table.rowCount(), now));
     } else {
       answer.addNull();
     }
@@ -248,6 +242,7 @@ void Schedule::addCell(const Change& cell, const TempRule& rule) {
   constexpr std::size_t mostChanges = 1'000'000;
   Change change = cell;
   do {
+    context_.interrupt.check();  // each is looked for among all states
     change.second = rule.nextValueChange(change.second);
     if (change.second == Answer::never || change.second > until_.value_or(change.second)) return;
     if (changes_.size() == mostChanges) {

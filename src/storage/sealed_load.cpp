@@ -3,6 +3,7 @@
 // is written anew by the next checkpoint.
 #include <algorithm>
 #include <new>
+#include <unordered_set>
 
 #include "../text.h"
 #include "exact_values.h"
@@ -213,11 +214,14 @@ class Loader {
                                        [](const Column& each) { return each.type == "ApexInt"; });
     if (identity != table.columns.end()) {
       const std::string column = identity->name;
+      const std::string fileName = fileNameOf(table.tableName, tableExtension);
       bool hasKeys = false;
-      attempt(fileNameOf(table.tableName, tableExtension), [&] {
+      const auto setUpKeys = [&] {
         table.setUpPrimaryKeyMap(column, manifest_.second, KeyRule::liveFirstTimedLast);
         hasKeys = true;
-      });
+      };
+      attempt(fileName, setUpKeys);
+      if (!hasKeys && leaveOutRepeated(table, column)) attempt(fileName, setUpKeys);
       if (!hasKeys) table.dropPrimaryKey();
     }
     if (isDamaged) {
@@ -225,6 +229,26 @@ class Loader {
     } else if (isClean || isSealed) {
       table.markClean();
     }
+  }
+
+  // Marks rows deleted that have the key of an earlier one, as damage can give it to them: what a
+  // repair has brought into order has to open again. Whether there were any.
+  bool leaveOutRepeated(Table& table, const std::string& keyColumn) {
+    const std::size_t column = table.columnPosition(keyColumn);
+    std::unordered_set<std::string> keys;
+    std::size_t count = 0;
+    for (std::size_t row = 0; row < table.rowCount(); ++row) {
+      TextRoom room;
+      if (!table.isLive(row)) continue;
+      if (keys.emplace(table.text(row, column, manifest_.second, room)).second) continue;
+      table.setDeleted(row, true);
+      ++count;
+    }
+    if (count == 0) return false;
+    report_(
+        fileNameOf(table.tableName, tableExtension), -1,
+        "Rows with the key of an earlier one, which a repair leaves out: " + std::to_string(count));
+    return true;
   }
 
   void loadListeners() {

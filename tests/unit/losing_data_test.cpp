@@ -200,6 +200,29 @@ TEST_F(LosingData, line13ALinkIsNotLostSilently) {
   EXPECT_EQ(run("SELECT * FROM c"), "one");
 }
 
+TEST_F(LosingData, line13WhatARepairHasOpenedOpensAgainAndTakesRows) {
+  check({{"CREATE TABLE t id ApexInt n int", "0 rows"},
+         {"INSERT INTO t n = 10", "1 row, number 1"},
+         {"INSERT INTO t n = 20", "1 row, number 2"},
+         {"INSERT INTO t n = 30", "1 row, number 3"}});
+  close();
+  std::string bytes = bytesOf("t.bin");
+  bytes[bytes.size() - 8] = 1;  // the third row's number
+  write("t.bin", bytes);
+  options.flags = VELMORA_REPAIR;
+  lines.clear();
+  EXPECT_EQ(open(), "");
+  EXPECT_NE(std::find(lines.begin(), lines.end(),
+                      "'t.bin': Rows with the key of an earlier one, which a repair leaves out: 1"),
+            lines.end());
+  check({{"SELECT * FROM t", "1 10; 2 20"}, {"INSERT INTO t n = 40", "1 row, number 3"}});
+  close();
+  EXPECT_EQ(checkFiles(), "");
+  options.flags = 0;
+  EXPECT_EQ(open(), "");
+  EXPECT_EQ(run("SELECT * FROM t"), "1 10; 2 20; 3 40");
+}
+
 TEST_F(LosingData, line13WhatIsToldOfDamageIsTextWhateverTheBytesAre) {
   run("CREATE TABLE people n int");
   close();

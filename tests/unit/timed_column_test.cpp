@@ -151,5 +151,40 @@ TEST(NextChange, isNeverBehindAChangeOfState) {
   }
 }
 
+// The first second behind `now` that shows another value, of a rule whose passes are short.
+std::int64_t changeFound(const TempRule& rule, std::int64_t now) {
+  for (std::int64_t second = now + 1; second < now + 600; ++second) {
+    if (rule.valueAt(second) != rule.valueAt(now)) return second;
+  }
+  return most;
+}
+
+TEST(NextValueChange, isTheFirstSecondOfAnotherValue) {
+  Choices choices(13);
+  for (int round = 0; round < 5000; ++round) {
+    const TempRule rule = choices.rule({"a", "b", "c"}, -60, 120);
+    if (!rule.isUsual()) continue;
+    for (int i = 0; i < 6; ++i) {
+      const std::int64_t now = choices.within(-200, 300);
+      ASSERT_EQ(rule.nextValueChange(now), changeFound(rule, now)) << round << ", " << now;
+    }
+  }
+}
+
+// In as many steps as there are states: with their square this would take a quarter of an hour.
+TEST(NextValueChange, isSoonFoundBehindManyEqualStates) {
+  std::vector<State> states(65535, State{"a", 1});
+  for (const bool isRepeated : {false, true}) {
+    states.back().text = "a";
+    const TempRule even = ruleOf(states, isRepeated, 0);
+    states.back().text = "b";
+    const TempRule uneven = ruleOf(states, isRepeated, 0);
+    for (std::int64_t now = 0; now < 20; ++now) {
+      ASSERT_EQ(even.nextValueChange(now), most);
+      ASSERT_EQ(uneven.nextValueChange(now), 65534);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace velmora
