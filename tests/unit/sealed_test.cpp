@@ -94,6 +94,9 @@ TEST_F(SealedFilesTest, theFirstNullOfATableIsKept) {
   EXPECT_EQ(contentOf(load().tables), contentOf(tables));
   table.setValue(60, 0, std::int64_t{60});
   save(tables);
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+  table.markAllDirty();
+  save(tables);
   EXPECT_FALSE(exists("t.exact"));
   EXPECT_EQ(contentOf(load().tables), contentOf(tables));
 }
@@ -205,7 +208,11 @@ TEST_F(SealedFilesTest, everyFlippedBitIsReported) {
   Table& child = addTable(tables, "c", {{"of", "int"}});
   addRow(child, {std::int64_t{1}});
   child.links.push_back({"of", "p", "id"});
+  save(tables);
+  parent.setValue(1, 1, true);
+  addRow(parent, {std::int64_t{3}, Value()});
   save(tables, {{"c", {{"c", "INSERT", "x", {{"", "of", "1", "=", 'o'}}}}}});
+  ASSERT_EQ(bytesOf("p.exact").substr(0, 8), "velmexc2");
   ASSERT_EQ(files().size(), 12U);
   for (const auto& [name, bytes] : files()) {
     for (std::size_t bit = 0; bit < bytes.size() * 8; bit += bitStep) {
