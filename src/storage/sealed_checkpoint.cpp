@@ -69,9 +69,11 @@ class SealedCheckpoint {
     const auto file = [&](std::string_view extension) {
       return fileNameOf(table.tableName, extension);
     };
-    const bool hasChanged = table.isDirty() || !isKnown(file(tableExtension));
+    const bool areFilesKnown = isKnown(file(tableExtension));
+    const bool hasChanged = table.isDirty() || !areFilesKnown;
     const bool hasStates = largestMaxStates(table.columns) > 0;
-    haveRulesChanged_ = haveRulesChanged_ || (hasChanged && hasStates);
+    const bool haveRulesChanged = hasStates && (table.haveRulesChanged() || !areFilesKnown);
+    haveRulesChanged_ = haveRulesChanged_ || haveRulesChanged;
     velmora::writeTable(table, directory_, journal);
     keep(file(tableExtension));
     keep(file(deletionExtension));

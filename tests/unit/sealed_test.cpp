@@ -171,6 +171,37 @@ TEST_F(SealedFilesTest, theScheduleIsThatOfTheTimedCells) {
   EXPECT_EQ(tasks[0].fireTime, 1'700'000'010);
 }
 
+TEST_F(SealedFilesTest, theScheduleStaysAsLongAsTheTimedCellsDo) {
+  Tables tables;
+  Table& table = addTable(tables, "t", {{"s", "string", 2}, {"n", "int", 2}});
+  for (int i = 0; i < 3; ++i) addRow(table, {"x", std::int64_t{i}});
+  table.set(0, 0, timed({"a", "b"}), 0);
+  save(tables);
+  const auto isKeptBehind = [&](auto change) {
+    change(tables.at("t"));
+    const auto before = identityOf(directory_, "webhooks.bin");
+    save(tables);
+    const bool isKept = identityOf(directory_, "webhooks.bin") == before;
+    const std::string bytes = bytesOf("webhooks.bin");
+    tables = tablesOf(load());
+    tables.at("t").markAllDirty();
+    save(tables);
+    EXPECT_EQ(bytesOf("webhooks.bin"), bytes);
+    return isKept;
+  };
+  EXPECT_TRUE(isKeptBehind([](Table& t) { t.setValue(0, 1, std::int64_t{7}); }));
+  EXPECT_TRUE(isKeptBehind([](Table& t) { t.setValue(1, 0, Value()); }));
+  EXPECT_TRUE(isKeptBehind([](Table& t) { t.setDeleted(2, true); }));
+  EXPECT_TRUE(isKeptBehind([](Table& t) { addRow(t, {"y", std::int64_t{9}}); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.set(1, 1, timed({"1", "2"}), 0); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.set(1, 1, timed({"1", "3"}), 0); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.setValue(1, 1, std::int64_t{1}); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.restore(3, 0, timed({"c", "d"}), 0); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.setDeleted(0, true); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.setDeleted(0, false); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.removeLastRow(); }));
+}
+
 TEST_F(SealedFilesTest, theManifestIsForPeople) {
   Tables tables;
   addRow(addTable(tables, "p", {{"id", "ApexInt"}}), {std::int64_t{1}});
