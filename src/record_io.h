@@ -108,7 +108,6 @@ class RecordWriter {
     return *this;
   }
   const std::string& bytes() const noexcept { return bytes_; }
-  void clear() noexcept { bytes_.clear(); }
 
  private:
   char* grow(std::size_t count) {

@@ -22,6 +22,7 @@ constexpr std::string_view grownMagic = "velmexc2";
 constexpr std::size_t magicSize = wholeMagic.size();
 constexpr std::size_t widestText = 60;
 constexpr std::int64_t headerSize = 16;
+constexpr std::size_t fixedSize = 4 + 4 + 1;  // of an entry
 static_assert(grownMagic.size() == magicSize && magicSize + 8 == headerSize);
 
 enum class Entry : char { none = 0, null = 'n', text = 't', timed = 's', anew = '-' };
@@ -70,16 +71,26 @@ void forEachEntry(const Table& table, std::size_t first, std::size_t count, std:
   }
 }
 
-void putText(RecordWriter& record, std::string_view text) {
-  record.int32(static_cast<std::int32_t>(text.size())).text(text, text.size());
+template <typename Number>
+void add(std::string& bytes, Number number) {
+  char field[sizeof number];
+  putNumber(field, number);
+  bytes.append(field, sizeof field);
 }
 
-void putRule(RecordWriter& record, const TempRule& rule) {
-  record.byte(rule.repeat).int64(rule.startTime).int64(rule.cycleLength);
-  record.int32(static_cast<std::int32_t>(rule.states.size()));
+void addText(std::string& bytes, std::string_view text) {
+  add(bytes, static_cast<std::int32_t>(text.size()));
+  bytes += text;
+}
+
+void addRule(std::string& bytes, const TempRule& rule) {
+  bytes += rule.repeat ? '\1' : '\0';
+  add(bytes, rule.startTime);
+  add(bytes, rule.cycleLength);
+  add(bytes, static_cast<std::int32_t>(rule.states.size()));
   for (const TempState& state : rule.states) {
-    record.int64(state.duration);
-    putText(record, state.value);
+    add(bytes, state.duration);
+    addText(bytes, state.value);
   }
 }
 
@@ -87,19 +98,20 @@ void putRule(RecordWriter& record, const TempRule& rule) {
 template <typename Use>
 void forEachRecord(const Table& table, std::size_t first, std::size_t count, std::size_t firstNew,
                    Use use) {
-  RecordWriter record;
+  std::string bytes;
   forEachEntry(table, first, count, firstNew,
                [&](std::size_t row, std::size_t column, Entry entry) {
-                 record.clear();
-                 record.int32(static_cast<std::int32_t>(row));
-                 record.int32(static_cast<std::int32_t>(column));
-                 record.character(static_cast<char>(entry));
+                 char fixed[fixedSize];
+                 putInt32(fixed, static_cast<std::int32_t>(row));
+                 putInt32(fixed + 4, static_cast<std::int32_t>(column));
+                 fixed[fixedSize - 1] = static_cast<char>(entry);
+                 bytes.assign(fixed, fixedSize);
                  if (entry == Entry::text) {
                    TextRoom room;
-                   putText(record, table.text(row, column, 0, room));
+                   addText(bytes, table.text(row, column, 0, room));
                  }
-                 if (entry == Entry::timed) putRule(record, *table.values(column).rule(row));
-                 use(record.bytes());
+                 if (entry == Entry::timed) addRule(bytes, *table.values(column).rule(row));
+                 use(std::string_view(bytes));
                });
 }
 
@@ -112,7 +124,9 @@ void forEachChange(const Table& table, std::size_t firstNew, Use use) {
 }
 
 std::string header(std::string_view magic, std::int64_t number) {
-  return RecordWriter().text(magic, magicSize).int64(number).bytes();
+  std::string bytes(magic);
+  add(bytes, number);
+  return bytes;
 }
 
 // Writes a new file, unless there is no entry: of all rows, or of those that have changed, where no
@@ -153,6 +167,20 @@ std::optional<std::int64_t> startOfAdded(const std::string& name, std::int64_t s
   return isGrown ? std::optional(start) : std::nullopt;
 }
 
+// How many bytes the entries of the rows that have changed take, or some more than the most.
+std::int64_t sizeOfChanges(const Table& table, std::int64_t most) {
+  std::int64_t size = 0;
+  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
+    for (const std::size_t end = first + count; first < end && size <= most;) {
+      const std::size_t some = std::min(end - first, Rows::chunkRows);
+      forEachRecord(table, first, some, table.storedRowCount(),
+                    [&](std::string_view bytes) { size += std::ssize(bytes); });
+      first += some;
+    }
+  });
+  return size;
+}
+
 // Puts the entries of the rows that have changed behind those that the file of that size has, as
 // long as less has been added than is worth a new file, which takes a look at every row.
 bool addChanges(const Table& table, std::int64_t size, const Directory& directory,
@@ -161,19 +189,16 @@ bool addChanges(const Table& table, std::int64_t size, const Directory& director
   const std::string name = fileNameOf(table.tableName, exactExtension);
   const auto start = startOfAdded(name, size, directory);
   if (!start) return false;
-  const std::size_t firstNew = table.storedRowCount();
-  std::int64_t end = size;
-  forEachChange(table, firstNew, [&](const std::string& bytes) { end += std::ssize(bytes); });
   const auto rowCount = static_cast<std::int64_t>(table.rowCount());
-  if (end - *start > std::max({*start, rowCount, pageSize})) return false;
+  const std::int64_t most = *start + std::max({*start / 2, rowCount, pageSize}) - size;
+  if (sizeOfChanges(table, most) > most) return false;
   PatchWriter patch(journal, directory, name);
   patch.put(0, header(grownMagic, *start));
-  end = size;
-  forEachChange(table, firstNew, [&](const std::string& bytes) {
-    patch.put(end, bytes);
-    end += std::ssize(bytes);
+  forEachChange(table, table.storedRowCount(), [&](std::string_view bytes) {
+    patch.put(size, bytes);
+    size += std::ssize(bytes);
   });
-  patch.finish(end);
+  patch.finish(size);
   return true;
 }
 
@@ -231,7 +256,7 @@ class Reader {
     } catch (const std::runtime_error&) {
     }
   }
-  void apply(Found found) {
+  void apply(Found&& found) {
     if (!beginnings_.empty() && found.offset < beginnings_[found.row]) return;
     if (found.entry == Entry::null) {
       table_.setValue(found.row, found.column, Value());

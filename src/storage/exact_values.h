@@ -20,9 +20,9 @@
 //
 // A checkpoint adds the entries of the rows that have changed, those of a row that the table's
 // files had behind a "-": what was exact and is not any more needs no entry, since the other files
-// have it. The file is written whole when nothing is known of the table's files, and once as much
-// would have been added as there was, more than a byte a row and more than a page. Without entries
-// none is written; as long as there is none, only the rows that change are looked at.
+// have it. The file is written whole when nothing is known of the table's files, and once half as
+// much would have been added as there was, more than a byte a row and more than a page. Without
+// entries none is written; as long as there is none, only the rows that change are looked at.
 #pragma once
 
 #include <cstdint>
