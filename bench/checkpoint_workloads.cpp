@@ -19,6 +19,17 @@ namespace {
 constexpr char spareName[] = "spare";
 const Statement updateAll = {"UPDATE items SET score = ?1", "UPDATE items SET score = ?1"};
 
+// Rows that have a null and a timed value each, which table files of fixed width cannot hold.
+const Statement createHeld = {
+    "CREATE TABLE held id ApexInt age int score float colour string 2",
+    "CREATE TABLE held (id INTEGER PRIMARY KEY, age INT, score REAL, colour TEXT)"};
+const Statement insertHeld = {"INSERT INTO held score = ?1 colour = 'red' --> 'green' @ 10 s c",
+                              "INSERT INTO held (score, colour) VALUES (?1, 'red')"};
+const Statement updateHeld = {"UPDATE held SET score = ?1 WHERE id = ?2",
+                              "UPDATE held SET score = ?1 WHERE id = ?2"};
+const Statement selectHeld = {"SELECT id, age, score FROM held WHERE id = ?1",
+                              "SELECT id, age, score FROM held WHERE id = ?1"};
+
 int openSpare() {
   const int file = open(spareName, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   if (file < 0) throw std::runtime_error("Cannot open a file");
@@ -69,9 +80,10 @@ CheckpointCost measureCheckpoint(Engine& engine) {
 }
 
 // Sets the scores of rows all over the table, others each time.
-void changeScattered(Engine& engine, int rows, int count, int round) {
+void changeScattered(Engine& engine, int rows, int count, int round,
+                     const Statement& update = updateItemByKey) {
   engine.change(
-      updateItemByKey, makeBatch(count, [=](int index) {
+      update, makeBatch(count, [=](int index) {
         return Values{0.25 * (round + index % 100), 1 + scatterBelow(rows, index, 16 + round)};
       }));
 }
@@ -156,10 +168,36 @@ Workload checkpointByHandle(const Scale& scale) {
           Mode::handle};
 }
 
+Workload checkpointOfExactValues(const Scale& scale) {
+  const int rows = scale.rows(1000000);
+  auto playRound = [=](Engine& engine, int round) {
+    changeScattered(engine, rows, 1, round, updateHeld);
+    const CheckpointCost cost = measureCheckpoint(engine);
+    return Figures{cost.seconds, cost.syncSeconds};
+  };
+  return {"23",
+          {{"CHECKPOINT by a handle, one row of 1M with nulls and timed values", atMost(0.001)},
+           {"(its syncs)", {}, Fit::none}},
+          {Mode::handle, Mode::filePrepared},
+          [=](Mode mode) {
+            std::shared_ptr<Engine> engine = openEngine(mode);
+            engine->execute(createHeld);
+            engine->fill(insertHeld, rows, [](int index) { return Values{0.5 * index}; });
+            engine->execute(noAutomaticCheckpoint);
+            engine->checkpoint();
+            return Player{[=](int round) { return playRound(*engine, round); },
+                          [=] {
+                            return answersOf(*engine, selectHeld, {{1}, {9}});
+                          }};
+          },
+          Mode::handle};
+}
+
 }  // namespace
 
 std::vector<Workload> checkpointWorkloads(const Scale& scale) {
-  return {checkpoint(scale), checkpointBesideOthers(scale), checkpointByHandle(scale)};
+  return {checkpoint(scale), checkpointBesideOthers(scale), checkpointByHandle(scale),
+          checkpointOfExactValues(scale)};
 }
 
 }  // namespace bench

@@ -345,6 +345,7 @@ void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
   if (!areKept) odd.states.reset();
   odd.flags[place] = isTold ? listed : listed | unclear;
   if (!isTimed && holdsTexts(kind_)) odd.flags[place] |= literal;
+  haveRulesChanged_ = haveRulesChanged_ || isTimed || odd.cells[at].tempRule != nullptr;
   odd.cells[at] = std::move(cell);
 }
 
@@ -354,6 +355,7 @@ void ColumnValues::removeOdd(std::size_t row) noexcept {
   const auto offset = static_cast<std::ptrdiff_t>(at);
   odd.flags[Rows::placeOf(row)] = 0;
   odd.states.reset();
+  haveRulesChanged_ = haveRulesChanged_ || odd.cells[at].tempRule != nullptr;
   odd.places.erase(odd.places.begin() + offset);
   odd.cells.erase(odd.cells.begin() + offset);
 }

@@ -184,11 +184,18 @@ class ColumnValues {
   std::int64_t nextChange(std::int64_t now) const;
   // Of long texts and of odd cells; the arrays are the rows'.
   std::size_t memoryBytes() const;
-  // To be called when rows of the chunk have come to life or gone: what is kept for readers is no
-  // longer right.
-  void forgetKept(std::size_t chunk) noexcept {
-    if (chunk < odd_.size() && odd_[chunk] != nullptr) dropKept(chunk);
+  // To be called when the row has come to life or gone: what is kept for readers is no longer
+  // right.
+  void noteLife(std::size_t row) noexcept {
+    const std::size_t chunk = Rows::chunkOf(row);
+    if (chunk >= odd_.size() || odd_[chunk] == nullptr) return;
+    dropKept(chunk);
+    haveRulesChanged_ = haveRulesChanged_ || rule(row) != nullptr;
   }
+  // Whether timed values have been set, replaced or removed, or the rows of some have come to life
+  // or gone, since this was forgotten.
+  bool haveRulesChanged() const noexcept { return haveRulesChanged_; }
+  void forgetRuleChanges() noexcept { haveRulesChanged_ = false; }
 
   // Has what a condition reads of a chunk brought into the cache, for a scan that comes to it next.
   void prefetchChunk(std::size_t chunk, std::int64_t now) const noexcept;
@@ -258,6 +265,9 @@ class ColumnValues {
   std::string_view plainText(std::size_t row, TextRoom& room) const;
   void keepRight(std::size_t chunk, std::int64_t now) const;
   void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
+  void forgetKept(std::size_t chunk) noexcept {
+    if (chunk < odd_.size() && odd_[chunk] != nullptr) dropKept(chunk);
+  }
   void dropKept(std::size_t chunk) noexcept;
   // Inlined always: gcc leaves calls of a function out that does nothing but prefetch.
   [[gnu::always_inline]] void prefetchArrays(const Chunk& arrays,
@@ -310,6 +320,7 @@ class ColumnValues {
   std::size_t values_;                          // the array of the values
   std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
+  bool haveRulesChanged_ = false;
 };
 
 // What the timed values of a chunk show, all of them at any second.

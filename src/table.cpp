@@ -63,6 +63,16 @@ void Table::removeLastRow() noexcept {
   dirtyRows_.mark(rowCount());
 }
 
+bool Table::haveRulesChanged() const noexcept {
+  return isAllDirty() || std::any_of(values_.begin(), values_.end(),
+                                     [](const auto& column) { return column->haveRulesChanged(); });
+}
+
+void Table::markClean() noexcept {
+  dirtyRows_.markNone(rowCount());
+  for (const auto& column : values_) column->forgetRuleChanges();
+}
+
 std::int32_t Table::keyHolder(std::size_t row) const {
   if (const std::int32_t* const number = plainKey(row)) return primaryKeyMap_.findNumber(*number);
   TextRoom room;

@@ -151,7 +151,7 @@ class Table {
   }
   void setDeleted(std::size_t row, bool isDeleted) noexcept {
     rows_->setDeleted(row, isDeleted);
-    for (const auto& column : values_) column->forgetKept(Rows::chunkOf(row));
+    for (const auto& column : values_) column->noteLife(row);
     dirtyRows_.mark(row);
   }
   // The same for a loader, which puts the values into the columns' arrays itself: at most so many
@@ -199,12 +199,14 @@ class Table {
   void forEachDirtyRun(Use use) const {
     dirtyRows_.forEachRun(rowCount(), use);
   }
+  // Whether timed values of live rows may be others than the files hold.
+  bool haveRulesChanged() const noexcept;
   // How many rows the table's files hold, unless it is all dirty.
   std::size_t storedRowCount() const noexcept { return dirtyRows_.storedCount(); }
   // Has the next checkpoint write the table whole: how tests compare that way with the other.
   void markAllDirty() noexcept { dirtyRows_.markAll(); }
   // The files hold the table as it is, or will when an interrupted checkpoint has been completed.
-  void markClean() noexcept { dirtyRows_.markNone(rowCount()); }
+  void markClean() noexcept;
 
   // Makes the column the primary key and builds the key map from all rows, deleted ones included.
   // Throws std::runtime_error "Primary key not found", or "Cannot create Primary Key: Duplicate

@@ -252,14 +252,11 @@ bool areFilesKnown(const Table& table, const Directory& directory) {
          sizeOf(directory, fileNameOf(table.tableName, tableExtension)) > 0;
 }
 
-// Whether the files can be changed in place: there, ours to write, without a second name, and with
-// whole records in the last of them.
+// Whether the files can be changed in place, with whole records in the last of them.
 bool canBePatched(const Table& table, const Directory& directory) {
   if (table.columns.empty() || rowsAreShifted(table.columns)) return false;
   const auto isOurs = [&](std::string_view extension) {
-    const std::string name = fileNameOf(table.tableName, extension);
-    const auto found = identityOf(directory, name.c_str());
-    return found && found->nameCount == 1 && File(directory, name, File::Mode::change).isOpen();
+    return isPatchable(directory, fileNameOf(table.tableName, extension));
   };
   if (!isOurs(tableExtension) || !isOurs(deletionExtension)) return false;
   const std::int32_t maxStates = largestMaxStates(table.columns);

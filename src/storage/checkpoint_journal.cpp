@@ -190,12 +190,20 @@ void CheckpointJournal::finish() {
   file_.finish();
 }
 
+bool isPatchable(const Directory& directory, const std::string& name) {
+  const auto found = identityOf(directory, name.c_str());
+  return found && found->nameCount == 1 && File(directory, name, File::Mode::change).isOpen();
+}
+
 PatchWriter::PatchWriter(CheckpointJournal& journal, const Directory& directory,
                          const std::string& name)
-    : journal_(journal), old_(directory, name, File::Mode::read), reader_(old_) {}
+    : journal_(journal),
+      old_(directory, name, File::Mode::read),
+      oldSize_(old_.size().value_or(0)),
+      reader_(old_) {}
 
 void PatchWriter::put(std::int64_t offset, std::string_view bytes) {
-  if (reader_.at(offset, bytes.size()) == bytes) return;
+  if (offset < oldSize_ && reader_.at(offset, bytes.size()) == bytes) return;
   const std::int64_t end = start_ + static_cast<std::int64_t>(pending_.size());
   if (offset != end || pending_.size() >= blockSize) flush();
   if (pending_.empty()) start_ = offset;
@@ -210,7 +218,7 @@ void PatchWriter::flush() {
 
 void PatchWriter::finish(std::int64_t size) {
   flush();
-  if (isChanged_ || old_.size() != size) journal_.setSize(old_.name(), size);
+  if (isChanged_ || oldSize_ != size) journal_.setSize(old_.name(), size);
 }
 
 std::optional<AwaitedFiles> readJournal(const Directory& directory) {

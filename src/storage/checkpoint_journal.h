@@ -52,6 +52,9 @@ class CheckpointJournal {
   AwaitedFiles awaited_;
 };
 
+// Whether a file can be changed in place: there, ours to write, without a second name.
+bool isPatchable(const Directory& directory, const std::string& name);
+
 // Finds out which bytes of a file change, and puts these in the journal.
 class PatchWriter {
  public:
@@ -69,6 +72,7 @@ class PatchWriter {
 
   CheckpointJournal& journal_;
   File old_;
+  std::int64_t oldSize_;
   BlockReader reader_;
   std::int64_t start_ = 0;
   std::string pending_;  // of the piece that begins there

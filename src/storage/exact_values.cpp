@@ -3,7 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
+#include <iterator>
+#include <memory>
 #include <stdexcept>
 
 #include "../record_io.h"
@@ -16,12 +17,15 @@
 namespace velmora {
 namespace {
 
-constexpr std::string_view magic = "velmexct";
+constexpr std::string_view wholeMagic = "velmexct";
+constexpr std::string_view grownMagic = "velmexc2";
+constexpr std::size_t magicSize = wholeMagic.size();
 constexpr std::size_t widestText = 60;
 constexpr std::int64_t headerSize = 16;
-static_assert(magic.size() + 8 == headerSize);
+constexpr std::size_t fixedSize = 4 + 4 + 1;  // of an entry
+static_assert(grownMagic.size() == magicSize && magicSize + 8 == headerSize);
 
-enum class Entry : char { none = 0, null = 'n', text = 't', timed = 's' };
+enum class Entry : char { none = 0, null = 'n', text = 't', timed = 's', anew = '-' };
 
 bool fitsField(std::string_view text) {
   return text.size() <= widestText && text.find('\0') == std::string_view::npos;
@@ -50,11 +54,13 @@ Entry entryOf(const ColumnValues& values, const ColumnValues::Chunk& chunk, std:
 }
 
 // Calls use(row, column, entry) for each cell of so many rows of which something has to be written,
-// ascending.
+// ascending; rows before one of which a file may have entries already begin anew.
 template <typename Use>
-void forEachEntry(const Table& table, std::size_t first, std::size_t count, Use use) {
+void forEachEntry(const Table& table, std::size_t first, std::size_t count, std::size_t firstNew,
+                  Use use) {
   std::vector<ColumnValues::Chunk> chunks(table.columns.size());
   for (std::size_t row = first; row < first + count; ++row) {
+    if (row < firstNew) use(row, 0, Entry::anew);
     for (std::size_t column = 0; column < chunks.size(); ++column) {
       const ColumnValues& values = table.values(column);
       const bool isNewChunk = row == first || Rows::placeOf(row) == 0;
@@ -65,68 +71,136 @@ void forEachEntry(const Table& table, std::size_t first, std::size_t count, Use 
   }
 }
 
-// Begins the file when the first entry comes.
-class Writer {
- public:
-  Writer(const Table& table, const Directory& directory, CheckpointJournal& journal)
-      : table_(table), directory_(directory), journal_(journal) {}
+template <typename Number>
+void add(std::string& bytes, Number number) {
+  char field[sizeof number];
+  putNumber(field, number);
+  bytes.append(field, sizeof field);
+}
 
-  bool write() {
-    std::int64_t count = 0;
-    forEachEntry(table_, 0, table_.rowCount(),
-                 [&](std::size_t row, std::size_t column, Entry entry) {
-                   if (count++ == 0) begin();
-                   put(row, column, entry);
-                 });
-    if (count == 0) return false;
-    file_->seek(0);
-    file_->write(magic);
-    putNumber(putInt64, count);
-    file_->finish();
-    return true;
-  }
+void addText(std::string& bytes, std::string_view text) {
+  add(bytes, static_cast<std::int32_t>(text.size()));
+  bytes += text;
+}
 
- private:
-  void begin() {
-    const std::string name = fileNameOf(table_.tableName, exactExtension);
-    file_.emplace(directory_, addNewFile(journal_, name, directory_));
-    file_->seek(headerSize);
+void addRule(std::string& bytes, const TempRule& rule) {
+  bytes += rule.repeat ? '\1' : '\0';
+  add(bytes, rule.startTime);
+  add(bytes, rule.cycleLength);
+  add(bytes, static_cast<std::int32_t>(rule.states.size()));
+  for (const TempState& state : rule.states) {
+    add(bytes, state.duration);
+    addText(bytes, state.value);
   }
-  void put(std::size_t row, std::size_t column, Entry entry) {
-    putNumber(putInt32, static_cast<std::int32_t>(row));
-    putNumber(putInt32, static_cast<std::int32_t>(column));
-    const char kind = static_cast<char>(entry);
-    file_->write({&kind, 1});
-    if (entry == Entry::text) {
-      TextRoom room;
-      putText(table_.text(row, column, 0, room));
+}
+
+// Makes the entries of so many rows, each as the file has it, for use(bytes).
+template <typename Use>
+void forEachRecord(const Table& table, std::size_t first, std::size_t count, std::size_t firstNew,
+                   Use use) {
+  std::string bytes;
+  forEachEntry(table, first, count, firstNew,
+               [&](std::size_t row, std::size_t column, Entry entry) {
+                 char fixed[fixedSize];
+                 putInt32(fixed, static_cast<std::int32_t>(row));
+                 putInt32(fixed + 4, static_cast<std::int32_t>(column));
+                 fixed[fixedSize - 1] = static_cast<char>(entry);
+                 bytes.assign(fixed, fixedSize);
+                 if (entry == Entry::text) {
+                   TextRoom room;
+                   addText(bytes, table.text(row, column, 0, room));
+                 }
+                 if (entry == Entry::timed) addRule(bytes, *table.values(column).rule(row));
+                 use(std::string_view(bytes));
+               });
+}
+
+// The same for the rows that have changed.
+template <typename Use>
+void forEachChange(const Table& table, std::size_t firstNew, Use use) {
+  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
+    forEachRecord(table, first, count, firstNew, use);
+  });
+}
+
+std::string header(std::string_view magic, std::int64_t number) {
+  std::string bytes(magic);
+  add(bytes, number);
+  return bytes;
+}
+
+// Writes a new file, unless there is no entry: of all rows, or of those that have changed, where no
+// others have any.
+bool writeWhole(const Table& table, bool haveOthersNone, const Directory& directory,
+                CheckpointJournal& journal) {
+  std::optional<NewFile> file;
+  std::int64_t count = 0;
+  const auto put = [&](std::string_view bytes) {
+    if (!file) {
+      const std::string name = fileNameOf(table.tableName, exactExtension);
+      file.emplace(directory, addNewFile(journal, name, directory));
+      file->seek(headerSize);
     }
-    if (entry == Entry::timed) putRule(*table_.values(column).rule(row));
-  }
-  void putRule(const TempRule& rule) {
-    file_->write(rule.repeat ? "\1" : std::string_view("\0", 1));
-    putNumber(putInt64, rule.startTime);
-    putNumber(putInt64, rule.cycleLength);
-    putNumber(putInt32, static_cast<std::int32_t>(rule.states.size()));
-    for (const TempState& state : rule.states) {
-      putNumber(putInt64, state.duration);
-      putText(state.value);
-    }
-  }
-  void putText(std::string_view text) {
-    putNumber(putInt32, static_cast<std::int32_t>(text.size()));
-    file_->write(text);
-  }
-  template <typename Number>
-  void putNumber(char* (*encode)(char*, Number) noexcept, Number number) {
-    file_->written(encode(file_->room(sizeof number), number));
-  }
+    file->write(bytes);
+    ++count;
+  };
+  haveOthersNone ? forEachChange(table, 0, put) : forEachRecord(table, 0, table.rowCount(), 0, put);
+  if (!file) return false;
+  file->seek(0);
+  file->write(header(wholeMagic, count));
+  file->finish();
+  return true;
+}
 
-  const Table& table_;
-  const Directory& directory_;
-  CheckpointJournal& journal_;
-  std::optional<NewFile> file_;
-};
+// Where in a file of that size the entries begin that were added to it; nothing if it is not such a
+// file, or not one that can be changed in place.
+std::optional<std::int64_t> startOfAdded(const std::string& name, std::int64_t size,
+                                         const Directory& directory) {
+  File file(directory, name, File::Mode::read);
+  char found[headerSize];
+  if (!file.isOpen() || file.size() != size || !isPatchable(directory, name)) return std::nullopt;
+  if (file.readAt(0, found, sizeof found) != sizeof found) return std::nullopt;
+  const std::string_view magic(found, magicSize);
+  if (magic == wholeMagic) return size;
+  const std::int64_t start = getInt64(found + magicSize);
+  const bool isGrown = magic == grownMagic && start >= headerSize && start <= size;
+  return isGrown ? std::optional(start) : std::nullopt;
+}
+
+// How many bytes the entries of the rows that have changed take, or some more than the most.
+std::int64_t sizeOfChanges(const Table& table, std::int64_t most) {
+  std::int64_t size = 0;
+  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
+    for (const std::size_t end = first + count; first < end && size <= most;) {
+      const std::size_t some = std::min(end - first, Rows::chunkRows);
+      forEachRecord(table, first, some, table.storedRowCount(),
+                    [&](std::string_view bytes) { size += std::ssize(bytes); });
+      first += some;
+    }
+  });
+  return size;
+}
+
+// Puts the entries of the rows that have changed behind those that the file of that size has, as
+// long as less has been added than is worth a new file, which takes a look at every row.
+bool addChanges(const Table& table, std::int64_t size, const Directory& directory,
+                CheckpointJournal& journal) {
+  constexpr std::int64_t pageSize = 4096;
+  const std::string name = fileNameOf(table.tableName, exactExtension);
+  const auto start = startOfAdded(name, size, directory);
+  if (!start) return false;
+  const auto rowCount = static_cast<std::int64_t>(table.rowCount());
+  const std::int64_t most = *start + std::max({*start / 2, rowCount, pageSize}) - size;
+  if (sizeOfChanges(table, most) > most) return false;
+  PatchWriter patch(journal, directory, name);
+  patch.put(0, header(grownMagic, *start));
+  forEachChange(table, table.storedRowCount(), [&](std::string_view bytes) {
+    patch.put(size, bytes);
+    size += std::ssize(bytes);
+  });
+  patch.finish(size);
+  return true;
+}
 
 class Reader {
  public:
@@ -134,28 +208,68 @@ class Reader {
       : table_(table), file_(file), reader_(file), size_(file.size().value_or(0)) {}
 
   void read() {
-    require(take(magic.size()) == magic);
-    for (std::int64_t count = getInt64(take(8).data()); count > 0; --count) readEntry();
-    require(position_ == size_);
+    const std::string magic(take(magicSize));
+    const std::int64_t number = number64();
+    if (magic == grownMagic) {
+      require(number >= headerSize && number <= size_);
+      findBeginnings(number);
+      position_ = headerSize;
+      while (position_ < number) apply(next());
+      require(position_ == number);
+      while (position_ < size_) apply(next());
+    } else {
+      require(magic == wholeMagic);
+      for (std::int64_t count = number; count > 0; --count) apply(next());
+      require(position_ == size_);
+    }
   }
 
  private:
-  void readEntry() {
-    const auto row = static_cast<std::size_t>(number32());
-    const auto column = static_cast<std::size_t>(number32());
-    const auto entry = static_cast<Entry>(take(1).front());
-    require(row < table_.rowCount() && column < table_.columns.size());
-    if (entry == Entry::null) {
-      table_.setValue(row, column, Value());
-    } else if (entry == Entry::text) {
-      const ValueKind kind = table_.kind(column);
+  struct Found {
+    std::int64_t offset;
+    std::size_t row;
+    std::size_t column;
+    Entry entry;
+    std::string_view text{};
+    std::unique_ptr<TempRule> rule{};
+  };
+
+  Found next() {
+    Found found{position_, static_cast<std::size_t>(number32()),
+                static_cast<std::size_t>(number32()), static_cast<Entry>(take(1).front())};
+    require(found.row < table_.rowCount() && found.column < table_.columns.size());
+    if (found.entry == Entry::text) found.text = text();
+    if (found.entry == Entry::timed) found.rule = rule();
+    return found;
+  }
+  // Where the last entries of each row begin that were added. At a fault the search ends, which is
+  // then met again.
+  void findBeginnings(std::int64_t start) {
+    beginnings_.resize(table_.rowCount());
+    try {
+      for (position_ = start; position_ < size_;) {
+        const Found found = next();
+        if (found.entry == Entry::anew) beginnings_[found.row] = found.offset;
+      }
+    } catch (const Unreadable&) {
+      throw;
+    } catch (const std::runtime_error&) {
+    }
+  }
+  void apply(Found&& found) {
+    if (!beginnings_.empty() && found.offset < beginnings_[found.row]) return;
+    if (found.entry == Entry::null) {
+      table_.setValue(found.row, found.column, Value());
+    } else if (found.entry == Entry::text) {
+      const ValueKind kind = table_.kind(found.column);
       require(kind == ValueKind::text || kind == ValueKind::unknown);
-      table_.setValue(row, column, std::string(text()));
-    } else {
-      require(entry == Entry::timed);
+      table_.setValue(found.row, found.column, std::string(found.text));
+    } else if (found.entry == Entry::timed) {
       Cell cell;
-      cell.tempRule = rule();
-      table_.restore(row, column, cell, 0);
+      cell.tempRule = std::move(found.rule);
+      table_.restore(found.row, found.column, cell, 0);
+    } else {
+      require(found.entry == Entry::anew && !beginnings_.empty());
     }
   }
   std::unique_ptr<TempRule> rule() {
@@ -194,6 +308,7 @@ class Reader {
   BlockReader reader_;
   std::int64_t size_;
   std::int64_t position_ = 0;
+  std::vector<std::int64_t> beginnings_;  // by row: what stands before is void; empty for no row
 };
 
 bool isPlainRule(const TempRule& rule, std::int32_t maxStates) {
@@ -204,16 +319,14 @@ bool isPlainRule(const TempRule& rule, std::int32_t maxStates) {
 
 }  // namespace
 
-bool writeExactValues(const Table& table, const Directory& directory, CheckpointJournal& journal) {
-  return Writer(table, directory, journal).write();
-}
-
-bool haveChangesExactValues(const Table& table) {
-  bool isAny = false;
-  table.forEachDirtyRun([&](std::size_t first, std::size_t count) {
-    forEachEntry(table, first, count, [&](std::size_t, std::size_t, Entry) { isAny = true; });
-  });
-  return isAny;
+bool writeExactValues(const Table& table, std::optional<std::int64_t> oldSize,
+                      const Directory& directory, CheckpointJournal& journal) {
+  const bool areOthersFiled =
+      oldSize && !table.isAllDirty() && table.storedRowCount() <= table.rowCount();
+  if (areOthersFiled && *oldSize > 0 && addChanges(table, *oldSize, directory, journal)) {
+    return true;
+  }
+  return writeWhole(table, areOthersFiled && *oldSize == 0, directory, journal);
 }
 
 void readExactValues(Table& table, const Directory& directory) {
@@ -229,10 +342,11 @@ bool needsNoExactValues(const Table& table) {
     if (column.type == longType || column.type == doubleType) return false;
   }
   bool isPlain = true;
-  forEachEntry(table, 0, table.rowCount(), [&](std::size_t row, std::size_t column, Entry entry) {
-    isPlain = isPlain && entry == Entry::timed &&
-              isPlainRule(*table.values(column).rule(row), table.columns[column].maxStates);
-  });
+  forEachEntry(
+      table, 0, table.rowCount(), 0, [&](std::size_t row, std::size_t column, Entry entry) {
+        isPlain = isPlain && entry == Entry::timed &&
+                  isPlainRule(*table.values(column).rule(row), table.columns[column].maxStates);
+      });
   return isPlain && floatsHaveSixDecimals(table);
 }
 

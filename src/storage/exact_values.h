@@ -1,10 +1,10 @@
 // <table>.exact: the values that a table's other files cannot give back as they are.
 //
 //   OFFSET  SIZE  MEANING
-//        0     8  "velmexct"
-//        8     8  number of entries
+//        0     8  "velmexct"; "velmexc2" once entries have been added
+//        8     8  number of entries; the offset at which those begin that were added
 //
-// and the entries, ascending by row and column:
+// and the entries, ascending by row and column as far as they were not added later:
 //
 //   SIZE  MEANING
 //      4  row
@@ -15,12 +15,18 @@
 //            value: 4 bytes size, the bytes
 //         s  a timed value: 1 byte whether it cycles, 8 start, 8 length of one pass, 4 number of
 //            states, and of each: 8 duration, 4 size, the bytes
+//         -  only among those that were added: what stands before this of the row, of which the
+//            column is 0, is void; nothing
 //
-// It is written whole when its table has changed, and is not there when it has no entry: then only
-// the rows that change are looked at.
+// A checkpoint adds the entries of the rows that have changed, those of a row that the table's
+// files had behind a "-": what was exact and is not any more needs no entry, since the other files
+// have it. The file is written whole when nothing is known of the table's files, and once half as
+// much would have been added as there was, more than a byte a row and more than a page. Without
+// entries none is written; as long as there is none, only the rows that change are looked at.
 #pragma once
 
-#include <string>
+#include <cstdint>
+#include <optional>
 
 #include "../table.h"
 #include "checkpoint_journal.h"
@@ -28,11 +34,11 @@
 
 namespace velmora {
 
-// Writes the table's file as a new one of the checkpoint; false when there is nothing to be
-// written. Throws WriteFailure and NotRegularFile.
-bool writeExactValues(const Table& table, const Directory& directory, CheckpointJournal& journal);
-// Whether there is something to be written of the rows that have changed.
-bool haveChangesExactValues(const Table& table);
+// Has the checkpoint bring the table's file up to date, which has so many bytes and what the
+// table's clean rows have; none if there is none, and nothing if that is not known. False when
+// there is to be none. Throws WriteFailure and NotRegularFile.
+bool writeExactValues(const Table& table, std::optional<std::int64_t> oldSize,
+                      const Directory& directory, CheckpointJournal& journal);
 // Gives the table, as its other files have it, the values of this one, if there is one. Throws
 // std::runtime_error "Corrupt file: NAME" or "Failed to read file: NAME", with what stands before
 // the fault in the table, and NotRegularFile.

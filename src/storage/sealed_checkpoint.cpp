@@ -69,9 +69,11 @@ class SealedCheckpoint {
     const auto file = [&](std::string_view extension) {
       return fileNameOf(table.tableName, extension);
     };
-    const bool hasChanged = table.isDirty() || !isKnown(file(tableExtension));
+    const bool areFilesKnown = isKnown(file(tableExtension));
+    const bool hasChanged = table.isDirty() || !areFilesKnown;
     const bool hasStates = largestMaxStates(table.columns) > 0;
-    haveRulesChanged_ = haveRulesChanged_ || (hasChanged && hasStates);
+    const bool haveRulesChanged = hasStates && (table.haveRulesChanged() || !areFilesKnown);
+    haveRulesChanged_ = haveRulesChanged_ || haveRulesChanged;
     velmora::writeTable(table, directory_, journal);
     keep(file(tableExtension));
     keep(file(deletionExtension));
@@ -83,11 +85,14 @@ class SealedCheckpoint {
 
   // Writes them where they may have changed.
   bool hasExactValues(const Table& table, bool hasChanged, CheckpointJournal& journal) const {
-    const bool hadThem = isKnown(fileNameOf(table.tableName, exactExtension));
+    const auto found = old_.files.find(fileNameOf(table.tableName, exactExtension));
+    const bool hadThem = found != old_.files.end();
     if (!hasChanged) return hadThem;
-    const bool hadNone = isKnown(fileNameOf(table.tableName, tableExtension)) && !hadThem;
-    if (hadNone && !table.isAllDirty() && !haveChangesExactValues(table)) return false;
-    return writeExactValues(table, directory_, journal);
+    std::optional<std::int64_t> oldSize;
+    if (isKnown(fileNameOf(table.tableName, tableExtension))) {
+      oldSize = hadThem ? found->second.size : 0;
+    }
+    return writeExactValues(table, oldSize, directory_, journal);
   }
 
   void writeRelations(const Table& table, CheckpointJournal& journal) {

@@ -94,6 +94,9 @@ TEST_F(SealedFilesTest, theFirstNullOfATableIsKept) {
   EXPECT_EQ(contentOf(load().tables), contentOf(tables));
   table.setValue(60, 0, std::int64_t{60});
   save(tables);
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+  table.markAllDirty();
+  save(tables);
   EXPECT_FALSE(exists("t.exact"));
   EXPECT_EQ(contentOf(load().tables), contentOf(tables));
 }
@@ -168,6 +171,37 @@ TEST_F(SealedFilesTest, theScheduleIsThatOfTheTimedCells) {
   EXPECT_EQ(tasks[0].fireTime, 1'700'000'010);
 }
 
+TEST_F(SealedFilesTest, theScheduleStaysAsLongAsTheTimedCellsDo) {
+  Tables tables;
+  Table& table = addTable(tables, "t", {{"s", "string", 2}, {"n", "int", 2}});
+  for (int i = 0; i < 3; ++i) addRow(table, {"x", std::int64_t{i}});
+  table.set(0, 0, timed({"a", "b"}), 0);
+  save(tables);
+  const auto isKeptBehind = [&](auto change) {
+    change(tables.at("t"));
+    const auto before = identityOf(directory_, "webhooks.bin");
+    save(tables);
+    const bool isKept = identityOf(directory_, "webhooks.bin") == before;
+    const std::string bytes = bytesOf("webhooks.bin");
+    tables = tablesOf(load());
+    tables.at("t").markAllDirty();
+    save(tables);
+    EXPECT_EQ(bytesOf("webhooks.bin"), bytes);
+    return isKept;
+  };
+  EXPECT_TRUE(isKeptBehind([](Table& t) { t.setValue(0, 1, std::int64_t{7}); }));
+  EXPECT_TRUE(isKeptBehind([](Table& t) { t.setValue(1, 0, Value()); }));
+  EXPECT_TRUE(isKeptBehind([](Table& t) { t.setDeleted(2, true); }));
+  EXPECT_TRUE(isKeptBehind([](Table& t) { addRow(t, {"y", std::int64_t{9}}); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.set(1, 1, timed({"1", "2"}), 0); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.set(1, 1, timed({"1", "3"}), 0); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.setValue(1, 1, std::int64_t{1}); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.restore(3, 0, timed({"c", "d"}), 0); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.setDeleted(0, true); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.setDeleted(0, false); }));
+  EXPECT_FALSE(isKeptBehind([](Table& t) { t.removeLastRow(); }));
+}
+
 TEST_F(SealedFilesTest, theManifestIsForPeople) {
   Tables tables;
   addRow(addTable(tables, "p", {{"id", "ApexInt"}}), {std::int64_t{1}});
@@ -205,7 +239,11 @@ TEST_F(SealedFilesTest, everyFlippedBitIsReported) {
   Table& child = addTable(tables, "c", {{"of", "int"}});
   addRow(child, {std::int64_t{1}});
   child.links.push_back({"of", "p", "id"});
+  save(tables);
+  parent.setValue(1, 1, true);
+  addRow(parent, {std::int64_t{3}, Value()});
   save(tables, {{"c", {{"c", "INSERT", "x", {{"", "of", "1", "=", 'o'}}}}}});
+  ASSERT_EQ(bytesOf("p.exact").substr(0, 8), "velmexc2");
   ASSERT_EQ(files().size(), 12U);
   for (const auto& [name, bytes] : files()) {
     for (std::size_t bit = 0; bit < bytes.size() * 8; bit += bitStep) {

@@ -27,6 +27,11 @@ class HandleDamageTest : public HandleTest {
     ASSERT_TRUE(call({{"INSERT INTO c p = 'a' note = '#/#?' level = 1 --> 2 @ 5 s c", {}}}));
     ASSERT_TRUE(call({{"INSERT INTO c note = 'NULL'", {}}}));
     ASSERT_TRUE(call({{"CHECKPOINT", {}}}));
+    ASSERT_TRUE(call({{"UPDATE p SET l = 5 WHERE code = 'a'", {}}}));
+    ASSERT_TRUE(call({{"UPDATE c SET note = 'x' WHERE p = 'a'", {}}}));
+    ASSERT_TRUE(call({{"CHECKPOINT", {}}}));
+    ASSERT_EQ(filesIn(live_)["p.exact"].substr(0, 8), "velmexc2");
+    ASSERT_EQ(filesIn(live_)["c.exact"].substr(0, 8), "velmexc2");
     ASSERT_TRUE(call({{"INSERT INTO c p = 'b' note = 'it''s'", {}}}));
     ASSERT_TRUE(call({{"INSERT INTO p code = 'c'", {}}, {"UPDATE c SET p = 'c'", {}}}));
     ASSERT_TRUE(call({{"DELETE FROM c WHERE note = 'NULL'", {}}}));

@@ -97,6 +97,7 @@ class HandleTest : public testing::Test {
   std::string failure_;
   Numbers numbers_;
   int tried_ = 0;
+  int grown_ = 0;  // of these, how many had files to which a checkpoint has added exact values
 
  private:
   void noteNumbers(const StrictCommand& command, const Answer& answer);

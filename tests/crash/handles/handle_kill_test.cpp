@@ -59,6 +59,7 @@ TEST_P(HandleKillTest, leavesWhatWasAnsweredAndTheCommandUnderWayWholeOrNot) {
   open(GetParam());
   tryEach(steps(), {known()});
   for (const StrictCommand& command : StrictCommands::preparation()) runTrying({command});
+  EXPECT_GT(grown_, 0);
   const int most = tried_ + (isThorough() ? 6000 : 400 / slowness);
   while ((tried_ < most || insideTransactions_ == 0) && !HasFailure()) {
     runTrying(commands_.next(isInTransaction()));

@@ -112,6 +112,7 @@ TEST_P(HandlePowerTest, leavesWhatTheDurabilityPromises) {
   openTrying();
   settle();
   for (const StrictCommand& command : StrictCommands::preparation()) runTrying({command});
+  EXPECT_GT(grown_, 0);
   const int most = isThorough() ? 12000 : 800 / slowness;
   while (tried_ < most && !HasFailure()) {
     runTrying(commands_.next(isInTransaction()));

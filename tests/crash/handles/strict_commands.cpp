@@ -52,6 +52,18 @@ std::vector<StrictCommand> StrictCommands::preparation() {
   commands.push_back({"INSERT INTO visits n = 0 person = 1 level = 1 --> 2 @ 7 s --> 9 @ 1 h", {}});
   commands.push_back({"INSERT INTO scratch n = 1 s = 'gone'", {}});
   commands.push_back({"DELETE FROM scratch", {}});
+  // Nulls, long texts and timed values come, go and stay, in the files and behind them.
+  commands.push_back({"CHECKPOINT", {}});
+  commands.push_back({"UPDATE people SET n = NULL note = 'short' WHERE n = 1", {}});
+  commands.push_back(
+      {"UPDATE people SET b = false colour = 'x' --> 'y' @ 5 s WHERE code = 'b'", {}});
+  commands.push_back({"INSERT INTO scratch s = '#/#?'", {}});
+  commands.push_back({"CHECKPOINT", {}});
+  commands.push_back({"UPDATE people SET n = 1 note = ? WHERE code = 'a'", {longText()}});
+  commands.push_back({"UPDATE people SET n = 2 colour = 'z' WHERE code = 'b'", {}});
+  commands.push_back({"UPDATE scratch SET n = 4", {}});
+  commands.push_back({"DELETE FROM visits", {}});
+  commands.push_back({"CHECKPOINT", {}});
   return commands;
 }
 
@@ -138,8 +150,8 @@ Call StrictCommands::next(bool isInTransaction) {
   if (kind < 12) return {{"ROLLBACK", {}}};
   if (kind < 14) return {{"VACUUM", {}}};
   if (kind < 15) return {{"VACUUM " + table(), {}}};
-  if (kind < 18) return {{"CHECKPOINT", {}}};
-  if (kind < 25) return {command(), command(), command()};
+  if (kind < 21) return {{"CHECKPOINT", {}}};
+  if (kind < 28) return {command(), command(), command()};
   return {command()};
 }
 
