@@ -30,7 +30,8 @@ std::string_view BlockReader::at(std::int64_t offset, std::size_t count) {
 void BlockReader::fill(std::int64_t offset, std::size_t count) {
   const std::int64_t end = start_ + static_cast<std::int64_t>(held_);
   const bool goesOn = offset >= start_ && offset <= end + static_cast<std::int64_t>(blockSize);
-  const std::size_t wanted = goesOn ? std::max(count, blockSize) : count;
+  const std::size_t usual = buffer_.empty() ? pieceSize : blockSize;
+  const std::size_t wanted = goesOn ? std::max(count, usual) : count;
   if (buffer_.size() < wanted) buffer_.resize(wanted);
   held_ = 0;
   const auto read = file_.readAt(offset, buffer_.data(), wanted);

@@ -42,6 +42,8 @@ class BlockReader {
 
  private:
   static constexpr std::size_t blockSize = 256 * 1024;
+  // What is read at first: most files have no more.
+  static constexpr std::size_t pieceSize = 32 * 1024;
 
   void fill(std::int64_t offset, std::size_t count);
 

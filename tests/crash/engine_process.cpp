@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -16,6 +15,7 @@
 
 #include "clock.h"
 #include "disk_journal.h"
+#include "launcher.h"
 #include "storage/files.h"
 #include "velmora/velmora.h"
 
@@ -177,21 +177,17 @@ std::string perform(char kind, std::int64_t number, const std::string& text) {
   }
 }
 
+const Launcher& launcher() {
+  static const Launcher made(serve);
+  return made;
+}
+
 }  // namespace
 
 EngineProcess::EngineProcess(const std::filesystem::path& directory) {
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) {
-    throw std::runtime_error("no socket");
-  }
-  process_ = fork();
-  if (process_ < 0) throw std::runtime_error("no process");
-  if (process_ == 0) {
-    close(ends[0]);
-    serve(ends[1], directory);
-  }
-  close(ends[1]);
-  socket_ = ends[0];
+  const auto [process, socket] = launcher().launch(directory);
+  process_ = process;
+  socket_ = socket;
 }
 
 EngineProcess::~EngineProcess() {
@@ -201,8 +197,7 @@ EngineProcess::~EngineProcess() {
 
 void EngineProcess::kill() {
   if (process_ <= 0) return;
-  ::kill(process_, SIGKILL);
-  waitpid(process_, nullptr, 0);
+  launcher().kill(process_);
   process_ = -1;
 }
 
