@@ -211,18 +211,18 @@ void ValueTest::decideFresh(const ColumnValues::FreshChunk& fresh, std::size_t c
   alignas(64) std::uint8_t passes[Rows::chunkRows];
   const std::uint16_t* found[Rows::chunkRows];  // places, on their way into the cache
   std::size_t count = 0;
-  for (const auto& [values, places] : fresh.runs) {
-    decideArrays(values, places.size(), passes);
-    forEachSet(passes, places.size(), 1, [&](std::size_t i) {
-      found[count++] = &places[i];
-      __builtin_prefetch(&places[i]);
+  for (const auto& run : fresh.runs) {
+    decideArrays(run.arrays, run.places.size(), passes);
+    forEachSet(passes, run.places.size(), 1, [&](std::size_t i) {
+      found[count++] = &run.places[i];
+      __builtin_prefetch(&run.places[i]);
     });
   }
   for (std::size_t i = 0; i < count; ++i) matches[*found[i]] = 1;
-  for (const auto& [values, places] : fresh.runs) {
-    if (values.odd == nullptr) break;
-    forEachSet(values.odd, places.size(), ColumnValues::unclear,
-               [&](std::size_t i) { ask(places[i]); });
+  for (const auto& run : fresh.runs) {
+    if (run.arrays.odd == nullptr) break;
+    forEachSet(run.arrays.odd, run.places.size(), ColumnValues::unclear,
+               [&](std::size_t i) { ask(run.places[i]); });
   }
   for (const std::uint16_t place : fresh.states->single) ask(place);
 }

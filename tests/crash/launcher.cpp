@@ -48,8 +48,9 @@ bool sendRequest(int control, Request& request, int socket) {
 int receiveRequest(int control, Request& request) {
   Packet packet(request);
   if (recvmsg(control, &packet.head, MSG_CMSG_CLOEXEC) != sizeof request) return -1;
+  const cmsghdr* const attached = CMSG_FIRSTHDR(&packet.head);
   int socket = -1;
-  std::memcpy(&socket, CMSG_DATA(CMSG_FIRSTHDR(&packet.head)), sizeof socket);
+  if (attached != nullptr) std::memcpy(&socket, CMSG_DATA(attached), sizeof socket);
   return socket;
 }
 
