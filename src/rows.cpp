@@ -8,6 +8,7 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <utility>
 
 namespace velmora {
 namespace {
@@ -20,6 +21,9 @@ constexpr std::align_val_t lineSize{64};
 std::byte* allocate(std::size_t bytes, std::align_val_t alignment) {
   return static_cast<std::byte*>(::operator new(bytes, alignment));
 }
+
+std::byte* allocateSlab() { return allocate(slabBytes, std::align_val_t(slabBytes)); }
+void freeSlab(std::byte* slab) noexcept { ::operator delete(slab, std::align_val_t(slabBytes)); }
 
 // Without either of these the slab works as well, only slower.
 void makeHuge([[maybe_unused]] std::byte* slab) noexcept {
@@ -46,9 +50,10 @@ Rows::~Rows() {
     if (!isInSlab(i)) {
       ::operator delete(chunks_[i].memory, lineSize);
     } else if (beginsSlab(i)) {
-      ::operator delete(chunks_[i].memory, std::align_val_t(slabBytes));
+      freeSlab(chunks_[i].memory);
     }
   }
+  if (comingSlab_ != nullptr) freeSlab(takeSlab());
 }
 
 std::size_t Rows::chunksPerSlab() const noexcept {
@@ -86,6 +91,7 @@ std::size_t Rows::memoryBytes() const noexcept {
     if (!isInSlab(i)) bytes += bytesPerRow_ * capacity_;
     if (beginsSlab(i)) bytes += slabBytes;
   }
+  if (comingSlab_ != nullptr) bytes += slabBytes;
   return bytes;
 }
 
@@ -111,8 +117,7 @@ void Rows::addChunk() {
     if (!isInSlab(chunk)) {
       chunks_.back().memory = allocate(chunkBytes(), lineSize);
     } else if (beginsSlab(chunk)) {
-      chunks_.back().memory = allocate(slabBytes, std::align_val_t(slabBytes));
-      (hasHugePages_ ? makeHuge : makePages)(chunks_.back().memory);
+      chunks_.back().memory = takeSlab();
     } else {
       chunks_.back().memory = chunks_[chunk - 1].memory + chunkBytes();
     }
@@ -120,6 +125,25 @@ void Rows::addChunk() {
     chunks_.pop_back();
     throw;
   }
+  if (hasHugePages_ && isThreeQuartersOfSlab(chunk)) askForSlab();
+}
+
+void Rows::askForSlab() noexcept {
+  try {
+    if (comingSlab_ == nullptr) comingSlab_ = allocateSlab();
+    makeHuge(comingSlab_);
+    pageMaker_ = std::thread(makePages, comingSlab_);
+  } catch (const std::exception&) {
+    // Whoever takes the slab waits for its page.
+  }
+}
+
+std::byte* Rows::takeSlab() {
+  if (pageMaker_.joinable()) pageMaker_.join();
+  if (comingSlab_ != nullptr) return std::exchange(comingSlab_, nullptr);
+  std::byte* const slab = allocateSlab();
+  (hasHugePages_ ? makeHuge : makePages)(slab);
+  return slab;
 }
 
 void Rows::setHugePages(bool isWanted) noexcept {

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "dependents.h"
@@ -102,8 +103,15 @@ class Rows {
   bool beginsSlab(std::size_t chunk) const noexcept {
     return isInSlab(chunk) && chunk % chunksPerSlab() == 0;
   }
+  bool isThreeQuartersOfSlab(std::size_t chunk) const noexcept {
+    return chunksPerSlab() > 0 && chunk % chunksPerSlab() == chunksPerSlab() * 3 / 4;
+  }
   void growFirstChunk();
   void addChunk();
+  // Has a thread of its own make the page of the next slab while the rest of this one is filled: the
+  // system can take 10 ms to find and clear one, for which nobody is to wait.
+  void askForSlab() noexcept;
+  std::byte* takeSlab();
 
   std::vector<Array> arrays_;
   std::size_t bytesPerRow_ = 0;
@@ -112,6 +120,8 @@ class Rows {
   std::size_t capacity_ = 0;  // rows of the first chunk; of every chunk, once there is a second
   bool hasHugePages_ = true;
   std::vector<Chunk> chunks_;
+  std::byte* comingSlab_ = nullptr;
+  std::thread pageMaker_;  // at work on that
 };
 
 }  // namespace velmora
