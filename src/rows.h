@@ -108,8 +108,8 @@ class Rows {
   }
   void growFirstChunk();
   void addChunk();
-  // Has a thread of its own make the page of the next slab while the rest of this one is filled: the
-  // system can take 10 ms to find and clear one, for which nobody is to wait.
+  // Has a thread of its own make the page of the next slab while the rest of this one is filled:
+  // the system can take 10 ms to find and clear one, for which nobody is to wait.
   void askForSlab() noexcept;
   std::byte* takeSlab();
 

@@ -7,6 +7,7 @@
 
 #include "../record_io.h"
 #include "block_io.h"
+#include "halves.h"
 #include "storage.h"
 #include "table_rows.h"
 #include "timed_file.h"
@@ -101,12 +102,30 @@ void writeFittingRows(const Table& table, TimedValues& timed, const Directory& d
   const std::size_t longest = longestRow(table.columns, CellWidths::written);
   const std::vector<CellShape> shapes = shapesOf(table.columns, CellWidths::written);
   const std::size_t mostRows = std::max<std::size_t>(1, NewFile::pieceSize / longest);
-  for (std::size_t i = 0; i < table.rowCount();) {
-    const std::size_t count = std::min(mostRows, encodedTogether(table, i));
-    const auto slots = timed.slotsOf(i);
-    char* const out = file.room(count * longest);
-    file.written(encodeRows(out, table, i, count, shapes, slots));
-    i += count;
+  const auto writeRows = [&](NewFile& out, std::size_t first, std::size_t end) {
+    for (std::size_t i = first; i < end;) {
+      const std::size_t count = std::min({mostRows, encodedTogether(table, i), end - i});
+      const auto slots = timed.slotsOf(i);
+      char* const room = out.room(count * longest);
+      out.written(encodeRows(room, table, i, count, shapes, slots));
+      i += count;
+    }
+  };
+  const std::size_t rowCount = table.rowCount();
+  if (rowCount < leastRowsOfHalves || largestMaxStates(table.columns) > 0) {
+    writeRows(file, 0, rowCount);
+  } else {
+    // Putting rows together takes about as long as the system takes to copy them.
+    const std::size_t middle = rowCount / 2;
+    const RowOffsets offsetOf(table);
+    runBeside([&] { writeRows(file, 0, middle); },
+              [&] {
+                NewFile secondHalf(directory, checkpointName(name), File::Mode::overwrite);
+                secondHalf.seek(offsetOf(middle));
+                writeRows(secondHalf, middle, rowCount);
+                secondHalf.flush();
+              });
+    file.seek(offsetOf(rowCount));
   }
   finishOverSpare(file, name, journal);
 }

@@ -99,6 +99,7 @@ NotRegularFile::NotRegularFile(std::string_view name)
 bool FileIdentity::isForeign() const noexcept { return !S_ISREG(mode) && !S_ISDIR(mode); }
 
 void setFileHook(FileHook hook) noexcept { fileHook.store(hook, std::memory_order_relaxed); }
+bool hasFileHook() noexcept { return fileHook.load(std::memory_order_relaxed) != nullptr; }
 
 File::File(const Directory& directory, const std::string& name, Mode mode) : name_(name) {
   if (mode == Mode::read && directory.awaited != nullptr) {

@@ -75,6 +75,7 @@ inline constexpr int shortWrite = -1;
 // Sets the hook of the whole process; null takes it away. With a hook every write is announced and
 // made page by page, since that is where the system stops the write of a process that is killed.
 void setFileHook(FileHook hook) noexcept;
+bool hasFileHook() noexcept;
 
 // Which file it is that a name leads to, and what opening it depends on.
 struct FileIdentity {
