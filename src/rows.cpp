@@ -69,13 +69,18 @@ std::unique_ptr<Dependents>& Rows::dependentsPlace(std::size_t row) {
   return chunk.dependents[placeOf(row)];
 }
 
-void Rows::append(std::size_t count) {
+void Rows::extend(std::size_t count) {
   if (maxRows - size_ < count) throw std::runtime_error("Table is full");
-  if (chunkOf(size_) > 0 && chunkOf(size_) == chunks_.size()) addChunk();
-  while (chunkOf(size_) == 0 && size_ + count > capacity_) growFirstChunk();
-  std::fill_n(array<std::uint8_t>(chunkOf(size_), deleted_) + placeOf(size_), count,
-              std::uint8_t{0});
-  size_ += count;
+  const std::size_t size = size_ + count;
+  while (capacity_ < std::min(size, chunkRows)) growFirstChunk();
+  while (chunks_.size() * chunkRows < size && size > chunkRows) addChunk();
+  size_ = size;
+}
+
+void Rows::make(std::size_t first, std::size_t count) noexcept {
+  const std::size_t chunk = chunkOf(first);
+  if (!hasHugePages_ && placeOf(first) == 0 && beginsSlab(chunk)) makePages(chunks_[chunk].memory);
+  std::fill_n(array<std::uint8_t>(chunk, deleted_) + placeOf(first), count, std::uint8_t{0});
 }
 
 void Rows::removeLast() noexcept {
@@ -142,7 +147,7 @@ std::byte* Rows::takeSlab() {
   if (pageMaker_.joinable()) pageMaker_.join();
   if (comingSlab_ != nullptr) return std::exchange(comingSlab_, nullptr);
   std::byte* const slab = allocateSlab();
-  (hasHugePages_ ? makeHuge : makePages)(slab);
+  if (hasHugePages_) makeHuge(slab);
   return slab;
 }
 

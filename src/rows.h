@@ -75,7 +75,16 @@ class Rows {
 
   // Appends live rows, whose values the caller has to make, and which have to lie in one chunk.
   // Throws std::runtime_error "Table is full" when row indices have run out.
-  void append(std::size_t count);
+  void append(std::size_t count) {
+    const std::size_t first = size_;
+    extend(count);
+    make(first, count);
+  }
+  // The same in two steps and for any number of rows: these may not be asked
+  // for anything before make() has made them, which several threads may do at once, each for
+  // chunks of its own. A call makes rows of one chunk, from where the last has ended.
+  void extend(std::size_t count);
+  void make(std::size_t first, std::size_t count) noexcept;
   void removeLast() noexcept;
 
   // Whether the system is asked for huge pages, as it is from the start. Without them many rows can

@@ -52,9 +52,19 @@ std::int64_t Table::nextNumber(std::size_t column, std::size_t row, std::int64_t
 std::size_t Table::appendRows(std::size_t count) {
   const std::size_t first = rowCount();
   count = std::min(count, Rows::chunkRows - Rows::placeOf(first));
-  rows_->append(count);
-  for (const auto& column : values_) column->append(first, count);
+  extend(count);
+  makeRows(first, count);
   return count;
+}
+
+void Table::makeRows(std::size_t first, std::size_t count) noexcept {
+  while (count > 0) {
+    const std::size_t piece = std::min(count, Rows::chunkRows - Rows::placeOf(first));
+    rows_->make(first, piece);
+    for (const auto& column : values_) column->append(first, piece);
+    first += piece;
+    count -= piece;
+  }
 }
 
 void Table::removeLastRow() noexcept {

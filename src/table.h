@@ -157,6 +157,10 @@ class Table {
   // The same for a loader, which puts the values into the columns' arrays itself: at most so many
   // rows, and none beyond the end of their chunk. Returns how many.
   std::size_t appendRows(std::size_t count);
+  // The same for any number of rows, which makeRows has to make before anything else is done with
+  // the table, piece by piece; several threads may, each for chunks of its own.
+  void extend(std::size_t count) { rows_->extend(count); }
+  void makeRows(std::size_t first, std::size_t count) noexcept;
 
   // What the row knows of its children; null while nothing has been linked to it.
   Dependents* dependents(std::size_t row) const noexcept { return rows_->dependents(row); }

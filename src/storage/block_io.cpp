@@ -11,6 +11,7 @@
 namespace velmora {
 
 void GrowingSeal::add(std::int64_t offset, std::string_view bytes) {
+  bytes = bytes.substr(0, static_cast<std::size_t>(std::max(end - offset, std::int64_t{0})));
   const std::int64_t known = seal.size - offset;
   if (known < 0 || known >= static_cast<std::int64_t>(bytes.size())) return;
   bytes.remove_prefix(static_cast<std::size_t>(known));

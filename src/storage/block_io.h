@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,10 +21,11 @@ struct Seal {
 };
 // Called with the number of bytes that have been read.
 using CountBytes = std::function<void(std::size_t count)>;
-// The seal of a file as far as it has been read.
+// The seal of a file as far as it has been read, or of the part of it that ends there.
 struct GrowingSeal {
   Seal seal;
   CountBytes count;
+  std::int64_t end = std::numeric_limits<std::int64_t>::max();
 
   // Takes what is new in bytes that were read at the offset, if they go on with it.
   void add(std::int64_t offset, std::string_view bytes);

@@ -18,14 +18,18 @@
 // <table>.row, the whole-row file, of a table whose rows overlap in the table file: the same rows
 // back to back, every string 60 bytes, every cell that can be timed a flag byte and at least 4.
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <limits>
 #include <set>
 #include <stdexcept>
+#include <utility>
 
 #include "../number.h"
 #include "../record_io.h"
 #include "block_io.h"
+#include "checksum.h"
+#include "halves.h"
 #include "storage.h"
 #include "table_rows.h"
 #include "timed_file.h"
@@ -109,6 +113,86 @@ bool readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* ti
   return areAsWritten;
 }
 
+// Rows of the table that a thread makes and fills. Those that it did not come to are made in the
+// end, without values, so that there is a table to be thrown away.
+class Half {
+ public:
+  Half(Table& table, std::size_t first, std::size_t end) : table_(table), made_(first), end_(end) {}
+  ~Half() { table_.makeRows(made_, end_ - made_); }
+  Half(const Half&) = delete;
+  Half& operator=(const Half&) = delete;
+
+  // Reads the rows, which lie behind one another from the offset on; whether a checkpoint would
+  // write the same bytes for them. Nothing where one is not plain, and once the other half is over.
+  std::optional<bool> read(std::int64_t offset, std::size_t rowSize,
+                           const std::vector<CellShape>& shapes, BlockReader& reader,
+                           std::atomic<bool>& isOver) {
+    bool areAsWritten = true;
+    while (made_ < end_ && !isOver) {
+      const std::size_t count = std::min<std::size_t>(end_ - made_, blockRows);
+      const std::string_view bytes = reader.at(offset, count * rowSize);
+      if (bytes.size() < count * rowSize) break;
+      const std::size_t first = std::exchange(made_, made_ + count);
+      table_.makeRows(first, count);
+      const auto result =
+          decodePlainRows(bytes.substr(0, count * rowSize), shapes, table_, first, count);
+      if (!result) break;
+      areAsWritten &= *result;
+      offset += static_cast<std::int64_t>(count * rowSize);
+      if (made_ == end_) return areAsWritten;
+    }
+    isOver = true;
+    return std::nullopt;
+  }
+
+ private:
+  Table& table_;
+  std::size_t made_;
+  const std::size_t end_;
+};
+
+// Reads many plain rows by two threads; whether a checkpoint would write the same bytes for them.
+// Nothing, and any values, where that cannot be done.
+std::optional<bool> readInHalves(const RowSource& source, std::size_t rowCount,
+                                 const Directory& directory, GrowingSeal* growing, Table& table) {
+  const std::vector<CellShape> shapes = shapesOf(table.columns, source.widths, source.floats);
+  const std::size_t middle = rowCount / 2 / Rows::chunkRows * Rows::chunkRows;
+  const auto rowSize = static_cast<std::size_t>(source.rowSize);
+  const auto offset = source.firstOffset + static_cast<std::int64_t>(middle * rowSize);
+  std::atomic<std::size_t> countedBeside = 0;
+  GrowingSeal firstSeal{
+      {}, [&](std::size_t count) { growing->count(count + countedBeside.exchange(0)); }, offset};
+  GrowingSeal secondSeal{{offset, 0}, [&](std::size_t count) { countedBeside += count; }};
+  std::atomic<bool> isOver = false;
+  std::optional<bool> isFirstAsWritten;
+  std::optional<bool> isSecondAsWritten;
+  table.extend(rowCount);
+  Half first(table, 0, middle);
+  Half second(table, middle, rowCount);
+  const auto read = [&](Half& half, std::int64_t from, GrowingSeal& seal) {
+    try {
+      File file(directory, source.fileName, File::Mode::read);
+      if (!file.isOpen()) throwUnreadable(source.fileName);
+      BlockReader reader(file, growing != nullptr ? &seal : nullptr);
+      if (growing != nullptr) reader.at(seal.seal.size, 1);  // the header is part of the file
+      return half.read(from, rowSize, shapes, reader, isOver);
+    } catch (...) {
+      isOver = true;
+      throw;
+    }
+  };
+  runBeside([&] { isFirstAsWritten = read(first, source.firstOffset, firstSeal); },
+            [&] { isSecondAsWritten = read(second, offset, secondSeal); });
+  if (!isFirstAsWritten || !isSecondAsWritten) return std::nullopt;
+  if (growing != nullptr && firstSeal.seal.size == offset) {
+    growing->count(countedBeside);
+    const auto behind = static_cast<std::uint64_t>(secondSeal.seal.size - offset);
+    growing->seal = {secondSeal.seal.size,
+                     crc32cBehind(firstSeal.seal.crc, behind) ^ secondSeal.seal.crc};
+  }
+  return *isFirstAsWritten && *isSecondAsWritten;
+}
+
 // Rows that overlap, as many as there are.
 void readCountedRows(const RowSource& source, BlockReader& reader, TimedReader* timed,
                      Table& table) {
@@ -120,19 +204,36 @@ void readCountedRows(const RowSource& source, BlockReader& reader, TimedReader* 
   }
 }
 
+// How many whole rows the file has, or as many as are wanted.
+std::size_t wholeRowsIn(const RowSource& source, const File& file) {
+  const std::int64_t size = std::max(file.size().value_or(0) - source.firstOffset, std::int64_t{0});
+  return static_cast<std::size_t>(std::min(source.rowLimit, size / source.rowSize));
+}
+
 // Reads the rows; whether a checkpoint would write the same bytes for them.
 bool readRows(const RowSource& source, TimedReader* timed, const Directory& directory,
               GrowingSeal* growing, Table& table) {
   File file(directory, source.fileName, File::Mode::read);
   if (!file.isOpen()) throwUnreadable(source.fileName);
-  BlockReader reader(file, growing);
-  if (growing != nullptr) reader.at(0, 1);  // what stands before the rows is part of the file
   table.setHugePages(false);
   bool areAsWritten = !rowsAreShifted(table.columns);
-  if (source.isCounted) {
-    readCountedRows(source, reader, timed, table);
+  const std::size_t count = wholeRowsIn(source, file);
+  const bool hasTimed = timed != nullptr && timed->hasFile();
+  std::optional<bool> areHalvesAsWritten;
+  if (!source.isCounted && !hasTimed && count >= leastRowsOfHalves) {
+    areHalvesAsWritten = readInHalves(source, count, directory, growing, table);
+    if (!areHalvesAsWritten) table = Table(table.tableName, table.columns);
+  }
+  if (areHalvesAsWritten) {
+    areAsWritten &= *areHalvesAsWritten;
   } else {
-    areAsWritten &= readWholeRows(source, reader, timed, table);
+    BlockReader reader(file, growing);
+    if (growing != nullptr) reader.at(0, 1);  // what stands before the rows is part of the file
+    if (source.isCounted) {
+      readCountedRows(source, reader, timed, table);
+    } else {
+      areAsWritten &= readWholeRows(source, reader, timed, table);
+    }
   }
   table.setHugePages(true);
   return areAsWritten;

@@ -427,6 +427,21 @@ bool decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, Ti
   return areAsWritten;
 }
 
+std::optional<bool> decodePlainRows(std::string_view bytes, const std::vector<CellShape>& shapes,
+                                    Table& table, std::size_t firstRow, std::size_t count) {
+  const std::size_t rowSize = bytes.size() / count;
+  bool areAsWritten = true;
+  for (std::size_t column = 0; column < shapes.size(); ++column) {
+    const CellShape& shape = shapes[column];
+    if (!arePlain(bytes.data(), rowSize, shape, count)) return std::nullopt;
+    areAsWritten &= decodePlain(bytes.data() + (shape.canBeTimed ? 1 : 0), rowSize, shape,
+                                table.values(column).chunk(Rows::chunkOf(firstRow)),
+                                Rows::placeOf(firstRow), count);
+    bytes.remove_prefix(cellSize({}, shape));
+  }
+  return areAsWritten;
+}
+
 void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,
                    TimedReader* timed, Table& table, std::size_t row) {
   std::string bytes;

@@ -76,6 +76,10 @@ std::int32_t timedLabel(const std::vector<Column>& columns, std::size_t column, 
 // would make of the rows, slots included: only then can a checkpoint leave them alone.
 bool decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, TimedReader* timed,
                 Table& table, std::size_t firstRow, std::size_t count);
+// The same where no cell is timed, nor an infinite float; nothing, and any values, where one is.
+// Several threads may do this at once, each for chunks of its own.
+std::optional<bool> decodePlainRows(std::string_view bytes, const std::vector<CellShape>& shapes,
+                                    Table& table, std::size_t firstRow, std::size_t count);
 // The same for a row that may be very wide, cell by cell, and that counts as a row though the file
 // ends within it: what is missing is zero bytes.
 void decodeWideRow(BlockReader& reader, std::int64_t offset, const std::vector<CellShape>& shapes,

@@ -39,6 +39,7 @@ class TimedReader {
   // A file that is not there has no slots. Throws std::runtime_error "Failed to read file: NAME".
   TimedReader(const Directory& directory, const std::string& fileName, std::int32_t maxStates);
 
+  bool hasFile() const noexcept { return file_.isOpen(); }
   // The timed value in a slot that a cell names; null when the slot lies outside, is cut off, has
   // no states or more than there is room for, or is another cell's.
   std::unique_ptr<TempRule> claim(std::int32_t slot);
