@@ -47,14 +47,16 @@ class Loader {
 
   SealedState loadSealed() {
     readManifest();
+    const auto isTable = [](std::string_view name) {
+      return name.ends_with(tableExtension) && !isListOfRecords(name);
+    };
     for (const auto& [name, seal] : manifest_.files) {
-      // Once to be held against its seal, and once to be loaded.
-      total_ += 2 * static_cast<std::uint64_t>(seal.size);
+      // A table is read, and then completed.
+      total_ += (isTable(name) ? 2 : 1) * static_cast<std::uint64_t>(seal.size);
     }
     std::vector<ReadTable> tables;
     for (const auto& [name, seal] : manifest_.files) {
-      const bool isTable = name.ends_with(tableExtension) && !isListOfRecords(name);
-      isTable ? tables.push_back(readAndCheck(name, seal)) : check(name, seal);
+      isTable(name) ? tables.push_back(readAndCheck(name, seal)) : check(name, seal);
     }
     if (!isThere(logFileName, directory_)) report_(logFileName, -1, "the file is missing");
     for (ReadTable& table : tables) keep(std::move(table));
