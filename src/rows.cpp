@@ -135,7 +135,7 @@ void Rows::addChunk() {
 
 void Rows::askForSlab() noexcept {
   try {
-    if (comingSlab_ == nullptr) comingSlab_ = allocateSlab();
+    comingSlab_ = allocateSlab();
     makeHuge(comingSlab_);
     pageMaker_ = std::thread(makePages, comingSlab_);
   } catch (const std::exception&) {

@@ -80,9 +80,9 @@ class Rows {
     extend(count);
     make(first, count);
   }
-  // The same in two steps and for any number of rows: these may not be asked
-  // for anything before make() has made them, which several threads may do at once, each for
-  // chunks of its own. A call makes rows of one chunk, from where the last has ended.
+  // The same in two steps and for any number of rows: these may not be asked for anything before
+  // make() has made them, which several threads may do at once, each for chunks of its own. A call
+  // makes rows of one chunk, from where the one before has ended.
   void extend(std::size_t count);
   void make(std::size_t first, std::size_t count) noexcept;
   void removeLast() noexcept;

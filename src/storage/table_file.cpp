@@ -118,7 +118,11 @@ bool readWholeRows(const RowSource& source, BlockReader& reader, TimedReader* ti
 class Half {
  public:
   Half(Table& table, std::size_t first, std::size_t end) : table_(table), made_(first), end_(end) {}
-  ~Half() { table_.makeRows(made_, end_ - made_); }
+  ~Half() {
+    const int systemError = errno;  // of what has ended the work
+    table_.makeRows(made_, end_ - made_);
+    errno = systemError;
+  }
   Half(const Half&) = delete;
   Half& operator=(const Half&) = delete;
 

@@ -242,6 +242,14 @@ bool decodePlain(const char* in, std::size_t stride, const CellShape& shape,
   return areAsWritten;
 }
 
+// A column's cells of rows of one chunk, all of them plain.
+bool decodeColumn(const char* in, std::size_t stride, const CellShape& shape, const Table& table,
+                  std::size_t column, std::size_t firstRow, std::size_t count) {
+  return decodePlain(in + (shape.canBeTimed ? 1 : 0), stride, shape,
+                     table.values(column).chunk(Rows::chunkOf(firstRow)), Rows::placeOf(firstRow),
+                     count);
+}
+
 bool decodeTimed(const char* in, const CellShape& shape, TimedReader* timed, Table& table,
                  std::size_t row, std::size_t column) {
   Cell cell;
@@ -281,9 +289,7 @@ bool decodeCell(std::string_view bytes, const CellShape& shape, TimedReader* tim
     table.set(row, column, Cell(Text(std::signbit(getFloat(value)) ? "-inf" : "inf")), 0);
     return isFlagAsWritten;
   }
-  return decodePlain(value, 0, shape, table.values(column).chunk(Rows::chunkOf(row)),
-                     Rows::placeOf(row), 1) &&
-         isFlagAsWritten;
+  return decodeColumn(bytes.data(), 0, shape, table, column, row, 1) && isFlagAsWritten;
 }
 
 // Whether a column's cells of these rows can be read together.
@@ -413,9 +419,7 @@ bool decodeRows(std::string_view bytes, const std::vector<CellShape>& shapes, Ti
   for (std::size_t column = 0; column < shapes.size(); ++column) {
     const CellShape& shape = shapes[column];
     if (arePlain(bytes.data(), rowSize, shape, count)) {
-      areAsWritten &= decodePlain(bytes.data() + (shape.canBeTimed ? 1 : 0), rowSize, shape,
-                                  table.values(column).chunk(Rows::chunkOf(firstRow)),
-                                  Rows::placeOf(firstRow), count);
+      areAsWritten &= decodeColumn(bytes.data(), rowSize, shape, table, column, firstRow, count);
     } else {
       for (std::size_t i = 0; i < count; ++i) {
         areAsWritten &=
@@ -434,9 +438,7 @@ std::optional<bool> decodePlainRows(std::string_view bytes, const std::vector<Ce
   for (std::size_t column = 0; column < shapes.size(); ++column) {
     const CellShape& shape = shapes[column];
     if (!arePlain(bytes.data(), rowSize, shape, count)) return std::nullopt;
-    areAsWritten &= decodePlain(bytes.data() + (shape.canBeTimed ? 1 : 0), rowSize, shape,
-                                table.values(column).chunk(Rows::chunkOf(firstRow)),
-                                Rows::placeOf(firstRow), count);
+    areAsWritten &= decodeColumn(bytes.data(), rowSize, shape, table, column, firstRow, count);
     bytes.remove_prefix(cellSize({}, shape));
   }
   return areAsWritten;
