@@ -68,8 +68,9 @@ class HalfByHalf : public SealedTest {
 TEST_F(HalfByHalf, WritesTheFilesThatOneThreadWrites) {
   putSaved();
   EXPECT_EQ(bytesOf("many.bin").size(), headerSize + rowCount * rowSize);
+  Tables tables = load().tables;
+  tables.at("many").markAllDirty();
   putFiles({});
-  Tables tables = manyRows();
   setFileHook(lookOn);
   save(tables);
   setFileHook(nullptr);
@@ -77,8 +78,8 @@ TEST_F(HalfByHalf, WritesTheFilesThatOneThreadWrites) {
 }
 
 TEST_F(HalfByHalf, WritesOverTheSpareFileOfMoreRows) {
-  Tables tables = manyRows();
-  save(tables);
+  putSaved();
+  Tables tables = load().tables;
   tables.at("many").markAllDirty();
   save(tables);
   ASSERT_TRUE(exists("many.bin.spare"));
@@ -98,7 +99,8 @@ TEST_F(HalfByHalf, ReadsWhatWasWritten) {
 }
 
 TEST_F(HalfByHalf, ReadsTimedValuesOfAnyRow) {
-  Tables tables = manyRows();
+  putSaved();
+  Tables tables = load().tables;
   tables.at("many").set(middle + 7, 4, timed({"red", "green"}), 0);
   save(tables);
   EXPECT_TRUE(areEqual(contentOf(load().tables), contentOf(tables)));
@@ -231,7 +233,7 @@ TEST_F(HalfByHalf, AReadThatFailsInEitherHalfIsToldOf) {
 
 TEST_F(HalfByHalf, AWriteThatFailsInEitherHalfLeavesTheOldFiles) {
   putSaved();
-  Tables tables = manyRows();
+  Tables tables = load().tables;
   tables.at("many").setValue(1, 0, TypedValue::ofInteger(77));
   for (const int writes : {100, 2400}) {
     tables.at("many").markAllDirty();
