@@ -106,19 +106,6 @@ const TimedAnswer* Answer::timedAt(std::size_t row, std::size_t column) const no
   return found != timed.end() && place(*found) == std::pair(row, column) ? &*found : nullptr;
 }
 
-void Answer::clear() noexcept {
-  columns_.reset();
-  columnCount_ = 0;
-  values.clear();
-  texts.clear();
-  timed.clear();
-  message.clear();
-  rowsAffected = 0;
-  identity.reset();
-  second = 0;
-  nextChange = never;
-}
-
 std::string renderJson(const Answer& answer) {
   std::string json = "{\"success\": true, \"message\": ";
   appendString(json, answer.message);

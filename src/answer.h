@@ -57,14 +57,18 @@ class Answer {
   std::int64_t nextChange = never;       // when it changes by itself
 
   // To be called before the first value.
-  void setColumns(std::shared_ptr<const std::vector<AnswerColumn>> columns) noexcept {
+  void setColumns(const std::shared_ptr<const std::vector<AnswerColumn>>& columns) noexcept {
     columnCount_ = columns->size();
-    columns_ = std::move(columns);
+    if (columns_ != columns) columns_ = columns;
   }
   // Null: no rows are answered.
-  const std::vector<AnswerColumn>* columns() const noexcept { return columns_.get(); }
+  const std::vector<AnswerColumn>* columns() const noexcept {
+    return columnCount_ == 0 ? nullptr : columns_.get();
+  }
   std::size_t columnCount() const noexcept { return columnCount_; }
   std::size_t rowCount() const noexcept {
+    // A division takes as long as much of a look-up by key.
+    if (values.size() == columnCount_) return columnCount_ == 0 ? 0 : 1;
     return columnCount_ == 0 ? 0 : values.size() / columnCount_;
   }
   const AnswerValue& at(std::size_t row, std::size_t column) const noexcept {
@@ -73,8 +77,19 @@ class Answer {
   std::string_view text(const AnswerValue& value) const noexcept {
     return std::string_view(texts).substr(value.textOffset, value.textSize);
   }
-  // Makes it an empty one, which keeps the memory.
-  void clear() noexcept;
+  // Makes it an empty one, which keeps the memory, and what described the columns: the next answer
+  // is often of the same ones, and counting who holds these takes longer than comparing.
+  void clear() noexcept {
+    columnCount_ = 0;
+    values.clear();
+    texts.clear();
+    timed.clear();
+    message.clear();
+    rowsAffected = 0;
+    identity.reset();
+    second = 0;
+    nextChange = never;
+  }
   // Null where the value is not timed.
   const TimedAnswer* timedAt(std::size_t row, std::size_t column) const noexcept;
 
@@ -106,7 +121,7 @@ class Answer {
   }
 
  private:
-  std::shared_ptr<const std::vector<AnswerColumn>> columns_;
+  std::shared_ptr<const std::vector<AnswerColumn>> columns_;  // where there are none, earlier ones
   std::size_t columnCount_ = 0;  // beside them, since each look at a value asks for it
 };
 

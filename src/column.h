@@ -24,6 +24,7 @@
 #pragma once
 
 #include <bitset>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -202,16 +203,41 @@ class ColumnValues {
   // The cell of an odd one.
   const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 
+  // What the arrays tell of a cell that is not unclear.
+  [[gnu::always_inline]] TypedValue toldValue(const Chunk& chunk, std::size_t place) const {
+    switch (kind_) {
+      case ValueKind::integer:
+        return TypedValue::ofInteger(chunk.numbers()[place]);
+      case ValueKind::longInteger:
+        return TypedValue::ofInteger(chunk.longs()[place]);
+      case ValueKind::real:
+        return toldReal(static_cast<double>(chunk.reals()[place]));
+      case ValueKind::doubleReal:
+        return toldReal(chunk.doubles()[place]);
+      case ValueKind::boolean:
+        if (chunk.codes[place] == static_cast<std::uint8_t>(BoolCode::missing)) return {};
+        return TypedValue::ofBoolean(chunk.codes[place] != 0);
+      case ValueKind::text:
+      case ValueKind::unknown:
+        break;
+    }
+    return chunk.isNullText(place) ? TypedValue() : TypedValue::ofText(chunk.texts()[place]);
+  }
+  std::size_t width() const noexcept { return width_; }
+
   // Has the value brought into the cache, for a loop that will come to it in some steps. Inlined
   // always, since compilers drop calls of functions that change nothing.
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept {
-    const std::size_t chunk = Rows::chunkOf(row);
-    const std::size_t place = Rows::placeOf(row);
-    __builtin_prefetch(rows_.array<std::byte>(chunk, values_) + place * width_);
+    prefetchValue(row);
     // Of a text the code is no matter to who reads it.
     if (kind_ == ValueKind::real) {
-      __builtin_prefetch(rows_.array<std::byte>(chunk, codes_) + place);
+      __builtin_prefetch(rows_.array<std::byte>(Rows::chunkOf(row), codes_) + Rows::placeOf(row));
     }
+  }
+  // The same for who reads it as a typed value: the spelling of a float is not looked at.
+  [[gnu::always_inline]] void prefetchValue(std::size_t row) const noexcept {
+    __builtin_prefetch(rows_.array<std::byte>(Rows::chunkOf(row), values_) +
+                       Rows::placeOf(row) * width_);
   }
 
  private:
@@ -254,8 +280,10 @@ class ColumnValues {
   }
   bool isOdd(std::size_t row) const noexcept { return !odd_.empty() && oddOf(row) != nullptr; }
   const Cell* oddOf(std::size_t row) const noexcept;
-  // The value that the arrays tell, or that of an odd cell.
-  TypedValue toldValue(const Chunk& chunk, std::size_t place) const;
+  // NaN stands for none.
+  static TypedValue toldReal(double value) noexcept {
+    return std::isnan(value) ? TypedValue() : TypedValue::ofReal(value);
+  }
   TypedValue oddValue(std::size_t row, std::int64_t now) const;
   OddCells& oddCells(std::size_t chunk);
   bool store(const Chunk& chunk, std::size_t place, std::string_view text) const;

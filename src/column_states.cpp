@@ -1,7 +1,6 @@
 // See column.h. Of columns, what time does: the states in force in the arrays, copies of these for
 // other seconds, and when a value changes next.
 #include <algorithm>
-#include <cmath>
 #include <type_traits>
 #include <utility>
 
@@ -359,28 +358,6 @@ std::int64_t ColumnValues::nextChange(std::int64_t now) const {
     if (odd_[chunk] != nullptr) next = std::min(next, nextChange(chunk, now));
   }
   return next;
-}
-
-TypedValue ColumnValues::toldValue(const Chunk& chunk, std::size_t place) const {
-  switch (kind_) {
-    case ValueKind::integer:
-      return TypedValue::ofInteger(chunk.numbers()[place]);
-    case ValueKind::longInteger:
-      return TypedValue::ofInteger(chunk.longs()[place]);
-    case ValueKind::real:
-      if (std::isnan(chunk.reals()[place])) return {};
-      return TypedValue::ofReal(static_cast<double>(chunk.reals()[place]));
-    case ValueKind::doubleReal:
-      if (std::isnan(chunk.doubles()[place])) return {};
-      return TypedValue::ofReal(chunk.doubles()[place]);
-    case ValueKind::boolean:
-      if (chunk.codes[place] == static_cast<std::uint8_t>(BoolCode::missing)) return {};
-      return TypedValue::ofBoolean(chunk.codes[place] != 0);
-    case ValueKind::text:
-    case ValueKind::unknown:
-      break;
-  }
-  return chunk.isNullText(place) ? TypedValue() : TypedValue::ofText(chunk.texts()[place]);
 }
 
 TypedValue ColumnValues::oddValue(std::size_t row, std::int64_t now) const {

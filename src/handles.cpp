@@ -10,6 +10,7 @@
 #include <span>
 #include <utility>
 
+#include "query/row_hint.h"
 #include "text.h"
 
 namespace velmora {
@@ -193,7 +194,8 @@ Handle& required(Handle* handle, const char* name) {
 }
 
 void requireNoCallback(const velmora_db* db) {
-  if (callingBack == db) throwMisuse("Database is called from its own callback");
+  if (db->hasCallbacks && callingBack == db)
+    throwMisuse("Database is called from its own callback");
 }
 
 Engine& engineOf(velmora_db* db) {
@@ -213,8 +215,9 @@ std::string counted(std::size_t count, const std::string& noun) {
 std::unique_ptr<velmora_statement> prepare(velmora_db* db, std::string_view text) {
   auto prepared = engineOf(db).prepare(text);
   std::vector<Value> values(static_cast<std::size_t>(prepared->parameterCount()));
+  const RowHint& hint = prepared->hint();
   return std::unique_ptr<velmora_statement>(
-      new velmora_statement{db, std::move(prepared), std::move(values)});
+      new velmora_statement{db, std::move(prepared), std::move(values), hint});
 }
 
 void runBatch(Engine& engine, std::span<const velmora_command> commands, Answer& answer) {
@@ -234,7 +237,9 @@ void runBatch(Engine& engine, std::span<const velmora_command> commands, Answer&
 using namespace velmora;
 
 velmora_db::velmora_db(std::string_view path, const velmora_options& options)
-    : engine(path, openOptions(options, this)) {}
+    : hasCallbacks(options.log != nullptr || options.progress != nullptr ||
+                   options.clock != nullptr),
+      engine(path, openOptions(options, this)) {}
 
 extern "C" {
 
@@ -347,12 +352,14 @@ velmora_kind velmora_statement_kind(const velmora_statement* statement) {
 int velmora_bind(velmora_statement* statement, size_t index, const velmora_value* value,
                  velmora_error** error) {
   return codeOf(error, [&] {
-    std::vector<Value>& values = required(statement, "Statement").values;
+    const RowHint& hint = required(statement, "Statement").hint;
+    std::vector<Value>& values = statement->values;
     if (index == 0 || index > values.size()) {
       throwMisuse("Command has " + counted(values.size(), "parameter") + ", and no parameter " +
                   std::to_string(index));
     }
     assignValue(values[index - 1], required(value, "Value"), index - 1);
+    if (hint.isKey(index - 1)) hint.prefetch(values[index - 1]);
   });
 }
 

@@ -23,6 +23,7 @@
 struct velmora_db {
   velmora_db(std::string_view path, const velmora_options& options);
 
+  const bool hasCallbacks;
   velmora::Engine engine;
   std::atomic<std::size_t> statements = 0;
 };
@@ -31,6 +32,7 @@ struct velmora_statement {
   velmora_db* db;
   std::unique_ptr<velmora::Prepared> prepared;
   std::vector<velmora::Value> values;  // one a parameter
+  const velmora::RowHint& hint;        // of the prepared command
 };
 
 namespace velmora {

@@ -40,6 +40,8 @@ class Rows {
     return chunk + 1 < chunkCount() ? chunkRows : size_ - chunk * chunkRows;
   }
 
+  // Where the arrays of a chunk begin.
+  const std::byte* memory(std::size_t chunk) const noexcept { return chunks_[chunk].memory; }
   // The values of one array in a chunk; they stay there until a row is appended.
   template <typename Value>
   Value* array(std::size_t chunk, std::size_t array) const noexcept {

@@ -103,6 +103,8 @@ CommandKind Prepared::kind() const noexcept {
   return CommandKind::changes;
 }
 
+const RowHint& Prepared::hint() const noexcept { return parts_->hint; }
+
 std::unique_ptr<Prepared> Engine::prepare(std::string_view text) {
   auto parts = std::make_unique<Prepared::Parts>();
   parts->statement = strict::parse(text);
@@ -118,6 +120,11 @@ void Engine::run(Prepared& prepared, std::span<const Value> values, Answer& answ
   }
   Parts& engine = *parts_;
   translated([&] {
+    // Before all others, since the look for what a command is would be part of a look-up by key.
+    if (isAny<strict::Select>(statement.command)) {
+      engine.read(*prepared.parts_, values, answer);
+      return;
+    }
     std::visit(
         [&](const auto& command) {
           using T = std::remove_cvref_t<decltype(command)>;
@@ -197,13 +204,11 @@ void Engine::interrupt() noexcept {
 void Engine::close() noexcept { parts_->close(); }
 
 // What was answered with a failure must not be shown.
-void Engine::Parts::requireSure() const {
+void Engine::Parts::throwUnsure() const {
   if (isBroken) {
     throw Failure(Code::internal, "A change could not be taken back: open the database again");
   }
-  if (isUnsure) {
-    throw Failure(Code::io, "The log could not be synced: open the database again");
-  }
+  throw Failure(Code::io, "The log could not be synced: open the database again");
 }
 
 void Engine::Parts::requireWritable() const {
@@ -220,8 +225,8 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
   requireSure();
   prepared.keepOnly(catalogueVersion);
   // As early as can be: part of the wait for the row passes with what follows.
-  std::int32_t row = PrimaryKeyMap::noRow;
-  if (prepared.query) row = prepared.query->prefetch(values);
+  Query::Found found;
+  if (prepared.query) found = prepared.query->find(values, prepared.hint);
   const QueryContext context{values, second(), interrupt};
   const auto* const select = std::get_if<strict::Select>(&prepared.statement.command);
   if (select == nullptr) {
@@ -231,7 +236,7 @@ void Engine::Parts::read(Prepared::Parts& prepared, std::span<const Value> value
     return;
   }
   if (!prepared.query) prepared.query.emplace(*select, database->tables);
-  prepared.query->run(context, answer, row);
+  prepared.query->run(context, answer, found);
   answer.rowsAffected = static_cast<std::int64_t>(answer.rowCount());
 }
 

@@ -57,12 +57,16 @@ struct OpenOptions {
 // after the files, outside of transactions.
 enum class CommandKind : std::uint8_t { reads, changes, controls, maintains };
 
+class RowHint;
+
 // A command, parsed, with what has been looked up for it. Used by one thread at a time.
 class Prepared {
  public:
   ~Prepared();
   int parameterCount() const noexcept;
   CommandKind kind() const noexcept;
+  // What can be asked for as soon as a key is bound; there as long as this is.
+  const RowHint& hint() const noexcept;
 
  private:
   friend class Engine;

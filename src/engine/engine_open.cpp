@@ -123,8 +123,7 @@ std::int64_t Engine::Parts::second() {
   return now;
 }
 
-void Engine::Parts::tellOfClock() {
-  if (backFrom.load(std::memory_order_relaxed) == 0) return;
+void Engine::Parts::tellThatClockWentBack() {
   const std::int64_t from = backFrom.exchange(0);
   if (from == 0) return;
   tell(LogLevel::warning, "The clock went back from second " + std::to_string(from) + " to " +

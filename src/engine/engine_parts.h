@@ -35,12 +35,14 @@ struct Prepared::Parts {
   std::optional<Query> query;
   std::optional<InsertPlan> insert;
   std::uint64_t catalogueVersion = 0;
+  RowHint hint;
 
   // Forgets what was looked up of another state.
   void keepOnly(std::uint64_t version) {
     if (std::exchange(catalogueVersion, version) == version) return;
     query.reset();
     insert.reset();
+    hint = {};
   }
 };
 
@@ -87,10 +89,16 @@ struct Engine::Parts {
   bool goOn(std::string_view step, std::uint64_t done, std::uint64_t total) const;
   Progress progressOf(std::string_view step) const;
   std::int64_t second();
-  void tellOfClock();
+  void tellOfClock() {
+    if (backFrom.load(std::memory_order_relaxed) != 0) tellThatClockWentBack();
+  }
+  void tellThatClockWentBack();
 
   // commands (engine.cpp)
-  void requireSure() const;
+  void requireSure() const {
+    if (isBroken || isUnsure) throwUnsure();
+  }
+  [[noreturn]] void throwUnsure() const;
   void requireWritable() const;
   void read(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer);
   void change(Prepared::Parts& prepared, std::span<const Value> values, Answer& answer);

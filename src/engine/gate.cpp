@@ -2,20 +2,45 @@
 #include "gate.h"
 
 #include <algorithm>
+#include <bit>
+#include <utility>
 
 namespace velmora {
-namespace {
 
-std::uint64_t threadNumber() noexcept {
-  static std::atomic<std::uint64_t> lastNumber = 0;
-  constinit thread_local static std::uint64_t number = 0;
-  if (number == 0) number = lastNumber.fetch_add(1) + 1;
-  return number;
+constinit thread_local Gate::Thread Gate::thread_;
+constinit std::atomic<std::uint32_t> Gate::takenCounters_ = (1U << sharedCounters) - 1;
+
+// Gives a thread's counter to the next one that begins to read. What the thread still reads at its
+// end, it does by one that is shared.
+struct Gate::ThreadEnd {
+  ~ThreadEnd() {
+    takenCounters_.fetch_and(~(1U << std::exchange(thread_.counter, sharedCounter())));
+  }
+};
+
+std::uint64_t Gate::threadNumber() noexcept {
+  static constinit std::atomic<std::uint64_t> lastNumber = 0;
+  if (thread_.number == 0) thread_.number = lastNumber.fetch_add(1) + 1;
+  return thread_.number;
 }
 
-}  // namespace
+std::uint32_t Gate::sharedCounter() noexcept {
+  return static_cast<std::uint32_t>(threadNumber() % sharedCounters);
+}
 
-Gate::Counter& Gate::ownCounter() noexcept { return counters_[threadNumber() % counterCount]; }
+std::uint32_t Gate::takeCounter() noexcept {
+  static_assert(counterCount == 32, "A bit of takenCounters_ each");
+  thread_.counter = sharedCounter();
+  std::uint32_t taken = takenCounters_.load();
+  while (~taken != 0) {
+    const auto free = static_cast<std::uint32_t>(std::countr_one(taken));
+    if (!takenCounters_.compare_exchange_weak(taken, taken | 1U << free)) continue;
+    thread_.counter = free;
+    thread_local const ThreadEnd end;
+    break;
+  }
+  return thread_.counter;
+}
 
 bool Gate::hasReaders() const noexcept {
   return std::any_of(counters_.begin(), counters_.end(),
@@ -43,24 +68,31 @@ void Gate::waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable
   }
 }
 
-Gate::Counter& Gate::enterAsReader(const Interrupt& interrupt) {
-  Counter& counter = ownCounter();
-  while (true) {
-    // Noted before the look at the door, as the writer closes the door before it looks at the
-    // notes.
-    counter.readers.fetch_add(1);
-    if (!isClosed_.load()) return counter;
+void Gate::waitAsReader(Counter& counter, const Interrupt& interrupt) {
+  do {
     leaveAsReader(counter);
     std::unique_lock lock(mutex_);
     waitUntil(lock, doorOpens_, interrupt, [&] { return !isClosed_.load(); });
-  }
+    counter.readers.fetch_add(1);
+  } while (isClosed_.load());
 }
 
-void Gate::leaveAsReader(Counter& counter) noexcept {
-  counter.readers.fetch_sub(1);
-  if (!isClosed_.load()) return;
+void Gate::tellWriter() noexcept {
   const std::lock_guard lock(mutex_);
   readerLeaves_.notify_one();
+}
+
+// A reader whose counter is its own does not wait until others see that it has left, and may look
+// at the door before they do. If that was open then nobody tells the writer, which looks for
+// itself: soon at first, since the last ones that can have seen an open door leave then.
+void Gate::waitForReaders(std::unique_lock<std::mutex>& lock, const Interrupt& interrupt) {
+  constexpr std::chrono::microseconds longestPause(10000);
+  std::chrono::microseconds pause(20);
+  while (hasReaders()) {
+    interrupt.check();
+    readerLeaves_.wait_for(lock, pause);
+    pause = std::min(2 * pause, longestPause);
+  }
 }
 
 void Gate::enterAsWriter(const Interrupt& interrupt) {
@@ -70,7 +102,7 @@ void Gate::enterAsWriter(const Interrupt& interrupt) {
     waitUntil(lock, writerLeaves_, interrupt, [&] { return !hasWriter_; });
     hasWriter_ = isIn = true;
     isClosed_.store(true);
-    waitUntil(lock, readerLeaves_, interrupt, [&] { return !hasReaders(); });
+    waitForReaders(lock, interrupt);
   } catch (...) {
     // One that has been woken and does not go in lets the next one know.
     if (isIn) openDoor();
@@ -109,11 +141,6 @@ void Gate::endTransaction() noexcept {
   leaveAsWriter();
 }
 
-bool Gate::isInTransaction() const noexcept {
-  const std::uint64_t thread = transactionThread_.load();
-  return thread != 0 && thread == threadNumber();
-}
-
 bool Gate::takeOverTransaction() noexcept {
   if (transactionThread_.load() == 0) return false;
   beginTransaction();
@@ -125,14 +152,6 @@ void Gate::wakeAll() noexcept {
   doorOpens_.notify_all();
   readerLeaves_.notify_all();
   writerLeaves_.notify_all();
-}
-
-ReaderVisit::ReaderVisit(Gate& gate, const Interrupt& interrupt) : gate_(gate) {
-  if (!gate.isInTransaction()) counter_ = &gate.enterAsReader(interrupt);
-}
-
-ReaderVisit::~ReaderVisit() {
-  if (counter_ != nullptr) gate_.leaveAsReader(*counter_);
 }
 
 WriterVisit::WriterVisit(Gate& gate, const Interrupt& interrupt)

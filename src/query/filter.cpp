@@ -95,14 +95,6 @@ std::int32_t TableFilter::rowByKey(const Term& term, const QueryContext& context
              : table_->keys().find({room, writeInt(room, *whole)});
 }
 
-std::int32_t TableFilter::rowByNumber(const QueryContext& context) const {
-  const Term& term = terms_[keyTerms_.front()];
-  const TypedValue wanted = valueOf(term.comparison->operand, context);
-  const bool areNumbers =
-      wanted.type == AnswerType::integer && table_->kind(term.place.column) == ValueKind::integer;
-  return areNumbers ? table_->keys().findNumber(wanted.integer) : PrimaryKeyMap::noRow;
-}
-
 void TableFilter::findByKey(const QueryContext& context, std::vector<std::int32_t>& rows) const {
   for (const std::size_t term : keyTerms_) {
     const std::int32_t row = rowByKey(terms_[term], context);

@@ -39,8 +39,24 @@ class TableFilter {
   std::int32_t rowByKey(const QueryContext& context) const {
     return rowByKey(terms_[keyTerms_.front()], context);
   }
-  // The same where key and value are whole numbers, before anything is checked; else noRow.
-  std::int32_t rowByNumber(const QueryContext& context) const;
+  // The same where key and value are whole numbers, before anything is checked, with that number;
+  // else noRow.
+  std::int32_t rowByNumber(std::span<const Value> values, std::int64_t& number) const {
+    const Term& term = terms_[keyTerms_.front()];
+    const strict::Operand& operand = term.comparison->operand;
+    const auto* const wanted = std::get_if<std::int64_t>(
+        operand.isParameter() ? &values[static_cast<std::size_t>(operand.parameter)]
+                              : &operand.value);
+    if (wanted == nullptr || table_->kind(term.place.column) != ValueKind::integer) {
+      return PrimaryKeyMap::noRow;
+    }
+    number = *wanted;
+    return table_->keys().findNumber(*wanted);
+  }
+  // The parameter that is the key there, or less than 0.
+  int keyParameter() const noexcept {
+    return terms_[keyTerms_.front()].comparison->operand.parameter;
+  }
   bool isOneGroup() const noexcept { return keyTerms_.size() == 1; }
   bool passes(std::int32_t row, std::int64_t now, const QueryContext& context) const;
 

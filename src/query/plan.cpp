@@ -54,6 +54,8 @@ Plan::Plan(const strict::Select& select_, const Tables& tables)
   addOrders();
   addUsed();
   isOneRow = !isGrouped && !on && orders.empty() && left->isByKey() && left->isOneGroup();
+  isKeyAlone =
+      isOneRow && left->terms().size() == 1 && !select.at && !select.limit && !select.offset;
 }
 
 std::string Plan::nameOf(const Expression& expression) const {

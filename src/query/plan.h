@@ -39,6 +39,7 @@ struct Plan {
   std::vector<Expression> totals;  // each once
   bool isGrouped = false;          // into groups, or one
   bool isOneRow = false;           // found by its key, or none
+  bool isKeyAlone = false;         // and nothing else is asked
   // The columns with timed values by which rows are chosen, joined, ordered, grouped and added up.
   std::vector<Place> used;
   std::shared_ptr<const std::vector<AnswerColumn>> columns;

@@ -21,6 +21,7 @@
 #include "../table.h"
 #include "../value.h"
 #include "../webhook.h"
+#include "row_hint.h"
 
 namespace velmora {
 
@@ -56,13 +57,18 @@ class Query {
   Query(const strict::Select& select, const Tables& tables);
   ~Query();
 
-  // Has the row that the values ask for by a number brought into the cache, for a run that follows
-  // and is told which it is; PrimaryKeyMap::noRow where there is none, or more is to be looked at.
-  std::int32_t prefetch(std::span<const Value> values) const;
-  // Answers it into an empty answer; the row is what prefetch gave for these values. Throws
-  // Failure: type, range (a LIMIT below 0), full (more rows than can be answered), interrupted.
-  void run(const QueryContext& context, Answer& answer,
-           std::int32_t row = PrimaryKeyMap::noRow) const;
+  // The row that the values ask for by a number, where the query is about one row.
+  struct Found {
+    std::int32_t row = PrimaryKeyMap::noRow;
+    const RowHint* hint = nullptr;  // one that is right of the row
+  };
+  // Finds it, and has it brought into the cache unless the hint has done so, for a run that follows
+  // and is told. Throws std::bad_alloc.
+  Found find(std::span<const Value> values, RowHint& hint) const;
+  // Answers it into an empty answer, with what has been found for these values. Throws Failure:
+  // type, range (a LIMIT below 0), full (more rows than can be answered), interrupted.
+  void run(const QueryContext& context, Answer& answer, const Found& found) const;
+  void run(const QueryContext& context, Answer& answer) const { run(context, answer, {}); }
 
  private:
   struct Parts;

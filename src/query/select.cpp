@@ -42,9 +42,20 @@ Bounds boundsOf(const Plan& plan, const QueryContext& context) {
 // always, as what it calls.
 [[gnu::always_inline]] inline void prefetchOutputs(const Plan& plan, const Item& item) {
   for (const Expression& output : plan.outputs) {
-    output.values->prefetch(
+    output.values->prefetchValue(
         static_cast<std::size_t>(output.place.isRight ? item.right : item.left));
   }
+}
+
+void learn(const Plan& plan, RowHint& hint) {
+  const Rows& rows = plan.scope.table(false).rows();
+  std::vector<RowHint::Part> parts;
+  parts.reserve(plan.outputs.size());
+  for (const Expression& output : plan.outputs) {
+    const std::byte* const values = output.values->chunk(0).values;
+    parts.push_back({static_cast<std::size_t>(values - rows.memory(0)), output.values->width()});
+  }
+  hint.learn(static_cast<std::size_t>(plan.left->keyParameter()), std::move(parts), rows);
 }
 
 // Answers one row at most, found without a list, unless it has been found already.
@@ -67,6 +78,32 @@ void answerByKey(const Plan& plan, const QueryContext& context, const Bounds& bo
   if (bounds.skipped > 0 || bounds.limit == 0) return;
   for (const Expression& output : plan.outputs) {
     writer.addCell(*output.values, row, output.canBeTimed);
+  }
+}
+
+// The same for a row that the hint is right of, where nothing else is asked.
+void answerFound(const Plan& plan, std::int64_t now, Answer& answer, std::size_t row,
+                 const RowHint& hint) {
+  answer.setColumns(plan.columns);
+  answer.second = now;
+  const Rows& rows = plan.scope.table(false).rows();
+  const std::size_t chunk = Rows::chunkOf(row);
+  const std::size_t place = Rows::placeOf(row);
+  if (rows.hasDeleted(chunk) && !rows.isLive(row)) return;
+  answer.values.reserve(plan.outputs.size());
+  AnswerWriter writer(answer, now);
+  std::byte* const memory = rows.array<std::byte>(chunk, 0);
+  const RowHint::Part* part = hint.parts().data();
+  for (const Expression& output : plan.outputs) {
+    const ColumnValues& values = *output.values;
+    if (values.chunk(chunk).odd != nullptr) {
+      writer.addCell(values, row, output.canBeTimed);
+    } else {
+      // What there is one of, at its place, as an array that begins there.
+      std::byte* const value = memory + part->offset + place * part->width;
+      writer.addOne(values.toldValue({value, reinterpret_cast<std::uint8_t*>(value), nullptr}, 0));
+    }
+    ++part;
   }
 }
 
@@ -328,21 +365,33 @@ Query::Query(const strict::Select& select, const Tables& tables)
 
 Query::~Query() = default;
 
-std::int32_t Query::prefetch(std::span<const Value> values) const {
+Query::Found Query::find(std::span<const Value> values, RowHint& hint) const {
   const query::Plan& plan = parts_->plan;
-  if (!plan.isOneRow) return PrimaryKeyMap::noRow;
-  const std::int32_t row = plan.left->rowByNumber({values, 0, {}});
-  if (row != PrimaryKeyMap::noRow) query::prefetchOutputs(plan, {row});
-  return row;
+  if (!plan.isOneRow) return {};
+  std::int64_t key = 0;
+  const std::int32_t row = plan.left->rowByNumber(values, key);
+  if (row == PrimaryKeyMap::noRow) return {};
+  const auto index = static_cast<std::size_t>(row);
+  const ColumnValues& last = *plan.outputs.back().values;
+  const std::byte* const column = last.chunk(Rows::chunkOf(index)).values;
+  if (hint.isRight(key, index, plan.scope.table(false).rows(), column)) return {row, &hint};
+  query::prefetchOutputs(plan, {row});
+  if (hint.isWorthLearning() && plan.left->keyParameter() >= 0) query::learn(plan, hint);
+  return {row, nullptr};
 }
 
-void Query::run(const QueryContext& context, Answer& answer, std::int32_t row) const {
+void Query::run(const QueryContext& context, Answer& answer, const Found& found) const {
   const query::Plan& plan = parts_->plan;
+  // A number that has found a row of such a query is all that there is to be checked.
+  if (plan.isKeyAlone && found.hint != nullptr) {
+    query::answerFound(plan, context.now, answer, static_cast<std::size_t>(found.row), *found.hint);
+    return;
+  }
   const query::Bounds bounds = query::boundsOf(plan, context);
   answer.setColumns(plan.columns);
   answer.second = bounds.now;
   if (plan.isOneRow) {
-    query::answerByKey(plan, context, bounds, answer, row);
+    query::answerByKey(plan, context, bounds, answer, found.row);
   } else {
     query::Run(plan, context, bounds, answer).run();
   }

@@ -26,7 +26,7 @@ void begin(Answer& answer, std::initializer_list<Heading> headings) {
   for (const Heading& heading : headings) {
     columns->push_back({heading.name, {}, heading.type, false});
   }
-  answer.setColumns(std::move(columns));
+  answer.setColumns(columns);
 }
 
 std::int64_t liveRows(const Table& table) {

@@ -113,6 +113,42 @@ class HandleThreads : public HandleTest {
   }
 };
 
+// More than have a place of their own where readers are noted, and threads that come after others.
+TEST_F(HandleThreads, ReadByKeyInAnyNumberWhileRowsChange) {
+  run("CREATE TABLE a id ApexInt n int m int");
+  run("INSERT INTO a n = 0 m = 0");
+  const auto readRow = [&] {
+    velmora_statement* statement = nullptr;
+    const std::string_view text = "SELECT id, n, m FROM a WHERE id = ?";
+    velmora_prepare(db, text.data(), text.size(), &statement, nullptr);
+    for (int i = 0; i < rounds; ++i) {
+      const Bound first(1);
+      velmora_bind(statement, 1, &first, nullptr);
+      velmora_result* result = nullptr;
+      velmora_statement_run(statement, &result, nullptr);
+      const bool isWhole =
+          velmora_result_integer(result, 0, 0) == 1 &&
+          velmora_result_integer(result, 0, 1) == velmora_result_integer(result, 0, 2);
+      if (!isWhole) expect("SELECT", shown(result));
+      velmora_result_destroy(result);
+    }
+    velmora_statement_destroy(statement);
+  };
+  const auto changeRow = [&] {
+    for (int i = 0; i < rounds; ++i) {
+      const std::string number = std::to_string(i);
+      expect("UPDATE a SET n = " + number + " m = " + number + " WHERE id = 1", "1 row");
+      expect("INSERT INTO a n = 1 m = 1", "1 row, number " + std::to_string(i + 2));
+    }
+  };
+  std::vector<std::function<void()>> works = {changeRow};
+  works.insert(works.end(), 40, readRow);
+  runAll(works);
+  works.assign(40, readRow);
+  runAll(works);
+  expectNoFaults();
+}
+
 TEST_F(HandleThreads, seeWholeTransactionsAndKeepWhatWasAnswered) {
   for (const std::uint32_t durability :
        {VELMORA_DURABILITY_OFF, VELMORA_DURABILITY_EVERYSEC, VELMORA_DURABILITY_ALWAYS}) {
