@@ -308,18 +308,55 @@ struct Output {
   std::size_t column;
   bool isRight;
   ColumnReader reader;
-  std::size_t rowOf(const Pair& pair) const {
-    return static_cast<std::size_t>(isRight ? pair.right : pair.left);
+};
+
+// Prints pairs. Where their values lie is found out, and these are asked for, while the pairs
+// before are printed: a loop that finds each value only when it is printed waits for it, because
+// where it writes depends on the values before.
+class PairPrinter {
+ public:
+  PairPrinter(std::vector<Output>& outputs, JsonRows& rows) : outputs_(outputs), rows_(rows) {}
+
+  // Takes the pairs, and prints those taken before; returns how many these were.
+  std::size_t print(std::vector<Pair>& found) {
+    places_.resize(found.size() * outputs_.size());
+    std::size_t asked = 0;
+    const std::byte* const* place = comingPlaces_.data();
+    for (const Pair& pair : coming_) {
+      if (asked < found.size()) ask(found, asked++);
+      for (Output& output : outputs_) print(output, pair, *place++);
+    }
+    while (asked < found.size()) ask(found, asked++);
+    const std::size_t count = coming_.size();
+    coming_.clear();
+    coming_.swap(found);
+    comingPlaces_.swap(places_);
+    return count;
   }
-  // Without those that follow on the ones before, which the processor brings by itself.
-  void prefetch(const std::vector<Pair>& pairs) const {
-    std::size_t before = 0;
-    for (const Pair& pair : pairs) {
-      const std::size_t row = rowOf(pair);
-      if (row - before > 1) reader.prefetch(row);
-      before = row;
+
+ private:
+  static std::size_t rowOf(const Output& output, const Pair& pair) {
+    return static_cast<std::size_t>(output.isRight ? pair.right : pair.left);
+  }
+  // Inlined always, since compilers drop calls of functions that only prefetch.
+  [[gnu::always_inline]] void ask(const std::vector<Pair>& found, std::size_t i) {
+    const std::byte** place = &places_[i * outputs_.size()];
+    for (const Output& output : outputs_) {
+      *place++ = output.reader.prefetchPlain(rowOf(output, found[i]));
     }
   }
+  void print(Output& output, const Pair& pair, const std::byte* place) {
+    if (place != nullptr) return output.reader.printPlain(place, rows_);
+    const std::size_t row = rowOf(output, pair);
+    atPlace(*output.table, output.column, row, [&] { output.reader.print(row, rows_); });
+  }
+
+  std::vector<Output>& outputs_;
+  JsonRows& rows_;
+  std::vector<Pair> coming_;
+  // Of each pair the places of its values, pair by pair: of those that come, and of those to print.
+  std::vector<const std::byte*> places_;
+  std::vector<const std::byte*> comingPlaces_;
 };
 
 }  // namespace
@@ -365,22 +402,12 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   }
   result.rows.begin(result.columns, std::move(spare));
   result.rows.expectRows(leftRows.size());
-  // Some pairs' values are asked for while the pairs before them are printed.
-  std::vector<Pair> coming;
+  PairPrinter printer(outputs, result.rows);
   const auto addRows = [&](std::vector<Pair>& found) {
-    for (const Output& output : outputs) output.prefetch(found);
-    for (const Pair& pair : coming) {
-      for (Output& output : outputs) {
-        const std::size_t row = output.rowOf(pair);
-        atPlace(*output.table, output.column, row, [&] { output.reader.print(row, result.rows); });
-      }
-    }
     constexpr auto mostRows = std::numeric_limits<std::int32_t>::max();
-    const auto count = static_cast<std::int32_t>(coming.size());
+    const auto count = static_cast<std::int32_t>(printer.print(found));
     if (result.rowsAffected > mostRows - count) throw std::runtime_error("Result is too large");
     result.rowsAffected += count;
-    coming.clear();
-    coming.swap(found);
   };
   std::vector<Pair> pairs;
   for (auto rows = leftRows.next(); !rows.empty(); rows = leftRows.next()) {
