@@ -37,8 +37,10 @@ class RowHint {
     if (chunk >= chunks_.size()) return;
     const std::uintptr_t place = Rows::placeOf(row);
     for (const Part& part : parts_) {
-      __builtin_prefetch(
-          reinterpret_cast<const void*>(chunks_[chunk] + part.offset + place * part.width));
+      const std::uintptr_t address = chunks_[chunk] + part.offset + place * part.width;
+      // Not a pointer before, since what it would point to may be gone.
+      // NOLINTNEXTLINE(performance-no-int-to-ptr)
+      __builtin_prefetch(reinterpret_cast<const void*>(address));
     }
   }
 
