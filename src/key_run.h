@@ -15,7 +15,9 @@ class KeyRun {
   static constexpr std::int32_t noRow = -1;
 
   bool holds(std::int64_t key) const noexcept {
-    return static_cast<std::uint64_t>(key - firstKey_) < static_cast<std::uint64_t>(count_);
+    // Without a sign, since any key may be asked for.
+    return static_cast<std::uint64_t>(key) - static_cast<std::uint64_t>(firstKey_) <
+           static_cast<std::uint64_t>(count_);
   }
   // The row of the key, or noRow.
   std::int32_t rowOf(std::int64_t key) const noexcept { return holds(key) ? rowAt(key) : noRow; }

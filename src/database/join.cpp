@@ -340,7 +340,7 @@ class PairPrinter {
   }
   // Inlined always, since compilers drop calls of functions that only prefetch.
   [[gnu::always_inline]] void ask(const std::vector<Pair>& found, std::size_t i) {
-    const std::byte** place = &places_[i * outputs_.size()];
+    const std::byte** place = places_.data() + i * outputs_.size();
     for (const Output& output : outputs_) {
       *place++ = output.reader.prefetchPlain(rowOf(output, found[i]));
     }
