@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -22,8 +23,26 @@ std::byte* allocate(std::size_t bytes, std::align_val_t alignment) {
   return static_cast<std::byte*>(::operator new(bytes, alignment));
 }
 
-std::byte* allocateSlab() { return allocate(slabBytes, std::align_val_t(slabBytes)); }
-void freeSlab(std::byte* slab) noexcept { ::operator delete(slab, std::align_val_t(slabBytes)); }
+std::byte* map(std::size_t bytes) {
+  void* const memory =
+      mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) throw std::bad_alloc();
+  return static_cast<std::byte*>(memory);
+}
+
+// From the system, not from the heap: what the heap gives may have been written to before, is what
+// a forked process shares with its parent, and is not given back when it is freed.
+std::byte* allocateSlab() {
+  std::byte* const slab = map(slabBytes);
+  if (reinterpret_cast<std::uintptr_t>(slab) % slabBytes == 0) return slab;
+  munmap(slab, slabBytes);
+  std::byte* const memory = map(2 * slabBytes);
+  const std::size_t behind = reinterpret_cast<std::uintptr_t>(memory) % slabBytes;
+  munmap(memory + 2 * slabBytes - behind, behind);
+  munmap(memory, slabBytes - behind);
+  return memory + slabBytes - behind;
+}
+void freeSlab(std::byte* slab) noexcept { munmap(slab, slabBytes); }
 
 // Without either of these the slab works as well, only slower.
 void makeHuge([[maybe_unused]] std::byte* slab) noexcept {
