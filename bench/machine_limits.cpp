@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <stdexcept>
@@ -14,6 +15,7 @@
 
 #include "data.h"
 #include "memory.h"
+#include "stopwatch.h"
 
 namespace bench {
 
@@ -167,6 +169,19 @@ std::string runOperations(const Scale& scale) {
   return packFigures(keeper.figures);
 }
 
+// How long a loop stood still that wants nothing: what others on the machine took from it.
+Figures longestPause() {
+  constexpr double duration = 2;
+  const Stopwatch watch;
+  double longest = 0;
+  for (double before = 0; before < duration;) {
+    const double now = watch.seconds();
+    longest = std::max(longest, now - before);
+    before = now;
+  }
+  return {longest};
+}
+
 }  // namespace
 
 std::vector<MachineLimit> measureMachineLimits(const Scale& scale) {
@@ -176,6 +191,8 @@ std::vector<MachineLimit> measureMachineLimits(const Scale& scale) {
     limits.push_back(
         {operation.label, figures.at(limits.size()), static_cast<double>(operation.bytes)});
   }
+  limits.push_back({"longest pause of a loop that reads the clock for 2 s",
+                    measureInFreshProcess(longestPause).front(), 0});
   return limits;
 }
 

@@ -3,6 +3,7 @@
 #include "process.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -75,6 +76,8 @@ void throwOutputAway() {
 [[noreturn]] void serve(int requests, int answers, const std::filesystem::path& directory,
                         const std::function<Process::Handler()>& start) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // Freed memory of the parent, if it were written to again, would be copied page by page first.
+  malloc_trim(0);
   throwOutputAway();
   Process::Handler handler;
   std::string answer = answerOf([&] {
