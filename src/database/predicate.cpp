@@ -261,8 +261,6 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
   switch (comparison_) {
     case Comparison::equal:
       narrow(block, values, [=, codes = values.codes](std::size_t i) { return codes[i] == code; });
-      forEachSet(block.mayMatch, block.size, 1,
-                 [&](std::size_t i) { __builtin_prefetch(values.texts() + i); });
       break;
     case Comparison::notEqual:
       narrow(block, values, [&](std::size_t i) {
@@ -284,14 +282,17 @@ void Predicate::decideTexts(const ColumnValues::Chunk& values, Block& block) con
   }
 }
 
+void Predicate::prefetch(const ColumnValues::Chunk& values, const Block& block) const {
+  if (!leavesTexts()) return;
+  for (std::size_t i = 0; i < block.count; ++i)
+    __builtin_prefetch(values.texts() + block.places[i]);
+}
+
 void Predicate::settle(const ColumnValues::Chunk& values, Block& block) const {
-  const bool areTexts = kind_ == ValueKind::text || kind_ == ValueKind::unknown;
-  if (!areTexts || comparison_ != Comparison::equal) return;
+  if (!leavesTexts()) return;
   const Text wanted(literal_);
-  forEachSet(block.mayMatch, block.size, 1, [&](std::size_t i) {
-    const bool isOpen = block.hasUnsure && block.isUnsure[i] != 0;
-    if (!isOpen && !(values.texts()[i] == wanted)) block.mayMatch[i] = 0;
-  });
+  block.removeIf(
+      [&](std::size_t place) { return block.isSure(place) && !(values.texts()[place] == wanted); });
 }
 
 }  // namespace velmora

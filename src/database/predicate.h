@@ -28,13 +28,23 @@ enum class Comparison : std::uint8_t {
 };
 Comparison comparisonOf(std::string_view op);
 
-// The rows of one chunk during a scan, as bytes so that loops over them vectorise.
+// The rows of one chunk during a scan, first as bytes so that loops over them vectorise, then as a
+// list.
 struct Block {
   std::size_t size = 0;
   bool hasUnsure = false;
   alignas(64) std::uint8_t mayMatch[Rows::chunkRows];  // 0: no condition so far lets the row in
   // 1: only the row itself can tell. Undefined unless hasUnsure.
   alignas(64) std::uint8_t isUnsure[Rows::chunkRows];
+  // The rows that all conditions let in, ascending.
+  std::size_t count = 0;
+  std::uint16_t places[Rows::chunkRows];
+
+  bool isSure(std::size_t place) const noexcept { return !hasUnsure || isUnsure[place] == 0; }
+  template <typename Fails>
+  void removeIf(Fails fails) {
+    count = static_cast<std::size_t>(std::remove_if(places, places + count, fails) - places);
+  }
 };
 
 class Predicate {
@@ -63,15 +73,19 @@ class Predicate {
   // Whether decide can tell for the rows of a chunk, but for odd cells.
   bool canDecide() const noexcept;
   // Lets rows of a block go that do not satisfy the condition. A row that an earlier condition left
-  // unsure stays: deciding the earlier one may have to throw. Of texts only most are let go, and
-  // those left are brought into the cache for settle.
+  // unsure stays: deciding the earlier one may have to throw. Of texts only most are let go.
   void decide(const ColumnValues::Chunk& values, Block& block) const;
-  // Lets the rest of them go, once all conditions of the block have been decided.
+  // Of those left, that are listed by then: has them brought into the cache, and lets the rest go.
+  void prefetch(const ColumnValues::Chunk& values, const Block& block) const;
   void settle(const ColumnValues::Chunk& values, Block& block) const;
 
  private:
   bool isOrder() const noexcept {
     return comparison_ != Comparison::equal && comparison_ != Comparison::notEqual;
+  }
+  bool leavesTexts() const noexcept {
+    return (kind_ == ValueKind::text || kind_ == ValueKind::unknown) &&
+           comparison_ == Comparison::equal;
   }
   bool isLess(std::string_view text, std::size_t row) const;
   bool isGreater(std::string_view text, std::size_t row) const;

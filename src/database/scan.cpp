@@ -19,28 +19,25 @@ void collect(Block& block, std::size_t chunk, const Parts& group, const Table& t
   for (const Predicate& predicate : group.decided) {
     predicate.settle(table.values(predicate.column()).chunk(chunk, now), block);
   }
-  const bool areSure = group.open.empty() && !block.hasUnsure;
-  std::uint16_t places[Rows::chunkRows];
-  std::size_t count = placesOf(block.mayMatch, block.size, places);
-  if (!areSure) {
-    const auto fails = [&](std::size_t place) {
-      const bool isUnsure = block.hasUnsure && block.isUnsure[place] != 0;
-      return !allHold(isUnsure ? group.all : group.open, chunk * Rows::chunkRows + place, now);
-    };
-    count = static_cast<std::size_t>(std::remove_if(places, places + count, fails) - places);
+  if (!group.open.empty() || block.hasUnsure) {
+    block.removeIf([&](std::size_t place) {
+      const std::size_t row = chunk * Rows::chunkRows + place;
+      return !allHold(block.isSure(place) ? group.open : group.all, row, now);
+    });
   }
   std::int32_t found[Rows::chunkRows];
   const auto first = static_cast<std::int32_t>(chunk * Rows::chunkRows);
-  for (std::size_t i = 0; i < count; ++i) found[i] = first + places[i];
-  if (matched.capacity() - matched.size() < count) {
+  for (std::size_t i = 0; i < block.count; ++i) found[i] = first + block.places[i];
+  if (matched.capacity() - matched.size() < block.count) {
     // The chunks to come may have as many; memory that is not used costs nothing.
-    const std::size_t expected = count * (table.rows().chunkCount() - chunk);
+    const std::size_t expected = block.count * (table.rows().chunkCount() - chunk);
     matched.reserve(std::max(matched.size() + expected, 2 * matched.capacity()));
   }
-  matched.insert(matched.end(), found, found + count);
+  matched.insert(matched.end(), found, found + block.count);
 }
 
-// Lets the rows of a chunk go that are deleted or that a condition tells not to match.
+// Lists the rows of a chunk that are not deleted and of which no condition tells by the arrays
+// alone that they do not match.
 void decide(Block& block, std::size_t chunk, const Parts& group, const Table& table,
             std::int64_t now) {
   const Rows& rows = table.rows();
@@ -56,6 +53,10 @@ void decide(Block& block, std::size_t chunk, const Parts& group, const Table& ta
     if (chunk + 1 < rows.chunkCount())
       table.values(predicate.column()).prefetchChunk(chunk + 1, now);
     predicate.decide(table.values(predicate.column()).chunk(chunk, now), block);
+  }
+  block.count = placesOf(block.mayMatch, block.size, block.places);
+  for (const Predicate& predicate : group.decided) {
+    predicate.prefetch(table.values(predicate.column()).chunk(chunk), block);
   }
 }
 
