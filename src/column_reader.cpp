@@ -29,7 +29,7 @@ void ColumnReader::printOther(std::size_t row, JsonRows& answer) {
   const ColumnValues::Chunk& values = chunkOf(row);
   const std::size_t place = Rows::placeOf(row);
   const ValueKind kind = values_->kind();
-  if (values.isOdd(place)) {
+  if (values.isUnclear(place)) {
     printText(values_->oddCell(row).valueAt(now_), kind, answer);
     return;
   }

@@ -374,7 +374,8 @@ TypedValue ColumnValues::value(const Chunk& chunk, std::size_t row, std::int64_t
 TypedValue ColumnValues::value(std::size_t row, std::int64_t now) const {
   const Chunk arrays = chunk(Rows::chunkOf(row));
   if (!arrays.isOdd(Rows::placeOf(row))) return toldValue(arrays, Rows::placeOf(row));
-  return oddCell(row).tempRule == nullptr ? value(arrays, row, now) : oddValue(row, now);
+  const bool isRight = odd_[Rows::chunkOf(row)]->holdsAt(now) || oddCell(row).tempRule == nullptr;
+  return isRight ? value(arrays, row, now) : oddValue(row, now);
 }
 
 }  // namespace velmora

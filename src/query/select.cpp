@@ -127,6 +127,8 @@ class Run {
   void keepCandidates(std::size_t chunk, RowMask& mask) const;
   bool take(const Item& item);
   template <typename ItemAt>
+  void prefetchRules(std::size_t count, std::size_t i, ItemAt itemAt) const;
+  template <typename ItemAt>
   bool takeAhead(std::size_t count, ItemAt item);
   void offer(const Item& item);
   void answerSorted();
@@ -221,12 +223,30 @@ void Run::makeSorter() {
   sorter_.emplace(plan_.descends, isBounded ? skipped_ + limit_ : unlimited);
 }
 
+// Has the rules of timed values that are answered brought into the cache, those of row i first.
+template <typename ItemAt>
+void Run::prefetchRules(std::size_t count, std::size_t i, ItemAt itemAt) const {
+  constexpr std::size_t stepDistance = 5;
+  for (const Expression& output : plan_.outputs) {
+    if (!output.canBeTimed) continue;
+    for (std::size_t step = 0; step < 3 && step * stepDistance <= i; ++step) {
+      if (i - step * stepDistance >= count) continue;
+      const Item item = itemAt(i - step * stepDistance);
+      const std::int32_t row = output.place.isRight ? item.right : item.left;
+      output.values->prefetchRule(static_cast<std::size_t>(row), static_cast<int>(step));
+    }
+  }
+}
+
 // Takes so many rows as they are wanted; what is printed of the next ones is on its way meanwhile.
 template <typename ItemAt>
 bool Run::takeAhead(std::size_t count, ItemAt item) {
   constexpr std::size_t ahead = 16;
   for (std::size_t i = 0; i < count + ahead; ++i) {
-    if (i < count && !sorter_ && !plan_.isGrouped) prefetchOutputs(plan_, item(i));
+    if (!sorter_ && !plan_.isGrouped) {
+      if (i < count) prefetchOutputs(plan_, item(i));
+      prefetchRules(count, i, item);
+    }
     if (i >= ahead && !take(item(i - ahead))) return false;
   }
   return true;
