@@ -134,7 +134,7 @@ Effect State::insert(const Command& command) {
     const std::size_t key = columnIndex(command.table, table.key);
     if (hasRow(table, key, row.cells[key].at(command.second), command.second)) return {};
   }
-  if (!rowIsLinked(command.table, row, command.second)) return {};
+  if (!linkRow(command.table, row, command.second)) return {};
   table.rows.push_back(row);
   return effect;
 }
@@ -158,7 +158,7 @@ Effect State::update(const Command& command) {
     }
     row->cells[index] = value;
     row->cells[index].start = command.second;
-    if (!rowIsLinked(command.table, *row, command.second)) return {};
+    if (!linkRow(command.table, *row, command.second)) return {};
     ++effect.rowsAffected;
     effect.changes += value.changes();
   }
@@ -201,6 +201,9 @@ Effect State::link(const Command& command, bool isReplayed) {
   parent.key = made.parentColumn;
   if (!holds(made, command.second)) return {};
   links.insert(made);
+  for (ModelRow& row : tables[made.child].rows) {
+    row.linkedSecond = std::min(row.linkedSecond, command.second);
+  }
   return {true, 0, 0};
 }
 
@@ -222,11 +225,15 @@ bool State::hasKeys(const ModelLink& link, const std::vector<std::string>& keys)
                      [&](const std::string& key) { return hasRow(parent->second, index, key, 0); });
 }
 
-bool State::rowIsLinked(const std::string& table, const ModelRow& row, std::int64_t second) const {
-  return std::all_of(links.begin(), links.end(), [&](const ModelLink& link) {
-    return link.child != table ||
-           hasKeys(link, row.cells[columnIndex(table, link.childColumn)].coming(second));
-  });
+bool State::linkRow(const std::string& table, ModelRow& row, std::int64_t second) const {
+  for (const ModelLink& link : links) {
+    const bool isFound =
+        link.child != table ||
+        hasKeys(link, row.cells[columnIndex(table, link.childColumn)].coming(second));
+    if (!isFound) return false;
+  }
+  row.linkedSecond = std::min(row.linkedSecond, second);
+  return true;
 }
 
 bool State::isNeeded(const std::string& table, const std::string& key, std::int64_t second) const {
@@ -235,7 +242,7 @@ bool State::isNeeded(const std::string& table, const std::string& key, std::int6
     if (link.parent != table || child == tables.end()) continue;
     const std::size_t index = columnIndex(link.child, link.childColumn);
     for (const ModelRow& row : child->second.rows) {
-      const std::vector<std::string> keys = row.cells[index].coming(second);
+      const auto keys = row.cells[index].coming(std::max(second, row.linkedSecond));
       if (!row.isDeleted && std::find(keys.begin(), keys.end(), key) != keys.end()) return true;
     }
   }
@@ -247,6 +254,7 @@ State State::fromFiles() const {
   for (auto& [name, table] : read.tables) {
     const auto& columns = planOf(name).columns;
     for (ModelRow& row : table.rows) {
+      row.linkedSecond = ModelRow().linkedSecond;
       for (std::size_t i = 0; i < columns.size(); ++i) {
         for (Value::Period& period : row.cells[i].periods) {
           if (columns[i].type == "string" && period.text.size() > 60) period.text.resize(60);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -21,6 +22,9 @@ namespace velmora::crash {
 struct ModelRow {
   std::vector<Value> cells;
   bool isDeleted = false;
+  // The least second at which its parents were looked up. A replayed command can be of an earlier
+  // one than the start that has made the row's link again: what was past by then counts no more.
+  std::int64_t linkedSecond = std::numeric_limits<std::int64_t>::max();
 };
 
 struct ModelTable {
@@ -72,7 +76,8 @@ class State {
   Effect update(const Command& command);
   Effect erase(const Command& command);
   Effect link(const Command& command, bool isReplayed);
-  bool rowIsLinked(const std::string& table, const ModelRow& row, std::int64_t second) const;
+  // Looks the row's parents up; whether all are there.
+  bool linkRow(const std::string& table, ModelRow& row, std::int64_t second) const;
 };
 
 std::size_t columnIndex(const std::string& table, const std::string& column);
