@@ -103,5 +103,58 @@ TEST_F(RandomCrashTest, whatWasAnsweredIsThereOnce) {
   EXPECT_GT(crashPoints(), 0);
 }
 
+using RestartTest = CrashTest;
+
+Command commandOn(Kind kind, const std::string& table, std::int64_t second,
+                  std::vector<std::pair<std::string, Value>> values = {}) {
+  Command command;
+  command.kind = kind;
+  command.table = table;
+  command.values = std::move(values);
+  command.second = second;
+  return command;
+}
+
+// The second start makes the link, for which the first one found a person missing, as of its own
+// second; who was needed only before is then gone as the log says.
+TEST_F(RestartTest, linksByWhatComesThenForCommandsOfBeforeToo) {
+  constexpr std::int64_t begin = 1700000000;
+  const std::vector<std::pair<std::string, Value>> someone = {{"name", Value::plain("a")}};
+  const auto order = [](const std::string& first, std::int64_t seconds) {
+    const Value person = {{{first, seconds}, {"2", seconds}}, false, 0};
+    return commandOn(Kind::insert, "orders", begin + 1, {{"person", person}});
+  };
+  std::vector<Command> commands = {commandOn(Kind::createTable, "people", begin),
+                                   commandOn(Kind::createTable, "orders", begin)};
+  for (int i = 0; i < 3; ++i) commands.push_back(commandOn(Kind::insert, "people", begin, someone));
+  commands.push_back(order("1", 10));
+  commands.push_back(order("3", 5));
+  commands.push_back(commandOf({"orders", "person", "people", "id"}, begin + 2));
+  commands.push_back(commandOn(Kind::dropTable, "people", begin + 3));
+  commands.push_back(commandOn(Kind::createTable, "people", begin + 3));
+  for (int i = 0; i < 2; ++i) {
+    commands.push_back(commandOn(Kind::insert, "people", begin + 3, someone));
+  }
+  commands.push_back(commandOn(Kind::checkpoint, "", begin + 4));
+
+  const auto directory = newDirectory();
+  auto running = restart(directory, {{Model(), 0}}, begin);
+  ASSERT_TRUE(running);
+  for (const Command& command : commands) ASSERT_NO_FATAL_FAILURE(runAlike(*running, command));
+  running->engine.reset();
+
+  running = restart(directory, {{running->model, 0}}, begin + 5);
+  ASSERT_TRUE(running);
+  EXPECT_TRUE(running->model.live().links.empty());
+  Command erase = commandOn(Kind::erase, "people", begin + 5);
+  erase.where = {"id", "1"};
+  ASSERT_NO_FATAL_FAILURE(runAlike(*running, erase));
+  running->engine.reset();
+
+  running = restart(directory, {{running->model, 0}}, begin + 20);
+  ASSERT_TRUE(running);
+  EXPECT_EQ(running->model.live().links.size(), 1);
+}
+
 }  // namespace
 }  // namespace velmora::crash
