@@ -32,12 +32,12 @@ Comparison comparisonOf(std::string_view op);
 // list.
 struct Block {
   std::size_t size = 0;
+  std::size_t count = 0;  // of the list
   bool hasUnsure = false;
   alignas(64) std::uint8_t mayMatch[Rows::chunkRows];  // 0: no condition so far lets the row in
   // 1: only the row itself can tell. Undefined unless hasUnsure.
   alignas(64) std::uint8_t isUnsure[Rows::chunkRows];
-  // The rows that all conditions let in, ascending.
-  std::size_t count = 0;
+  // The list: the rows that all conditions let in, ascending.
   std::uint16_t places[Rows::chunkRows];
 
   bool isSure(std::size_t place) const noexcept { return !hasUnsure || isUnsure[place] == 0; }
