@@ -51,13 +51,16 @@ std::size_t ColumnValues::OddCells::find(std::size_t place) const noexcept {
 
 const Cell* ColumnValues::oddOf(std::size_t row) const noexcept {
   const std::size_t chunk = Rows::chunkOf(row);
-  if (chunk >= odd_.size() || odd_[chunk] == nullptr) return nullptr;
+  if (!hasOdd(chunk)) return nullptr;
   const OddCells& odd = *odd_[chunk];
   if (odd.flags[Rows::placeOf(row)] == 0) return nullptr;
   return &odd.cells[odd.find(Rows::placeOf(row))];
 }
 
 ColumnValues::OddCells& ColumnValues::oddCells(std::size_t chunk) {
+  const std::size_t section = sectionOf(chunk);
+  if (sections_.size() <= section) sections_.resize(section + 1);
+  if (sections_[section] == nullptr) sections_[section] = std::make_unique<Section>();
   if (odd_.size() <= chunk) odd_.resize(chunk + 1);
   if (odd_[chunk] == nullptr) {
     auto made = std::make_unique<OddCells>();
@@ -68,8 +71,8 @@ ColumnValues::OddCells& ColumnValues::oddCells(std::size_t chunk) {
 }
 
 void ColumnValues::prefetchChunk(std::size_t chunk, std::int64_t now) const noexcept {
-  if (chunk < odd_.size() && odd_[chunk] != nullptr && !odd_[chunk]->holdsAt(now)) {
-    prefetchKept(*odd_[chunk], now, rows_.sizeOf(chunk));
+  if (hasOdd(chunk) && !sections_[sectionOf(chunk)]->holdsAt(now)) {
+    prefetchKept(chunk, now);
   } else {
     prefetchArrays(this->chunk(chunk), rows_.sizeOf(chunk));
   }
@@ -164,7 +167,10 @@ void ColumnValues::append(std::size_t row, std::size_t count) noexcept {
 
 void ColumnValues::removeLast(std::size_t row) noexcept {
   forgetKept(Rows::chunkOf(row));
-  if (isOdd(row)) removeOdd(row);
+  if (isOdd(row)) {
+    removeOdd(row);
+    sectionOfRow(row).states.reset();  // they know of the row
+  }
   if (holdsTexts(kind_)) std::destroy_at(&rows_.at<Text>(row, values_));
 }
 
@@ -253,8 +259,9 @@ void ColumnValues::setTexts(std::span<const std::int32_t> rows, std::string_view
 void ColumnValues::copyTo(std::span<const std::int32_t> rows, const Chunk& to, std::size_t model) {
   const Chunk from = chunk(Rows::chunkOf(model));
   // By copy, or each row's store would have them read again.
-  forEachArray(from, to, [rows, to, model](const auto* source, auto* target) {
-    const auto value = source[Rows::placeOf(model)];
+  forEachArray([rows, from, to, model](auto arrayOf) {
+    auto* const target = arrayOf(to);
+    const auto value = arrayOf(from)[Rows::placeOf(model)];
     for (const std::int32_t row : rows) {
       const std::size_t place = Rows::placeOf(static_cast<std::size_t>(row));
       if (!to.isOdd(place)) target[place] = value;
@@ -320,8 +327,8 @@ void ColumnValues::restore(std::size_t row, const Cell& cell, std::int64_t now) 
 }
 
 void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
-  forgetKept(Rows::chunkOf(row));
   OddCells& odd = oddCells(Rows::chunkOf(row));
+  dropKept(sectionOf(Rows::chunkOf(row)));
   const std::size_t place = Rows::placeOf(row);
   const std::size_t at = odd.find(place);
   const bool isNew = odd.flags[place] == 0;
@@ -338,15 +345,23 @@ void ColumnValues::setOdd(std::size_t row, Cell&& cell, std::int64_t now) {
     odd.cells.insert(odd.cells.begin() + offset, Cell());
   }
   const bool isTimed = cell.tempRule != nullptr;
-  const bool isCurrent = odd.holdsAt(now);
-  if (isTimed) odd.until = std::min(odd.until, isCurrent ? cell.tempRule->nextChange(now) : never);
-  if (isTimed && isCurrent) odd.since = now;
-  const bool areKept = odd.states != nullptr && isTimed && odd.states->makeSingle(place);
-  if (!areKept) odd.states.reset();
+  Section& section = sectionOfRow(row);
+  const bool isCurrent = section.holdsAt(now);
+  if (isTimed) {
+    section.until = std::min(section.until, isCurrent ? cell.tempRule->nextChange(now) : never);
+  }
+  if (isTimed && isCurrent) section.since = now;
+  makeSingle(row);
   odd.flags[place] = isTold ? listed : listed | unclear;
   if (!isTimed && holdsTexts(kind_)) odd.flags[place] |= literal;
   haveRulesChanged_ = haveRulesChanged_ || isTimed || odd.cells[at].tempRule != nullptr;
   odd.cells[at] = std::move(cell);
+}
+
+// Has the states, if there are any, say nothing about the row any more.
+void ColumnValues::makeSingle(std::size_t row) noexcept {
+  auto& states = sectionOfRow(row).states;
+  if (states != nullptr && !states->makeSingle(row % sectionRows)) states.reset();
 }
 
 void ColumnValues::removeOdd(std::size_t row) noexcept {
@@ -354,7 +369,7 @@ void ColumnValues::removeOdd(std::size_t row) noexcept {
   const std::size_t at = odd.find(Rows::placeOf(row));
   const auto offset = static_cast<std::ptrdiff_t>(at);
   odd.flags[Rows::placeOf(row)] = 0;
-  odd.states.reset();
+  makeSingle(row);
   haveRulesChanged_ = haveRulesChanged_ || odd.cells[at].tempRule != nullptr;
   odd.places.erase(odd.places.begin() + offset);
   odd.cells.erase(odd.cells.begin() + offset);

@@ -12,8 +12,9 @@
 // A cell for which that is not enough is odd: a timed value, or a text that is not spelled so (05,
 // 99999999999, or 5.5 where integers belong). Odd cells are kept beside the arrays, a list for each
 // chunk of rows. Of a timed value the array holds the state in force, as far as that can be told by
-// it, and the list knows until when that is right: a scan looks at no rule before. For other
-// seconds a chunk keeps all states of its timed values in arrays as well, arranged by rhythm.
+// it, and it is known until when that is right: a scan looks at no rule before. For other seconds
+// all states of timed values are kept in arrays as well, arranged by rhythm. What concerns time is
+// kept for sections of eight chunks: the fewer they are, the fewer searches tell what all show.
 //
 // Only this room knows which cells are odd. Who scans asks for a chunk's arrays and is told which
 // rows they do not stand for.
@@ -23,6 +24,7 @@
 // reads change nothing that others read, and may be at any second: see chunkAt.
 #pragma once
 
+#include <algorithm>
 #include <bitset>
 #include <cmath>
 #include <cstdint>
@@ -141,15 +143,20 @@ class ColumnValues {
   };
   // What holds for the second `now`.
   Chunk chunk(std::size_t chunk, std::int64_t now) const {
-    if (chunk < odd_.size() && odd_[chunk] != nullptr) keepRight(chunk, now);
+    if (hasOdd(chunk)) keepRight(sectionOf(chunk), now);
     return this->chunk(chunk);
   }
   // The same without looking at timed values: for who asks for these by row.
   Chunk chunk(std::size_t chunk) const noexcept {
-    const bool hasOdd = chunk < odd_.size() && odd_[chunk] != nullptr;
     return {rows_.array<std::byte>(chunk, values_), rows_.array<std::uint8_t>(chunk, codes_),
-            hasOdd ? odd_[chunk]->flags.data() : nullptr};
+            hasOdd(chunk) ? odd_[chunk]->flags.data() : nullptr};
   }
+
+  // Chunks that lie together, as far as time is concerned. A row's place in its section has 16
+  // bits.
+  static constexpr std::size_t sectionChunks = 8;
+  static constexpr std::size_t sectionRows = sectionChunks * Rows::chunkRows;
+  static constexpr std::size_t sectionOf(std::size_t chunk) { return chunk / sectionChunks; }
 
   // The arrays of a chunk as they are at the second `now`, also where others read them at another:
   // then they are a copy, which is kept here and by the column for the next who asks. Any number of
@@ -160,11 +167,11 @@ class ColumnValues {
     std::shared_ptr<const Snapshot> copy;
   };
   ChunkAt chunkAt(std::size_t chunk, std::int64_t now) const;
-  // What the timed values of a chunk show at a second without arrays made of them: each run has the
-  // values that the cells of its places show, but for the single ones of the states, which have to
-  // be asked.
+  // What the timed values of a section show at a second without arrays made of them: each run has
+  // the values that the cells of its places show, but for the single ones of the states, which have
+  // to be asked.
   struct States;
-  struct FreshChunk {
+  struct FreshSection {
     struct Run {
       Chunk arrays{};
       std::span<const std::uint16_t> places;
@@ -175,7 +182,15 @@ class ColumnValues {
   // Reads that, and has it brought into the cache, for who needs it once. No states are given where
   // chunkAt is quicker, and for a second that was asked for before: then the copy is worth making.
   // Threads as there.
-  void readFresh(std::size_t chunk, std::int64_t now, FreshChunk& fresh) const;
+  void readFresh(std::size_t section, std::int64_t now, FreshSection& fresh) const;
+  std::size_t rowsOf(std::size_t section) const noexcept {
+    return std::min(sectionRows, rows_.size() - section * sectionRows);
+  }
+  // Arrays without what lies before a place.
+  Chunk from(const Chunk& arrays, std::size_t place) const noexcept {
+    return {arrays.values + place * width_, arrays.codes + place,
+            arrays.odd == nullptr ? nullptr : arrays.odd + place};
+  }
   // The value of a row at the second `now`; its text lies in the column.
   TypedValue value(std::size_t row, std::int64_t now) const;
   // The same with the arrays of the row's chunk at that second, in which its text may lie.
@@ -188,9 +203,8 @@ class ColumnValues {
   // To be called when the row has come to life or gone: what is kept for readers is no longer
   // right.
   void noteLife(std::size_t row) noexcept {
-    const std::size_t chunk = Rows::chunkOf(row);
-    if (chunk >= odd_.size() || odd_[chunk] == nullptr) return;
-    dropKept(chunk);
+    if (!hasOdd(Rows::chunkOf(row))) return;
+    dropKept(sectionOf(Rows::chunkOf(row)));
     haveRulesChanged_ = haveRulesChanged_ || rule(row) != nullptr;
   }
   // Whether timed values have been set, replaced or removed, or the rows of some have come to life
@@ -253,8 +267,7 @@ class ColumnValues {
   // the values of a chunk with odd cells and for all but integers and texts.
   [[gnu::always_inline]] const std::byte* prefetchPlain(std::size_t row) const noexcept {
     const std::size_t chunk = Rows::chunkOf(row);
-    const bool hasOdd = chunk < odd_.size() && odd_[chunk] != nullptr;
-    if (hasOdd || (kind_ != ValueKind::integer && kind_ != ValueKind::text)) {
+    if (hasOdd(chunk) || (kind_ != ValueKind::integer && kind_ != ValueKind::text)) {
       prefetch(row);
       return nullptr;
     }
@@ -282,22 +295,36 @@ class ColumnValues {
     std::vector<std::uint8_t> flags;    // by row
     std::vector<std::uint16_t> places;  // ascending by row
     std::vector<Cell> cells;
+
+    std::size_t find(std::size_t place) const noexcept;
+  };
+  // What is known of time about the odd cells of a section. Its arrays are those of the chunks that
+  // have odd cells.
+  struct Section {
     // The seconds for which the arrays are right.
     std::int64_t since = std::numeric_limits<std::int64_t>::min();
     std::int64_t until = std::numeric_limits<std::int64_t>::max();
 
     // What readers have made for those who come: the last two snapshots, when a live value changes
     // next while the arrays are right, the last second read without a snapshot, and the states.
-    mutable std::mutex guard;  // of these
-    mutable std::shared_ptr<const Snapshot> snapshots[2];
-    mutable std::size_t newerSnapshot = 0;
-    mutable std::optional<std::int64_t> next;
-    mutable std::optional<FreshSecond> fresh;
-    mutable std::unique_ptr<States> states;
+    std::mutex guard;  // of these
+    std::shared_ptr<const Snapshot> snapshots[2];
+    std::size_t newerSnapshot = 0;
+    std::optional<std::int64_t> next;
+    std::optional<FreshSecond> fresh;
+    std::unique_ptr<States> states;
 
     bool holdsAt(std::int64_t now) const noexcept { return since <= now && now < until; }
-    std::size_t find(std::size_t place) const noexcept;
+    // Needs the guard.
+    const std::shared_ptr<const Snapshot>* snapshotAt(std::int64_t now) const noexcept;
   };
+  // The arrays of a section's chunks into which is put what its cells show; null where a chunk has
+  // no odd cells.
+  struct Targets {
+    Chunk arrays[sectionChunks]{};
+    std::uint8_t* flags[sectionChunks]{};
+  };
+  class DeletedPlaces;
 
   static bool holdsTexts(ValueKind kind) noexcept {
     return kind == ValueKind::text || kind == ValueKind::unknown;
@@ -309,18 +336,25 @@ class ColumnValues {
     return std::isnan(value) ? TypedValue() : TypedValue::ofReal(value);
   }
   TypedValue oddValue(std::size_t row, std::int64_t now) const;
+  bool hasOdd(std::size_t chunk) const noexcept {
+    return chunk < odd_.size() && odd_[chunk] != nullptr;
+  }
   OddCells& oddCells(std::size_t chunk);
+  Section& sectionOfRow(std::size_t row) const noexcept {
+    return *sections_[sectionOf(Rows::chunkOf(row))];
+  }
   bool store(const Chunk& chunk, std::size_t place, std::string_view text) const;
   void copyTo(std::span<const std::int32_t> rows, const Chunk& to, std::size_t model);
   void setOdd(std::size_t row, Cell&& cell, std::int64_t now);
   void removeOdd(std::size_t row) noexcept;
+  void makeSingle(std::size_t row) noexcept;
   std::string_view plainText(std::size_t row, TextRoom& room) const;
-  void keepRight(std::size_t chunk, std::int64_t now) const;
-  void refresh(std::size_t chunk, OddCells& odd, std::int64_t now) const;
+  void keepRight(std::size_t section, std::int64_t now) const;
+  void refresh(std::size_t section, std::int64_t now) const;
   void forgetKept(std::size_t chunk) noexcept {
-    if (chunk < odd_.size() && odd_[chunk] != nullptr) dropKept(chunk);
+    if (hasOdd(chunk)) dropKept(sectionOf(chunk));
   }
-  void dropKept(std::size_t chunk) noexcept;
+  void dropKept(std::size_t section) noexcept;
   // Inlined always: gcc leaves calls of a function out that does nothing but prefetch.
   [[gnu::always_inline]] void prefetchArrays(const Chunk& arrays,
                                              std::size_t count) const noexcept {
@@ -336,35 +370,41 @@ class ColumnValues {
       __builtin_prefetch(static_cast<const std::byte*>(bytes) + i, 0, second);
     }
   }
-  void prefetchKept(const OddCells& odd, std::int64_t now, std::size_t count) const noexcept;
-  // Calls use(source, target) with each of the arrays.
+  void prefetchKept(std::size_t chunk, std::int64_t now) const noexcept;
+  // Calls use(arrayOf) for each of the arrays: arrayOf(chunk) is where it begins.
   template <typename Use>
-  void forEachArray(const Chunk& from, const Chunk& to, Use use) const;
+  void forEachArray(Use use) const;
   Arrays makeArrays(std::size_t count) const;
+  // Calls use(number, odd) with the chunks of the section that have odd cells, counted from its
+  // first one.
+  template <typename Use>
+  void forEachOdd(std::size_t section, Use use) const;
   // What follows needs the guard, or that nobody else reads.
-  std::unique_ptr<States> makeStates(const OddCells& odd) const;
+  std::unique_ptr<States> makeStates(std::size_t section) const;
   std::size_t memoryBytesOf(const States& states) const;
-  void storeStates(const OddCells& odd, States& states) const;
-  static const States* statesAt(const OddCells& odd, std::int64_t now);
+  void storeStates(std::size_t section, States& states) const;
+  template <typename PlaceAt>
+  void prefetchRulesAt(std::size_t section, std::size_t count, std::size_t i,
+                       PlaceAt placeAt) const;
+  const States* statesAt(std::size_t section, std::int64_t now) const;
   template <typename Use>
-  static void forEachSingle(const OddCells& odd, std::int64_t now, Use use);
-  void showGroups(const States& states, std::int64_t now, const Chunk& to,
-                  std::uint8_t* flags) const;
-  std::int64_t show(const OddCells& odd, std::int64_t now, const Chunk& to,
-                    std::uint8_t* flags) const;
+  void forEachSingle(std::size_t section, std::int64_t now, Use use) const;
+  void showGroups(const States& states, std::optional<std::int64_t> before, std::int64_t now,
+                  const Targets& to) const;
+  std::int64_t show(std::size_t section, std::optional<std::int64_t> before, std::int64_t now,
+                    const Targets& to) const;
   // Calls use(group, state, first, last, firstValue) with the runs of all groups at a usual second,
-  // and where the values of each begin.
+  // or with the parts of these that have changed since one before, and where the values of each
+  // begin.
   template <typename Use>
-  static void forEachRun(const States& states, std::int64_t now, Use use);
-  Chunk valuesOf(const States& states, std::size_t first) const noexcept;
-  static std::int64_t nextOfGroups(const OddCells& odd, std::int64_t now,
-                                   const std::uint8_t* deleted);
-  static std::int64_t nextOfSingle(const OddCells& odd, std::int64_t now,
-                                   const std::uint8_t* deleted);
-  static std::int64_t nextChange(const OddCells& odd, std::int64_t now,
-                                 const std::uint8_t* deleted);
-  std::shared_ptr<const Snapshot> snapshot(std::size_t chunk, std::int64_t now) const;
-  std::int64_t nextChange(std::size_t chunk, std::int64_t now) const;
+  static void forEachRun(const States& states, std::optional<std::int64_t> before, std::int64_t now,
+                         Use use);
+  std::int64_t nextOfGroups(std::size_t section, std::int64_t now,
+                            const DeletedPlaces& deleted) const;
+  std::int64_t nextOfSingle(std::size_t section, std::int64_t now,
+                            const DeletedPlaces& deleted) const;
+  std::shared_ptr<const Snapshot> snapshot(std::size_t section, std::int64_t now) const;
+  std::int64_t nextChangeOf(std::size_t section, std::int64_t now) const;
 
   ValueKind kind_;
   Rows& rows_;
@@ -372,48 +412,54 @@ class ColumnValues {
   std::size_t values_;                          // the array of the values
   std::size_t codes_;                           // of the codes; the same for bools
   std::vector<std::unique_ptr<OddCells>> odd_;  // by chunk; shorter, or null, where there are none
+  std::vector<std::unique_ptr<Section>> sections_;  // the same
   bool haveRulesChanged_ = false;
 };
 
-// What the timed values of a chunk show, all of them at any second.
+// What the timed values of a section show, all of them at any second.
 struct ColumnValues::States {
   std::vector<RhythmGroup> groups;
   // Those that are asked one by one, whatever the groups say of them: the ones of which rules are
-  // not usual or rhythms rare, and those that have changed since.
+  // not usual or rhythms rare, and those that have changed since, also to values that are not
+  // timed.
   std::vector<std::uint16_t> single;
-  std::bitset<Rows::chunkRows> isSingle;
+  std::bitset<sectionRows> isSingle;
+  // The second, if any, for which what the groups say was put into the section's arrays.
+  std::optional<std::int64_t> shown;
   // Of the groups, one behind the other, the values of each state in the group's order; the odd
   // ones are null where the arrays tell all.
   Arrays values;
 
   bool makeSingle(std::size_t place) noexcept;
   bool areAllGrouped(std::size_t rows) const noexcept;
-  bool isSkipped(std::size_t place, const std::uint8_t* deleted) const noexcept;
+  bool isSkipped(std::size_t place, const DeletedPlaces& deleted) const noexcept;
 };
 
 template <typename Use>
-void ColumnValues::forEachArray(const Chunk& from, const Chunk& to, Use use) const {
+void ColumnValues::forEachArray(Use use) const {
   switch (kind_) {
     case ValueKind::integer:
-      use(from.numbers(), to.numbers());
+      use([](const Chunk& chunk) { return chunk.numbers(); });
       break;
     case ValueKind::real:
-      use(from.reals(), to.reals());
+      use([](const Chunk& chunk) { return chunk.reals(); });
       break;
     case ValueKind::longInteger:
-      use(from.longs(), to.longs());
+      use([](const Chunk& chunk) { return chunk.longs(); });
       break;
     case ValueKind::doubleReal:
-      use(from.doubles(), to.doubles());
+      use([](const Chunk& chunk) { return chunk.doubles(); });
       break;
     case ValueKind::boolean:
       break;  // its code is all
     case ValueKind::text:
     case ValueKind::unknown:
-      use(from.texts(), to.texts());
+      use([](const Chunk& chunk) { return chunk.texts(); });
       break;
   }
-  if (codes_ != values_ || kind_ == ValueKind::boolean) use(from.codes, to.codes);
+  if (codes_ != values_ || kind_ == ValueKind::boolean) {
+    use([](const Chunk& chunk) { return chunk.codes; });
+  }
 }
 
 // Reads a column row by row at one second, quickly where the next row is near the one before. The

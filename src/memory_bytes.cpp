@@ -29,14 +29,18 @@ std::size_t ColumnValues::memoryBytes() const {
     if (odd == nullptr) continue;
     bytes += sizeof *odd + odd->flags.capacity() + odd->places.capacity() * sizeof odd->places[0] +
              odd->cells.capacity() * sizeof(Cell);
-    const std::lock_guard lock(odd->guard);
-    if (odd->states != nullptr) bytes += memoryBytesOf(*odd->states);
     for (const Cell& cell : odd->cells) {
       bytes += cell.value.memoryBytes();
       if (cell.tempRule == nullptr) continue;
       bytes += sizeof(TempRule) + cell.tempRule->states.capacity() * sizeof(TempState);
       for (const TempState& state : cell.tempRule->states) bytes += state.value.memoryBytes();
     }
+  }
+  for (const auto& section : sections_) {
+    if (section == nullptr) continue;
+    bytes += sizeof *section;
+    const std::lock_guard lock(section->guard);
+    if (section->states != nullptr) bytes += memoryBytesOf(*section->states);
   }
   return bytes;
 }

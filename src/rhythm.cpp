@@ -4,8 +4,8 @@
 namespace velmora {
 namespace {
 
-// How many values one pivot stands for: their first changes are four lines of memory.
-constexpr std::size_t pivotDistance = 32;
+// How many values one pivot stands for: in a large group as many as there are pivots, about.
+constexpr std::size_t pivotDistance = 128;
 
 // Behind every usual second, however far that lies from another one.
 constexpr std::int64_t endless = std::int64_t{1} << 62;

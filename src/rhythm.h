@@ -68,6 +68,9 @@ class RhythmGroup {
   // course's states at a usual second, until all were there.
   template <typename Use>
   void forEachRun(std::int64_t now, Use use) const;
+  // The same for those alone that show another state than at another usual second.
+  template <typename Use>
+  void forEachChange(std::int64_t before, std::int64_t now, Use use) const;
   // The first second behind `now` at which one of such a run shows another text whose place is not
   // skipped.
   template <typename IsSkipped>
@@ -114,6 +117,27 @@ void RhythmGroup::forEachRun(std::int64_t now, Use use) const {
     lastPhase = firstPhase;
     last = first;
   }
+}
+
+template <typename Use>
+void RhythmGroup::forEachChange(std::int64_t before, std::int64_t now, Use use) const {
+  struct Run {
+    std::size_t state;
+    std::size_t first;
+    std::size_t last;
+  };
+  std::vector<Run> runs;  // of then: side by side, once sorted
+  forEachRun(before, [&](std::size_t state, std::size_t first, std::size_t last) {
+    runs.push_back({state, first, last});
+  });
+  std::sort(runs.begin(), runs.end(), [](const Run& a, const Run& b) { return a.first < b.first; });
+  forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
+    auto run = std::partition_point(runs.begin(), runs.end(),
+                                    [=](const Run& each) { return each.last <= first; });
+    for (; run != runs.end() && run->first < last; ++run) {
+      if (run->state != state) use(state, std::max(first, run->first), std::min(last, run->last));
+    }
+  });
 }
 
 // Those that cycle and have not changed yet are anywhere in the order.

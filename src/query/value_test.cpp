@@ -149,11 +149,13 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
     return;
   }
   if (!hasRange_) makeRange();
-  const Ahead& ahead = ahead_[chunk % 2];
-  ColumnValues::FreshChunk own;
-  if (ahead.chunk != chunk) column_->readFresh(chunk, now, own);
-  const ColumnValues::FreshChunk& fresh = ahead.chunk == chunk ? ahead.fresh : own;
-  if (fresh.states != nullptr) return decideFresh(fresh, chunk, now, size, matches);
+  Fresh& fresh = freshOf(chunk, now);
+  if (fresh.values.states != nullptr) {
+    if (!fresh.isDecided) decideFresh(fresh, now);
+    const std::size_t first = chunk % ColumnValues::sectionChunks * Rows::chunkRows;
+    std::copy_n(fresh.matches.data() + first, size, matches);
+    return;
+  }
   const ColumnValues::ChunkAt at = column_->chunkAt(chunk, now);
   decideArrays(at.arrays, size, matches);
   if (at.arrays.odd == nullptr) return;
@@ -164,10 +166,18 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
 }
 
 void ValueTest::prefetch(std::size_t chunk, std::int64_t now) {
-  Ahead& ahead = ahead_[chunk % 2];
-  ahead.chunk = chunk;
-  column_->readFresh(chunk, now, ahead.fresh);
-  if (ahead.fresh.states == nullptr) column_->prefetchChunk(chunk, now);
+  if (freshOf(chunk, now).values.states == nullptr) column_->prefetchChunk(chunk, now);
+}
+
+ValueTest::Fresh& ValueTest::freshOf(std::size_t chunk, std::int64_t now) {
+  const std::size_t section = ColumnValues::sectionOf(chunk);
+  Fresh& fresh = fresh_[section % 2];
+  if (fresh.section != section) {
+    column_->readFresh(section, now, fresh.values);
+    fresh.section = section;
+    fresh.isDecided = false;
+  }
+  return fresh;
 }
 
 void ValueTest::makeRange() {
@@ -193,38 +203,68 @@ void ValueTest::makeRange() {
   }
 }
 
-void ValueTest::decideFresh(const ColumnValues::FreshChunk& fresh, std::size_t chunk,
-                            std::int64_t now, std::size_t size, std::uint8_t* matches) const {
-  const ColumnValues::Chunk arrays = column_->chunk(chunk);
+void ValueTest::decideFresh(Fresh& fresh, std::int64_t now) const {
+  const ColumnValues::FreshSection& values = fresh.values;
+  const std::size_t firstChunk = fresh.section * ColumnValues::sectionChunks;
+  const std::size_t size = column_->rowsOf(fresh.section);
+  fresh.isDecided = true;
+  fresh.matches.resize(size);
+  std::uint8_t* const matches = fresh.matches.data();
   const auto ask = [&](std::size_t place) {
-    matches[place] = static_cast<std::uint8_t>(matchesRow(chunk * Rows::chunkRows + place, now));
+    matches[place] =
+        static_cast<std::uint8_t>(matchesRow(firstChunk * Rows::chunkRows + place, now));
   };
-  if (fresh.states->areAllGrouped(size)) {
+  if (values.states->areAllGrouped(size)) {
     std::fill_n(matches, size, std::uint8_t{0});
   } else {  // the arrays are right for cells that are not timed
-    decideArrays(arrays, size, matches);
-    for (const auto& run : fresh.runs) {
+    for (std::size_t first = 0; first < size; first += Rows::chunkRows) {
+      const ColumnValues::Chunk arrays = column_->chunk(firstChunk + Rows::chunkOf(first));
+      const std::size_t count = std::min(Rows::chunkRows, size - first);
+      decideArrays(arrays, count, matches + first);
+      if (arrays.odd == nullptr) continue;
+      forEachSet(arrays.odd, count, ColumnValues::unclear,
+                 [&](std::size_t place) { ask(first + place); });
+    }
+    for (const auto& run : values.runs) {
       for (const std::uint16_t place : run.places) matches[place] = 0;
     }
-    if (arrays.odd != nullptr) forEachSet(arrays.odd, size, ColumnValues::unclear, ask);
   }
-  alignas(64) std::uint8_t passes[Rows::chunkRows];
-  const std::uint16_t* found[Rows::chunkRows];  // places, on their way into the cache
-  std::size_t count = 0;
-  for (const auto& run : fresh.runs) {
-    decideArrays(run.arrays, run.places.size(), passes);
-    forEachSet(passes, run.places.size(), 1, [&](std::size_t i) {
-      found[count++] = &run.places[i];
-      __builtin_prefetch(&run.places[i]);
-    });
-  }
-  for (std::size_t i = 0; i < count; ++i) matches[*found[i]] = 1;
-  for (const auto& run : fresh.runs) {
+  decideRuns(values.runs, matches);
+  for (const auto& run : values.runs) {
     if (run.arrays.odd == nullptr) break;
     forEachSet(run.arrays.odd, run.places.size(), ColumnValues::unclear,
                [&](std::size_t i) { ask(run.places[i]); });
   }
-  for (const std::uint16_t place : fresh.states->single) ask(place);
+  for (const std::uint16_t place : values.states->single) ask(place);
+}
+
+// Marks the places of the values that pass. They are on their way into the cache while the values
+// that follow are decided.
+void ValueTest::decideRuns(const std::vector<ColumnValues::FreshSection::Run>& runs,
+                           std::uint8_t* matches) const {
+  alignas(64) std::uint8_t passes[Rows::chunkRows];
+  std::uint16_t passing[Rows::chunkRows];
+  const std::uint16_t* found[2][Rows::chunkRows];
+  std::size_t counts[2] = {0, 0};
+  std::size_t newer = 0;
+  const auto markOlder = [&] {
+    newer ^= 1;
+    for (std::size_t i = 0; i < counts[newer]; ++i) matches[*found[newer][i]] = 1;
+  };
+  for (const auto& run : runs) {
+    for (std::size_t first = 0; first < run.places.size(); first += Rows::chunkRows) {
+      const std::size_t size = std::min(Rows::chunkRows, run.places.size() - first);
+      decideArrays(column_->from(run.arrays, first), size, passes);
+      const std::size_t count = placesOf(passes, size, passing);
+      for (std::size_t i = 0; i < count; ++i) {
+        found[newer][i] = &run.places[first + passing[i]];
+        __builtin_prefetch(found[newer][i]);
+      }
+      counts[newer] = count;
+      markOlder();
+    }
+  }
+  markOlder();
 }
 
 void ValueTest::decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,

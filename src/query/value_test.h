@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "../column.h"
 #include "../strict/statement.h"
@@ -37,13 +38,19 @@ class ValueTest {
   void decide(std::size_t chunk, std::int64_t now, std::size_t size, std::uint8_t* matches);
 
  private:
-  struct Ahead {
-    std::size_t chunk = static_cast<std::size_t>(-1);
-    ColumnValues::FreshChunk fresh;
+  // A section of the column's chunks, if no arrays tell what it shows: what has been read of it,
+  // and what decide found out for all of its rows when it came to the first ones.
+  struct Fresh {
+    std::size_t section = static_cast<std::size_t>(-1);
+    ColumnValues::FreshSection values;
+    std::vector<std::uint8_t> matches;
+    bool isDecided = false;
   };
 
-  void decideFresh(const ColumnValues::FreshChunk& fresh, std::size_t chunk, std::int64_t now,
-                   std::size_t size, std::uint8_t* matches) const;
+  Fresh& freshOf(std::size_t chunk, std::int64_t now);
+  void decideFresh(Fresh& fresh, std::int64_t now) const;
+  void decideRuns(const std::vector<ColumnValues::FreshSection::Run>& runs,
+                  std::uint8_t* matches) const;
   void decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,
                     std::uint8_t* matches) const;
   void decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,
@@ -60,7 +67,7 @@ class ValueTest {
   bool hasRange_ = false;
   ValueRange<std::int64_t> integers_;
   ValueRange<double> reals_;
-  Ahead ahead_[2];  // what has been read of a chunk by prefetch
+  Fresh fresh_[2];  // of even sections and of odd ones
 };
 
 }  // namespace velmora::query

@@ -160,6 +160,17 @@ TEST(QueryFilter, refusesUnknownNamesAndValuesThatCannotBeCompared) {
             "9 Column 'o' of type bool cannot be compared with a number at 3");
 }
 
+TEST(QueryFilter, asksNothingOfTimedRowsThatWereTakenBack) {
+  Table table("t", {{"c", "int", 2}});
+  for (int i = 0; i < 20; ++i) add(table, timedCell(ruleOf({{"1", 10}, {"2", 10}}, true, 0)));
+  const strict::Filter isTwo = {where("c", Operator::equal, 2)};
+  EXPECT_EQ(rowsPassing(table, isTwo, 35).size(), 20U);
+  table.removeLastRow();
+  EXPECT_EQ(rowsPassing(table, isTwo, 15).size(), 19U);
+  addRow(table, {number(2)});
+  EXPECT_EQ(rowsPassing(table, isTwo, 25), (Found{19}));
+}
+
 TEST(QueryFilter, stopsWhenItIsInterrupted) {
   const Table table = tableWith("int", {number(1)});
   Interrupts interrupts;

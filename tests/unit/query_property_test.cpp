@@ -182,7 +182,7 @@ std::string lineOf(const Table& table, std::size_t row, std::int64_t now) {
   return line;
 }
 
-constexpr std::size_t rowsOfTables[] = {60, 2500, 4500};
+constexpr std::size_t rowsOfTables[] = {60, 4500, ColumnValues::sectionRows + 2500};
 
 TEST(QueryProperty, rowsAreThoseOfAWalk) {
   for (unsigned seed = 1; seed <= 12; ++seed) {

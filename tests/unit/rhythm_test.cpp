@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -55,7 +56,8 @@ Grouped grouped(Choices& choices, const TempRule& model, std::int64_t range) {
   Course course;
   EXPECT_TRUE(course.take(model));
   Grouped made{{}, RhythmGroup(course.rhythm), 0};
-  for (std::int64_t i = choices.within(0, 20); i >= 0; --i) {
+  const std::int64_t most = choices.oneIn(40) ? 600 : 20;
+  for (std::int64_t i = choices.within(0, most); i >= 0; --i) {
     TempRule rule = model;
     rule.startTime = choices.within(-range, range);
     EXPECT_TRUE(course.take(rule));
@@ -99,6 +101,44 @@ TEST(Rhythms, tellWhatTheRulesTellOneByOne) {
     const Grouped made = grouped(choices, model, 60);
     for (int i = 0; i < 30; ++i) {
       ASSERT_NO_FATAL_FAILURE(checkAt(made, choices.within(-120, 200))) << round;
+    }
+  }
+}
+
+// The states of the places at a second, or of those that have changed since one before.
+std::map<std::uint16_t, std::size_t> statesAt(const RhythmGroup& group, std::int64_t now) {
+  std::map<std::uint16_t, std::size_t> states;
+  group.forEachRun(now, [&](std::size_t state, std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i) states.emplace(group.places()[i], state);
+  });
+  return states;
+}
+std::map<std::uint16_t, std::size_t> changes(const RhythmGroup& group, std::int64_t before,
+                                             std::int64_t now) {
+  std::map<std::uint16_t, std::size_t> states;
+  group.forEachChange(before, now, [&](std::size_t state, std::size_t first, std::size_t last) {
+    for (std::size_t i = first; i < last; ++i) {
+      EXPECT_TRUE(states.emplace(group.places()[i], state).second);
+    }
+  });
+  return states;
+}
+
+TEST(Rhythms, tellWhichHaveChangedBetweenTwoSeconds) {
+  Choices choices(9);
+  for (int round = 0; round < 1000; ++round) {
+    const TempRule model = choices.rule(Texts{"a", "b", "c"}, 0, 0);
+    Course course;
+    if (!course.take(model)) continue;
+    const Grouped made = grouped(choices, model, 60);
+    for (int i = 0; i < 10; ++i) {
+      const std::int64_t before = choices.within(-120, 200);
+      const std::int64_t now = choices.oneIn(2) ? before + choices.within(0, 5)  // mostly so
+                                                : choices.within(-120, 200);
+      const auto old = statesAt(made.group, before);
+      auto expected = statesAt(made.group, now);
+      std::erase_if(expected, [&](const auto& each) { return old.at(each.first) == each.second; });
+      ASSERT_EQ(changes(made.group, before, now), expected) << before << ' ' << now;
     }
   }
 }

@@ -82,12 +82,12 @@ TEST(TypedColumns, areToldApartFromThoseOfPlainTables) {
   EXPECT_EQ(valueKind("/double"), ValueKind::doubleReal);
 }
 
-// Rows of all sorts, some deleted, in somewhat more than a chunk.
+// Rows of all sorts, some deleted; if many, in somewhat more than a section.
 Table someTable(const std::string& type, unsigned seed) {
   Choices choices(seed);
   const Texts texts = textsFor(valueKind(type));
   Table table = tableOf(type);
-  const std::size_t count = seed % 2 == 0 ? 40 : Rows::chunkRows + 30;
+  const std::size_t count = seed % 2 == 0 ? 40 : ColumnValues::sectionRows + 30;
   for (std::size_t row = 0; row < count; ++row) {
     const bool isTimed = choices.oneIn(seed % 3 == 0 ? 1 : 5);
     add(table, isTimed ? timedCell(choices.rule(texts, -60, 60)) : plainCell(choices.of(texts)));
@@ -138,6 +138,22 @@ TEST(TypedColumns, keepNoCopyOfWhatHasChanged) {
   add(table, plainCell("10"));
   EXPECT_EQ(numberAt(2), 10);
   EXPECT_EQ(table.values(0).nextChange(5), never);
+}
+
+TEST(TypedColumns, keepNoCopyThatLacksAChunkOfItsSection) {
+  Table table = tableOf("int");
+  table.appendRows(Rows::chunkRows);
+  const std::size_t other = table.appendRow();
+  table.set(0, 0, timedCell(ruleOf({{"1", 10}, {"2", 10}}, true, 0)), 0);
+  const auto numberAt = [&](std::size_t row) {
+    return table.values(0).chunkAt(Rows::chunkOf(row), 15).arrays.numbers()[Rows::placeOf(row)];
+  };
+  EXPECT_EQ(numberAt(0), 2);
+  EXPECT_EQ(numberAt(other), 0);
+  table.set(other, 0, timedCell(ruleOf({{"3", 12}, {"4", 10}}, true, 0)), 0);
+  EXPECT_EQ(numberAt(other), 4);
+  EXPECT_EQ(numberAt(0), 2);
+  EXPECT_EQ(table.values(0).nextChange(10), 12);
 }
 
 // The first second behind `now` at which a live row shows another text.
