@@ -4,9 +4,6 @@
 namespace velmora {
 namespace {
 
-// How many values one pivot stands for: in a large group as many as there are pivots, about.
-constexpr std::size_t pivotDistance = 128;
-
 // Behind every usual second, however far that lies from another one.
 constexpr std::int64_t endless = std::int64_t{1} << 62;
 
@@ -77,9 +74,12 @@ void RhythmGroup::sort() {
     firstChanges_[i] = entries[i].firstChange;
     places_[i] = entries[i].place;
   }
-  pivots_.clear();
-  for (std::size_t i = 0; i < entries.size(); i += pivotDistance) {
-    pivots_.push_back(entries[i].phase);
+  blocks_.clear();
+  for (std::size_t i = 0; i < entries.size(); i += blockSize) {
+    const auto first = firstChanges_.begin() + static_cast<std::ptrdiff_t>(i);
+    const auto [earliest, latest] = std::minmax_element(
+        first, first + static_cast<std::ptrdiff_t>(std::min(blockSize, entries.size() - i)));
+    blocks_.push_back({entries[i].phase, *earliest, *latest});
   }
   firstChanges_.shrink_to_fit();
   places_.shrink_to_fit();
@@ -88,22 +88,36 @@ void RhythmGroup::sort() {
 std::size_t RhythmGroup::memoryBytes() const noexcept {
   return sizeof *this + rhythm_.ends.capacity() * sizeof rhythm_.ends[0] +
          firstChanges_.capacity() * sizeof firstChanges_[0] +
-         places_.capacity() * sizeof places_[0] + pivots_.capacity() * sizeof pivots_[0];
+         places_.capacity() * sizeof places_[0] + blocks_.capacity() * sizeof blocks_[0];
 }
 
 // In the cold, a search among all waits for memory at each step; here it waits twice.
 std::size_t RhythmGroup::firstBehind(std::int64_t phase) const noexcept {
-  std::size_t pivots = 0;
-  for (const std::int64_t pivot : pivots_) pivots += pivot <= phase ? 1 : 0;
-  if (pivots == 0) return 0;
-  const std::size_t end = std::min(pivots * pivotDistance, firstChanges_.size());
-  const std::int64_t* const first = firstChanges_.data() + (pivots - 1) * pivotDistance;
+  std::size_t count = 0;
+  for (const Block& block : blocks_) count += block.phase <= phase ? 1 : 0;
+  if (count == 0) return 0;
+  const std::size_t end = std::min(count * blockSize, firstChanges_.size());
+  const std::int64_t* const first = firstChanges_.data() + (count - 1) * blockSize;
   const std::int64_t* const last = firstChanges_.data() + end;
   for (const std::int64_t* line = first; line < last; line += 8) __builtin_prefetch(line);
   return static_cast<std::size_t>(
       std::partition_point(first, last,
                            [&](std::int64_t second) { return phaseOf(second) <= phase; }) -
       firstChanges_.data());
+}
+
+// The first one behind `first` that is before its first change if that is not, or the other way
+// round.
+std::size_t RhythmGroup::endOfEqual(std::int64_t now, std::size_t first,
+                                    std::size_t last) const noexcept {
+  const bool isWaiting = firstChanges_[first] > now;
+  std::size_t i = first + 1;
+  while (i < last && (firstChanges_[i] > now) == isWaiting) {
+    const Block& block = blocks_[i / blockSize];
+    const bool areEqual = isWaiting ? block.earliest > now : block.latest <= now;
+    i = areEqual ? behindBlock(i) : i + 1;
+  }
+  return std::min(i, last);
 }
 
 std::int64_t RhythmGroup::changeOf(std::size_t i, std::size_t state,

@@ -92,9 +92,19 @@ class RhythmGroup {
               Use use) const;
 
   Rhythm rhythm_;
+  // So many values that lie side by side; in a large group about as many as it has blocks.
+  static constexpr std::size_t blockSize = 128;
+  struct Block {
+    std::int64_t phase;     // of the first one
+    std::int64_t earliest;  // of their first changes
+    std::int64_t latest;
+  };
+  static std::size_t behindBlock(std::size_t i) noexcept { return i - i % blockSize + blockSize; }
+  std::size_t endOfEqual(std::int64_t now, std::size_t first, std::size_t last) const noexcept;
+
   std::vector<std::int64_t> firstChanges_;
   std::vector<std::uint16_t> places_;
-  std::vector<std::int64_t> pivots_;  // the phases of some, equally far apart
+  std::vector<Block> blocks_;
   std::int64_t latest_ = std::numeric_limits<std::int64_t>::min();  // first change
 };
 
@@ -144,14 +154,10 @@ void RhythmGroup::forEachChange(std::int64_t before, std::int64_t now, Use use) 
 template <typename Use>
 void RhythmGroup::cutRun(std::int64_t now, std::size_t state, std::size_t first, std::size_t last,
                          Use use) const {
-  const auto isWaiting = [&](std::size_t i) { return firstChanges_[i] > now; };
   while (first < last) {
-    std::size_t end = last;
-    if (cycles() && latest_ > now) {
-      end = first + 1;
-      while (end < last && isWaiting(end) == isWaiting(first)) ++end;
-    }
-    use(isWaiting(first) ? stateCount() - 1 : state, first, end);
+    const bool areMixed = cycles() && latest_ > now;
+    const std::size_t end = areMixed ? endOfEqual(now, first, last) : last;
+    use(firstChanges_[first] > now ? stateCount() - 1 : state, first, end);
     first = end;
   }
 }
@@ -159,12 +165,16 @@ void RhythmGroup::cutRun(std::int64_t now, std::size_t state, std::size_t first,
 template <typename IsSkipped>
 std::int64_t RhythmGroup::nextOfRun(std::int64_t now, std::size_t state, std::size_t first,
                                     std::size_t last, IsSkipped isSkipped) const {
+  // The first one changes first, but of cycling ones before their first change any one may.
+  const bool isAny = cycles() && first < last && firstChanges_[first] > now;
   std::int64_t next = never;
   for (std::size_t i = first; i < last; ++i) {
-    if (isSkipped(places_[i])) continue;
-    next = std::min(next, changeOf(i, state, now));
-    // The others of the run change later, but for cycling ones before their first change.
-    if (!cycles() || firstChanges_[i] <= now) break;
+    if (isAny && blocks_[i / blockSize].earliest >= next) {
+      i = behindBlock(i) - 1;
+    } else if (!isSkipped(places_[i])) {
+      next = std::min(next, changeOf(i, state, now));
+      if (!isAny) break;
+    }
   }
   return next;
 }
