@@ -165,15 +165,18 @@ void RhythmGroup::cutRun(std::int64_t now, std::size_t state, std::size_t first,
 template <typename IsSkipped>
 std::int64_t RhythmGroup::nextOfRun(std::int64_t now, std::size_t state, std::size_t first,
                                     std::size_t last, IsSkipped isSkipped) const {
-  // The first one changes first, but of cycling ones before their first change any one may.
-  const bool isAny = cycles() && first < last && firstChanges_[first] > now;
+  // Of cycling ones before their first change any one may be the next; of others it is the first.
+  const bool areWaiting = cycles() && first < last && firstChanges_[first] > now;
   std::int64_t next = never;
   for (std::size_t i = first; i < last; ++i) {
-    if (isAny && blocks_[i / blockSize].earliest >= next) {
-      i = behindBlock(i) - 1;
+    if (areWaiting) {
+      if (i % blockSize == 0 && blocks_[i / blockSize].earliest >= next) {
+        i = behindBlock(i) - 1;
+      } else if (firstChanges_[i] < next && !isSkipped(places_[i])) {
+        next = firstChanges_[i];
+      }
     } else if (!isSkipped(places_[i])) {
-      next = std::min(next, changeOf(i, state, now));
-      if (!isAny) break;
+      return changeOf(i, state, now);
     }
   }
   return next;
