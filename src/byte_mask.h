@@ -77,9 +77,10 @@ inline std::size_t placesOf(const std::uint8_t* bytes, std::size_t size,
       std::memcpy(last, here, size - first);
       here = last;
     }
-    auto [bits, count] = SixtyFour(here);
+    const SixtyFour set(here);
+    std::uint64_t bits = set.bits;
     std::uint16_t* to = out + found;
-    found += count;
+    found += set.count;
     const auto writeNext = [&] {
       const int next = std::countr_zero(bits | std::uint64_t{1} << 63);  // never of 0: no branch
       *to++ = static_cast<std::uint16_t>(first + static_cast<std::size_t>(next));
