@@ -14,7 +14,8 @@
 // chunk of rows. Of a timed value the array holds the state in force, as far as that can be told by
 // it, and it is known until when that is right: a scan looks at no rule before. For other seconds
 // all states of timed values are kept in arrays as well, arranged by rhythm. What concerns time is
-// kept for sections of eight chunks: the fewer they are, the fewer searches tell what all show.
+// kept for sections of four chunks: the fewer they are, the fewer searches tell what all show, and
+// the longer it takes to arrange one.
 //
 // Only this room knows which cells are odd. Who scans asks for a chunk's arrays and is told which
 // rows they do not stand for.
@@ -154,7 +155,7 @@ class ColumnValues {
 
   // Chunks that lie together, as far as time is concerned. A row's place in its section has 16
   // bits.
-  static constexpr std::size_t sectionChunks = 8;
+  static constexpr std::size_t sectionChunks = 4;
   static constexpr std::size_t sectionRows = sectionChunks * Rows::chunkRows;
   static constexpr std::size_t sectionOf(std::size_t chunk) { return chunk / sectionChunks; }
 
