@@ -61,6 +61,7 @@ class ColumnValues::DeletedPlaces {
       hasSome_ = hasSome_ || marks_[i] != nullptr;
     }
   }
+  bool hasSome() const noexcept { return hasSome_; }
   bool has(std::size_t place) const noexcept {
     if (!hasSome_) return false;
     const std::uint8_t* const marks = marks_[Rows::chunkOf(place)];
@@ -375,7 +376,10 @@ std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t
   made->since = now;
   made->until = show(section, {}, now, targets);
   const DeletedPlaces deleted(rows_, section);
-  made->next = std::min(nextOfGroups(section, now, deleted), nextOfSingle(section, now, deleted));
+  made->next = made->until;
+  if (deleted.hasSome()) {
+    made->next = std::min(nextOfGroups(section, now, deleted), nextOfSingle(section, now, deleted));
+  }
   return made;
 }
 
