@@ -10,10 +10,10 @@
 
 namespace velmora {
 
-// Calls use(first, eight) for each eight bytes of which one has one of the bits, ascending, with
-// these bits alone. Most bytes have none: many are passed over at once.
+// Calls use(place) for the bytes that have one of the bits, ascending. Most bytes have none: many
+// are passed over at once.
 template <typename Use>
-void forEachEight(const std::uint8_t* bytes, std::size_t size, std::uint8_t bits, Use use) {
+void forEachSet(const std::uint8_t* bytes, std::size_t size, std::uint8_t bits, Use use) {
   static_assert(std::endian::native == std::endian::little);
   const std::uint64_t wanted = bits * std::uint64_t{0x0101010101010101};
   std::uint64_t words[4];
@@ -26,22 +26,14 @@ void forEachEight(const std::uint8_t* bytes, std::size_t size, std::uint8_t bits
     }
     if (((words[0] | words[1] | words[2] | words[3]) & wanted) == 0) continue;
     for (std::size_t i = 0; i < std::size(words); ++i) {
-      const std::uint64_t eight = words[i] & wanted;
-      if (eight != 0) use(first + i * sizeof eight, eight);
+      std::uint64_t eight = words[i] & wanted;
+      while (eight != 0) {
+        const auto byte = static_cast<unsigned>(std::countr_zero(eight)) / 8;
+        use(first + i * sizeof eight + byte);
+        eight &= ~(std::uint64_t{0xFF} << 8 * byte);
+      }
     }
   }
-}
-
-// Calls use(place) for the bytes that have one of the bits, ascending.
-template <typename Use>
-void forEachSet(const std::uint8_t* bytes, std::size_t size, std::uint8_t bits, Use use) {
-  forEachEight(bytes, size, bits, [&](std::size_t first, std::uint64_t eight) {
-    while (eight != 0) {
-      const auto byte = static_cast<unsigned>(std::countr_zero(eight)) / 8;
-      use(first + byte);
-      eight &= ~(std::uint64_t{0xFF} << 8 * byte);
-    }
-  });
 }
 
 // Of 64 bytes that are 1 or 0: a bit for each, and how many are 1.
