@@ -1,5 +1,5 @@
-// See column.h. Of columns, how a value is printed into an answer of the plain functions.
-#include "column.h"
+// See column_reader.h.
+#include "column_reader.h"
 
 namespace velmora {
 namespace {

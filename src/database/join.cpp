@@ -9,6 +9,7 @@
 #include <span>
 #include <stdexcept>
 
+#include "../column_reader.h"
 #include "database.h"
 
 namespace velmora {

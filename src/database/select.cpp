@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "../column_reader.h"
 #include "database.h"
 
 namespace velmora {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "column_fixture.h"
+#include "column_reader.h"
 #include "result_set.h"
 
 namespace velmora {
