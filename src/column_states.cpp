@@ -188,6 +188,19 @@ void ColumnValues::storeStates(std::size_t section, States& states) const {
     first += group.valueCount();
   }
   if (areTold) states.values.odd.reset();
+  if (kind_ == ValueKind::integer) states.measureDistances(arrays.numbers(), count);
+}
+
+void ColumnValues::States::measureDistances(const std::int32_t* numbers, std::size_t count) {
+  constexpr std::int64_t farthest = std::numeric_limits<std::uint8_t>::max();
+  if (count == 0) return;
+  const auto [lowest, highest] = std::minmax_element(numbers, numbers + count);
+  if (std::int64_t{*highest} - *lowest > farthest) return;
+  least = *lowest;
+  distances = std::make_unique_for_overwrite<std::uint8_t[]>(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    distances[i] = static_cast<std::uint8_t>(numbers[i] - least);
+  }
 }
 
 // The states of a section that can tell them at a second; else each rule has to be asked.
@@ -426,9 +439,15 @@ void ColumnValues::readFresh(std::size_t section, std::int64_t now, FreshSection
              [&](const RhythmGroup& group, std::size_t state, std::size_t first, std::size_t last,
                  std::size_t firstValue) {
                const std::size_t count = last - first;
-               fresh.runs.push_back(
-                   {from(all, firstValue), std::span(group.places()).subspan(first, count)});
-               prefetchArrays(fresh.runs.back().arrays, count);
+               const std::uint8_t* distances = nullptr;
+               if (states.distances != nullptr) distances = states.distances.get() + firstValue;
+               fresh.runs.push_back({from(all, firstValue), distances,
+                                     std::span(group.places()).subspan(first, count)});
+               if (distances != nullptr) {
+                 prefetchBytes(distances, count);
+               } else {
+                 prefetchArrays(fresh.runs.back().arrays, count);
+               }
                next = std::min(next, group.nextOfRun(now, state, first, last, isSkipped));
              });
   kept.fresh = {now, next};

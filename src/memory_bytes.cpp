@@ -13,7 +13,8 @@ std::size_t ColumnValues::memoryBytesOf(const States& states) const {
     bytes += group.memoryBytes();
     count += group.valueCount();
   }
-  bytes += count * (width_ + (codes_ != values_ ? 1 : 0) + (states.values.odd != nullptr ? 1 : 0));
+  bytes += count * (width_ + (codes_ != values_ ? 1 : 0) + (states.values.odd != nullptr ? 1 : 0) +
+                    (states.distances != nullptr ? 1 : 0));
   for (std::size_t i = 0; holdsTexts(kind_) && i < count; ++i) {
     bytes += states.values.texts[i].memoryBytes();
   }

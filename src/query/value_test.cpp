@@ -115,6 +115,19 @@ ValueRange<To> rangeAs(const ValueRange<From>& range) {
   return {static_cast<To>(range.low), static_cast<To>(range.high), range.isOutside};
 }
 
+// The same for how far values lie above that least one, if that is so far at the most.
+ValueRange<std::uint8_t> rangeAbove(std::int64_t least, const ValueRange<std::int64_t>& range) {
+  constexpr std::int64_t farthest = std::numeric_limits<std::uint8_t>::max();
+  ValueRange<std::uint8_t> above;
+  above.isOutside = range.isOutside;
+  const std::int64_t low = std::max<std::int64_t>(range.low - least, 0);
+  const std::int64_t high = std::min(range.high - least, farthest);
+  if (range.low > range.high || low > high) return above;
+  above.low = static_cast<std::uint8_t>(low);
+  above.high = static_cast<std::uint8_t>(high);
+  return above;
+}
+
 template <typename IsNull>
 void decideNulls(Operator op, std::size_t size, std::uint8_t* matches, IsNull isNull) {
   const bool isWanted = op == Operator::isNull;
@@ -229,7 +242,7 @@ void ValueTest::decideFresh(Fresh& fresh, std::int64_t now) const {
       for (const std::uint16_t place : run.places) matches[place] = 0;
     }
   }
-  decideRuns(values.runs, matches);
+  decideRuns(values, matches);
   for (const auto& run : values.runs) {
     if (run.arrays.odd == nullptr) break;
     forEachSet(run.arrays.odd, run.places.size(), ColumnValues::unclear,
@@ -240,8 +253,8 @@ void ValueTest::decideFresh(Fresh& fresh, std::int64_t now) const {
 
 // Marks the places of the values that pass. They are on their way into the cache while the values
 // that follow are decided.
-void ValueTest::decideRuns(const std::vector<ColumnValues::FreshSection::Run>& runs,
-                           std::uint8_t* matches) const {
+void ValueTest::decideRuns(const ColumnValues::FreshSection& fresh, std::uint8_t* matches) const {
+  const ValueRange<std::uint8_t> range = rangeAbove(fresh.states->least, integers_);
   alignas(64) std::uint8_t passes[Rows::chunkRows];
   std::uint16_t passing[Rows::chunkRows];
   const std::uint16_t* found[2][Rows::chunkRows];
@@ -251,10 +264,14 @@ void ValueTest::decideRuns(const std::vector<ColumnValues::FreshSection::Run>& r
     newer ^= 1;
     for (std::size_t i = 0; i < counts[newer]; ++i) matches[*found[newer][i]] = 1;
   };
-  for (const auto& run : runs) {
+  for (const auto& run : fresh.runs) {
     for (std::size_t first = 0; first < run.places.size(); first += Rows::chunkRows) {
       const std::size_t size = std::min(Rows::chunkRows, run.places.size() - first);
-      decideArrays(column_->from(run.arrays, first), size, passes);
+      if (run.distances != nullptr && !isAboutNull()) {
+        decideRange(range, run.distances + first, size, passes);
+      } else {
+        decideArrays(column_->from(run.arrays, first), size, passes);
+      }
       const std::size_t count = placesOf(passes, size, passing);
       for (std::size_t i = 0; i < count; ++i) {
         found[newer][i] = &run.places[first + passing[i]];

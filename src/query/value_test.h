@@ -49,8 +49,7 @@ class ValueTest {
 
   Fresh& freshOf(std::size_t chunk, std::int64_t now);
   void decideFresh(Fresh& fresh, std::int64_t now) const;
-  void decideRuns(const std::vector<ColumnValues::FreshSection::Run>& runs,
-                  std::uint8_t* matches) const;
+  void decideRuns(const ColumnValues::FreshSection& fresh, std::uint8_t* matches) const;
   void decideArrays(const ColumnValues::Chunk& arrays, std::size_t size,
                     std::uint8_t* matches) const;
   void decideTexts(const ColumnValues::Chunk& arrays, std::size_t size,

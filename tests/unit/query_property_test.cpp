@@ -21,6 +21,7 @@ class RandomTable {
  public:
   RandomTable(unsigned seed, std::size_t rows) : choices_(seed), hasFewRhythms_(seed % 2 == 0) {
     addTable(tables_, "t", columns);
+    stride_ = choices_.of(std::vector<std::int64_t>{1, 31, 32, 1 << 28});
     timedRarity_ = choices_.oneIn(2) ? 1 : choices_.within(2, 60);
     for (std::size_t row = 0; row < rows; ++row) {
       changeable().appendRow();
@@ -47,7 +48,7 @@ class RandomTable {
     if (choices_.oneIn(6)) return {};
     switch (kind) {
       case ValueKind::integer:
-        return choices_.within(-4, 4);
+        return choices_.within(-4, 4) * stride_;
       case ValueKind::longInteger:
         return choices_.within(-4, 4) * (choices_.oneIn(3) ? 1LL << 52 : 1);
       case ValueKind::real:
@@ -96,6 +97,7 @@ class RandomTable {
   Choices choices_;
   bool hasFewRhythms_;
   std::int64_t timedRarity_ = 1;
+  std::int64_t stride_ = 1;  // of integers: all lie within a byte of the least, or some do not
   std::vector<std::vector<std::int64_t>> durations_;
   Tables tables_;
 };
