@@ -254,6 +254,13 @@ class ColumnValues {
     __builtin_prefetch(rows_.array<std::byte>(Rows::chunkOf(row), values_) +
                        Rows::placeOf(row) * width_);
   }
+  bool isLongText(std::size_t row) const noexcept {
+    return holdsTexts(kind_) && rows_.at<Text>(row, values_).isOnHeap();
+  }
+  // Behind that: the same for the bytes of a long text.
+  [[gnu::always_inline]] void prefetchBytes(std::size_t row) const noexcept {
+    if (holdsTexts(kind_)) rows_.at<Text>(row, values_).prefetchBytes();
+  }
   // Has the rule of a timed value brought into the cache, in steps that each need what the one
   // before has brought: 0 the cell, 1 its rule, 2 the rule's states.
   [[gnu::always_inline]] void prefetchRule(std::size_t row, int step) const noexcept {
@@ -357,7 +364,7 @@ class ColumnValues {
   }
   void dropKept(std::size_t section) noexcept;
   // Inlined always: gcc leaves calls of a function out that does nothing but prefetch.
-  [[gnu::always_inline]] static void prefetchBytes(const void* bytes, std::size_t size) noexcept {
+  [[gnu::always_inline]] static void prefetchLines(const void* bytes, std::size_t size) noexcept {
     constexpr std::size_t lineSize = 64;
     constexpr int second = 2;  // the cache: the first one can wait for fewer lines at a time
     for (std::size_t i = 0; i < size; i += lineSize) {
@@ -367,8 +374,8 @@ class ColumnValues {
   [[gnu::always_inline]] void prefetchArrays(const Chunk& arrays,
                                              std::size_t count) const noexcept {
     // Of texts the codes are enough for most rows.
-    holdsTexts(kind_) ? prefetchBytes(arrays.codes, count)
-                      : prefetchBytes(arrays.values, count * width_);
+    holdsTexts(kind_) ? prefetchLines(arrays.codes, count)
+                      : prefetchLines(arrays.values, count * width_);
   }
   void prefetchKept(std::size_t chunk, std::int64_t now) const noexcept;
   // Calls use(arrayOf) for each of the arrays: arrayOf(chunk) is where it begins.

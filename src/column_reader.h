@@ -51,6 +51,14 @@ class ColumnReader {
     return values_->prefetchPlain(row);
   }
   [[gnu::always_inline]] void prefetch(std::size_t row) const noexcept { values_->prefetch(row); }
+  [[gnu::always_inline]] void prefetchBytes(std::size_t row) const noexcept {
+    values_->prefetchBytes(row);
+  }
+  // The text at such a place; null for other values, and where there is no place.
+  const Text* plainText(const std::byte* place) const noexcept {
+    const bool isText = place != nullptr && values_->kind() == ValueKind::text;
+    return isText ? reinterpret_cast<const Text*>(place) : nullptr;
+  }
 
  private:
   static void printPlain(const Text& text, JsonRows& answer) {

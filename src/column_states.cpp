@@ -444,7 +444,7 @@ void ColumnValues::readFresh(std::size_t section, std::int64_t now, FreshSection
                fresh.runs.push_back({from(all, firstValue), distances,
                                      std::span(group.places()).subspan(first, count)});
                if (distances != nullptr) {
-                 prefetchBytes(distances, count);
+                 prefetchLines(distances, count);
                } else {
                  prefetchArrays(fresh.runs.back().arrays, count);
                }

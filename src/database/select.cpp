@@ -33,11 +33,18 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
   const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
   result.rows.expectRows(matched.size());
-  constexpr std::size_t stepsAhead = 8;
+  // Of values those of a row to come are asked for, of long texts their bytes when the text is
+  // there.
+  constexpr std::size_t stepsToBytes = 6;
+  constexpr std::size_t stepsToValue = 12;
   for (std::size_t i = 0; i < matched.size(); ++i) {
-    if (i + stepsAhead < matched.size()) {
-      const auto coming = static_cast<std::size_t>(matched[i + stepsAhead]);
-      for (const ColumnReader& reader : readers) reader.prefetch(coming);
+    if (i + stepsToValue < matched.size()) {
+      const auto far = static_cast<std::size_t>(matched[i + stepsToValue]);
+      const auto near = static_cast<std::size_t>(matched[i + stepsToBytes]);
+      for (const ColumnReader& reader : readers) {
+        reader.prefetch(far);
+        reader.prefetchBytes(near);
+      }
     }
     const auto row = static_cast<std::size_t>(matched[i]);
     for (std::size_t c = 0; c < readers.size(); ++c) {
