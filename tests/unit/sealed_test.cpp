@@ -123,7 +123,7 @@ TEST_F(SealedFilesTest, cleanTablesKeepTheirFiles) {
   addRow(tables.at("child"), {std::int64_t{2}});
   save(tables, someListeners());
   for (const auto& [name, bytes] : files()) {
-    const bool isNew = name == "velmora.manifest" || name == "velmora.wal";
+    const bool isNew = name == "velmora.wal";
     EXPECT_EQ(identityOf(directory_, name.c_str())->inode == numbers.at(name), !isNew) << name;
   }
 }
