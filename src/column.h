@@ -436,8 +436,8 @@ struct ColumnValues::States {
   // Of the groups, one behind the other, the values of each state in the group's order; the odd
   // ones are null where the arrays tell all.
   Arrays values;
-  // Of integers that lie so close together how far each is above the least one; else null. Of what
-  // is decided once, reading it takes the time: by these it took three quarters.
+  // Of integers that lie so close together how far each is above the least one; else null. What is
+  // decided once mostly waits for what it reads: by these it took three quarters of the time.
   std::unique_ptr<std::uint8_t[]> distances;
   std::int32_t least = 0;
 

@@ -1,6 +1,6 @@
 // The files of a database that handles use. Between two checkpoints nothing but the log changes, so
 // what an open finds is what the last checkpoint wrote, and the log: the manifest,
-// velmora.manifest, which each checkpoint replaces together with all else, names every file of it
+// velmora.manifest, which each checkpoint writes together with all else, names every file of it
 // with its size and CRC-32C, and a file that it does not name is none of the database's.
 //
 // What the fixed-width files cannot hold, nulls, long texts, timed values to the byte, lies in one

@@ -181,7 +181,7 @@ class SealedCheckpoint {
     }
   }
 
-  // In place where there is one: making a file and giving one's blocks back took a third of a
+  // In place where there is one: making a file and giving one's blocks back took a fifth of a
   // checkpoint of one row.
   void writeManifest(CheckpointJournal& journal) const {
     const std::string text = manifestText(new_);

@@ -128,6 +128,21 @@ TEST_F(SealedFilesTest, cleanTablesKeepTheirFiles) {
   }
 }
 
+// As a copy made of links has one.
+TEST_F(SealedFilesTest, aSecondNameOfTheManifestKeepsTheOldOne) {
+  Tables tables = someTables();
+  save(tables);
+  const std::string old = bytesOf("velmora.manifest");
+  const fs::path manifest = path_ / "velmora.manifest";
+  const fs::path copy = path_ / "copy";
+  fs::create_hard_link(manifest, copy);
+  addRow(tables.at("child"), {std::int64_t{2}});
+  save(tables);
+  EXPECT_NE(bytesOf("velmora.manifest"), old);
+  EXPECT_EQ(bytesOf("copy"), old);
+  EXPECT_EQ(contentOf(load().tables), contentOf(tables));
+}
+
 TEST_F(SealedFilesTest, whatIsDroppedIsRemoved) {
   Tables tables = someTables();
   save(tables, someListeners());
