@@ -235,7 +235,7 @@ TEST_F(HalfByHalf, AWriteThatFailsInEitherHalfLeavesTheOldFiles) {
   putSaved();
   Tables tables = load().tables;
   tables.at("many").setValue(1, 0, TypedValue::ofInteger(77));
-  for (const int writes : {100, 2400}) {
+  for (const int writes : {100, 2200}) {
     tables.at("many").markAllDirty();
     operationsLeft = writes;
     setFileHook(failLater<FileOperation::write>);
