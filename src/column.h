@@ -78,6 +78,8 @@ class ColumnValues {
   std::string_view keyText(std::size_t row, TextRoom& room) const;
   // A copy of the cell.
   Cell cell(std::size_t row) const;
+  // Whether no cell has ever been odd: what reads the values then changes nothing here.
+  bool isPlain() const noexcept { return odd_.empty(); }
   // Whether the cell shows this text at the second `now`.
   bool shows(std::size_t row, std::string_view text, std::int64_t now) const;
   // The number of integers that tells the text of a row that is not timed; null if none does.

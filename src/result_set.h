@@ -108,6 +108,8 @@ class JsonRows {
     *end = '"';
     endValue(end + 1);
   }
+  // Adds the rows of another, for the same columns.
+  void append(const JsonRows& other) { buffer_.append(other.buffer_.view()); }
   // What ends a row.
   static constexpr std::string_view rowEnd = "},\n";
   // The lines added so far, each ended by that; they go to the caller.
