@@ -32,6 +32,11 @@ struct Column {
   bool operator==(const Column& other) const { return name == other.name; }
 };
 
+// Whether the engine gives the column its numbers.
+inline bool isNumbered(const Column& column) noexcept {
+  return std::string_view(column.type) == "ApexInt";
+}
+
 // What a child table remembers of one of its links.
 struct LinkRecord {
   std::string column;

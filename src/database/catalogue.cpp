@@ -49,7 +49,7 @@ void Database::createTable(const std::string& name, const std::vector<Column>& c
   // columns behind a second ApexInt stay without a type to check values against.
   std::string keyColumn;
   for (std::size_t i = 0; i < columns.size(); ++i) {
-    if (columns[i].type != "ApexInt") continue;
+    if (!isNumbered(columns[i])) continue;
     if (!keyColumn.empty()) {
       table.typedColumns = i + 1;
       throw std::runtime_error("A table can only have one ApexInt column");

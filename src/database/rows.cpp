@@ -30,19 +30,17 @@ bool isTaken(const Table& table, std::int32_t holder, std::int32_t rowIndex) {
          table.isLive(static_cast<std::size_t>(holder));
 }
 
-// The row that a key names, which this row is about to bear.
-std::int32_t rowOfKey(const Table& table, std::string_view key, std::int32_t bearer) {
-  return atPlace(table, static_cast<std::size_t>(table.primaryKeyIndex),
-                 static_cast<std::size_t>(bearer), [&] { return table.keys().find(key); });
-}
-
 // The number of a new row: one more than the last row's, deleted or not, or 1.
 std::int32_t nextIdentity(const Table& table, std::size_t column, std::int64_t now) {
   if (table.rowCount() < 2) return 1;
   const std::size_t previous = table.rowCount() - 2;
-  TextRoom room;
-  const std::int32_t last = atPlace(
-      table, column, previous, [&] { return parseInt(table.text(previous, column, now, room)); });
+  const std::int32_t last = atPlace(table, column, previous, [&] {
+    if (const std::int32_t* const number = table.values(column).plainNumber(previous)) {
+      return *number;
+    }
+    TextRoom room;
+    return parseInt(table.text(previous, column, now, room));
+  });
   if (last == std::numeric_limits<std::int32_t>::max()) {
     throw std::runtime_error("ApexInt is exhausted");
   }
@@ -53,13 +51,13 @@ std::int32_t nextIdentity(const Table& table, std::size_t column, std::int64_t n
 void fillCells(Table& table, std::size_t row, const std::vector<GivenValue>& values,
                std::int64_t now) {
   for (std::size_t i = 0; i < table.columns.size(); ++i) {
-    if (table.columns[i].type == "ApexInt") table.setNumber(row, i, nextIdentity(table, i, now));
+    if (isNumbered(table.columns[i])) table.setNumber(row, i, nextIdentity(table, i, now));
   }
   for (const GivenValue& given : values) {
     // An identity is the engine's to give, but for a timed one.
-    const bool isNumbered = table.columns[given.column].type == "ApexInt";
-    if (!isNumbered || given.cell.tempRule != nullptr)
+    if (!isNumbered(table.columns[given.column]) || given.cell.tempRule != nullptr) {
       table.set(row, given.column, given.cell, now);
+    }
   }
 }
 
@@ -91,10 +89,12 @@ ResultSet Database::insertInto(const std::string& tableName, std::vector<GivenVa
   try {
     fillCells(table, row, values, now);
     if (table.hasPrimaryKey()) {
-      TextRoom room;
-      const std::string_view key = table.keyText(row, room);
-      const std::int32_t holder = rowOfKey(table, key, rowIndex);
-      if (isTaken(table, holder, rowIndex)) throwDuplicate(key);
+      const std::int32_t holder = atPlace(table, static_cast<std::size_t>(table.primaryKeyIndex),
+                                          row, [&] { return table.keyHolder(row); });
+      if (isTaken(table, holder, rowIndex)) {
+        TextRoom room;
+        throwDuplicate(table.keyText(row, room));
+      }
     }
     linkRow(table, rowIndex, now);
     if (inTransaction) makeRoom(transactionLog, 1);
@@ -128,7 +128,7 @@ ResultSet Database::update(const std::string& tableName, std::vector<GivenValue>
     }
   }
   for (const GivenValue& given : newValues) {
-    if (table.columns[given.column].type == "ApexInt") {
+    if (isNumbered(table.columns[given.column])) {
       throw std::runtime_error("ApexInt is an immutable identity column and cannot be updated");
     }
     const bool isKey = static_cast<std::int32_t>(given.column) == table.primaryKeyIndex;
@@ -166,7 +166,9 @@ void Database::moveKey(Table& table, std::int32_t rowIndex, const Cell& cell, st
     throw std::runtime_error(
         "Cannot update a primary key that is referenced by an active foreign table");
   }
-  if (isTaken(table, rowOfKey(table, newKey, rowIndex), rowIndex)) throwDuplicate(newKey);
+  const std::int32_t holder =
+      atPlace(table, column, row, [&] { return table.keys().find(newKey); });
+  if (isTaken(table, holder, rowIndex)) throwDuplicate(newKey);
   table.setKey(row, cell, now);
 }
 

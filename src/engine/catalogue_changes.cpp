@@ -252,7 +252,7 @@ void Changes::forgetKey(const LinkRecord& link) {
   Table& table = parent->second;
   const std::size_t column = table.columnPosition(link.parentColumn);
   const bool isMade = table.primaryKeyColumn == link.parentColumn && column != noColumn &&
-                      table.columns[column].type != "ApexInt";
+                      !isNumbered(table.columns[column]);
   const auto refersToKey = [&](const LinkRecord& other) {
     return other.parentTable == link.parentTable;
   };

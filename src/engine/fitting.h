@@ -35,11 +35,6 @@ struct FittedValue {
   std::unique_ptr<TempRule> rule;  // null: not timed
 };
 
-// Whether the engine gives the column its numbers.
-inline bool isNumbered(const Column& column) noexcept {
-  return std::string_view(column.type) == "ApexInt";
-}
-
 // The operand's value: the literal's, or the one bound.
 const Value& valueOf(const strict::Operand& operand, std::span<const Value> values);
 

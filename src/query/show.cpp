@@ -87,7 +87,7 @@ void showColumns(const Table& table, std::int64_t now, Answer& answer) {
     }
     answer.addInteger(column.maxStates);
     answer.addBoolean(table.hasPrimaryKey() && column.name == table.primaryKeyColumn);
-    if (column.type == "ApexInt") {
+    if (isNumbered(column)) {
       answer.addInteger(table.nextNumber(i, table.rowCount(), now));
     } else {
       answer.addNull();

@@ -212,8 +212,7 @@ class Loader {
     if (manifest_.files.contains(exactName)) {
       attempt(exactName, [&] { readExactValues(table, directory_); });
     }
-    const auto identity = std::find_if(table.columns.begin(), table.columns.end(),
-                                       [](const Column& each) { return each.type == "ApexInt"; });
+    const auto identity = std::find_if(table.columns.begin(), table.columns.end(), isNumbered);
     if (identity != table.columns.end()) {
       const std::string column = identity->name;
       const std::string fileName = fileNameOf(table.tableName, tableExtension);

@@ -465,7 +465,7 @@ std::vector<CellShape> shapesOf(const std::vector<Column>& columns, CellWidths w
     shape.kind = valueKind(column.type);
     shape.canBeTimed = column.maxStates >= 1;
     shape.floats = floats;
-    shape.isIdentity = column.type == "ApexInt";
+    shape.isIdentity = isNumbered(column);
     const std::size_t plain = plainWidth(column, shape.kind, widths);
     shape.timedWidth = timedWidth(plain);
     const bool isWide = widths == CellWidths::whole && shape.canBeTimed;
