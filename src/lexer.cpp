@@ -117,7 +117,6 @@ std::vector<Token> Lexer::tokenize() {
 }
 
 void Lexer::tokenize(std::vector<Token>& tokens) {
-  tokens.clear();
   while (true) {
     Token& token = tokens.emplace_back();
     scan(token);

@@ -45,7 +45,7 @@ class Lexer {
   // Takes all tokens. No END_OF_INPUT is stored; an ERROR is the last one and ends the list. Bad
   // input never throws.
   std::vector<Token> tokenize();
-  // The same, replacing the content of a list whose memory is used again.
+  // The same, behind the tokens of a list.
   void tokenize(std::vector<Token>& tokens);
 
  private:

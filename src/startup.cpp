@@ -2,9 +2,10 @@
 //
 // Tables first, then the links, which need them; then listeners and scheduled changes; then the
 // log, whose commands run through a parser of their own with logging off, each at the second at
-// which it first ran. Nothing on disk changes before everything has been read, so that a start that
-// fails leaves what it found: a checkpoint that was interrupted is read from its new files and
-// completed afterwards, and what is torn is cut off last.
+// which it first ran; a second thread reads those behind them. Nothing on disk changes before
+// everything has been read, so that a start that fails leaves what it found: a checkpoint that was
+// interrupted is read from its new files and completed afterwards, and what is torn is cut off
+// last.
 #include <algorithm>
 #include <cerrno>
 #include <new>
@@ -21,6 +22,7 @@
 #include "parser/parser.h"
 #include "storage/block_io.h"
 #include "storage/found_files.h"
+#include "storage/halves.h"
 #include "storage/log.h"
 #include "storage/storage.h"
 #include "text.h"
@@ -44,7 +46,7 @@ void loadTables(Database& db, const std::vector<RelationFile>& relations, std::i
       continue;
     }
     for (const Column& column : table->columns) {
-      if (column.type != "ApexInt") continue;
+      if (!isNumbered(column)) continue;
       const std::string name = column.name;
       table->setUpPrimaryKeyMap(name, now, KeyRule::liveFirstTimedLast);
       break;
@@ -141,17 +143,23 @@ std::optional<StoredRecords> loadWebhooks(Database& db, std::ostream& report) {
 void replayLog(Database& db, LogReader& reader, std::ostream& report) {
   report << "[BOOTLOADER] Replaying Write-Ahead Log...\n";
   Parser parser(&db);
-  std::string command;
-  while (const auto record = reader.next()) {
-    command = *record;
+  const auto run = [&](const ReplayedCommand& command) {
     try {
-      parser.replay(command, loggedSecond(command).value_or(clock::now()));
+      parser.replay(command);
     } catch (const std::bad_alloc&) {
       throw;  // no fault of the record's: a start with more memory can run it
     } catch (const std::exception&) {
       // It failed when it first ran, or fails now: the commands behind it are run in any case.
     }
+  };
+  ReplayedCommands read;
+  ReplayedCommands coming;
+  coming.read(reader);
+  while (coming.goesOn()) {
+    std::swap(read, coming);
+    runBeside([&] { read.forEach(run); }, [&] { coming.read(reader); });
   }
+  coming.forEach(run);
 }
 
 }  // namespace

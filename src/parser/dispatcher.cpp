@@ -33,7 +33,7 @@ bool hasTextOnFurtherLine(std::string_view text) {
 
 }  // namespace
 
-std::size_t findClockMarker(std::string_view text) {
+MarkedText cutAtClockMarker(std::string_view text) {
   // The '#' is rare in commands, so it is what is searched for.
   for (std::size_t hash = text.find('#'); hash != std::string_view::npos;
        hash = text.find('#', hash + 1)) {
@@ -41,10 +41,10 @@ std::size_t findClockMarker(std::string_view text) {
     const std::string_view rest = text.substr(hash - 1);
     if (rest.starts_with(clockMarker) && rest.size() > clockMarker.size() &&
         isDigit(rest[clockMarker.size()])) {
-      return hash - 1;
+      return {text.substr(0, hash - 1), rest.substr(clockMarker.size())};
     }
   }
-  return std::string_view::npos;
+  return {text, std::nullopt};
 }
 
 // In the order in which they are tried.
@@ -67,42 +67,43 @@ std::span<const Parser::Rule> Parser::rules() {
 }
 
 ResultSet Parser::handleCommand(const std::string& command, TextBuffer&& memory) {
-  ResultSet result = run({command, tokens_, clock::now(), 0, memory, false});
+  const std::int64_t now = clock::now();
+  Command read{&command, {}, now, now, memory};
+  ResultSet result;
+  try {
+    readTokens(read);
+    result = dispatch(read);
+  } catch (const std::runtime_error& error) {
+    result = refused(error.what());
+  }
   result.rows.offerMemory(std::move(memory));
   return result;
 }
 
-ResultSet Parser::replay(const std::string& command, std::int64_t second) {
+ResultSet Parser::replay(const ReplayedCommand& command) {
   TextBuffer memory;
-  return run({command, tokens_, second, 0, memory, true});
-}
-
-ResultSet Parser::run(Command command) {
+  const std::int64_t second = command.second ? *command.second : clock::now();
   try {
-    readTokens(command);
-    if (tokens_.empty()) return failed("Empty command");
-    if (tokens_.back().type == TokenType::ERROR) return failed("Lexer Error");
-    return dispatch(command);
+    return dispatch({nullptr, command.tokens, second, command.timedStart.value_or(second), memory});
   } catch (const std::runtime_error& error) {
     return refused(error.what());
   }
 }
 
 void Parser::readTokens(Command& command) {
-  command.timedStart = command.second;
-  std::string_view text = command.text;
-  const std::size_t marker = findClockMarker(text);
-  if (marker != std::string_view::npos) {
-    const std::string_view clockText = text.substr(marker + clockMarker.size());
-    if (convertLong(clockText, command.timedStart) != Conversion::ok) throwInvalidClock();
-    if (!command.isReplayed && hasTextOnFurtherLine(clockText)) throwInvalidClock();
-    text = text.substr(0, marker);
+  const MarkedText text = cutAtClockMarker(*command.text);
+  if (text.clock) {
+    if (convertLong(*text.clock, command.timedStart) != Conversion::ok) throwInvalidClock();
+    if (hasTextOnFurtherLine(*text.clock)) throwInvalidClock();
   }
-  if (readLastNumber(text)) return;
-  beginning_.clear();
-  // The message of an ERROR goes with the lexer; nobody asks for it.
-  Lexer(text).tokenize(tokens_);
-  keepBeginning(text);
+  if (!readLastNumber(text.command)) {
+    beginning_.clear();
+    tokens_.clear();
+    // The message of an ERROR goes with the lexer; nobody asks for it.
+    Lexer(text.command).tokenize(tokens_);
+    keepBeginning(text.command);
+  }
+  command.tokens = tokens_;
 }
 
 bool Parser::readLastNumber(std::string_view text) {
@@ -125,15 +126,17 @@ void Parser::keepBeginning(std::string_view text) {
 }
 
 ResultSet Parser::dispatch(const Command& command) {
+  if (command.tokens.empty()) return failed("Empty command");
+  if (command.tokens.back().type == TokenType::ERROR) return failed("Lexer Error");
   const Rule& rule = ruleFor(command.tokens);
   ResultSet result = (this->*rule.handle)(command);
   if (!result.success || !rule.isLogged) return result;
-  const bool isInLog = command.isReplayed || db_->log.append(command.text, command.second);
+  const bool isInLog = command.isReplayed() || db_->log.append(*command.text, command.second);
   if (isInLog && rule.afterLog != nullptr) (this->*rule.afterLog)(command);
   return result;
 }
 
-const Parser::Rule& Parser::ruleFor(const std::vector<Token>& tokens) {
+const Parser::Rule& Parser::ruleFor(std::span<const Token> tokens) {
   const std::string_view word = tokens.front().value;
   for (const Rule& rule : rules()) {
     // Most rules are passed by at the first letter.

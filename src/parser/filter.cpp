@@ -43,7 +43,7 @@ void parseCondition(TokenCursor& cursor, char logic, Condition& condition) {
 
 }  // namespace
 
-void Parser::parseFiltering(const std::vector<Token>& tokens, std::size_t start,
+void Parser::parseFiltering(std::span<const Token> tokens, std::size_t start,
                             std::vector<Condition>& conditions) {
   conditions.clear();
   TokenCursor cursor(tokens, start);
@@ -75,7 +75,7 @@ const std::vector<Condition>& Parser::optionalFilter(const TokenCursor& cursor) 
   return conditions_;
 }
 
-void Parser::prefetchRow(const std::vector<Token>& tokens, std::string_view tableName) const {
+void Parser::prefetchRow(std::span<const Token> tokens, std::string_view tableName) const {
   if (tokens.size() < 4) return;
   const Token* const filter = tokens.data() + tokens.size() - 4;
   if (!isWhere(filter[0].value) || filter[2].value != "=") return;

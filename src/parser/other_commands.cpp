@@ -62,7 +62,7 @@ void checkStorable(const std::vector<Column>& columns) {
 
 // "CREATE" "TABLE" name {column}
 ResultSet Parser::createTable(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   const std::string name = textOf(tokens[2]);
   if (name == "webhooks" || name == "listeners" || !Storage::isStorableName(name)) {
     throw std::runtime_error("Forbidden table name");
@@ -73,7 +73,7 @@ ResultSet Parser::createTable(const Command& command) {
   }
   checkStorable(columns);
   const auto existing = db_->tables.find(name);
-  if (!command.isReplayed && existing != db_->tables.end() && !existing->second.columns.empty()) {
+  if (!command.isReplayed() && existing != db_->tables.end() && !existing->second.columns.empty()) {
     // Hosts give their CREATE TABLE at every start; what is there must survive that.
     throw std::runtime_error("Column size error");
   }
@@ -83,7 +83,7 @@ ResultSet Parser::createTable(const Command& command) {
 
 // "DROP" "TABLE" name
 ResultSet Parser::dropTable(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   const std::string name = textOf(tokens[2]);
   db_->dropTable(name);
   return successful("success! Table " + name + " dropped from disk.");
@@ -91,14 +91,14 @@ ResultSet Parser::dropTable(const Command& command) {
 
 // "CHECKPOINT"
 ResultSet Parser::checkpoint(const Command& command) {
-  if (!command.isReplayed) db_->checkpoint(command.second);
+  if (!command.isReplayed()) db_->checkpoint(command.second);
   return successful("success! Engine frozen. WAL flushed securely to disk.");
 }
 
 // "LINK" table any column "-->" table any column. Deliberate: what stands in a dot's place is not
 // looked at.
 ResultSet Parser::link(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   if (tokens[4].value != "-->") throw std::runtime_error("Expected -->");
   db_->link(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), textOf(tokens[7]),
             command.second);
@@ -109,13 +109,13 @@ ResultSet Parser::link(const Command& command) {
 // command would at the next start hold for the rows that were logged before it. The next checkpoint
 // writes what is missing.
 void Parser::saveRelation(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   db_->saveRelation(textOf(tokens[1]), textOf(tokens[3]), textOf(tokens[5]), command.second);
 }
 
 // "LISTEN" table "." event "-->" target ["WHERE" filter]
 ResultSet Parser::listen(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   if (tokens[2].value != ".") throw std::runtime_error("Expected '.'");
   if (tokens[4].value != "-->") throw std::runtime_error("Expected '-->'");
   const std::string tableName = textOf(tokens[1]);

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -18,37 +19,38 @@
 
 #include "../database/database.h"
 #include "../lexer.h"
+#include "replayed_commands.h"
 
 namespace velmora {
 
 // Walks the tokens of one command.
 class TokenCursor {
  public:
-  TokenCursor(const std::vector<Token>& tokens, std::size_t start)
-      : position(start), tokens_(&tokens) {}
+  TokenCursor(std::span<const Token> tokens, std::size_t start)
+      : position(start), tokens_(tokens) {}
 
-  const std::vector<Token>& tokens() const noexcept { return *tokens_; }
-  bool atEnd() const noexcept { return position >= tokens_->size(); }
+  std::span<const Token> tokens() const noexcept { return tokens_; }
+  bool atEnd() const noexcept { return position >= tokens_.size(); }
   // The token `offset` further on, or null past the end.
   const Token* peek(std::size_t offset = 0) const noexcept {
-    return position + offset < tokens_->size() ? &(*tokens_)[position + offset] : nullptr;
+    return position + offset < tokens_.size() ? &tokens_[position + offset] : nullptr;
   }
   // Whether the next token has this text, whatever its type; or this type and text.
   bool nextIs(std::string_view text) const noexcept {
-    return !atEnd() && (*tokens_)[position].value == text;
+    return !atEnd() && tokens_[position].value == text;
   }
   bool nextIs(TokenType type, std::string_view text) const noexcept {
-    return nextIs(text) && (*tokens_)[position].type == type;
+    return nextIs(text) && tokens_[position].type == type;
   }
   // Takes the next token; throws std::runtime_error with the message if there is none, or if it has
   // not this text or type.
   const Token& take(const char* message) {
     require(!atEnd(), message);
-    return (*tokens_)[position++];
+    return tokens_[position++];
   }
   const Token& take(TokenType type, const char* message) {
-    require(!atEnd() && (*tokens_)[position].type == type, message);
-    return (*tokens_)[position++];
+    require(!atEnd() && tokens_[position].type == type, message);
+    return tokens_[position++];
   }
   void expect(std::string_view text, const char* message) {
     require(nextIs(text), message);
@@ -62,17 +64,19 @@ class TokenCursor {
     if (!isThere) throw std::runtime_error(message);
   }
 
-  const std::vector<Token>* tokens_;
+  std::span<const Token> tokens_;
 };
 
 // One command on its way through the parser.
 struct Command {
-  const std::string& text;           // as it was given
-  const std::vector<Token>& tokens;  // of what stands in front of its clock marker
-  std::int64_t second = 0;           // at which it runs
-  std::int64_t timedStart = 0;       // at which its timed values start
-  TextBuffer& memory;                // of an earlier answer, for its own
-  bool isReplayed = false;           // comes from the log, and does not go there
+  const std::string* text;        // as it was given; null if it comes from the log
+  std::span<const Token> tokens;  // of what stands in front of its clock marker
+  std::int64_t second;            // at which it runs
+  std::int64_t timedStart;        // at which its timed values start
+  TextBuffer& memory;             // of an earlier answer, for its own
+
+  // Whether it comes from the log, and does not go there.
+  bool isReplayed() const noexcept { return text == nullptr; }
 };
 
 class Parser {
@@ -88,12 +92,12 @@ class Parser {
   // The same for a command of the log, at the second at which it first ran. Nothing is logged, a
   // CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which no log of the
   // engine's own holds, does nothing: it would empty the log that is being read.
-  ResultSet replay(const std::string& command, std::int64_t second);
+  ResultSet replay(const ReplayedCommand& command);
 
   // Replaces the list, whose memory is used again, by the conditions from the token behind WHERE to
   // the end; none if there is no such token. Throws std::runtime_error with a message that begins
   // "Syntax Error: ".
-  static void parseFiltering(const std::vector<Token>& tokens, std::size_t start,
+  static void parseFiltering(std::span<const Token> tokens, std::size_t start,
                              std::vector<Condition>& conditions);
 
  private:
@@ -108,18 +112,17 @@ class Parser {
   };
   static std::span<const Rule> rules();
 
-  // Runs the command whose tokens and start are still to be read.
-  ResultSet run(Command command);
   // Reads the command's clock marker, and its text in front of that as tokens.
   void readTokens(Command& command);
   // The same where the text goes on with another number than the one before; false if it does not.
   bool readLastNumber(std::string_view text);
   // To be called with the text that the tokens were read from.
   void keepBeginning(std::string_view text);
-  // Runs the command that the tokens are, and logs it if it has changed something.
+  // Runs the command that the tokens are, and logs it if it has changed something. Throws
+  // std::runtime_error.
   ResultSet dispatch(const Command& command);
   // The rule for the tokens; throws if there is none.
-  static const Rule& ruleFor(const std::vector<Token>& tokens);
+  static const Rule& ruleFor(std::span<const Token> tokens);
 
   // One function a command; each is called with enough tokens for its rule.
   ResultSet createTable(const Command& command);
@@ -140,7 +143,7 @@ class Parser {
 
   // When the command ends in a filter that asks for one value, has the row that it may name brought
   // into the cache while the rest of the command is read: waiting for it takes as long as that.
-  void prefetchRow(const std::vector<Token>& tokens, std::string_view tableName) const;
+  void prefetchRow(std::span<const Token> tokens, std::string_view tableName) const;
   // The conditions of the WHERE at the cursor, or none if there is none; until the next call.
   const std::vector<Condition>& optionalFilter(const TokenCursor& cursor);
   // Reads "column = value" up to the end, or up to a WHERE if that may follow; the values are there
@@ -159,9 +162,13 @@ class Parser {
   const char* beginningPlace_ = nullptr;
 };
 
-// The position of a command text's first clock marker that digits follow, or npos. What stands
-// behind it is no part of the command, wherever it stands: a literal cannot hold one.
-std::size_t findClockMarker(std::string_view text);
+// A command text up to its first clock marker that digits follow, and what stands behind that,
+// which is no part of the command, wherever it stands: a literal cannot hold one.
+struct MarkedText {
+  std::string_view command;
+  std::optional<std::string_view> clock;
+};
+MarkedText cutAtClockMarker(std::string_view text);
 
 // Whether a token's text introduces a filter.
 inline bool isWhere(std::string_view text) { return text == "WHERE" || text == "#where#"; }

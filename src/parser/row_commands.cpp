@@ -14,7 +14,7 @@ constexpr const char* missingParameters = "Unknown command or missing parameters
 
 // The columns of a SELECT list without JOIN: every word, so that "t.c" asks for two columns.
 // Deliberate: a name without its table is all that a single table needs.
-std::vector<std::string> bareColumns(const std::vector<Token>& tokens, std::size_t end) {
+std::vector<std::string> bareColumns(std::span<const Token> tokens, std::size_t end) {
   std::vector<std::string> columns;
   columns.reserve(end);
   for (std::size_t i = 1; i < end; ++i) {
@@ -24,7 +24,7 @@ std::vector<std::string> bareColumns(const std::vector<Token>& tokens, std::size
 }
 
 // The columns of a SELECT list with JOIN: "t.c" is one qualified column.
-std::vector<ColumnReference> joinedColumns(const std::vector<Token>& tokens, std::size_t end) {
+std::vector<ColumnReference> joinedColumns(std::span<const Token> tokens, std::size_t end) {
   const auto isWord = [&](std::size_t i) {
     return i < end && tokens[i].type == TokenType::IDENTIFIER;
   };
@@ -53,7 +53,7 @@ ColumnReference columnReference(TokenCursor& cursor) {
 
 // "INSERT" "INTO" table {column "=" value}
 ResultSet Parser::insertInto(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   const std::string tableName = textOf(tokens[2]);
   TokenCursor cursor(tokens, 3);
   std::vector<GivenValue>& values = assignments(command, cursor, tableName, false);
@@ -62,7 +62,7 @@ ResultSet Parser::insertInto(const Command& command) {
 
 // "UPDATE" table "SET" {column "=" value} ["WHERE" filter]
 ResultSet Parser::update(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   prefetchRow(tokens, tokens[1].value);
   const std::string tableName = textOf(tokens[1]);
   TokenCursor cursor(tokens, 2);
@@ -74,14 +74,14 @@ ResultSet Parser::update(const Command& command) {
 
 // "DELETE" "FROM" table ["WHERE" filter]
 ResultSet Parser::deleteFrom(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   prefetchRow(tokens, tokens[2].value);
   return db_->deleteRows(textOf(tokens[2]), optionalFilter(TokenCursor(tokens, 3)), command.second);
 }
 
 // "SELECT" ("*" | columns) "FROM" table ["JOIN" table "ON" column "=" column] ["WHERE" filter]
 ResultSet Parser::select(const Command& command) {
-  const std::vector<Token>& tokens = command.tokens;
+  const std::span<const Token> tokens = command.tokens;
   const bool isStar = tokens[1].value == "*";
   std::size_t listEnd = 2;
   std::vector<std::string> columns;
