@@ -1,4 +1,4 @@
-// Long work over a table's rows, done by two threads.
+// Long work, done by two threads.
 #pragma once
 
 #include <cerrno>
