@@ -71,15 +71,16 @@ locale_t cLocale() {
 // Digits with at most one point among them, of which there are so few that both the digits and the
 // power of ten are exact floats: their quotient is then the nearest float.
 bool convertShortDecimal(std::string_view text, float& result) noexcept {
-  static constexpr float powers[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F};
-  constexpr std::size_t mostDigits = 7;
+  static constexpr float powers[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F, 1e7F, 1e8F};
+  constexpr std::size_t mostCharacters = 9;
+  constexpr std::int32_t mostExact = 1 << 24;
   const bool negative = !text.empty() && text.front() == '-';
   std::string_view digits = text.substr(negative ? 1 : 0);
   // The files give every float six decimals.
   if (digits.find('.') != std::string_view::npos) {
     while (digits.back() == '0') digits.remove_suffix(1);
   }
-  if (digits.empty() || digits.size() > mostDigits || !isDigit(digits.front())) return false;
+  if (digits.empty() || digits.size() > mostCharacters || !isDigit(digits.front())) return false;
   std::int32_t value = 0;
   std::size_t point = digits.size() - 1;
   for (std::size_t i = 0; i < digits.size(); ++i) {
@@ -91,6 +92,7 @@ bool convertShortDecimal(std::string_view text, float& result) noexcept {
       return false;
     }
   }
+  if (value > mostExact) return false;
   const float magnitude = static_cast<float>(value) / powers[digits.size() - 1 - point];
   result = negative ? -magnitude : magnitude;
   return true;

@@ -262,6 +262,20 @@ TEST(NumberFromText, readsFloatsBack) {
   }
 }
 
+// Digits that are an exact float, or just none any more, with the point at each of their places.
+TEST(NumberFromText, decimalsOfFewDigitsAreTheNearestFloats) {
+  constexpr int mostExact = 1 << 24;
+  for (int value = mostExact - 300; value <= mostExact + 300; ++value) {
+    for (std::size_t decimals = 0; decimals <= 8; ++decimals) {
+      std::string text = std::to_string(value);
+      text.insert(text.size() - decimals, ".");
+      expectLikeStandard(text);
+      expectLikeStandard("-" + text + "0");
+      expectLikeStandard(std::to_string(value / 7) + text.substr(text.find('.')));
+    }
+  }
+}
+
 TEST(NumberFromText, leavesTheResultAloneWhenItFails) {
   std::int32_t integer = 17;
   EXPECT_EQ(convertInt("x", integer), Conversion::invalid);
