@@ -108,8 +108,8 @@ class JsonRows {
     *end = '"';
     endValue(end + 1);
   }
-  // Adds the rows of another, for the same columns.
-  void append(const JsonRows& other) { buffer_.append(other.buffer_.view()); }
+  // Adds lines that another has made for the same columns.
+  void append(std::string_view lines) { buffer_.append(lines); }
   // What ends a row.
   static constexpr std::string_view rowEnd = "},\n";
   // The lines added so far, each ended by that; they go to the caller.

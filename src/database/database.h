@@ -244,6 +244,9 @@ class Database {
     std::vector<std::string> removals;
   };
   std::optional<DeferredChanges> deferred_;  // there as long as a start reads
+  // Of a large join's second half, for the next one: memory that is touched for the first time takes
+  // the system longer than the half takes to print.
+  TextBuffer secondHalf_;
 };
 
 }  // namespace velmora

@@ -465,11 +465,12 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   if (arePlain && leftRows.size() >= leastRowsOfHalves) {
     LeftRows secondHalf = leftRows.cutInHalf();
     JsonRows secondRows;
-    secondRows.begin(result.columns);
+    secondRows.begin(result.columns, std::move(secondHalf_));
     std::size_t secondCount = 0;
     runBeside([&] { count = print(leftRows, result.rows); },
               [&] { secondCount = print(secondHalf, secondRows); });
-    result.rows.append(secondRows);
+    secondHalf_ = secondRows.take();
+    result.rows.append(secondHalf_.view());
     count += secondCount;
   } else {
     count = print(leftRows, result.rows);

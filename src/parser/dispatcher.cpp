@@ -80,14 +80,10 @@ ResultSet Parser::handleCommand(const std::string& command, TextBuffer&& memory)
   return result;
 }
 
-ResultSet Parser::replay(const ReplayedCommand& command) {
+void Parser::replay(const ReplayedCommand& command) {
   TextBuffer memory;
   const std::int64_t second = command.second ? *command.second : clock::now();
-  try {
-    return dispatch({nullptr, command.tokens, second, command.timedStart.value_or(second), memory});
-  } catch (const std::runtime_error& error) {
-    return refused(error.what());
-  }
+  dispatch({nullptr, command.tokens, second, command.timedStart.value_or(second), memory});
 }
 
 void Parser::readTokens(Command& command) {

@@ -89,10 +89,10 @@ class Parser {
   // answer's rows hold the memory, which may be an earlier answer's. Callers run one command at a
   // time.
   ResultSet handleCommand(const std::string& command, TextBuffer&& memory = {});
-  // The same for a command of the log, at the second at which it first ran. Nothing is logged, a
-  // CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which no log of the
-  // engine's own holds, does nothing: it would empty the log that is being read.
-  ResultSet replay(const ReplayedCommand& command);
+  // Runs a command of the log, at the second at which it first ran; throws what it fails with.
+  // Nothing is logged, a CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which
+  // no log of the engine's own holds, does nothing: it would empty the log that is being read.
+  void replay(const ReplayedCommand& command);
 
   // Replaces the list, whose memory is used again, by the conditions from the token behind WHERE to
   // the end; none if there is no such token. Throws std::runtime_error with a message that begins
