@@ -244,8 +244,8 @@ class Database {
     std::vector<std::string> removals;
   };
   std::optional<DeferredChanges> deferred_;  // there as long as a start reads
-  // Of a large join's second half, for the next one: memory that is touched for the first time takes
-  // the system longer than the half takes to print.
+  // Of a large join's second half, for the next one: what the system does where memory is touched
+  // for the first time takes longer than printing the half.
   TextBuffer secondHalf_;
 };
 

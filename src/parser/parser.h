@@ -90,8 +90,9 @@ class Parser {
   // time.
   ResultSet handleCommand(const std::string& command, TextBuffer&& memory = {});
   // Runs a command of the log, at the second at which it first ran; throws what it fails with.
-  // Nothing is logged, a CREATE TABLE does not refuse a table that is there, and a CHECKPOINT, which
-  // no log of the engine's own holds, does nothing: it would empty the log that is being read.
+  // Nothing is logged, a CREATE TABLE does not refuse a table that is there, and a CHECKPOINT,
+  // which no log of the engine's own holds, does nothing: it would empty the log that is being
+  // read.
   void replay(const ReplayedCommand& command);
 
   // Replaces the list, whose memory is used again, by the conditions from the token behind WHERE to
