@@ -7,6 +7,7 @@
 //   timed_literals.cpp   values and timed values
 //   filter.cpp           WHERE
 //   other_commands.cpp   CREATE, DROP, CHECKPOINT, LINK, LISTEN, transactions
+//   replayed_commands    the log's commands, cut into tokens for a start
 #pragma once
 
 #include <cstdint>
