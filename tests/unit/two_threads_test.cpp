@@ -1,8 +1,11 @@
 // Tables so large that two threads write and read their rows, each a half: what comes of it is what
 // one thread makes, which does all of it where a hook looks on.
 
+#include <sched.h>
+
 #include <atomic>
 #include <limits>
+#include <thread>
 
 #include "sealed_fixture.h"
 #include "storage/block_io.h"
@@ -267,6 +270,38 @@ TEST(RunBeside, TellsWhatEitherThrows) {
     EXPECT_STREQ(failure.what(), "second");
   }
   EXPECT_TRUE(hasEnded);
+}
+
+// Which processors a thread may use.
+cpu_set_t processors() {
+  cpu_set_t allowed;
+  CPU_ZERO(&allowed);
+  EXPECT_EQ(sched_getaffinity(0, sizeof allowed, &allowed), 0);
+  return allowed;
+}
+
+// The second thread is moved off the processor of the first, and may use all of them afterwards.
+TEST(RunBeside, LeavesTheSecondThreadAllProcessors) {
+  const cpu_set_t before = processors();
+  const auto expectAll = [&](const cpu_set_t& allowed) {
+    cpu_set_t found;
+    std::atomic<bool> isStarted = false;
+    runBeside([&] { isStarted = true; },
+              [&] {
+                while (!isStarted) std::this_thread::yield();
+                found = processors();
+              });
+    EXPECT_TRUE(CPU_EQUAL(&found, &allowed));
+    const cpu_set_t here = processors();
+    EXPECT_TRUE(CPU_EQUAL(&here, &allowed));
+  };
+  expectAll(before);
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  CPU_SET(static_cast<std::size_t>(sched_getcpu()), &one);
+  ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+  expectAll(one);
+  ASSERT_EQ(sched_setaffinity(0, sizeof before, &before), 0);
 }
 
 }  // namespace
