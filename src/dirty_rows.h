@@ -32,12 +32,17 @@ class DirtyRows {
     if (storedCount_ == 0) return;
     for (const std::int32_t row : rows) mark(static_cast<std::size_t>(row));
   }
+  // A row that has been deleted, come back, or been taken off.
+  void markLife(std::size_t row) noexcept {
+    mark(row);
+    isLifeMarked_ |= row < storedCount_;
+  }
   // The files hold these rows and no others.
   void markNone(std::size_t rowCount) noexcept {
     try {
       words_.assign(rowCount / wordBits + 1, 0);
       storedCount_ = rowCount;
-      isAll_ = isMarked_ = false;
+      isAll_ = isMarked_ = isLifeMarked_ = false;
     } catch (const std::bad_alloc&) {
       markAll();
     }
@@ -47,6 +52,10 @@ class DirtyRows {
   // Whether the files lack something of a table of so many rows, or hold more.
   bool isAny(std::size_t rowCount) const noexcept {
     return isAll_ || isMarked_ || rowCount != storedCount_;
+  }
+  // Whether the files may tell other rows deleted than a table of so many has.
+  bool isAnyLife(std::size_t rowCount) const noexcept {
+    return isAll_ || isLifeMarked_ || rowCount != storedCount_;
   }
   // How many rows the files hold.
   std::size_t storedCount() const noexcept { return storedCount_; }
@@ -78,6 +87,7 @@ class DirtyRows {
 
   bool isAll_ = true;
   bool isMarked_ = false;
+  bool isLifeMarked_ = false;
   std::size_t storedCount_ = 0;
   std::vector<std::uint64_t> words_;  // a bit for each stored row
 };

@@ -70,7 +70,7 @@ void Table::makeRows(std::size_t first, std::size_t count) noexcept {
 void Table::removeLastRow() noexcept {
   for (const auto& column : values_) column->removeLast(rowCount() - 1);
   rows_->removeLast();
-  dirtyRows_.mark(rowCount());
+  dirtyRows_.markLife(rowCount());
 }
 
 bool Table::haveRulesChanged() const noexcept {

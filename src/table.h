@@ -157,7 +157,7 @@ class Table {
   void setDeleted(std::size_t row, bool isDeleted) noexcept {
     rows_->setDeleted(row, isDeleted);
     for (const auto& column : values_) column->noteLife(row);
-    dirtyRows_.mark(row);
+    dirtyRows_.markLife(row);
   }
   // The same for a loader, which puts the values into the columns' arrays itself: at most so many
   // rows, and none beyond the end of their chunk. Returns how many.
@@ -208,6 +208,8 @@ class Table {
   void forEachDirtyRun(Use use) const {
     dirtyRows_.forEachRun(rowCount(), use);
   }
+  // Whether other rows may be deleted than the files say.
+  bool haveDeletionsChanged() const noexcept { return dirtyRows_.isAnyLife(rowCount()); }
   // Whether timed values of live rows may be others than the files hold.
   bool haveRulesChanged() const noexcept;
   // How many rows the table's files hold, unless it is all dirty.

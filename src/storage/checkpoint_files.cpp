@@ -7,6 +7,7 @@
 
 #include "../record_io.h"
 #include "block_io.h"
+#include "checkpoint_steps.h"
 #include "halves.h"
 #include "storage.h"
 #include "table_rows.h"
@@ -205,22 +206,23 @@ void writeShiftedRows(const Table& table, TimedValues& timed, const Directory& d
   file.finish();
 }
 
-// Writes the new files of one table, each in the journal before it is begun.
-void writeWhole(const Table& table, const Directory& directory, CheckpointJournal& journal) {
-  const auto add = [&](std::string_view extension) {
-    std::string name = fileNameOf(table.tableName, extension);
-    requireRegular(directory, name);
-    journal.awaited().replaced[name] = false;
-    return name;
-  };
-  NewFile marks(directory, checkpointName(add(deletionExtension)));
+void writeMarks(const Table& table, const Directory& directory, CheckpointJournal& journal) {
+  const std::string name = fileNameOf(table.tableName, deletionExtension);
+  NewFile marks(directory, addNewFile(journal, name, directory));
   for (std::size_t chunk = 0; chunk < table.rows().chunkCount(); ++chunk) {
     marks.write(
         {reinterpret_cast<const char*>(table.rows().deleted(chunk)), table.rows().sizeOf(chunk)});
   }
   marks.finish();
-  if (table.columns.empty()) return;
+}
 
+// Writes the new files of one table that has columns, each in the journal before it is begun.
+void writeWhole(const Table& table, const Directory& directory, CheckpointJournal& journal) {
+  const auto add = [&](std::string_view extension) {
+    std::string name = fileNameOf(table.tableName, extension);
+    addNewFile(journal, name, directory);
+    return name;
+  };
   add(tableExtension);
   const bool areShifted = rowsAreShifted(table.columns);
   if (areShifted) add(wholeRowExtension);
@@ -310,9 +312,11 @@ void writeTable(const Table& table, const Directory& directory, CheckpointJourna
   if (isKnown && !table.isDirty()) return;
   if (isKnown && hasChangedLittle(table) && canBePatched(table, directory)) {
     writeChanges(table, directory, journal);
-  } else {
-    writeWhole(table, directory, journal);
+    return;
   }
+  // To replace a file of marks by the same one takes as long as a twentieth of all the rows.
+  if (!isKnown || table.haveDeletionsChanged()) writeMarks(table, directory, journal);
+  if (!table.columns.empty()) writeWhole(table, directory, journal);
 }
 
 }  // namespace velmora

@@ -111,6 +111,37 @@ TEST_F(CheckpointChangesTest, changeFilesInPlaceAsLongAsLittleHasChanged) {
   EXPECT_NE(numberOf("t.bin"), number);
 }
 
+TEST_F(CheckpointChangesTest, leaveTheMarksOfTheSameDeletedRowsAlone) {
+  start();
+  runAll({"CREATE TABLE t n int s string"});
+  for (int i = 0; i < 3000; ++i) runAll({"INSERT INTO t n = " + std::to_string(i)});
+  runAll({"DELETE FROM t WHERE n = 9"});
+  checkpoint();
+  // Whether the marks are new behind a checkpoint of rows that all have changed.
+  const auto areNewBehind = [&](const std::vector<std::string>& commands) {
+    const std::uint64_t rows = numberOf("t.bin");
+    const auto marks = identityOf(directory_, "t.del");
+    runAll({"UPDATE t SET s = 'other' WHERE n >= 0"});
+    runAll(commands);
+    checkpoint();
+    EXPECT_NE(numberOf("t.bin"), rows);
+    return identityOf(directory_, "t.del") != marks;
+  };
+  EXPECT_FALSE(areNewBehind({}));
+  EXPECT_TRUE(areNewBehind({"DELETE FROM t WHERE n = 2900"}));
+  EXPECT_FALSE(areNewBehind({}));
+  EXPECT_TRUE(areNewBehind({"INSERT INTO t n = 3000"}));
+  runAll({"BEGIN", "DELETE FROM t WHERE n = 7", "ROLLBACK", "BEGIN", "INSERT INTO t n = 5",
+          "ROLLBACK"});
+  areNewBehind({});
+  start();
+  EXPECT_FALSE(areNewBehind({}));
+  fs::resize_file(path_ / "t.del", 3000);
+  EXPECT_TRUE(areNewBehind({}));
+  fs::remove(path_ / "t.del");
+  EXPECT_TRUE(areNewBehind({}));
+}
+
 TEST_F(CheckpointChangesTest, doNotChangeAFileWithASecondName) {
   start();
   runAll({"CREATE TABLE t n int", "INSERT INTO t n = 1", "CHECKPOINT"});
