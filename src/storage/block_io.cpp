@@ -32,12 +32,15 @@ void BlockReader::fill(std::int64_t offset, std::size_t count) {
   const std::int64_t end = start_ + static_cast<std::int64_t>(held_);
   const bool goesOn = offset >= start_ && offset <= end + static_cast<std::int64_t>(blockSize);
   const std::size_t usual = buffer_.empty() ? pieceSize : blockSize;
-  const std::size_t wanted = goesOn ? std::max(count, usual) : count;
+  constexpr std::int64_t pageSize = 4096;
+  const std::int64_t intoPage = offset % pageSize;
+  const std::size_t wanted =
+      static_cast<std::size_t>(intoPage) + (goesOn ? std::max(count, usual) : count);
   if (buffer_.size() < wanted) buffer_.resize(wanted);
   held_ = 0;
-  const auto read = file_.readAt(offset, buffer_.data(), wanted);
+  const auto read = file_.readAt(offset - intoPage, buffer_.data(), wanted);
   if (!read) throwUnreadable(file_.name());
-  start_ = offset;
+  start_ = offset - intoPage;
   held_ = *read;
   if (growing_ != nullptr) growing_->add(start_, {buffer_.data(), held_});
 }

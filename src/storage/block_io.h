@@ -7,9 +7,9 @@
 #include <limits>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "files.h"
+#include "page_bytes.h"
 
 namespace velmora {
 
@@ -51,7 +51,7 @@ class BlockReader {
 
   File& file_;
   GrowingSeal* growing_;
-  std::vector<char> buffer_;
+  PageBytes buffer_;
   std::int64_t start_ = 0;  // of what is held
   std::size_t held_ = 0;
 };
@@ -99,7 +99,7 @@ class NewFile {
   void writeThrough(std::string_view bytes);
 
   File file_;
-  std::vector<char> buffer_;
+  PageBytes buffer_;
   std::size_t used_ = 0;
   std::int64_t start_ = 0;    // where in the file the buffer's first byte belongs
   std::int64_t reached_ = 0;  // the size that the file is to have, but for the buffer

@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <vector>
 
 #include "block_io.h"
+#include "page_bytes.h"
 
 namespace velmora {
 namespace {
@@ -29,7 +29,7 @@ void copyInto(const Directory& from, const std::string& name, const Directory& t
   File source(from, name, File::Mode::read);
   if (!source.isOpen()) throwUnreadable(name);
   File copy(to, name, File::Mode::create);
-  std::vector<char> block(std::size_t{1} << 20);
+  PageBytes block(std::size_t{1} << 20);
   std::int64_t offset = 0;
   while (true) {
     const auto count = source.readAt(offset, block.data(), block.size());

@@ -110,13 +110,10 @@ std::optional<Seal> sealOf(const Directory& directory, const std::string& name,
   File file(directory, name, File::Mode::read);
   if (!file.isOpen() && errno == ENOENT) return std::nullopt;
   GrowingSeal growing{{}, count};
-  std::string block(256 * 1024, '\0');
-  while (true) {
-    const auto read = file.readAt(growing.seal.size, block.data(), block.size());
-    if (!read) throwUnreadable(name);
-    if (*read == 0) return growing.seal;
-    growing.add(growing.seal.size, std::string_view(block).substr(0, *read));
+  BlockReader reader(file, &growing);
+  while (!reader.at(growing.seal.size, 1).empty()) {
   }
+  return growing.seal;
 }
 
 std::optional<Seal> sealBehind(const Directory& directory, const std::string& name,

@@ -110,11 +110,35 @@ TEST_F(SealTest, growsWithWhatIsRead) {
   // Pieces of a size that no block is a multiple of: some bytes are read twice.
   for (std::int64_t offset = 0; !reader.at(offset, 999).empty(); offset += 999) {
   }
-  EXPECT_EQ(growing.seal, sealOf(directory_, "t.bin"));
+  EXPECT_EQ(growing.seal, (Seal{700'001, crc32c(0, bytes)}));
   EXPECT_EQ(count, bytes.size());
   // What does not go on with it is of no account.
   growing.add(growing.seal.size + 1, "x");
   EXPECT_EQ(count, bytes.size());
+}
+
+// Blocks are read from the beginning of a page on, whatever is asked for.
+TEST_F(SealTest, growsAlsoWhereReadingBeginsWithinAPage) {
+  std::string bytes;
+  for (std::size_t i = 0; i < 700001; ++i) bytes += static_cast<char>(i % 251);
+  write("t.bin", bytes);
+  File file(directory_, "t.bin", File::Mode::read);
+  for (const std::size_t begin : {1U, 255U, 4095U, 4096U, 4097U, 400'000U, 700'000U}) {
+    SCOPED_TRACE(begin);
+    std::size_t count = 0;
+    GrowingSeal growing{{static_cast<std::int64_t>(begin), 0},
+                        [&](std::size_t some) { count += some; }};
+    BlockReader reader(file, &growing);
+    for (std::size_t at = begin; at < bytes.size(); at += 5000) {
+      const std::string_view expected = std::string_view(bytes).substr(at, 5000);
+      EXPECT_TRUE(reader.at(static_cast<std::int64_t>(at), 5000) == expected) << at;
+    }
+    EXPECT_EQ(growing.seal, (Seal{700'001, crc32c(0, std::string_view(bytes).substr(begin))}));
+    EXPECT_EQ(count, bytes.size() - begin);
+    EXPECT_TRUE(reader.at(static_cast<std::int64_t>(begin - 1), 2) == bytes.substr(begin - 1, 2));
+    EXPECT_TRUE(reader.at(700'001, 1).empty());
+    EXPECT_TRUE(reader.at(704'097, 1).empty());
+  }
 }
 
 // A file that a checkpoint has put pieces of into its journal, and what it will be.
