@@ -99,19 +99,10 @@ char* encodeText(char* out, const CellShape& shape, std::string_view text, bool 
 // still in the processor's first cache when their last column is.
 constexpr std::size_t pieceRows = 32;
 
-// Asks for the values of rows that come two pieces behind these.
-template <typename Value>
-[[gnu::always_inline]] inline void prefetchComing(const Value* values, std::size_t count) {
-  constexpr std::size_t lineSize = 64;
-  const auto* const bytes = reinterpret_cast<const char*>(values + 2 * pieceRows);
-  for (std::size_t i = 0; i < count * sizeof(Value); i += lineSize) __builtin_prefetch(bytes + i);
-}
-
 // A column's plain values of some rows, each so many bytes behind the one before.
 void encodePlain(char* out, std::size_t stride, const CellShape& shape,
                  const ColumnValues::Chunk& values, std::size_t place, std::size_t count) {
   const auto encodeEach = [&](const auto* array, auto encode) {
-    prefetchComing(array + place, count);
     for (std::size_t i = 0; i < count; ++i) encode(out + i * stride, array[place + i]);
   };
   switch (shape.kind) {
