@@ -50,6 +50,27 @@ TEST(DirtyRowsTest, rowsBehindThoseOfTheFilesAreDirty) {
   }
 }
 
+TEST(DirtyRowsTest, deletionsAreToldApartFromOtherChanges) {
+  Table table("t", {{"n", "int", 0, 60}});
+  EXPECT_TRUE(table.haveDeletionsChanged());
+  for (int i = 0; i < 3; ++i) table.appendRow();
+  table.markClean();
+  table.setNumber(1, 0, 5);
+  EXPECT_FALSE(table.haveDeletionsChanged());
+  table.setDeleted(1, true);
+  EXPECT_TRUE(table.haveDeletionsChanged());
+  table.markClean();
+  EXPECT_FALSE(table.haveDeletionsChanged());
+  table.removeLastRow();
+  EXPECT_TRUE(table.haveDeletionsChanged());
+  // The row of this number may be another one now.
+  table.appendRow();
+  EXPECT_TRUE(table.haveDeletionsChanged());
+  table.markClean();
+  table.appendRow();
+  EXPECT_TRUE(table.haveDeletionsChanged());
+}
+
 TEST(DirtyRowsTest, aRowThatWasTakenOffAndMadeAnewIsDirty) {
   Table table("t", {{"n", "int", 0, 60}});
   for (int i = 0; i < 3; ++i) table.appendRow();
