@@ -314,7 +314,7 @@ void writeTable(const Table& table, const Directory& directory, CheckpointJourna
     writeChanges(table, directory, journal);
     return;
   }
-  // To replace a file of marks by the same one takes as long as a twentieth of all the rows.
+  // To replace a million marks by the same ones took a millisecond, and a sync.
   if (!isKnown || table.haveDeletionsChanged()) writeMarks(table, directory, journal);
   if (!table.columns.empty()) writeWhole(table, directory, journal);
 }
