@@ -57,8 +57,9 @@ void* operator new[](std::size_t size) { return allocateOrThrow(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
 void* operator new(std::size_t size, std::align_val_t alignment) {
-  void* const memory =
-      mustFail() ? nullptr : std::aligned_alloc(static_cast<std::size_t>(alignment), size);
+  const auto unit = static_cast<std::size_t>(alignment);
+  const std::size_t units = (size + unit - 1) / unit;  // aligned_alloc takes whole ones only
+  void* const memory = mustFail() ? nullptr : std::aligned_alloc(unit, units * unit);
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
 }

@@ -37,11 +37,11 @@ class MemoryTest : public FaultTest {
       if (::write(ends[1], &growth, sizeof growth) != sizeof growth) _exit(1);
       _exit(0);
     }
+    close(ends[1]);  // so that nothing is read when the other process dies
     long growth = -1;
     if (::read(ends[0], &growth, sizeof growth) != sizeof growth) growth = -1;
     waitpid(child, nullptr, 0);
     close(ends[0]);
-    close(ends[1]);
     std::printf("             %ld KiB\n", growth);
     return growth;
   }
