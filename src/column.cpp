@@ -70,14 +70,6 @@ ColumnValues::OddCells& ColumnValues::oddCells(std::size_t chunk) {
   return *odd_[chunk];
 }
 
-void ColumnValues::prefetchChunk(std::size_t chunk, std::int64_t now) const noexcept {
-  if (hasOdd(chunk) && !sections_[sectionOf(chunk)]->holdsAt(now)) {
-    prefetchKept(chunk, now);
-  } else {
-    prefetchArrays(this->chunk(chunk), rows_.sizeOf(chunk));
-  }
-}
-
 std::string_view ColumnValues::plainText(std::size_t row, TextRoom& room) const {
   const Chunk values = chunk(Rows::chunkOf(row));
   const std::size_t place = Rows::placeOf(row);

@@ -39,6 +39,7 @@
 
 #include "cell.h"
 #include "number.h"
+#include "read_ahead.h"
 #include "rhythm.h"
 #include "rows.h"
 #include "typed_value.h"
@@ -215,8 +216,8 @@ class ColumnValues {
   bool haveRulesChanged() const noexcept { return haveRulesChanged_; }
   void forgetRuleChanges() noexcept { haveRulesChanged_ = false; }
 
-  // Has what a condition reads of a chunk brought into the cache, for a scan that comes to it next.
-  void prefetchChunk(std::size_t chunk, std::int64_t now) const noexcept;
+  // What a condition reads of a chunk, for a scan that comes to it next.
+  ReadAhead readAhead(std::size_t chunk, std::int64_t now) const noexcept;
   // The cell of an odd one.
   const Cell& oddCell(std::size_t row) const noexcept { return *oddOf(row); }
 
@@ -365,21 +366,11 @@ class ColumnValues {
     if (hasOdd(chunk)) dropKept(sectionOf(chunk));
   }
   void dropKept(std::size_t section) noexcept;
-  // Inlined always: gcc leaves calls of a function out that does nothing but prefetch.
-  [[gnu::always_inline]] static void prefetchLines(const void* bytes, std::size_t size) noexcept {
-    constexpr std::size_t lineSize = 64;
-    constexpr int second = 2;  // the cache: the first one can wait for fewer lines at a time
-    for (std::size_t i = 0; i < size; i += lineSize) {
-      __builtin_prefetch(static_cast<const std::byte*>(bytes) + i, 0, second);
-    }
+  // What a condition reads of such arrays: of texts the codes are enough for most rows.
+  ReadAhead readAhead(const Chunk& arrays, std::size_t count) const noexcept {
+    if (holdsTexts(kind_)) return {arrays.codes, count, 1};
+    return {arrays.values, count, width_};
   }
-  [[gnu::always_inline]] void prefetchArrays(const Chunk& arrays,
-                                             std::size_t count) const noexcept {
-    // Of texts the codes are enough for most rows.
-    holdsTexts(kind_) ? prefetchLines(arrays.codes, count)
-                      : prefetchLines(arrays.values, count * width_);
-  }
-  void prefetchKept(std::size_t chunk, std::int64_t now) const noexcept;
   // Calls use(arrayOf) for each of the arrays: arrayOf(chunk) is where it begins.
   template <typename Use>
   void forEachArray(Use use) const;

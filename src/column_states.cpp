@@ -396,12 +396,15 @@ std::shared_ptr<const ColumnValues::Snapshot> ColumnValues::snapshot(std::size_t
   return made;
 }
 
-void ColumnValues::prefetchKept(std::size_t chunk, std::int64_t now) const noexcept {
+ReadAhead ColumnValues::readAhead(std::size_t chunk, std::int64_t now) const noexcept {
+  const std::size_t count = rows_.sizeOf(chunk);
+  if (!hasOdd(chunk)) return readAhead(this->chunk(chunk), count);
   Section& section = *sections_[sectionOf(chunk)];
+  if (section.holdsAt(now)) return readAhead(this->chunk(chunk), count);
   const std::lock_guard lock(section.guard);
   const auto* const kept = section.snapshotAt(now);
-  if (kept == nullptr) return;
-  prefetchArrays((*kept)->arrays[chunk % sectionChunks].chunk(), rows_.sizeOf(chunk));
+  if (kept == nullptr) return {};
+  return readAhead((*kept)->arrays[chunk % sectionChunks].chunk(), count);
 }
 
 ColumnValues::ChunkAt ColumnValues::chunkAt(std::size_t chunk, std::int64_t now) const {
@@ -443,11 +446,10 @@ void ColumnValues::readFresh(std::size_t section, std::int64_t now, FreshSection
                if (states.distances != nullptr) distances = states.distances.get() + firstValue;
                fresh.runs.push_back({from(all, firstValue), distances,
                                      std::span(group.places()).subspan(first, count)});
-               if (distances != nullptr) {
-                 prefetchLines(distances, count);
-               } else {
-                 prefetchArrays(fresh.runs.back().arrays, count);
-               }
+               const ReadAhead run = distances != nullptr
+                                         ? ReadAhead(distances, count, 1)
+                                         : readAhead(fresh.runs.back().arrays, count);
+               run.prefetch(0, count);
                next = std::min(next, group.nextOfRun(now, state, first, last, isSkipped));
              });
   kept.fresh = {now, next};

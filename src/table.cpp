@@ -137,10 +137,14 @@ void Table::setUpPrimaryKeyMap(const std::string& columnName, std::int64_t now, 
   primaryKeyMap_ = PrimaryKeyMap(columns[position].type);
   const bool isTimedLast = rule == KeyRule::liveFirstTimedLast;
   ColumnValues& keys = *values_[position];
+  ReadAhead next;
   for (std::size_t i = 0; i < rowCount(); ++i) {
-    const std::size_t nextChunk = Rows::chunkOf(i) + 1;
-    if (Rows::placeOf(i) == 0 && nextChunk < rows_->chunkCount())
-      keys.prefetchChunk(nextChunk, now);
+    if (Rows::placeOf(i) == 0) {
+      const std::size_t chunk = Rows::chunkOf(i) + 1;
+      next = chunk < rows_->chunkCount() ? keys.readAhead(chunk, now) : ReadAhead();
+    }
+    const std::size_t place = Rows::placeOf(i);
+    if (place % next.step() == 0) next.prefetch(place, place + next.step());
     // Most keys are numbers and new.
     const std::int32_t* const number = plainKey(i);
     const auto index = static_cast<std::int32_t>(i);

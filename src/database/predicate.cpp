@@ -25,14 +25,16 @@ void narrow(Block& block, const ColumnValues::Chunk& values, Matches matches, Is
   const std::uint8_t* const unclear = values.odd != nullptr ? values.odd : noneOdd;
   if (!block.hasUnsure) std::fill_n(block.isUnsure, block.size, std::uint8_t{0});
   block.hasUnsure = true;
-  for (std::size_t i = 0; i < block.size; ++i) {
-    const auto open =
-        static_cast<std::uint8_t>(((unclear[i] & ColumnValues::unclear) >> 1) |
-                                  static_cast<std::uint8_t>(isOpen(i)) | block.isUnsure[i]);
-    const auto stays = static_cast<std::uint8_t>(static_cast<std::uint8_t>(matches(i)) | open);
-    block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & stays);
-    block.isUnsure[i] = open;
-  }
+  block.next.beside(block.size, [&](std::size_t first, std::size_t end) {
+    for (std::size_t i = first; i < end; ++i) {
+      const auto open =
+          static_cast<std::uint8_t>(((unclear[i] & ColumnValues::unclear) >> 1) |
+                                    static_cast<std::uint8_t>(isOpen(i)) | block.isUnsure[i]);
+      const auto stays = static_cast<std::uint8_t>(static_cast<std::uint8_t>(matches(i)) | open);
+      block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & stays);
+      block.isUnsure[i] = open;
+    }
+  });
 }
 
 // The same where only odd cells can be unsure.
@@ -42,10 +44,12 @@ void narrow(Block& block, const ColumnValues::Chunk& values, Matches matches) {
     narrow(block, values, matches, [](std::size_t) { return false; });
     return;
   }
-  for (std::size_t i = 0; i < block.size; ++i) {
-    const auto matched = static_cast<std::uint8_t>(matches(i));
-    block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & matched);
-  }
+  block.next.beside(block.size, [&](std::size_t first, std::size_t end) {
+    for (std::size_t i = first; i < end; ++i) {
+      const auto matched = static_cast<std::uint8_t>(matches(i));
+      block.mayMatch[i] = static_cast<std::uint8_t>(block.mayMatch[i] & matched);
+    }
+  });
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 
 #include "../byte_mask.h"
 #include "../condition.h"
+#include "../read_ahead.h"
 #include "../table.h"
 
 namespace velmora {
@@ -34,6 +35,7 @@ struct Block {
   std::size_t size = 0;
   std::size_t count = 0;  // of the list
   bool hasUnsure = false;
+  ReadAhead next;  // what is read of the chunk behind this one, by who decides this one
   alignas(64) std::uint8_t mayMatch[Rows::chunkRows];  // 0: no condition so far lets the row in
   // 1: only the row itself can tell. Undefined unless hasUnsure.
   alignas(64) std::uint8_t isUnsure[Rows::chunkRows];

@@ -50,9 +50,9 @@ void decide(Block& block, std::size_t chunk, const Parts& group, const Table& ta
     for (std::size_t i = 0; i < block.size; ++i) block.mayMatch[i] = deleted[i] ^ std::uint8_t{1};
   }
   for (const Predicate& predicate : group.decided) {
-    if (chunk + 1 < rows.chunkCount())
-      table.values(predicate.column()).prefetchChunk(chunk + 1, now);
-    predicate.decide(table.values(predicate.column()).chunk(chunk, now), block);
+    const ColumnValues& values = table.values(predicate.column());
+    block.next = chunk + 1 < rows.chunkCount() ? values.readAhead(chunk + 1, now) : ReadAhead();
+    predicate.decide(values.chunk(chunk, now), block);
   }
   block.count = placesOf(block.mayMatch, block.size, block.places);
   for (const Predicate& predicate : group.decided) {

@@ -69,7 +69,7 @@ class TableFilter {
     const std::size_t chunkCount = table_->rows().chunkCount();
     for (std::size_t chunk = 0; chunk < chunkCount; ++chunk) {
       context.interrupt.check();
-      if (chunk + 1 < chunkCount) prefetch(tests, chunk + 1, now);
+      if (chunk + 1 < chunkCount) readAhead(tests, chunk + 1, now);
       decide(tests, chunk, now, mask);
       if (!use(chunk, mask)) return;
     }
@@ -82,8 +82,8 @@ class TableFilter {
   std::vector<ValueTest> tests(const QueryContext& context) const;
   void decide(std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now,
               RowMask& mask) const;
-  static void prefetch(std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now) {
-    for (ValueTest& test : tests) test.prefetch(chunk, now);
+  static void readAhead(std::vector<ValueTest>& tests, std::size_t chunk, std::int64_t now) {
+    for (ValueTest& test : tests) test.readAhead(chunk, now);
   }
   bool isKeyTerm(const Term& term) const;
 

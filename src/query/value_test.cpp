@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "row_mask.h"
 #include "value_order.h"
@@ -170,7 +171,9 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
     return;
   }
   const ColumnValues::ChunkAt at = column_->chunkAt(chunk, now);
-  decideArrays(at.arrays, size, matches);
+  std::exchange(next_, {}).beside(size, [&](std::size_t first, std::size_t end) {
+    decideArrays(column_->from(at.arrays, first), end - first, matches + first);
+  });
   if (at.arrays.odd == nullptr) return;
   forEachSet(at.arrays.odd, size, ColumnValues::unclear, [&](std::size_t place) {
     const TypedValue value = column_->value(at.arrays, chunk * Rows::chunkRows + place, now);
@@ -178,8 +181,9 @@ void ValueTest::decide(std::size_t chunk, std::int64_t now, std::size_t size,
   });
 }
 
-void ValueTest::prefetch(std::size_t chunk, std::int64_t now) {
-  if (freshOf(chunk, now).values.states == nullptr) column_->prefetchChunk(chunk, now);
+void ValueTest::readAhead(std::size_t chunk, std::int64_t now) {
+  const bool isFresh = freshOf(chunk, now).values.states != nullptr;
+  next_ = isFresh ? ReadAhead() : column_->readAhead(chunk, now);
 }
 
 ValueTest::Fresh& ValueTest::freshOf(std::size_t chunk, std::int64_t now) {

@@ -31,9 +31,8 @@ class ValueTest {
   bool matchesRow(std::size_t row, std::int64_t now) const {
     return matches(column_->value(row, now));
   }
-  // Has what decide reads of the chunk brought into the cache, for who comes to it next but one at
-  // the latest.
-  void prefetch(std::size_t chunk, std::int64_t now);
+  // Has the next call of decide bring what is read of this chunk into the cache.
+  void readAhead(std::size_t chunk, std::int64_t now);
   // For each row of the chunk, 1 or 0.
   void decide(std::size_t chunk, std::int64_t now, std::size_t size, std::uint8_t* matches);
 
@@ -67,6 +66,7 @@ class ValueTest {
   ValueRange<std::int64_t> integers_;
   ValueRange<double> reals_;
   Fresh fresh_[2];  // of even sections and of odd ones
+  ReadAhead next_;  // for decide
 };
 
 }  // namespace velmora::query
