@@ -81,7 +81,8 @@ class TextBuffer {
 };
 
 // The data rows of one answer as JSON, one line a row. Values are added row by row, as many to a
-// row as there are columns; the columns' names are read where they are, and must stay there.
+// row as there are columns; the columns' names are read where they are, and must stay there until
+// the last value is added.
 class JsonRows {
  public:
   // To be called before the first value; the memory is that of an earlier answer, or empty.
@@ -163,7 +164,6 @@ class JsonRows {
 struct ResultSet {
   bool success = true;
   std::string message;
-  std::vector<std::string> columns;
   JsonRows rows;
   std::int32_t rowsAffected = 0;
 };

@@ -130,12 +130,16 @@ class Database {
   // The indices of the live rows that satisfy the conditions, ascending, each once. dbMutex held.
   std::vector<std::int32_t> getRequestedRows(const std::vector<Condition>& conditions,
                                              const Table& table, std::int64_t now) const;
+  // The live row that a filter which only asks for one key is about, or noRow; nothing for any
+  // other filter.
+  static std::optional<std::int32_t> findRequestedKey(const std::vector<Condition>& conditions,
+                                                      const Table& table, std::int64_t now);
   // Has the row of a key brought into the cache, if that is a matter of moments: for a caller that
   // will ask for the row when it has read the rest of a command. Changes nothing.
   void prefetchRow(std::string_view tableName, std::string_view column, std::string_view key) const;
   // Reads columns of the matching rows. A table that does not exist comes into being, empty.
   // Throws "Requested column not found".
-  ResultSet select(const std::string& tableName, std::vector<std::string> columns,
+  ResultSet select(const std::string& tableName, const std::vector<std::string>& columns,
                    const std::vector<Condition>& conditions, std::int64_t now,
                    TextBuffer&& spare = {});
   // Reads columns of the pairs of rows whose join columns hold the same text. Tables that do not

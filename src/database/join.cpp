@@ -432,9 +432,10 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
   const JoinColumns on = resolveOn(resolver, firstOn, secondOn, leftTable, rightTable);
   ResultSet result = successful("success!");
   std::vector<Side> sides;
+  std::vector<std::string> names;
   for (const ColumnReference& column : columns) {
     sides.push_back(resolver.resolve(column, "SELECT list"));
-    result.columns.push_back((sides.back().isRight ? rightTable : leftTable) + "." + column.column);
+    names.push_back((sides.back().isRight ? rightTable : leftTable) + "." + column.column);
   }
 
   const std::vector<std::int32_t> matched = leftConditions.empty()
@@ -460,12 +461,12 @@ ResultSet Database::selectJoin(const std::string& leftTable, const std::string& 
     answer.expectRows(rows.size());
     return printPairs(rows, leftKeys, partners, outputs, answer);
   };
-  result.rows.begin(result.columns, std::move(spare));
+  result.rows.begin(names, std::move(spare));
   std::size_t count = 0;
   if (arePlain && leftRows.size() >= leastRowsOfHalves) {
     LeftRows secondHalf = leftRows.cutInHalf();
     JsonRows secondRows;
-    secondRows.begin(result.columns, std::move(secondHalf_));
+    secondRows.begin(names, std::move(secondHalf_));
     std::size_t secondCount = 0;
     runBeside([&] { count = print(leftRows, result.rows); },
               [&] { secondCount = print(secondHalf, secondRows); });

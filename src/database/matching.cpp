@@ -33,14 +33,19 @@ void Database::prefetchRow(std::string_view tableName, std::string_view column,
   if (row != PrimaryKeyMap::noRow) table.prefetch(static_cast<std::size_t>(row));
 }
 
+std::optional<std::int32_t> Database::findRequestedKey(const std::vector<Condition>& conditions,
+                                                       const Table& table, std::int64_t now) {
+  if (conditions.size() != 1 || !asksForKey(conditions.front(), table)) return std::nullopt;
+  const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
+  return atPlace(table, keyColumn, std::nullopt,
+                 [&] { return table.findLive(conditions.front().value, now); });
+}
+
 std::vector<std::int32_t> Database::getRequestedRows(const std::vector<Condition>& conditions,
                                                      const Table& table, std::int64_t now) const {
   std::vector<std::int32_t> matched;
-  if (conditions.size() == 1 && asksForKey(conditions.front(), table)) {
-    const auto keyColumn = static_cast<std::size_t>(table.primaryKeyIndex);
-    const std::int32_t row = atPlace(table, keyColumn, std::nullopt,
-                                     [&] { return table.findLive(conditions.front().value, now); });
-    if (row != PrimaryKeyMap::noRow) matched.push_back(row);
+  if (const auto row = findRequestedKey(conditions, table, now)) {
+    if (*row != PrimaryKeyMap::noRow) matched.push_back(*row);
     return matched;
   }
   std::byte memory[16 * sizeof(Predicate)];  // enough for a usual filter

@@ -10,7 +10,7 @@
 
 namespace velmora {
 
-ResultSet Database::select(const std::string& tableName, std::vector<std::string> columns,
+ResultSet Database::select(const std::string& tableName, const std::vector<std::string>& columns,
                            const std::vector<Condition>& conditions, std::int64_t now,
                            TextBuffer&& spare) {
   const std::unique_lock lock(dbMutex);
@@ -28,9 +28,14 @@ ResultSet Database::select(const std::string& tableName, std::vector<std::string
     readers.emplace_back(table.values(positions.back()), now);
   }
   ResultSet result;
-  result.columns = std::move(columns);
-  result.rows.begin(result.columns, std::move(spare));
-  const std::vector<std::int32_t> matched = getRequestedRows(conditions, table, now);
+  result.rows.begin(columns, std::move(spare));
+  // The row of a key needs no list.
+  const std::optional<std::int32_t> keyRow = findRequestedKey(conditions, table, now);
+  std::vector<std::int32_t> list;
+  if (!keyRow) list = getRequestedRows(conditions, table, now);
+  const std::span<const std::int32_t> matched =
+      !keyRow ? std::span<const std::int32_t>(list)
+              : std::span(&*keyRow, *keyRow == PrimaryKeyMap::noRow ? 0 : 1);
   result.rowsAffected = static_cast<std::int32_t>(matched.size());
   result.rows.expectRows(matched.size());
   // Of values those of a row to come are asked for, of long texts their bytes when the text is

@@ -69,15 +69,18 @@ std::span<const Parser::Rule> Parser::rules() {
 ResultSet Parser::handleCommand(const std::string& command, TextBuffer&& memory) {
   const std::int64_t now = clock::now();
   Command read{&command, {}, now, now, memory};
-  ResultSet result;
-  try {
-    readTokens(read);
-    result = dispatch(read);
-  } catch (const std::runtime_error& error) {
-    result = refused(error.what());
-  }
+  ResultSet result = answerTo(read);
   result.rows.offerMemory(std::move(memory));
   return result;
+}
+
+ResultSet Parser::answerTo(Command& command) {
+  try {
+    readTokens(command);
+    return isSelectionRead_ ? selectAgain(command) : dispatch(command);
+  } catch (const std::runtime_error& error) {
+    return refused(error.what());
+  }
 }
 
 void Parser::replay(const ReplayedCommand& command) {
@@ -95,6 +98,7 @@ void Parser::readTokens(Command& command) {
   if (!readLastNumber(text.command)) {
     beginning_.clear();
     tokens_.clear();
+    isSelectionRead_ = false;
     // The message of an ERROR goes with the lexer; nobody asks for it.
     Lexer(text.command).tokenize(tokens_);
     keepBeginning(text.command);

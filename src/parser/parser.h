@@ -114,6 +114,8 @@ class Parser {
   };
   static std::span<const Rule> rules();
 
+  // Runs a command; every std::runtime_error becomes an answer.
+  ResultSet answerTo(Command& command);
   // Reads the command's clock marker, and its text in front of that as tokens.
   void readTokens(Command& command);
   // The same where the text goes on with another number than the one before; false if it does not.
@@ -132,6 +134,10 @@ class Parser {
   ResultSet checkpoint(const Command& command);
   ResultSet insertInto(const Command& command);
   ResultSet select(const Command& command);
+  // The same for one that differs from the one before in the last value of its filter alone.
+  ResultSet selectAgain(const Command& command);
+  // Runs a SELECT of one table that has been read.
+  ResultSet runSelection(const Command& command);
   ResultSet selectJoin(const Command& command, TokenCursor cursor, const std::string& leftTable,
                        std::size_t listEnd);
   ResultSet update(const Command& command);
@@ -162,6 +168,11 @@ class Parser {
   // which the tokens refer to. Who asks for one row after another changes nothing but that number.
   std::string beginning_;
   const char* beginningPlace_ = nullptr;
+  // The table and the columns that a SELECT asks for, beside its conditions. Where the last value
+  // of these is all that the next one changes, nothing else is read anew.
+  std::string selectedTable_;
+  std::vector<std::string> selectedColumns_;
+  bool isSelectionRead_ = false;
 };
 
 // A command text up to its first clock marker that digits follow, and what stands behind that,

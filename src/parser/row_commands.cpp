@@ -84,22 +84,35 @@ ResultSet Parser::select(const Command& command) {
   const std::span<const Token> tokens = command.tokens;
   const bool isStar = tokens[1].value == "*";
   std::size_t listEnd = 2;
-  std::vector<std::string> columns;
   if (isStar) {
-    const Table& table = db_->getTable(tokens[3].value);
-    columns.reserve(table.columns.size());
-    for (const Column& column : table.columns) columns.push_back(column.name);
+    selectedColumns_.clear();
+    for (const Column& column : db_->getTable(tokens[3].value).columns) {
+      selectedColumns_.push_back(column.name);
+    }
   } else {
     listEnd = 1;
     while (listEnd < tokens.size() && tokens[listEnd].value != "FROM") ++listEnd;
   }
   TokenCursor cursor(tokens, listEnd);
   cursor.expect("FROM", "Expected FROM");
-  const std::string tableName = textOf(cursor.take(missingParameters));
-  prefetchRow(tokens, tableName);
-  if (cursor.nextIs("JOIN")) return selectJoin(command, cursor, tableName, listEnd);
-  if (!isStar) columns = bareColumns(tokens, listEnd);
-  return db_->select(tableName, std::move(columns), optionalFilter(cursor), command.second,
+  selectedTable_ = cursor.take(missingParameters).value;
+  prefetchRow(tokens, selectedTable_);
+  if (cursor.nextIs("JOIN")) return selectJoin(command, cursor, selectedTable_, listEnd);
+  if (!isStar) selectedColumns_ = bareColumns(tokens, listEnd);
+  optionalFilter(cursor);
+  // A filter ends the command, so that its last value is the last token.
+  isSelectionRead_ = !conditions_.empty();
+  return runSelection(command);
+}
+
+ResultSet Parser::selectAgain(const Command& command) {
+  prefetchRow(command.tokens, selectedTable_);
+  conditions_.back().value = command.tokens.back().value;
+  return runSelection(command);
+}
+
+ResultSet Parser::runSelection(const Command& command) {
+  return db_->select(selectedTable_, selectedColumns_, conditions_, command.second,
                      std::move(command.memory));
 }
 

@@ -39,9 +39,20 @@ class AllocationCountTest : public FaultTest {
   int rows_ = 0;
 };
 
-TEST_F(AllocationCountTest, aSelectByKeyCostsTwo) {
-  // The names of the columns, and the list of the rows.
-  EXPECT_EQ(count("SELECT id, name, worth, price FROM items WHERE id = 7"), 2);
+TEST_F(AllocationCountTest, aSelectByKeyCostsOne) {
+  // The names of the columns.
+  ExecuteQuery("SELECT id, name, worth, price FROM items WHERE id = 7");
+  ExecuteQuery("SELECT id FROM items");
+  const FailingAllocations counting(0, Failing::once);
+  ExecuteQuery("SELECT id, name, worth, price FROM items WHERE id = 7");
+  EXPECT_EQ(FailingAllocations::count(), 1);
+}
+
+TEST_F(AllocationCountTest, aSelectByAnotherKeyThanTheOneBeforeCostsNone) {
+  ExecuteQuery("SELECT id, name, worth, price FROM items WHERE id = 7");
+  const FailingAllocations counting(0, Failing::once);
+  ExecuteQuery("SELECT id, name, worth, price FROM items WHERE id = 8");
+  EXPECT_EQ(FailingAllocations::count(), 0);
 }
 
 TEST_F(AllocationCountTest, anUpdateByKeyCostsOne) {

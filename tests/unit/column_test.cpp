@@ -236,8 +236,8 @@ TEST(ColumnTexts, stayWhereTheFirstChunkGrows) {
 // The JSON of a cell.
 std::string printed(const Table& table, std::size_t row, std::int64_t now) {
   ResultSet result;
-  result.columns = {"c"};
-  result.rows.begin(result.columns);
+  const std::string name = "c";
+  result.rows.begin({&name, 1});
   ColumnReader(table.values(0), now).print(row, result.rows);
   const std::string text(renderJson(std::move(result)).view());
   const std::string head = "    {\"c\": ";

@@ -41,8 +41,7 @@ void add(JsonRows& rows, const Value& value) {
 
 ResultSet rowsOf(const std::vector<std::string>& columns, const Values& values) {
   ResultSet result;
-  result.columns = columns;
-  result.rows.begin(result.columns);
+  result.rows.begin(columns);
   for (const Value& value : values) add(result.rows, value);
   return result;
 }
@@ -141,15 +140,16 @@ void streamValue(std::ostream& out, const Value& value) {
 }
 
 // The text of an answer made with standard streams, value by value.
-std::string streamed(const ResultSet& result, const Values& values) {
+std::string streamed(const ResultSet& result, const std::vector<std::string>& columns,
+                     const Values& values) {
   std::ostringstream out;
   out << "{\n  \"success\": " << (result.success ? "true" : "false") << ",\n  \"message\": \""
       << result.message << "\",\n  \"rows_affected\": " << result.rowsAffected;
   if (values.empty()) return out.str() + "\n}";
   out << ",\n  \"data\": [\n";
-  const std::size_t width = result.columns.size();
+  const std::size_t width = columns.size();
   for (std::size_t i = 0; i < values.size(); ++i) {
-    out << (i % width == 0 ? "    {\"" : ", \"") << result.columns[i % width] << "\": ";
+    out << (i % width == 0 ? "    {\"" : ", \"") << columns[i % width] << "\": ";
     streamValue(out, values[i]);
     if (i % width + 1 == width) out << (i + 1 < values.size() ? "},\n" : "}\n");
   }
@@ -188,15 +188,16 @@ TEST(Json, agreesWithStreamsOnRandomAnswers) {
     result.success = random() % 2 == 0;
     result.message = std::string(random() % 30, '"');
     result.rowsAffected = static_cast<std::int32_t>(random());
-    ASSERT_EQ(render(std::move(result)), streamed(result, values));
+    ASSERT_EQ(render(std::move(result)), streamed(result, columns, values));
   }
 }
 
 TEST(Json, growsToManyRows) {
   Values values;
   while (values.size() < 200000) values.emplace_back(static_cast<std::int32_t>(values.size()));
-  ResultSet result = rowsOf({"a", "b"}, values);
-  EXPECT_EQ(render(std::move(result)), streamed(result, values));
+  const std::vector<std::string> columns = {"a", "b"};
+  ResultSet result = rowsOf(columns, values);
+  EXPECT_EQ(render(std::move(result)), streamed(result, columns, values));
 }
 
 // Whatever the length of what is put in front of the rows, and of a value before there is memory.
