@@ -41,7 +41,7 @@ ResultSet Database::select(const std::string& tableName, const std::vector<std::
   // Of values those of a row to come are asked for, of long texts their bytes when the text is
   // there.
   constexpr std::size_t stepsToBytes = 6;
-  constexpr std::size_t stepsToValue = 12;
+  constexpr std::size_t stepsToValue = 24;
   for (std::size_t i = 0; i < matched.size(); ++i) {
     if (i + stepsToValue < matched.size()) {
       const auto far = static_cast<std::size_t>(matched[i + stepsToValue]);
